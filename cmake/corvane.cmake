@@ -1,0 +1,87 @@
+# What every target of this project shares: warnings, sanitizers, linking, and how a test is registered.
+
+option(CORVANE_WERROR "Treat warnings as errors" ON)
+option(CORVANE_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(CORVANE_FUZZ "Build the fuzz targets (clang)" OFF)
+
+add_library(corvane_options INTERFACE)
+target_include_directories(corvane_options INTERFACE "${PROJECT_SOURCE_DIR}")
+if(MSVC)
+  target_compile_options(corvane_options INTERFACE
+    /W4 /permissive- /utf-8 $<$<BOOL:${CORVANE_WERROR}>:/WX>)
+  target_compile_definitions(corvane_options INTERFACE _CRT_SECURE_NO_WARNINGS)
+else()
+  target_compile_options(corvane_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${CORVANE_WERROR}>:-Werror>)
+endif()
+if(CORVANE_SANITIZE OR CORVANE_FUZZ)
+  set(sanitizers address,undefined)
+  if(CORVANE_FUZZ)
+    string(APPEND sanitizers ",fuzzer-no-link")
+  endif()
+  target_compile_options(corvane_options INTERFACE
+    -fsanitize=${sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(corvane_options INTERFACE -fsanitize=${sanitizers})
+endif()
+if(WIN32)
+  target_compile_definitions(corvane_options INTERFACE
+    UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN WINVER=0x0A00 _WIN32_WINNT=0x0A00)
+  if(MINGW)
+    target_link_options(corvane_options INTERFACE -static)
+  endif()
+endif()
+
+# The target's Boost has one package a library, Debian's has one for all that is headers only.
+if(WIN32)
+  foreach(library filesystem property_tree algorithm thread)
+    find_package(boost_${library} 1.81 CONFIG REQUIRED)
+  endforeach()
+else()
+  find_package(Boost 1.81 REQUIRED COMPONENTS filesystem)
+  foreach(library property_tree algorithm)
+    add_library(Boost::${library} ALIAS Boost::headers)
+  endforeach()
+endif()
+
+# corvane_library(NAME [PURE source...] [WINDOWS source...] [LINK library...])
+function(corvane_library name)
+  cmake_parse_arguments(arg "" "" "PURE;WINDOWS;LINK" ${ARGN})
+  set(sources ${arg_PURE})
+  if(WIN32)
+    list(APPEND sources ${arg_WINDOWS})
+  endif()
+  if(NOT sources)
+    return()
+  endif()
+  add_library(${name} STATIC ${sources})
+  target_link_libraries(${name} PUBLIC corvane_options ${arg_LINK})
+endfunction()
+
+# corvane_test(PROGRAM LABEL): registers a GoogleTest program; its report is reports/PROGRAM.xml.
+function(corvane_test program label)
+  cmake_parse_arguments(arg "" "TIMEOUT" "ENVIRONMENT" ${ARGN})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 600)
+  endif()
+  add_test(NAME ${program} COMMAND ${program} WORKING_DIRECTORY "${CMAKE_BINARY_DIR}")
+  set_tests_properties(${program} PROPERTIES LABELS ${label} TIMEOUT ${arg_TIMEOUT}
+    ENVIRONMENT "GTEST_OUTPUT=xml:reports/${program}.xml;${arg_ENVIRONMENT}")
+endfunction()
+
+# corvane_dotnet_program(NAME DIRECTORY): builds the C# project DIRECTORY/NAME.csproj into managed/NAME
+# of the build directory, by the target managed_NAME. No build server is left running.
+function(corvane_dotnet_program name directory)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${directory}/*.cs" "${directory}/*.csproj")
+  set(output "${CMAKE_BINARY_DIR}/managed/${name}")
+  add_custom_command(
+    OUTPUT "${output}/${name}.dll"
+    COMMAND dotnet build "${directory}/${name}.csproj" --configuration Release --output "${output}"
+            --nologo --verbosity quiet -nodeReuse:false -p:UseSharedCompilation=false
+            "-p:BaseIntermediateOutputPath=${CMAKE_BINARY_DIR}/managed/obj/${name}/"
+    # An output that was up to date is not written again.
+    COMMAND "${CMAKE_COMMAND}" -E touch "${output}/${name}.dll"
+    DEPENDS ${sources} "${PROJECT_SOURCE_DIR}/Directory.Build.props"
+    COMMENT "Building the C# program ${name}"
+    VERBATIM)
+  add_custom_target(managed_${name} ALL DEPENDS "${output}/${name}.dll")
+endfunction()

@@ -1,0 +1,14 @@
+// The cached class factory: one per process, never destroyed; while somebody holds a reference to
+// it the server stays loaded.
+#pragma once
+
+#include <windows.h>
+
+#include <unknwn.h>
+
+namespace corvane {
+
+// The factory of CClrProfiler. The reference is the caller's.
+HRESULT get_profiler_class_factory(REFIID iid, void** object) noexcept;
+
+} // namespace corvane

@@ -1,0 +1,204 @@
+#include "profiler/clr_profiler.h"
+
+#include "profiler/agent_config.h"
+#include "profiler/class_ids.h"
+#include "profiler/debug_log.h"
+#include "profiler/hresult_text.h"
+#include "profiler/process_facts.h"
+#include "profiler/runtime_state.h"
+#include "profiler/type_library.h"
+#include "selection/excluded_scopes.h"
+
+#include <exception>
+#include <string>
+
+namespace corvane {
+
+constinit ComPtr<ICorProfilerInfo2> profilerInfo2;
+constinit ComPtr<ICorProfilerInfo3> profilerInfo3;
+constinit std::atomic<ModuleID> mscorlibModuleId = 0;
+
+namespace {
+
+void log_line(int level, const wchar_t* message) {
+    default_log.log(level, L"%s", message);
+}
+
+// A step of start-up that throws, for want of memory, is reported and left out; start-up goes on.
+template <class Step>
+void attempt(const Step& step) noexcept {
+    try {
+        step();
+    } catch (const std::exception& error) {
+        default_log.log(1, L"CClrProfiler::Initialize(): a step was left out: %hs", error.what());
+    }
+}
+
+// A name that the runtime gives in two calls of `ask(capacity, length, buffer)`: the length first,
+// terminator included, then the text. Returns the result of the last call made.
+template <class Ask>
+HRESULT ask_name(std::wstring& name, bool& known, const Ask& ask) {
+    ULONG length = 0;
+    HRESULT hr = ask(0, &length, nullptr);
+    known = SUCCEEDED(hr);
+    if (known) {
+        name.resize(length > 0 ? length - 1 : 0);
+        hr = ask(length, &length, name.data());
+    }
+    return hr;
+}
+
+} // namespace
+
+void* CClrProfiler::find_interface(REFIID iid) noexcept {
+    if (iid == __uuidof(IUnknown) || iid == __uuidof(ICorProfilerCallback) ||
+        iid == __uuidof(ICorProfilerCallback2) || iid == __uuidof(ICorProfilerCallback3)) {
+        return static_cast<ICorProfilerCallback3*>(this);
+    }
+    if (iid == __uuidof(IProvideClassInfo)) {
+        return static_cast<IProvideClassInfo*>(this);
+    }
+    return nullptr;
+}
+
+HRESULT CClrProfiler::GetClassInfo(ITypeInfo** info) noexcept {
+    return get_class_info(kProfilerClassId, info);
+}
+
+HRESULT CClrProfiler::Initialize(IUnknown* info) noexcept {
+    default_log.log(1, L"CClrProfiler::Initialize(): Invoked");
+    if (!ShouldTrace()) {
+        return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
+    }
+    if (info != nullptr) {
+        if (FAILED(info->QueryInterface(__uuidof(ICorProfilerInfo2), profilerInfo2.put_void()))) {
+            default_log.log(1,
+                            L"CClrProfiler::Initialize(): profiler info 2 interface load error.");
+            return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
+        }
+        // Older runtimes have none.
+        info->QueryInterface(__uuidof(ICorProfilerInfo3), profilerInfo3.put_void());
+    }
+    default_log.log(3, L"CClrProfiler::Initialize(): after should trace");
+    attempt([this] { read_switches(); });
+    subscribe(info);
+    attempt([] { load_excluded_scopes(); });
+    return S_OK;
+}
+
+void CClrProfiler::subscribe(IUnknown* info) noexcept {
+    if (info == nullptr ||
+        FAILED(info->QueryInterface(__uuidof(ICorProfilerInfo), profilerInfo.put_void()))) {
+        return;
+    }
+    if (FAILED(profilerInfo->SetEventMask(event_mask()))) {
+        default_log.log(1, L"Failed to set event mask: COR_PRF_MONITOR_JIT_COMPILATION");
+    }
+}
+
+bool CClrProfiler::ShouldTrace() noexcept {
+    default_log.log(3, L"CClrProfiler::ShouldTrace(): called.");
+    bool trace = false;
+    attempt([&] { trace = ask_gate(); });
+    return trace;
+}
+
+bool CClrProfiler::ask_gate() {
+    AgentConfig config;
+    const bool loaded = LoadAgentConfig(config, log_line);
+    const GateDecision decision =
+        decide_trace(read_process_facts(), loaded ? &config : nullptr, log_line);
+    switches_.inliningDisabled = switches_.inliningDisabled || decision.disable_inlining;
+    if (decision.verdict == GateVerdict::kAskPoolDefault) {
+        return !CheckKey("Corvane", "Disabled");
+    }
+    return decision.verdict == GateVerdict::kTrace;
+}
+
+bool CClrProfiler::CheckKey(const char* key, const char* value) const {
+    AgentConfig config;
+    if (!LoadAgentConfig(config, log_line)) {
+        default_log.log(1, L"CClrProfiler::CheckKey(): could not load agent config.");
+        return false;
+    }
+    return check_key(config, key, value, log_line);
+}
+
+void CClrProfiler::read_switches() {
+    if (!switches_.inliningDisabled) {
+        switches_.inliningDisabled = CheckKey("Inlining", "Disabled");
+    }
+    switches_.transparencyFullTrust = CheckKey("SecurityTransparencyInstrumentation", "2");
+    switches_.transparencyInstrumentation =
+        switches_.transparencyFullTrust || CheckKey("SecurityTransparencyInstrumentation", "1");
+    switches_.insertLogTraceId = CheckKey("InsertLogTraceIdIntoLogs", "Enabled");
+    switches_.addAttributeLogTraceId = CheckKey("AddAttributeLogTraceId", "Enabled");
+    switches_.logTraceIdEnabled = switches_.insertLogTraceId || switches_.addAttributeLogTraceId;
+}
+
+DWORD CClrProfiler::event_mask() const noexcept {
+    DWORD mask = COR_PRF_MONITOR_MODULE_LOADS | COR_PRF_MONITOR_JIT_COMPILATION |
+                 COR_PRF_MONITOR_CACHE_SEARCHES | COR_PRF_MONITOR_THREADS |
+                 COR_PRF_ENABLE_STACK_SNAPSHOT;
+    if (switches_.inliningDisabled) {
+        mask |= COR_PRF_DISABLE_INLINING;
+    }
+    if (switches_.transparencyFullTrust) {
+        mask |= COR_PRF_DISABLE_TRANSPARENCY_CHECKS_UNDER_FULL_TRUST;
+    }
+    return mask;
+}
+
+HRESULT CClrProfiler::InitializeForAttach(IUnknown* info, void*, UINT) noexcept {
+    // Through the callback table, so that whatever wraps this object sees the call. The runtime
+    // would detach on a failure; a process that is not to be traced stays attached and untouched.
+    static_cast<ICorProfilerCallback*>(this)->Initialize(info);
+    return S_OK;
+}
+
+HRESULT CClrProfiler::ModuleLoadFinished(ModuleID module, HRESULT) noexcept {
+    default_log.log(4, L"CClrProfiler::ModuleLoadFinished(): Invoked;");
+    if (!profilerInfo) {
+        return S_OK;
+    }
+    try {
+        return note_module(module);
+    } catch (const std::exception&) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+HRESULT CClrProfiler::note_module(ModuleID module) {
+    AssemblyID assembly = 0;
+    std::wstring module_name;
+    bool known = false;
+    HRESULT hr = ask_name(module_name, known, [&](ULONG capacity, ULONG* length, wchar_t* buffer) {
+        return profilerInfo->GetModuleInfo(module, nullptr, capacity, length, buffer,
+                                           buffer != nullptr ? &assembly : nullptr);
+    });
+    if (known) {
+        default_log.log(4, L"CClrProfiler::ModuleLoadFinished(): ModuleName=%s",
+                        module_name.c_str());
+    } else {
+        default_log.log(1, L"Failed to get module metadata interface (%s)",
+                        hresult_text(hr).c_str());
+    }
+
+    std::wstring assembly_name;
+    hr = ask_name(assembly_name, known, [&](ULONG capacity, ULONG* length, wchar_t* buffer) {
+        return profilerInfo->GetAssemblyInfo(assembly, capacity, length, buffer, nullptr, nullptr);
+    });
+    if (!known) {
+        default_log.log(1, L"Failed to get assembly metadata interface (%s)",
+                        hresult_text(hr).c_str());
+        return hr;
+    }
+    default_log.log(4, L"CClrProfiler::ModuleLoadFinished(): AssemblyName=%s",
+                    assembly_name.c_str());
+    if (assembly_name == L"mscorlib") {
+        mscorlibModuleId = module;
+    }
+    return hr;
+}
+
+} // namespace corvane

@@ -1,0 +1,46 @@
+// CClrProfiler: the object that the runtime creates and drives.
+// Initialize decides whether to run at all, reads the switches and subscribes; it runs once, alone,
+// on the runtime's initialising thread. The callbacks then arrive on any thread, several at once.
+#pragma once
+
+#include "clr/com_ptr.h"
+#include "clr/cor_profiler.h"
+#include "profiler/callback_impl.h"
+#include "profiler/com_object.h"
+#include "profiler/profiler_switches.h"
+
+#include <ocidl.h>
+
+namespace corvane {
+
+class CClrProfiler : public CorvaneCorProfilerCallbackImpl,
+                     public IProvideClassInfo,
+                     protected ComObjectRoot {
+public:
+    HRESULT STDMETHODCALLTYPE Initialize(IUnknown* info) noexcept override;
+    HRESULT STDMETHODCALLTYPE ModuleLoadFinished(ModuleID module, HRESULT status) noexcept override;
+    HRESULT STDMETHODCALLTYPE InitializeForAttach(IUnknown* info, void* client_data,
+                                                  UINT client_data_size) noexcept override;
+
+    // Of the coclass kProfilerClassId, from this server's type library.
+    HRESULT STDMETHODCALLTYPE GetClassInfo(ITypeInfo** info) noexcept override;
+
+    const ProfilerSwitches& switches() const noexcept { return switches_; }
+
+    // The interface of this id, without a new reference; null for ids that are not answered.
+    void* find_interface(REFIID iid) noexcept;
+
+private:
+    bool ShouldTrace() noexcept;
+    bool ask_gate();
+    void subscribe(IUnknown* info) noexcept;
+    bool CheckKey(const char* key, const char* value) const;
+    void read_switches();
+    DWORD event_mask() const noexcept;
+    HRESULT note_module(ModuleID module);
+
+    ComPtr<ICorProfilerInfo> profilerInfo;
+    ProfilerSwitches switches_;
+};
+
+} // namespace corvane

@@ -1,0 +1,63 @@
+// The profiler's only diagnostic output: levelled single lines to the debugger output.
+// A line is the thread's id, a blank, the channel's prefix and the message. Any thread may log at
+// any time: channels do not change after construction, every call formats into its own stack
+// buffer, and a suppressed message costs one comparison.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace corvane {
+
+// Level 1: failures and milestones. 3: start-up progress. 4: detail, not written by default.
+inline constexpr std::int32_t kDefaultLogThreshold = 3;
+
+// A formatted line is cut at this many characters, thread id and prefix included.
+inline constexpr std::size_t kMaxLogLine = 510;
+
+// Messages that cannot be written for want of memory are dropped.
+class DebugLog {
+public:
+    constexpr DebugLog() noexcept = default;
+
+    // `prefix` is part of every format: a "%" in it is a conversion. Who builds one from names
+    // that a program chose doubles its percent signs.
+    explicit DebugLog(std::wstring prefix, std::int32_t threshold = kDefaultLogThreshold) noexcept
+        : prefix_(std::move(prefix)), threshold_(threshold) {}
+
+    // printf formatting by the rules of the Microsoft runtime: %s takes a wide string.
+    void log(std::int32_t level, const wchar_t* format, ...) const noexcept;
+
+private:
+    std::wstring prefix_;
+    std::int32_t threshold_ = kDefaultLogThreshold;
+};
+
+// The same for narrow text, which the listing of method bodies is made of.
+class NarrowDebugLog {
+public:
+    explicit NarrowDebugLog(std::string prefix,
+                            std::int32_t threshold = kDefaultLogThreshold) noexcept
+        : prefix_(std::move(prefix)), threshold_(threshold) {}
+
+    // %s takes a narrow string.
+    void log_narrow(std::int32_t level, const char* format, ...) const noexcept;
+
+    // The message as it stands and of any length, at level 4.
+    void log_line_narrow(std::string_view message) const noexcept;
+
+private:
+    std::string prefix_;
+    std::int32_t threshold_ = kDefaultLogThreshold;
+};
+
+// The channel of whoever has none of its own: no prefix, default threshold.
+extern constinit DebugLog default_log;
+
+// "[tag]scope:name() : "
+std::wstring make_prefix(std::wstring_view tag, std::wstring_view scope, std::wstring_view name);
+std::string make_prefix(std::string_view tag, std::string_view scope, std::string_view name);
+
+} // namespace corvane

@@ -1,0 +1,25 @@
+// The text behind every "(%s)" of a failure message.
+#pragma once
+
+#include "profiler/local_memory.h"
+
+#include <utility>
+
+namespace corvane {
+
+// Owns the text; lives as long as the log call that it is an argument of.
+class HresultText {
+public:
+    explicit HresultText(LocalMemory<wchar_t> text) noexcept : text_(std::move(text)) {}
+    const wchar_t* c_str() const noexcept { return text_ ? text_.get() : L""; }
+
+private:
+    LocalMemory<wchar_t> text_;
+};
+
+// The system's message for `hr` without its line end. Codes that the system does not know are
+// named by number: "IDispatch error #N" in the range that dispatch interfaces define their own
+// errors in, else "Unknown error 0xN".
+HresultText hresult_text(HRESULT hr) noexcept;
+
+} // namespace corvane

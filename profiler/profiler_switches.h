@@ -1,0 +1,16 @@
+// What agent.config switches on. Read once by CClrProfiler::Initialize and fixed from then on; a
+// change of the file takes a new process.
+#pragma once
+
+namespace corvane {
+
+struct ProfilerSwitches {
+    bool inliningDisabled = false;            // by the application's entry or by "Inlining"
+    bool transparencyFullTrust = false;       // "SecurityTransparencyInstrumentation" is "2"
+    bool transparencyInstrumentation = false; // it is "2" or "1"
+    bool logTraceIdEnabled = false;           // either of the next two
+    bool insertLogTraceId = false;            // "InsertLogTraceIdIntoLogs" is "Enabled"
+    bool addAttributeLogTraceId = false;      // "AddAttributeLogTraceId" is "Enabled"
+};
+
+} // namespace corvane

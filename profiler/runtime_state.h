@@ -1,0 +1,21 @@
+// What this process's runtime gave to the profiler. Written by CClrProfiler::Initialize before any
+// other callback, never reset; mscorlibModuleId follows the module loads.
+#pragma once
+
+#include "clr/com_ptr.h"
+#include "clr/cor_profiler.h"
+
+#include <atomic>
+
+namespace corvane {
+
+// For the sampling and name threads; released at process exit.
+extern constinit ComPtr<ICorProfilerInfo2> profilerInfo2;
+
+// Null on a runtime without it; released at process exit.
+extern constinit ComPtr<ICorProfilerInfo3> profilerInfo3;
+
+// The module of the assembly "mscorlib", 0 until it is loaded; the last one loaded stays.
+extern constinit std::atomic<ModuleID> mscorlibModuleId;
+
+} // namespace corvane

@@ -1,0 +1,25 @@
+// The program that the tests of the debugger run; its argument says what it does.
+#include <windows.h>
+
+#include <string>
+#include <string_view>
+
+int main(int count, char** arguments) {
+    const std::string_view what = count > 1 ? arguments[1] : "";
+    if (what == "write") {
+        OutputDebugStringW(L"wide B\u00fccher \u0416");
+        OutputDebugStringW(L"");
+        OutputDebugStringW(std::wstring(3000, L'x').c_str());
+        OutputDebugStringA("narrow B\xfc"
+                           "cher");
+    } else if (what == "break") {
+        DebugBreak();
+    } else if (what == "handle") {
+        // What a runtime does all the time: it raises exceptions that it handles itself.
+        AddVectoredExceptionHandler(1, [](EXCEPTION_POINTERS*) -> LONG { ExitProcess(12); });
+        RaiseException(0xE0000001, 0, 0, nullptr);
+    } else if (what == "sleep") {
+        Sleep(INFINITE);
+    }
+    return 0;
+}

@@ -1,0 +1,124 @@
+#include "tools/corvane/debuggee.h"
+
+#include "tests/clr/runtime_test.h"
+
+#include <shellapi.h>
+
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+namespace corvane::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+DebuggeeOptions command(const std::vector<std::wstring>& arguments) {
+    DebuggeeOptions options;
+    wchar_t system[MAX_PATH] = {};
+    GetSystemDirectoryW(system, MAX_PATH);
+    options.program = (fs::path(system) / "cmd.exe").wstring();
+    options.arguments = arguments;
+    return options;
+}
+
+struct LocalFreer {
+    void operator()(void* memory) const noexcept { LocalFree(memory); }
+};
+
+TEST(Debuggee, QuotesArgumentsAsTheSystemSplitsThem) {
+    const std::vector<std::wstring> arguments = {L"plain",
+                                                 L"",
+                                                 L"two words",
+                                                 L"tab\there",
+                                                 L"\"quoted\"",
+                                                 L"C:\\folder\\",
+                                                 L"a\\\"b",
+                                                 L"C:\\a folder\\",
+                                                 L"a\\\\\"b c",
+                                                 L"\\\\server\\share",
+                                                 L"B\u00fccher \u0416"};
+    std::wstring line = L"program.exe";
+    for (const std::wstring& argument : arguments) {
+        line += L' ' + quote_argument(argument);
+    }
+    int count = 0;
+    const std::unique_ptr<LPWSTR, LocalFreer> split(CommandLineToArgvW(line.c_str(), &count));
+    ASSERT_NE(split, nullptr);
+    EXPECT_EQ(std::vector<std::wstring>(split.get() + 1, split.get() + count), arguments);
+    EXPECT_EQ(quote_argument(L"plain"), L"plain");
+}
+
+TEST(Debuggee, GivesTheExitCode) {
+    const DebuggeeResult result = run_debuggee(command({L"/c", L"exit", L"77"}));
+    EXPECT_EQ(result.exit_code, 77U);
+    EXPECT_FALSE(result.timed_out);
+}
+
+TEST(Debuggee, SetsAndRemovesVariablesAndWritesOutput) {
+    const OwnFolder folder;
+    SetEnvironmentVariableW(L"CORVANE_TEST_INHERITED", L"inherited");
+    SetEnvironmentVariableW(L"CORVANE_TEST_REMOVED", L"removed");
+    SetEnvironmentVariableW(L"CORVANE_TEST_CHANGED", L"before");
+    DebuggeeOptions options = command({L"/c", L"echo",
+                                       L"%CORVANE_TEST_INHERITED%,%CORVANE_TEST_REMOVED%,"
+                                       L"%CORVANE_TEST_CHANGED%,%CORVANE_TEST_SET%,%CD%"});
+    options.environment = {{L"corvane_test_changed", L"changed"},
+                           {L"CORVANE_TEST_SET", L"set"},
+                           {L"CORVANE_TEST_REMOVED", std::nullopt}};
+    options.directory = folder.path().wstring();
+    options.output_file = (folder.path() / "output.txt").wstring();
+    EXPECT_EQ(run_debuggee(options).exit_code, 0U);
+    for (const wchar_t* name :
+         {L"CORVANE_TEST_INHERITED", L"CORVANE_TEST_REMOVED", L"CORVANE_TEST_CHANGED"}) {
+        SetEnvironmentVariableW(name, nullptr);
+    }
+    std::ifstream stream(fs::path(options.output_file), std::ios::binary);
+    const std::string output(std::istreambuf_iterator<char>(stream), {});
+    EXPECT_EQ(output,
+              "inherited,%CORVANE_TEST_REMOVED%,changed,set," + folder.path().string() + "\r\n");
+}
+
+TEST(Debuggee, RefusesAProgramThatIsNotThere) {
+    DebuggeeOptions options = command({});
+    options.program += L".missing";
+    EXPECT_THROW(run_debuggee(options), std::system_error);
+}
+
+// --- What only a program of our own does
+
+class DebuggeeChild : public ::testing::Test {
+protected:
+    DebuggeeResult run(const std::wstring& what) {
+        options.program = built_file(L"debuggee_child.exe").wstring();
+        options.arguments = {what};
+        options.on_debug_output = [this](const std::wstring& line) { lines.push_back(line); };
+        return run_debuggee(options);
+    }
+
+    DebuggeeOptions options;
+    Lines lines;
+};
+
+TEST_F(DebuggeeChild, WritesDebugOutputWideAndNarrow) {
+    EXPECT_EQ(run(L"write").exit_code, 0U);
+    EXPECT_EQ(lines, (Lines{L"wide B\u00fccher \u0416", L"", std::wstring(3000, L'x'),
+                            L"narrow B\u00fccher"}));
+}
+
+TEST_F(DebuggeeChild, MayHandleItsOwnExceptions) {
+    EXPECT_EQ(run(L"handle").exit_code, 12U);
+    EXPECT_EQ(lines, Lines());
+}
+
+TEST_F(DebuggeeChild, EndsAtItsOwnBreakpointAsWithoutADebugger) {
+    EXPECT_EQ(run(L"break").exit_code, static_cast<DWORD>(EXCEPTION_BREAKPOINT));
+}
+
+TEST_F(DebuggeeChild, IsEndedWhenItsTimeIsOver) {
+    options.timeout = std::chrono::milliseconds(500);
+    EXPECT_TRUE(run(L"sleep").timed_out);
+}
+
+} // namespace
+} // namespace corvane::testing

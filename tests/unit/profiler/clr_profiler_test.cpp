@@ -1,0 +1,387 @@
+#include "profiler/clr_profiler.h"
+
+#include "profiler/agent_config.h"
+#include "profiler/com_object.h"
+#include "profiler/hresult_text.h"
+#include "profiler/own_module.h"
+#include "profiler/runtime_state.h"
+#include "selection/excluded_scopes.h"
+#include "tests/unit/support/agent_home.h"
+#include "tests/unit/support/debug_output.h"
+#include "tests/unit/support/fake_runtime.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace corvane {
+namespace {
+
+using testing::AgentHome;
+using testing::DebugOutput;
+using testing::FakeRuntime;
+
+constexpr HRESULT kCancelled = static_cast<HRESULT>(0x80131375);
+constexpr const wchar_t* kInvoked = L"CClrProfiler::Initialize(): Invoked\n"
+                                    L"CClrProfiler::ShouldTrace(): called.\n";
+constexpr const wchar_t* kAfterShouldTrace = L"CClrProfiler::Initialize(): after should trace\n";
+
+std::wstring exclusions_file() {
+    return (std::filesystem::path(own_module_path()).parent_path() / "do_not_instrument.txt")
+        .wstring();
+}
+
+std::wstring no_exclusions() {
+    return L"Failed to read list of excluded scopes from " + exclusions_file() + L"\n";
+}
+
+// A configuration that lists this program, with attributes of its entry and appSettings entries.
+std::string listing_this(const std::string& attributes = "", const std::string& settings = "") {
+    const std::string name = std::filesystem::path(own_module_path()).filename().string();
+    return "<configuration><appSettings>" + settings +
+           "</appSettings><instrumentation><applications><application name=\"" + name + "\" " +
+           attributes + "/></applications></instrumentation></configuration>";
+}
+
+std::string setting(const char* key, const char* value) {
+    return std::string("<add key=\"") + key + "\" value=\"" + value + "\"/>";
+}
+
+// One profiler object in its plain form, and the process-wide values put back when it goes.
+class ProfilerTest : public ::testing::Test {
+protected:
+    ProfilerTest() : profiler(new ComObject<CClrProfiler>()) {}
+    ~ProfilerTest() override {
+        profiler = {};
+        profilerInfo2.reset();
+        profilerInfo3.reset();
+        mscorlibModuleId = 0;
+        excluded_scopes.clear();
+    }
+
+    FakeRuntime runtime;
+    DebugOutput output;
+    ComPtr<ComObject<CClrProfiler>> profiler;
+};
+
+class Initialize : public ProfilerTest {
+protected:
+    // Starts up under `config`, expects success, and returns the mask that was set.
+    DWORD mask_for(const std::string& config) {
+        const AgentHome home(config);
+        EXPECT_EQ(profiler->Initialize(&runtime), S_OK);
+        EXPECT_EQ(runtime.calls, std::vector<std::string>{"SetEventMask"});
+        return runtime.event_mask;
+    }
+};
+
+TEST_F(Initialize, WritesItsProgressAndSubscribes) {
+    EXPECT_EQ(mask_for(listing_this()), 0x10020224U);
+    EXPECT_EQ(output.text(), std::wstring(kInvoked) + kAfterShouldTrace + no_exclusions());
+    EXPECT_TRUE(profilerInfo2);
+    EXPECT_TRUE(profilerInfo3);
+    ASSERT_EQ(excluded_scopes.size(), 1U);
+    EXPECT_EQ(excluded_scopes[0].assembly, L"kite.managed");
+    EXPECT_EQ(excluded_scopes[0].path, std::vector<std::wstring>{L"*"});
+}
+
+TEST_F(Initialize, RefusesAProcessThatIsNotListed) {
+    const AgentHome home("<configuration><instrumentation><applications/></instrumentation>"
+                         "</configuration>");
+    EXPECT_EQ(profiler->Initialize(&runtime), kCancelled);
+    EXPECT_EQ(output.text(), kInvoked);
+    EXPECT_TRUE(runtime.calls.empty());
+    EXPECT_EQ(runtime.references, 1U);
+    EXPECT_TRUE(excluded_scopes.empty());
+}
+
+TEST_F(Initialize, RefusesWithoutHome) {
+    const AgentHome home = AgentHome::unset();
+    EXPECT_EQ(profiler->Initialize(&runtime), kCancelled);
+    EXPECT_EQ(output.text(), std::wstring(kInvoked) +
+                                 L"CClrProfiler::ShouldTrace(): could not load agent.config.\n");
+}
+
+TEST_F(Initialize, RefusesARuntimeWithoutInfo2) {
+    runtime.has_info2 = false;
+    const AgentHome home(listing_this());
+    EXPECT_EQ(profiler->Initialize(&runtime), kCancelled);
+    EXPECT_EQ(output.text(),
+              std::wstring(kInvoked) +
+                  L"CClrProfiler::Initialize(): profiler info 2 interface load error.\n");
+    EXPECT_TRUE(runtime.calls.empty());
+    EXPECT_TRUE(excluded_scopes.empty());
+}
+
+TEST_F(Initialize, TakesARuntimeWithoutInfo3) {
+    runtime.has_info3 = false;
+    EXPECT_EQ(mask_for(listing_this()), 0x10020224U);
+    EXPECT_TRUE(profilerInfo2);
+    EXPECT_FALSE(profilerInfo3);
+}
+
+TEST_F(Initialize, GoesOnWithoutInfo) {
+    runtime.has_info = false;
+    const AgentHome home(listing_this());
+    EXPECT_EQ(profiler->Initialize(&runtime), S_OK);
+    EXPECT_TRUE(runtime.calls.empty());
+    EXPECT_EQ(output.text(), std::wstring(kInvoked) + kAfterShouldTrace + no_exclusions());
+    EXPECT_EQ(excluded_scopes.size(), 1U);
+}
+
+TEST_F(Initialize, GoesOnWhenTheMaskIsRefused) {
+    runtime.set_event_mask_result = E_FAIL;
+    const AgentHome home(listing_this());
+    EXPECT_EQ(profiler->Initialize(&runtime), S_OK);
+    EXPECT_EQ(output.text(), std::wstring(kInvoked) + kAfterShouldTrace +
+                                 L"Failed to set event mask: COR_PRF_MONITOR_JIT_COMPILATION\n" +
+                                 no_exclusions());
+    EXPECT_EQ(excluded_scopes.size(), 1U);
+}
+
+TEST_F(Initialize, BuildsItsTablesWithoutARuntime) {
+    const AgentHome home(listing_this());
+    EXPECT_EQ(profiler->Initialize(nullptr), S_OK);
+    EXPECT_FALSE(profilerInfo2);
+    EXPECT_EQ(excluded_scopes.size(), 1U);
+    EXPECT_EQ(output.text(), std::wstring(kInvoked) + kAfterShouldTrace + no_exclusions());
+}
+
+TEST_F(Initialize, LoadsTheExclusionsBesideTheLibrary) {
+    std::ofstream(std::filesystem::path(exclusions_file()), std::ios::binary)
+        << "// comment\r\n\r\n[A]B.C\r\n[\xE9]x";
+    const AgentHome home(listing_this());
+    EXPECT_EQ(profiler->Initialize(&runtime), S_OK);
+    std::filesystem::remove(std::filesystem::path(exclusions_file()));
+    EXPECT_EQ(output.text(), std::wstring(kInvoked) + kAfterShouldTrace);
+    ASSERT_EQ(excluded_scopes.size(), 3U);
+    EXPECT_EQ(excluded_scopes[1].assembly, L"A");
+    EXPECT_EQ(excluded_scopes[1].path, (std::vector<std::wstring>{L"B", L"C"}));
+    EXPECT_EQ(excluded_scopes[2].assembly, L"\u00E9"); // bytes are widened one by one
+    EXPECT_EQ(excluded_scopes[2].path, std::vector<std::wstring>{L"x"});
+}
+
+// Each question about a setting reads the file afresh, so that a file that goes away after the
+// gate has read it leaves two lines for each question asked.
+std::wstring unanswered(int questions) {
+    std::wstring lines;
+    for (int i = 0; i < questions; ++i) {
+        lines += L"CClrProfiler::LoadAgentConfig(): Could not find agent.config file\n"
+                 L"CClrProfiler::CheckKey(): could not load agent config.\n";
+    }
+    return lines;
+}
+
+TEST_F(Initialize, AsksFiveQuestions) {
+    const AgentHome home(listing_this());
+    runtime.on_info2_query = [&home] { home.remove_config(); };
+    EXPECT_EQ(profiler->Initialize(&runtime), S_OK);
+    EXPECT_EQ(output.text(),
+              std::wstring(kInvoked) + kAfterShouldTrace + unanswered(5) + no_exclusions());
+    EXPECT_EQ(runtime.event_mask, 0x10020224U);
+}
+
+TEST_F(Initialize, AsksNotForInliningThatIsAlreadyOff) {
+    const AgentHome home(listing_this(R"(inlining="Disabled")"));
+    runtime.on_info2_query = [&home] { home.remove_config(); };
+    EXPECT_EQ(profiler->Initialize(&runtime), S_OK);
+    EXPECT_EQ(output.text(),
+              std::wstring(kInvoked) + kAfterShouldTrace + unanswered(4) + no_exclusions());
+    EXPECT_EQ(runtime.event_mask, 0x10220224U);
+}
+
+TEST_F(Initialize, IsSilentAboutTheFileWithoutTheVariable) {
+    const AgentHome home(listing_this());
+    runtime.on_info2_query = [] { testing::set_variable(kHomeVariable, std::nullopt); };
+    EXPECT_EQ(profiler->Initialize(&runtime), S_OK);
+    std::wstring lines;
+    for (int i = 0; i < 5; ++i) {
+        lines += L"CClrProfiler::CheckKey(): could not load agent config.\n";
+    }
+    EXPECT_EQ(output.text(), std::wstring(kInvoked) + kAfterShouldTrace + lines + no_exclusions());
+}
+
+TEST_F(Initialize, TakesAFileWithoutAppSettings) {
+    const std::string config = listing_this();
+    const std::size_t start = config.find("<appSettings>");
+    const std::size_t end = config.find("<instrumentation>");
+    EXPECT_EQ(mask_for(config.substr(0, start) + config.substr(end)), 0x10020224U);
+}
+
+TEST_F(Initialize, SwitchesInliningOffByKey) {
+    EXPECT_EQ(mask_for(listing_this("", setting("Inlining", "Disabled"))), 0x10220224U);
+    EXPECT_TRUE(profiler->switches().inliningDisabled);
+}
+
+TEST_F(Initialize, SwitchesInliningOffByTheApplicationsEntry) {
+    EXPECT_EQ(mask_for(listing_this(R"(inlining="Disabled")")), 0x10220224U);
+    EXPECT_TRUE(profiler->switches().inliningDisabled);
+}
+
+TEST_F(Initialize, LetsTheApplicationsEntryWinOverTheKey) {
+    EXPECT_EQ(mask_for(listing_this(R"(inlining="Disabled")", setting("Inlining", "Enabled"))),
+              0x10220224U);
+}
+
+TEST_F(Initialize, SwitchesTransparencyChecksOffForTwo) {
+    EXPECT_EQ(mask_for(listing_this("", setting("SecurityTransparencyInstrumentation", "2"))),
+              0x50020224U);
+    EXPECT_TRUE(profiler->switches().transparencyFullTrust);
+    EXPECT_TRUE(profiler->switches().transparencyInstrumentation);
+}
+
+TEST_F(Initialize, KeepsTransparencyChecksForOne) {
+    EXPECT_EQ(mask_for(listing_this("", setting("SecurityTransparencyInstrumentation", "1"))),
+              0x10020224U);
+    EXPECT_FALSE(profiler->switches().transparencyFullTrust);
+    EXPECT_TRUE(profiler->switches().transparencyInstrumentation);
+}
+
+TEST_F(Initialize, CombinesBothSwitches) {
+    EXPECT_EQ(mask_for(listing_this("", setting("Inlining", "Disabled") +
+                                            setting("SecurityTransparencyInstrumentation", "2"))),
+              0x50220224U);
+}
+
+TEST_F(Initialize, LeavesEverySwitchOffWithoutSettings) {
+    mask_for(listing_this());
+    const ProfilerSwitches& switches = profiler->switches();
+    EXPECT_FALSE(switches.inliningDisabled);
+    EXPECT_FALSE(switches.transparencyFullTrust);
+    EXPECT_FALSE(switches.transparencyInstrumentation);
+    EXPECT_FALSE(switches.logTraceIdEnabled);
+    EXPECT_FALSE(switches.insertLogTraceId);
+    EXPECT_FALSE(switches.addAttributeLogTraceId);
+}
+
+TEST_F(Initialize, ReadsTheLogTraceIdSwitches) {
+    const std::string insert = setting("InsertLogTraceIdIntoLogs", "Enabled");
+    const std::string add = setting("AddAttributeLogTraceId", "Enabled");
+    for (const auto& [settings, inserts, adds] :
+         {std::tuple(insert, true, false), std::tuple(add, false, true),
+          std::tuple(insert + add, true, true)}) {
+        const ComPtr<ComObject<CClrProfiler>> one(new ComObject<CClrProfiler>());
+        const AgentHome home(listing_this("", settings));
+        EXPECT_EQ(one->Initialize(nullptr), S_OK);
+        EXPECT_TRUE(one->switches().logTraceIdEnabled);
+        EXPECT_EQ(one->switches().insertLogTraceId, inserts);
+        EXPECT_EQ(one->switches().addAttributeLogTraceId, adds);
+    }
+}
+
+TEST_F(Initialize, ForAttachAnswersOkWhateverTheGateSays) {
+    const AgentHome home = AgentHome::unset();
+    EXPECT_EQ(profiler->InitializeForAttach(&runtime, nullptr, 0), S_OK);
+    EXPECT_TRUE(runtime.calls.empty());
+    const AgentHome listed(listing_this());
+    EXPECT_EQ(profiler->InitializeForAttach(&runtime, nullptr, 0), S_OK);
+    EXPECT_EQ(runtime.calls, std::vector<std::string>{"SetEventMask"});
+}
+
+TEST_F(Initialize, ForAttachGoesThroughTheCallbackTable) {
+    class Watched final : public CClrProfiler {
+    public:
+        HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+        ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+        ULONG STDMETHODCALLTYPE Release() override { return 1; }
+        HRESULT STDMETHODCALLTYPE Initialize(IUnknown* info) noexcept override {
+            seen = info;
+            return E_FAIL;
+        }
+        IUnknown* seen = nullptr;
+    } watched;
+    EXPECT_EQ(watched.InitializeForAttach(&runtime, nullptr, 0), S_OK);
+    EXPECT_EQ(watched.seen, &runtime);
+}
+
+TEST_F(Initialize, IsNoWorkerByTheTypeAlone) {
+    // This program is no w3wp.exe: the type alone does not make it a worker.
+    const testing::ScopedVariable type("APP_TYPE", "TYPE_IIS");
+    EXPECT_EQ(mask_for(listing_this("", setting("Corvane", "Disabled"))), 0x10020224U);
+}
+
+TEST_F(Initialize, ReleasesTheRuntimeWithTheObject) {
+    mask_for(listing_this());
+    EXPECT_EQ(runtime.references, 4U); // the test, the object, and the two process-wide pointers
+    profiler = {};
+    EXPECT_EQ(runtime.references, 3U);
+}
+
+class ModuleLoadFinished : public ProfilerTest {
+protected:
+    ModuleLoadFinished() : home(listing_this()) {
+        EXPECT_EQ(profiler->Initialize(&runtime), S_OK);
+        runtime.calls.clear();
+        runtime.modules[0x10] = {L"C:\\runtime\\corelib.dll", 0x20};
+        runtime.assemblies[0x20] = L"mscorlib";
+        start = output.text();
+    }
+
+    std::wstring lines() const { return output.text().substr(start.size()); }
+
+    AgentHome home;
+    std::wstring start;
+};
+
+TEST_F(ModuleLoadFinished, NotesMscorlib) {
+    EXPECT_EQ(profiler->ModuleLoadFinished(0x10, E_FAIL), S_OK); // the status is not looked at
+    EXPECT_EQ(mscorlibModuleId, 0x10U);
+    EXPECT_EQ(runtime.calls, (std::vector<std::string>{"GetModuleInfo", "GetModuleInfo",
+                                                       "GetAssemblyInfo", "GetAssemblyInfo"}));
+    EXPECT_EQ(lines(), L""); // level 4
+}
+
+TEST_F(ModuleLoadFinished, LetsALaterLoadOverwrite) {
+    runtime.modules[0x11] = runtime.modules[0x10];
+    EXPECT_EQ(profiler->ModuleLoadFinished(0x10, S_OK), S_OK);
+    EXPECT_EQ(profiler->ModuleLoadFinished(0x11, S_OK), S_OK);
+    EXPECT_EQ(mscorlibModuleId, 0x11U);
+}
+
+TEST_F(ModuleLoadFinished, NotesNoOtherName) {
+    for (const wchar_t* const name :
+         {L"MsCorLib", L"mscorlib.dll", L"mscorli", L"mscorlib2", L"", L"System.Private.CoreLib"}) {
+        runtime.assemblies[0x20] = name;
+        EXPECT_EQ(profiler->ModuleLoadFinished(0x10, S_OK), S_OK);
+        EXPECT_EQ(mscorlibModuleId, 0U) << name;
+    }
+}
+
+TEST_F(ModuleLoadFinished, ReportsAModuleThatIsUnknown) {
+    EXPECT_EQ(profiler->ModuleLoadFinished(0x99, S_OK), E_INVALIDARG);
+    EXPECT_EQ(lines(), std::wstring(L"Failed to get module metadata interface (") +
+                           hresult_text(CORPROF_E_DATAINCOMPLETE).c_str() +
+                           L")\nFailed to get assembly metadata interface (" +
+                           hresult_text(E_INVALIDARG).c_str() + L")\n");
+    EXPECT_EQ(runtime.calls, (std::vector<std::string>{"GetModuleInfo", "GetAssemblyInfo"}));
+    EXPECT_EQ(mscorlibModuleId, 0U);
+}
+
+TEST_F(ModuleLoadFinished, ReportsAnAssemblyThatIsUnknown) {
+    runtime.assemblies.clear();
+    EXPECT_EQ(profiler->ModuleLoadFinished(0x10, S_OK), E_INVALIDARG);
+    EXPECT_EQ(lines(), std::wstring(L"Failed to get assembly metadata interface (") +
+                           hresult_text(E_INVALIDARG).c_str() + L")\n");
+}
+
+TEST_F(ModuleLoadFinished, ReturnsTheResultOfTheLastAssemblyQuery) {
+    runtime.assembly_text_result = E_ACCESSDENIED;
+    EXPECT_EQ(profiler->ModuleLoadFinished(0x10, S_OK), E_ACCESSDENIED);
+    EXPECT_EQ(lines(), L"");
+    EXPECT_EQ(mscorlibModuleId, 0U);
+}
+
+TEST_F(ProfilerTest, AnswersTheOtherCallbacksWithOk) {
+    EXPECT_EQ(profiler->Shutdown(), S_OK);
+    EXPECT_EQ(profiler->ModuleUnloadFinished(1, E_FAIL), S_OK);
+    BOOL should_inline = 5;
+    EXPECT_EQ(profiler->JITInlining(1, 2, &should_inline), S_OK);
+    EXPECT_EQ(should_inline, 5);
+    EXPECT_EQ(profiler->GarbageCollectionFinished(), S_OK);
+    EXPECT_EQ(profiler->ProfilerDetachSucceeded(), S_OK);
+    EXPECT_EQ(profiler->ModuleLoadFinished(1, S_OK), S_OK); // before Initialize
+}
+
+} // namespace
+} // namespace corvane

@@ -1,0 +1,166 @@
+// Looks at CorvaneProfiler.dll as a file: what it exports, what it needs, what it says of itself.
+#include "clr/com_ptr.h"
+#include "profiler/class_ids.h"
+#include "profiler/own_module.h"
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <winver.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace corvane {
+namespace {
+
+std::wstring library_path() {
+    return (std::filesystem::path(own_module_path()).parent_path() / "CorvaneProfiler.dll")
+        .wstring();
+}
+
+// The file's image as its headers describe it; addresses are relative to the image.
+class ImageFile {
+public:
+    explicit ImageFile(const std::wstring& path) {
+        std::ifstream stream(std::filesystem::path(path), std::ios::binary);
+        bytes_.assign(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+    }
+
+    const IMAGE_NT_HEADERS64& headers() const {
+        return at_offset<IMAGE_NT_HEADERS64>(
+            static_cast<std::size_t>(at_offset<IMAGE_DOS_HEADER>(0).e_lfanew));
+    }
+
+    template <class T>
+    const T& at(DWORD address) const {
+        return at_offset<T>(offset_of(address));
+    }
+
+    const IMAGE_DATA_DIRECTORY& directory(int index) const {
+        return headers().OptionalHeader.DataDirectory[index];
+    }
+
+private:
+    template <class T>
+    const T& at_offset(std::size_t offset) const {
+        if (offset > bytes_.size() || bytes_.size() - offset < sizeof(T)) {
+            throw std::out_of_range("the image file is too short");
+        }
+        return *reinterpret_cast<const T*>(bytes_.data() + offset);
+    }
+
+    std::size_t offset_of(DWORD address) const {
+        const auto* const sections = IMAGE_FIRST_SECTION(&headers());
+        for (int i = 0; i < headers().FileHeader.NumberOfSections; ++i) {
+            const IMAGE_SECTION_HEADER& section = sections[i];
+            if (address >= section.VirtualAddress &&
+                address - section.VirtualAddress < section.SizeOfRawData) {
+                return section.PointerToRawData + (address - section.VirtualAddress);
+            }
+        }
+        throw std::out_of_range("no section holds the address");
+    }
+
+    std::vector<char> bytes_;
+};
+
+TEST(Library, IsFor64Bit) {
+    const ImageFile image(library_path());
+    EXPECT_EQ(image.headers().Signature, static_cast<DWORD>(IMAGE_NT_SIGNATURE));
+    EXPECT_EQ(image.headers().FileHeader.Machine, IMAGE_FILE_MACHINE_AMD64);
+    EXPECT_NE(image.headers().FileHeader.Characteristics & IMAGE_FILE_DLL, 0);
+}
+
+TEST(Library, ExportsExactlyItsEntryPoints) {
+    const ImageFile image(library_path());
+    const auto& exports = image.at<IMAGE_EXPORT_DIRECTORY>(
+        image.directory(IMAGE_DIRECTORY_ENTRY_EXPORT).VirtualAddress);
+    std::set<std::string> names;
+    for (DWORD i = 0; i < exports.NumberOfNames; ++i) {
+        names.insert(&image.at<char>(image.at<DWORD>(exports.AddressOfNames + 4 * i)));
+    }
+    EXPECT_EQ(names, (std::set<std::string>{"DllCanUnloadNow", "DllGetClassObject",
+                                            "DllRegisterServer", "DllUnregisterServer"}));
+    EXPECT_EQ(exports.NumberOfFunctions, exports.NumberOfNames); // none by ordinal alone
+}
+
+TEST(Library, NeedsNothingButTheSystem) {
+    const ImageFile image(library_path());
+    std::set<std::string> libraries;
+    for (DWORD address = image.directory(IMAGE_DIRECTORY_ENTRY_IMPORT).VirtualAddress;;
+         address += sizeof(IMAGE_IMPORT_DESCRIPTOR)) {
+        const auto& import = image.at<IMAGE_IMPORT_DESCRIPTOR>(address);
+        if (import.Name == 0) {
+            break;
+        }
+        std::string name = &image.at<char>(import.Name);
+        for (char& c : name) {
+            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        }
+        libraries.insert(name);
+    }
+    const std::set<std::string> system = {"advapi32.dll",
+                                          "kernel32.dll",
+                                          "msvcrt.dll",
+                                          "ole32.dll",
+                                          "oleaut32.dll",
+                                          "shell32.dll",
+                                          "api-ms-win-core-synch-l1-2-0.dll"};
+    EXPECT_FALSE(libraries.empty());
+    for (const std::string& library : libraries) {
+        EXPECT_EQ(system.count(library), 1U) << library;
+    }
+}
+
+TEST(Library, TellsItsVersion) {
+    const std::wstring path = library_path();
+    std::vector<BYTE> data(GetFileVersionInfoSizeW(path.c_str(), nullptr));
+    ASSERT_FALSE(data.empty());
+    ASSERT_TRUE(GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(data.size()), data.data()));
+    VS_FIXEDFILEINFO* info = nullptr;
+    UINT length = 0;
+    ASSERT_TRUE(VerQueryValueW(data.data(), L"\\", reinterpret_cast<void**>(&info), &length));
+    EXPECT_EQ(info->dwFileVersionMS, 0x00030009U);
+    EXPECT_EQ(info->dwFileVersionLS, 0U);
+    wchar_t* text = nullptr;
+    ASSERT_TRUE(VerQueryValueW(data.data(), L"\\StringFileInfo\\040904B0\\OriginalFilename",
+                               reinterpret_cast<void**>(&text), &length));
+    EXPECT_STREQ(text, L"CorvaneProfiler.dll");
+}
+
+TEST(Library, ServesItsClassAndUnloads) {
+    const HMODULE library = LoadLibraryW(library_path().c_str());
+    ASSERT_NE(library, nullptr);
+    const auto function = [library](const char* name) {
+        return reinterpret_cast<void*>(GetProcAddress(library, name));
+    };
+    const auto can_unload =
+        reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(function("DllCanUnloadNow"));
+    const auto get_class = reinterpret_cast<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, LPVOID*)>(
+        function("DllGetClassObject"));
+    EXPECT_EQ(can_unload(), S_OK);
+    {
+        ComPtr<IClassFactory> factory;
+        ASSERT_EQ(get_class(kProfilerClassId, __uuidof(IClassFactory), factory.put_void()), S_OK);
+        EXPECT_EQ(can_unload(), S_FALSE);
+        ComPtr<IUnknown> object;
+        ASSERT_EQ(factory->CreateInstance(nullptr, __uuidof(IUnknown), object.put_void()), S_OK);
+        factory.reset();
+        EXPECT_EQ(can_unload(), S_FALSE);
+    }
+    EXPECT_EQ(can_unload(), S_OK);
+    EXPECT_EQ(get_class(kProfilerClassId, __uuidof(IClassFactory), nullptr), E_POINTER);
+    void* object = nullptr;
+    EXPECT_EQ(get_class(kAppId, __uuidof(IClassFactory), &object), CLASS_E_CLASSNOTAVAILABLE);
+    EXPECT_TRUE(FreeLibrary(library));
+    EXPECT_EQ(GetModuleHandleW(L"CorvaneProfiler.dll"), nullptr);
+}
+
+} // namespace
+} // namespace corvane

@@ -1,0 +1,118 @@
+// FakeRuntime: the runtime's side of the profiling interface, for failures that a real runtime does
+// not give on demand. It records the calls that it gets and counts the references that are held.
+#pragma once
+
+#include "clr/cor_profiler.h"
+
+#include <cwchar>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace corvane::testing {
+
+// Answers every method with E_FAIL; FakeRuntime overrides what a test needs.
+class FailingRuntime : public ICorProfilerInfo3 {
+public:
+#define CORVANE_FAIL(slot, name, parameters)                                                       \
+    HRESULT STDMETHODCALLTYPE name parameters override {                                           \
+        calls.emplace_back(#name);                                                                 \
+        return E_FAIL;                                                                             \
+    }
+    CLR_PROFILER_INFO_METHODS(CORVANE_FAIL)
+    CLR_PROFILER_INFO2_METHODS(CORVANE_FAIL)
+    CLR_PROFILER_INFO3_METHODS(CORVANE_FAIL)
+#undef CORVANE_FAIL
+
+    std::vector<std::string> calls;
+};
+
+class FakeRuntime final : public FailingRuntime {
+public:
+    // Which interfaces it answers, by version.
+    bool has_info = true;
+    bool has_info2 = true;
+    bool has_info3 = true;
+    // Called when it is asked for ICorProfilerInfo2: between the process gate and the switches.
+    std::function<void()> on_info2_query = [] {};
+
+    HRESULT set_event_mask_result = S_OK;
+    DWORD event_mask = 0;
+
+    struct Module {
+        std::wstring name;
+        AssemblyID assembly;
+    };
+    std::map<ModuleID, Module> modules;
+    std::map<AssemblyID, std::wstring> assemblies;
+    // What GetAssemblyInfo answers when it is asked for the text and not for the length.
+    HRESULT assembly_text_result = S_OK;
+
+    ULONG references = 1; // the test's own
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        if (iid == __uuidof(ICorProfilerInfo2)) {
+            on_info2_query();
+        }
+        const bool answered = iid == __uuidof(IUnknown) ||
+                              (has_info && iid == __uuidof(ICorProfilerInfo)) ||
+                              (has_info2 && iid == __uuidof(ICorProfilerInfo2)) ||
+                              (has_info3 && iid == __uuidof(ICorProfilerInfo3));
+        *object = answered ? static_cast<ICorProfilerInfo3*>(this) : nullptr;
+        if (!answered) {
+            return E_NOINTERFACE;
+        }
+        ++references;
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
+    ULONG STDMETHODCALLTYPE Release() override { return --references; }
+
+    HRESULT STDMETHODCALLTYPE SetEventMask(DWORD events) override {
+        calls.emplace_back("SetEventMask");
+        event_mask = events;
+        return set_event_mask_result;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetModuleInfo(ModuleID module, LPCBYTE*, ULONG capacity,
+                                            ULONG* length, WCHAR* name,
+                                            AssemblyID* assembly) override {
+        calls.emplace_back("GetModuleInfo");
+        const auto found = modules.find(module);
+        if (found == modules.end()) {
+            return CORPROF_E_DATAINCOMPLETE;
+        }
+        give_name(found->second.name, capacity, length, name);
+        if (assembly != nullptr) {
+            *assembly = found->second.assembly;
+        }
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetAssemblyInfo(AssemblyID assembly, ULONG capacity, ULONG* length,
+                                              WCHAR* name, AppDomainID*, ModuleID*) override {
+        calls.emplace_back("GetAssemblyInfo");
+        const auto found = assemblies.find(assembly);
+        if (found == assemblies.end()) {
+            return E_INVALIDARG;
+        }
+        if (name != nullptr && FAILED(assembly_text_result)) {
+            return assembly_text_result;
+        }
+        give_name(found->second, capacity, length, name);
+        return S_OK;
+    }
+
+private:
+    // As the runtime does: the length counts the terminator, the text is cut to the capacity.
+    static void give_name(const std::wstring& text, ULONG capacity, ULONG* length, WCHAR* name) {
+        *length = static_cast<ULONG>(text.size() + 1);
+        if (name != nullptr && capacity > 0) {
+            std::wcsncpy(name, text.c_str(), capacity - 1);
+            name[capacity - 1] = L'\0';
+        }
+    }
+};
+
+} // namespace corvane::testing

@@ -1,0 +1,38 @@
+// Runs a program as its debugger, so that what it writes to the debugger output can be read.
+// One call runs one program to its end on the calling thread.
+#pragma once
+
+#include <windows.h>
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace corvane {
+
+struct DebuggeeOptions {
+    std::wstring program;                // path of the executable
+    std::vector<std::wstring> arguments; // behind the program's name
+    // Changes to the environment that the program inherits; no value removes a variable.
+    std::map<std::wstring, std::optional<std::wstring>> environment;
+    std::wstring directory;   // working directory; empty: the caller's
+    std::wstring output_file; // standard output and error; empty: the caller's
+    std::chrono::milliseconds timeout = std::chrono::minutes(2);
+    std::function<void(const std::wstring& line)> on_debug_output;
+};
+
+struct DebuggeeResult {
+    DWORD exit_code = 0;
+    bool timed_out = false; // it was ended for running too long
+};
+
+// Throws std::system_error when the program cannot be started.
+DebuggeeResult run_debuggee(const DebuggeeOptions& options);
+
+// One argument, quoted so that CommandLineToArgvW gives it back.
+std::wstring quote_argument(const std::wstring& argument);
+
+} // namespace corvane
