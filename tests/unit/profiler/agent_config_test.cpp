@@ -1,7 +1,7 @@
 #include "profiler/agent_config.h"
 
-#include "tests/unit/support/agent_home.h"
-#include "tests/unit/support/log_lines.h"
+#include "tests/support/agent_home.h"
+#include "tests/support/log_lines.h"
 
 #include <gtest/gtest.h>
 

@@ -6,9 +6,9 @@
 #include "profiler/own_module.h"
 #include "profiler/runtime_state.h"
 #include "selection/excluded_scopes.h"
-#include "tests/unit/support/agent_home.h"
-#include "tests/unit/support/debug_output.h"
-#include "tests/unit/support/fake_runtime.h"
+#include "tests/support/agent_home.h"
+#include "tests/support/debug_output.h"
+#include "tests/support/fake_runtime.h"
 
 #include <gtest/gtest.h>
 

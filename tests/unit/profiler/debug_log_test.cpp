@@ -1,6 +1,6 @@
 #include "profiler/debug_log.h"
 
-#include "tests/unit/support/debug_output.h"
+#include "tests/support/debug_output.h"
 
 #include <gtest/gtest.h>
 

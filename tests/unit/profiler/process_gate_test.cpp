@@ -1,6 +1,6 @@
 #include "profiler/process_gate.h"
 
-#include "tests/unit/support/log_lines.h"
+#include "tests/support/log_lines.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,62 @@
+// Every method body of a real runtime, as il_reader.cs extracted them into one file.
+#pragma once
+
+#include "il/byte_reader.h"
+
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace corvane {
+
+struct CorpusBody {
+    std::string_view assembly;
+    std::uint32_t token;
+    std::span<const std::uint8_t> bytes;
+};
+
+class BodyCorpus {
+public:
+    // Throws std::runtime_error if the file is missing or not whole.
+    explicit BodyCorpus(const std::string& path) {
+        std::ifstream stream(path, std::ios::binary);
+        file_.assign(std::istreambuf_iterator<char>(stream), {});
+        ByteReader reader({reinterpret_cast<const std::uint8_t*>(file_.data()), file_.size()});
+        while (reader.remaining() != 0) {
+            CorpusBody body{};
+            std::span<const std::uint8_t> name;
+            if (!take(reader, name) || !reader.read(body.token) || !take(reader, body.bytes)) {
+                throw std::runtime_error(path + " is cut off");
+            }
+            body.assembly = {reinterpret_cast<const char*>(name.data()), name.size()};
+            bodies_.push_back(body);
+        }
+        if (bodies_.empty()) {
+            throw std::runtime_error(path + " holds no bodies");
+        }
+    }
+    BodyCorpus(const BodyCorpus&) = delete;
+    BodyCorpus& operator=(const BodyCorpus&) = delete;
+
+    [[nodiscard]] const std::vector<CorpusBody>& bodies() const { return bodies_; }
+
+private:
+    static bool take(ByteReader& reader, std::span<const std::uint8_t>& bytes) {
+        std::uint32_t size = 0;
+        if (!reader.read(size)) {
+            return false;
+        }
+        bytes = {reader.cursor(), size};
+        return reader.skip(size);
+    }
+
+    std::string file_;
+    std::vector<CorpusBody> bodies_;
+};
+
+} // namespace corvane
