@@ -1,7 +1,9 @@
 // How long it takes to read a method body and write it again, over every method body of a real
 // runtime, against copying the same bytes and against Mono.Cecil decoding them; and how that time
-// grows when every branch of a body widens. usage: rewrite_bench BODIES CECIL BODIES and CECIL are
-// what il_reader.cs (tests/tools) makes with "bodies" and prints with "time".
+// grows when every branch of a body widens.
+//
+//   rewrite_bench BODIES CECIL      (what tests/tools/il_reader.cs writes by "bodies" and by
+//   "time")
 #include "rewrite/body_reader.h"
 #include "rewrite/body_writer.h"
 #include "tests/support/body_corpus.h"

@@ -10,6 +10,10 @@ set(CORVANE_RUNTIME_CORPUS "${CMAKE_BINARY_DIR}/runtime_corpus")
 set(CORVANE_SIG_READER "${PROJECT_SOURCE_DIR}/tests/tools/sig_reader.cs")
 set(CORVANE_IL_READER "${PROJECT_SOURCE_DIR}/tests/tools/il_reader.cs")
 
+if(WIN32 AND NOT CORVANE_RUNTIME_FOLDER)
+  message(FATAL_ERROR "CORVANE_DOTNET_ROOTS names no folder with a .NET 10 runtime, which the tests of the "
+                      "Windows build need. ./dev sets it up; by hand: eval \"$(./dev env)\"")
+endif()
 if(CORVANE_RUNTIME_FOLDER)
   set(signatures "${CORVANE_RUNTIME_CORPUS}/signatures.txt")
   set(bodies "${CORVANE_RUNTIME_CORPUS}/bodies.bin")

@@ -379,7 +379,8 @@ bool SigParser::parse_generic_inst() {
             return false;
         }
     }
-    // An instantiation among the arguments has left its own kind and place; callers want the whole.
+    // What stood among the arguments has left its own marks; callers want the whole.
+    current.isGenericInst = 1;
     current.genericKind = kind;
     current.genericStart = start;
     current.genericLength = static_cast<std::uint32_t>(cursor - start);

@@ -157,10 +157,10 @@ private:
             handler_end == nullptr) {
             return false;
         }
-        Instruction* const* const slot = body_.add_slot(handler_end);
+        Instruction** const slot = body_.add_slot(handler_end);
         if (record.flags == kClauseFilter) {
             Instruction* const filter_first = instruction_at(record.token_or_filter);
-            body_.AddClause(record.flags, try_first, try_end, handler_first, slot, filter_first);
+            body_.AddClause(try_first, try_end, handler_first, slot, filter_first);
             return filter_first != nullptr;
         }
         body_.AddClause(record.flags, try_first, try_end, handler_first, slot,

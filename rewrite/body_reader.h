@@ -1,5 +1,5 @@
-// Bytes of a method body (ECMA-335 II.25.4) into its model. body_writer.h is the way back; the
-// steps of both have the same names in the same order. Pure.
+// Bytes of a method body (ECMA-335 II.25.4) into its model. body_writer.h is the way back. The
+// reader decodes, then resolves; the writer lays out, then encodes.
 #pragma once
 
 #include "rewrite/method_body.h"

@@ -140,7 +140,7 @@ private:
         header.flags =
             static_cast<std::uint16_t>((body_.init_locals ? header_flag::kInitLocals : 0) |
                                        (body_.clauses.empty() ? 0 : header_flag::kMoreSects));
-        // The field is what it is: a sum beyond 16 bits loses its upper part.
+        // Wanted as it is: a sum beyond 16 bits loses its upper part.
         header.max_stack = static_cast<std::uint16_t>(std::max(body_.max_stack, kMinMaxStack));
         header.code_size = code_size();
         header.local_signature = body_.local_signature;

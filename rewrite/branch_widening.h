@@ -1,4 +1,4 @@
-// Chooses the form of the branches of a body. Pure.
+// Chooses the form of the branches of a body, in the body itself.
 #pragma once
 
 #include "rewrite/method_body.h"

@@ -37,17 +37,16 @@ Instruction** MethodBody::add_slot(Instruction* at) {
 }
 
 void MethodBody::AddClause(std::uint32_t flags, Instruction* try_first, Instruction* try_end,
-                           Instruction* handler_first, Instruction* const* handler_end_slot,
+                           Instruction* handler_first, Instruction** handler_end_slot,
                            std::uint32_t class_token) {
     ExceptionClause clause{flags, try_first, try_end, handler_first, handler_end_slot, {}};
     clause.class_token = class_token;
     clauses.push_back(clause);
 }
 
-void MethodBody::AddClause(std::uint32_t flags, Instruction* try_first, Instruction* try_end,
-                           Instruction* handler_first, Instruction* const* handler_end_slot,
-                           Instruction* filter_first) {
-    ExceptionClause clause{flags, try_first, try_end, handler_first, handler_end_slot, {}};
+void MethodBody::AddClause(Instruction* try_first, Instruction* try_end, Instruction* handler_first,
+                           Instruction** handler_end_slot, Instruction* filter_first) {
+    ExceptionClause clause{kClauseFilter, try_first, try_end, handler_first, handler_end_slot, {}};
     clause.filter_first = filter_first;
     clauses.push_back(clause);
 }
@@ -58,7 +57,7 @@ void MethodBody::end_regions_at(Instruction* end) {
             clause.try_end = end;
         }
         if (*clause.handler_end == &sentinel_) {
-            clause.handler_end = add_slot(end);
+            *clause.handler_end = end;
         }
     }
 }

@@ -1,7 +1,8 @@
 // The editable model of one method body: a list of instructions whose branches name instructions,
 // and exception clauses whose bounds name instructions. body_reader.h fills it, body_writer.h lays
 // it out again. Nodes live in an arena that goes with the body; none is ever removed. One thread
-// owns a body from reading to writing. Insertion throws std::bad_alloc only.
+// owns a body from reading to writing. Whatever takes memory throws std::bad_alloc and nothing
+// else.
 #pragma once
 
 #include "il/method_format.h"
@@ -34,7 +35,7 @@ struct Instruction {
         Instruction* target;     // of a branch or an entry of a switch
     };
     std::uint32_t offset; // in the code last laid out
-    Opcode opcode;
+    Opcode opcode;        // one set in place of another leaves the body's maximum stack as it is
 
     [[nodiscard]] bool is_branch() const {
         return (operand_kind_of(opcode) & operand_kind::kBranchBit) != 0;
@@ -48,7 +49,7 @@ struct ExceptionClause {
     Instruction* try_end; // the first instruction behind the try block
     Instruction* handler_first;
     // The slot of the first instruction behind the handler. An emitter fills it when it gets there.
-    Instruction* const* handler_end;
+    Instruction** handler_end;
     union {
         std::uint32_t class_token;
         Instruction* filter_first; // of a filter clause
@@ -108,14 +109,15 @@ public:
     // A place for the end of a handler that is still to be emitted.
     Instruction** add_slot(Instruction* at = nullptr);
     void AddClause(std::uint32_t flags, Instruction* try_first, Instruction* try_end,
-                   Instruction* handler_first, Instruction* const* handler_end_slot,
+                   Instruction* handler_first, Instruction** handler_end_slot,
                    std::uint32_t class_token);
-    void AddClause(std::uint32_t flags, Instruction* try_first, Instruction* try_end,
-                   Instruction* handler_first, Instruction* const* handler_end_slot,
-                   Instruction* filter_first);
+    // A filter clause.
+    void AddClause(Instruction* try_first, Instruction* try_end, Instruction* handler_first,
+                   Instruction** handler_end_slot, Instruction* filter_first);
 
     // Whatever ended with the code so far ends in front of this instruction from now on, so that
-    // code can be appended without growing the last regions.
+    // code can be appended without growing the last regions. Clauses that are to reach further are
+    // added afterwards.
     void end_regions_at(Instruction* end);
 
     // Appends a local to the method's local signature and returns its index. Every failure returns

@@ -125,8 +125,7 @@ std::string summary_of(const Bytes& blob) {
     return text + (parsed ? "" : " failed");
 }
 
-// ---- the summary
-// -------------------------------------------------------------------------------------
+// --- the summary
 
 TEST(SigParser, StaticMethodWithoutParameters) {
     EXPECT_EQ(summary_of({0x00, 0x00, 0x01}), "static 1 0:0 ()");
@@ -218,6 +217,18 @@ TEST(SigParser, NestedInstantiationsAreLocatedAsAWhole) {
               "static 1 0:0 (inst 12@3+A E 0:0, inst 11@D+A 8 0:0)");
 }
 
+TEST(SigParser, AFunctionPointerAmongTheArgumentsLeavesTheInstantiationWhole) {
+    // List<delegate*<int, void>>: the inner parameter starts without flags.
+    SigParser parser;
+    EXPECT_TRUE(parse(parser, {0x00, 0x01, 0x01, //
+                               0x15, 0x12, 0x05, 0x01, 0x1B, 0x00, 0x01, 0x01, 0x08}));
+    ASSERT_EQ(parser.params.size(), 2u); // the inner one first
+    EXPECT_EQ(parser.params[1].isGenericInst, 1);
+    EXPECT_EQ(parser.params[1].genericKind, 0x12);
+    EXPECT_EQ(parser.params[1].genericStart, parser.sigStart + 3);
+    EXPECT_EQ(parser.params[1].genericLength, 9u);
+}
+
 TEST(SigParser, AnArrayOfInstantiationsIsBoth) {
     EXPECT_EQ(summary_of({0x00, 0x01, 0x01, 0x1D, 0x15, 0x11, 0x05, 0x01, 0x08}),
               "static 1 0:0 (array inst 11@4+5 8 0:0)");
@@ -285,8 +296,7 @@ TEST(SigParser, FieldsLocalsAndPropertiesHaveNoSummary) {
     EXPECT_EQ(summary_of({0x28, 0x01, 0x08, 0x0E}), "static 0 0:0 () +1");
 }
 
-// ---- the hooks
-// ---------------------------------------------------------------------------------------
+// --- the hooks
 
 TEST(SigParser, ReportsAMethod) {
     EXPECT_EQ(
@@ -396,8 +406,7 @@ TEST(SigParser, EveryByteInThePlaceOfATypeIsHandledAsItsRowSays) {
     }
 }
 
-// ---- malformed blobs
-// ---------------------------------------------------------------------------------
+// --- malformed blobs
 
 TEST(SigParser, ASecondSentinelFails) {
     EXPECT_EQ(summary_of({0x05, 0x02, 0x01, 0x41, 0x08, 0x41, 0x0E}),

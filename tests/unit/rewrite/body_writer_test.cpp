@@ -43,7 +43,7 @@ TEST_F(BodyWriterTest, WritesClausesAsAFatSection) {
     Instruction* const ret = append(Opcode::kRet);
     Instruction** const end = body.add_slot();
     body.AddClause(kClauseCatch, try_first, filter, handler, end, 0x01000002u);
-    body.AddClause(kClauseFilter, try_first, filter, handler, end, filter);
+    body.AddClause(try_first, filter, handler, end, filter);
     *end = ret;
     ASSERT_EQ(write(), BodyResult::kOk);
     EXPECT_THAT(bytes, ElementsAre(0x0B, 0x30, 0x06, 0, 0x05, 0, 0, 0, 0, 0, 0, 0,             //

@@ -101,6 +101,19 @@ TEST(MethodBody, EndsLastRegionsWhereTheCodeEnded) {
     EXPECT_EQ(body.clauses[1].handler_end, untouched);
 }
 
+TEST(MethodBody, KeepsASlotThatAnEmitterStillHolds) {
+    MethodBody body;
+    Instruction* const first = body.insert_before(body.sentinel(), Opcode::kNop);
+    Instruction** const slot = body.add_slot(body.sentinel());
+    body.AddClause(kClauseFinally, first, first, first, slot, 0u);
+    Instruction* const end = body.insert_before(body.sentinel(), Opcode::kRet);
+    body.end_regions_at(end);
+    EXPECT_EQ(body.clauses[0].handler_end, slot);
+    EXPECT_EQ(*slot, end);
+    *slot = first;
+    EXPECT_EQ(*body.clauses[0].handler_end, first);
+}
+
 TEST(MethodBody, SaysWhenMemoryRunsOut) {
     std::pmr::memory_resource* const usual =
         std::pmr::set_default_resource(std::pmr::null_memory_resource());
