@@ -3,11 +3,12 @@
 // them.
 #pragma once
 
+#include "clr/metadata.h"
+
 #include <windows.h>
 
 #include <unknwn.h>
 
-#include <cor.h>
 #include <corerror.h>
 
 using ProcessID = UINT_PTR;

@@ -69,7 +69,8 @@ function(corvane_test program label)
 endfunction()
 
 # corvane_dotnet_program(NAME DIRECTORY): builds the C# project DIRECTORY/NAME.csproj into managed/NAME
-# of the build directory, by the target managed_NAME. No build server is left running.
+# of the build directory, by the target managed_NAME, which whoever runs it depends on. No build server is
+# left running.
 function(corvane_dotnet_program name directory)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${directory}/*.cs" "${directory}/*.csproj")
   set(output "${CMAKE_BINARY_DIR}/managed/${name}")
@@ -77,11 +78,11 @@ function(corvane_dotnet_program name directory)
     OUTPUT "${output}/${name}.dll"
     COMMAND dotnet build "${directory}/${name}.csproj" --configuration Release --output "${output}"
             --nologo --verbosity quiet -nodeReuse:false -p:UseSharedCompilation=false
-            "-p:BaseIntermediateOutputPath=${CMAKE_BINARY_DIR}/managed/obj/${name}/"
+            --artifacts-path "${CMAKE_BINARY_DIR}/managed/obj/${name}"
     # An output that was up to date is not written again.
     COMMAND "${CMAKE_COMMAND}" -E touch "${output}/${name}.dll"
     DEPENDS ${sources} "${PROJECT_SOURCE_DIR}/Directory.Build.props"
     COMMENT "Building the C# program ${name}"
     VERBATIM)
-  add_custom_target(managed_${name} ALL DEPENDS "${output}/${name}.dll")
+  add_custom_target(managed_${name} DEPENDS "${output}/${name}.dll")
 endfunction()

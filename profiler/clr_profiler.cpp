@@ -1,5 +1,6 @@
 #include "profiler/clr_profiler.h"
 
+#include "clr/runtime_name.h"
 #include "profiler/agent_config.h"
 #include "profiler/class_ids.h"
 #include "profiler/debug_log.h"
@@ -7,7 +8,10 @@
 #include "profiler/process_facts.h"
 #include "profiler/runtime_state.h"
 #include "profiler/type_library.h"
+#include "rewrite/module_references.h"
 #include "selection/excluded_scopes.h"
+#include "selection/jit_flow.h"
+#include "selection/target_methods.h"
 
 #include <exception>
 #include <string>
@@ -34,6 +38,20 @@ void attempt(const Step& step) noexcept {
     }
 }
 
+// Runs what a callback does about a method. Without a runtime or memory the method is left as it
+// stands; the runtime hears of nothing.
+template <class Work>
+HRESULT for_method(const ComPtr<ICorProfilerInfo>& info, const Work& work) noexcept {
+    try {
+        if (info) {
+            work(info.get());
+        }
+    } catch (const std::exception&) {
+        log_result(default_log, L"Failed to create method info (%s)", E_OUTOFMEMORY);
+    }
+    return S_OK;
+}
+
 // A name that the runtime gives in two calls of `ask(capacity, length, buffer)`: the length first,
 // terminator included, then the text. Returns the result of the last call made.
 template <class Ask>
@@ -42,7 +60,7 @@ HRESULT ask_name(std::wstring& name, bool& known, const Ask& ask) {
     HRESULT hr = ask(0, &length, nullptr);
     known = SUCCEEDED(hr);
     if (known) {
-        name.resize(length > 0 ? length - 1 : 0);
+        resize_for_name(name, length);
         hr = ask(length, &length, name.data());
     }
     return hr;
@@ -83,6 +101,10 @@ HRESULT CClrProfiler::Initialize(IUnknown* info) noexcept {
     attempt([this] { read_switches(); });
     subscribe(info);
     attempt([] { load_excluded_scopes(); });
+    attempt([this] {
+        build_target_methods({switches_.logTraceIdEnabled, switches_.insertLogTraceId,
+                              switches_.addAttributeLogTraceId});
+    });
     return S_OK;
 }
 
@@ -180,8 +202,7 @@ HRESULT CClrProfiler::note_module(ModuleID module) {
         default_log.log(4, L"CClrProfiler::ModuleLoadFinished(): ModuleName=%s",
                         module_name.c_str());
     } else {
-        default_log.log(1, L"Failed to get module metadata interface (%s)",
-                        hresult_text(hr).c_str());
+        log_result(default_log, L"Failed to get module metadata interface (%s)", hr);
     }
 
     std::wstring assembly_name;
@@ -189,8 +210,7 @@ HRESULT CClrProfiler::note_module(ModuleID module) {
         return profilerInfo->GetAssemblyInfo(assembly, capacity, length, buffer, nullptr, nullptr);
     });
     if (!known) {
-        default_log.log(1, L"Failed to get assembly metadata interface (%s)",
-                        hresult_text(hr).c_str());
+        log_result(default_log, L"Failed to get assembly metadata interface (%s)", hr);
         return hr;
     }
     default_log.log(4, L"CClrProfiler::ModuleLoadFinished(): AssemblyName=%s",
@@ -199,6 +219,20 @@ HRESULT CClrProfiler::note_module(ModuleID module) {
         mscorlibModuleId = module;
     }
     return hr;
+}
+
+HRESULT CClrProfiler::JITCompilationStarted(FunctionID function, BOOL) noexcept {
+    return for_method(profilerInfo, [&](ICorProfilerInfo* info) {
+        on_jit_compilation_started(info, function, switches_.transparencyInstrumentation,
+                                   DefineInstrumentationReferences);
+    });
+}
+
+HRESULT CClrProfiler::JITCachedFunctionSearchStarted(FunctionID function,
+                                                     BOOL* use_cached_function) noexcept {
+    return for_method(profilerInfo, [&](ICorProfilerInfo* info) {
+        on_cached_function_search_started(info, function, use_cached_function);
+    });
 }
 
 } // namespace corvane

@@ -19,6 +19,10 @@ class CClrProfiler : public CorvaneCorProfilerCallbackImpl,
 public:
     HRESULT STDMETHODCALLTYPE Initialize(IUnknown* info) noexcept override;
     HRESULT STDMETHODCALLTYPE ModuleLoadFinished(ModuleID module, HRESULT status) noexcept override;
+    HRESULT STDMETHODCALLTYPE JITCompilationStarted(FunctionID function,
+                                                    BOOL is_safe_to_block) noexcept override;
+    HRESULT STDMETHODCALLTYPE JITCachedFunctionSearchStarted(
+        FunctionID function, BOOL* use_cached_function) noexcept override;
     HRESULT STDMETHODCALLTYPE InitializeForAttach(IUnknown* info, void* client_data,
                                                   UINT client_data_size) noexcept override;
 

@@ -86,7 +86,7 @@ void DebugLog::log(std::int32_t level, const wchar_t* format, ...) const noexcep
 }
 
 void NarrowDebugLog::log_narrow(std::int32_t level, const char* format, ...) const noexcept {
-    if (level > threshold_) {
+    if (!writes(level)) {
         return;
     }
     std::va_list arguments;
@@ -96,7 +96,7 @@ void NarrowDebugLog::log_narrow(std::int32_t level, const char* format, ...) con
 }
 
 void NarrowDebugLog::log_line_narrow(std::string_view message) const noexcept {
-    if (threshold_ < 4) {
+    if (!writes(kLineLevel)) {
         return;
     }
     try {
@@ -104,6 +104,14 @@ void NarrowDebugLog::log_line_narrow(std::string_view message) const noexcept {
     } catch (const std::exception&) {
         // As above.
     }
+}
+
+std::wstring as_format_text(std::wstring_view text) {
+    std::wstring result;
+    for (const wchar_t c : text) {
+        result.append(c == L'%' ? 2 : 1, c);
+    }
+    return result;
 }
 
 std::wstring make_prefix(std::wstring_view tag, std::wstring_view scope, std::wstring_view name) {

@@ -23,7 +23,7 @@ public:
     constexpr DebugLog() noexcept = default;
 
     // `prefix` is part of every format: a "%" in it is a conversion. Who builds one from names
-    // that a program chose doubles its percent signs.
+    // that a program chose passes them through as_format_text.
     explicit DebugLog(std::wstring prefix, std::int32_t threshold = kDefaultLogThreshold) noexcept
         : prefix_(std::move(prefix)), threshold_(threshold) {}
 
@@ -45,7 +45,11 @@ public:
     // %s takes a narrow string.
     void log_narrow(std::int32_t level, const char* format, ...) const noexcept;
 
-    // The message as it stands and of any length, at level 4.
+    // For callers to whom even making the message is too much when nobody reads it.
+    [[nodiscard]] bool writes(std::int32_t level) const noexcept { return level <= threshold_; }
+
+    // The message as it stands and of any length, at this level.
+    static constexpr std::int32_t kLineLevel = 4;
     void log_line_narrow(std::string_view message) const noexcept;
 
 private:
@@ -55,6 +59,9 @@ private:
 
 // The channel of whoever has none of its own: no prefix, default threshold.
 extern constinit DebugLog default_log;
+
+// Text that stands for itself in a format and so in a prefix: every percent sign doubled.
+std::wstring as_format_text(std::wstring_view text);
 
 // "[tag]scope:name() : "
 std::wstring make_prefix(std::wstring_view tag, std::wstring_view scope, std::wstring_view name);

@@ -1,6 +1,7 @@
 // The text behind every "(%s)" of a failure message.
 #pragma once
 
+#include "profiler/debug_log.h"
 #include "profiler/local_memory.h"
 
 #include <utility>
@@ -21,5 +22,8 @@ private:
 // named by number: "IDispatch error #N" in the range that dispatch interfaces define their own
 // errors in, else "Unknown error 0xN".
 HresultText hresult_text(HRESULT hr) noexcept;
+
+// Logs `message`, which ends in "(%s)", at level 1 with the text of `hr`.
+void log_result(const DebugLog& log, const wchar_t* message, HRESULT hr) noexcept;
 
 } // namespace corvane

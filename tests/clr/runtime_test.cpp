@@ -123,17 +123,18 @@ void RuntimeTest::configure(const std::string& agent_config) const {
 }
 
 RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment) {
-    const fs::path program = folder() / "program";
-    if (fs::create_directory(program)) {
-        const fs::path built = built_file(fs::path(CORVANE_PROGRAM_FOLDER).make_preferred());
-        for (const wchar_t* file :
-             {L"program.dll", L"program.deps.json", L"program.runtimeconfig.json"}) {
-            fs::copy_file(built / file, program / file);
+    const fs::path built = built_file(fs::path(CORVANE_PROGRAMS_FOLDER).make_preferred()) / program;
+    const fs::path copy = folder() / "program";
+    if (fs::create_directory(copy)) {
+        for (const fs::directory_entry& file : fs::directory_iterator(built)) {
+            if (file.path().extension() == L".dll" || file.path().extension() == L".json") {
+                fs::copy_file(file.path(), copy / file.path().filename());
+            }
         }
     }
-    const fs::path executable = program / launch.executable;
+    const fs::path executable = copy / launch.executable;
     if (!fs::exists(executable)) {
-        fs::copy_file(built_file(fs::path(CORVANE_PROGRAM_FOLDER) / "program.exe"), executable);
+        fs::copy_file(built / (program + L".exe"), executable);
     }
     environment.merge(
         base_environment(native_path(_wgetenv(L"CORVANE_DOTNET_ROOTS")) / std::to_wstring(major_)));
@@ -143,7 +144,7 @@ RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment)
     options.program = executable.wstring();
     options.arguments = launch.arguments;
     options.environment = std::move(environment);
-    options.directory = program.wstring();
+    options.directory = copy.wstring();
     options.output_file = (folder() / "output.txt").wstring();
     options.timeout = std::chrono::seconds(60);
     options.on_debug_output = [&run](const std::wstring& line) {
@@ -160,8 +161,9 @@ RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment)
 
 // One for all tests that start the program alike: nothing that a test varies besides reaches it.
 const RuntimeTest::Run& RuntimeTest::plain_run(const Launch& launch) {
-    static std::map<std::tuple<int, std::wstring, std::vector<std::wstring>>, Run> runs;
-    const auto key = std::tuple(major_, launch.executable, launch.arguments);
+    static std::map<std::tuple<int, std::wstring, std::wstring, std::vector<std::wstring>>, Run>
+        runs;
+    const auto key = std::tuple(major_, program, launch.executable, launch.arguments);
     const auto found = runs.find(key);
     if (found != runs.end()) {
         return found->second;
@@ -202,7 +204,8 @@ Lines RuntimeTest::traced_log(const Lines& messages, const Lines& switch_message
                    {L"CClrProfiler::Initialize(): after should trace"},
                    switch_messages,
                    {L"Failed to read list of excluded scopes from " +
-                    (library.parent_path() / "do_not_instrument.txt").wstring()}});
+                        (library.parent_path() / "do_not_instrument.txt").wstring(),
+                    L"===================Inserting prologue for: Program.Main"}});
 }
 
 void RuntimeTest::expect_refused(const Watched& run, const Lines& log) {

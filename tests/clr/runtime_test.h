@@ -45,7 +45,7 @@ void write_file(const std::filesystem::path& file, const std::string& bytes);
 
 // How the program is started.
 struct Launch {
-    std::wstring executable = L"program.exe"; // the name that it is given
+    std::wstring executable = L"program.exe"; // the name that the program is given
     std::vector<std::wstring> arguments = {};
     Environment environment = {}; // added to what the test itself sets
     bool names_library = true;    // by path; else the runtime asks the registry
@@ -80,6 +80,9 @@ protected:
     // What the agent's variable says, `home` unless the test chose something else.
     std::optional<std::wstring> home_variable = home.wstring();
 
+    // The program that is watched: a folder beside the tests' own, named like the program in it.
+    std::wstring program = L"program";
+
     // The library that is tested.
     std::filesystem::path library = built_file(L"CorvaneProfiler.dll");
 
@@ -90,7 +93,8 @@ protected:
     static Lines refused_log(const Lines& messages = {});
 
     // The log of a whole start-up: messages of the gate, then of the switches. No list of excluded
-    // scopes stands beside the library, unless a test puts one there.
+    // scopes stands beside the library, unless a test puts one there. The program's entry point is
+    // the first method that is chosen.
     Lines traced_log(const Lines& messages = {}, const Lines& switch_messages = {}) const;
 
     // Expects the two outcomes that a start-up can have.

@@ -28,6 +28,15 @@ public:
     std::vector<std::string> calls;
 };
 
+// As the runtime does: the length counts the terminator, the text is cut to the capacity.
+inline void give_name(const std::wstring& text, ULONG capacity, ULONG* length, WCHAR* name) {
+    *length = static_cast<ULONG>(text.size() + 1);
+    if (name != nullptr && capacity > 0) {
+        std::wcsncpy(name, text.c_str(), capacity - 1);
+        name[capacity - 1] = L'\0';
+    }
+}
+
 class FakeRuntime final : public FailingRuntime {
 public:
     // Which interfaces it answers, by version.
@@ -102,16 +111,6 @@ public:
         }
         give_name(found->second, capacity, length, name);
         return S_OK;
-    }
-
-private:
-    // As the runtime does: the length counts the terminator, the text is cut to the capacity.
-    static void give_name(const std::wstring& text, ULONG capacity, ULONG* length, WCHAR* name) {
-        *length = static_cast<ULONG>(text.size() + 1);
-        if (name != nullptr && capacity > 0) {
-            std::wcsncpy(name, text.c_str(), capacity - 1);
-            name[capacity - 1] = L'\0';
-        }
     }
 };
 

@@ -6,8 +6,11 @@
 #include "profiler/own_module.h"
 #include "profiler/runtime_state.h"
 #include "selection/excluded_scopes.h"
+#include "selection/target_methods.h"
 #include "tests/support/agent_home.h"
+#include "tests/support/allocations.h"
 #include "tests/support/debug_output.h"
+#include "tests/support/fake_method.h"
 #include "tests/support/fake_runtime.h"
 
 #include <gtest/gtest.h>
@@ -20,6 +23,7 @@ namespace {
 
 using testing::AgentHome;
 using testing::DebugOutput;
+using testing::FakeMethod;
 using testing::FakeRuntime;
 
 constexpr HRESULT kCancelled = static_cast<HRESULT>(0x80131375);
@@ -52,12 +56,13 @@ std::string setting(const char* key, const char* value) {
 class ProfilerTest : public ::testing::Test {
 protected:
     ProfilerTest() : profiler(new ComObject<CClrProfiler>()) {}
-    ~ProfilerTest() override {
+    void TearDown() override {
         profiler = {};
         profilerInfo2.reset();
         profilerInfo3.reset();
         mscorlibModuleId = 0;
         excluded_scopes.clear();
+        target_methods.clear();
     }
 
     FakeRuntime runtime;
@@ -94,6 +99,7 @@ TEST_F(Initialize, RefusesAProcessThatIsNotListed) {
     EXPECT_TRUE(runtime.calls.empty());
     EXPECT_EQ(runtime.references, 1U);
     EXPECT_TRUE(excluded_scopes.empty());
+    EXPECT_TRUE(target_methods.empty());
 }
 
 TEST_F(Initialize, RefusesWithoutHome) {
@@ -112,6 +118,7 @@ TEST_F(Initialize, RefusesARuntimeWithoutInfo2) {
                   L"CClrProfiler::Initialize(): profiler info 2 interface load error.\n");
     EXPECT_TRUE(runtime.calls.empty());
     EXPECT_TRUE(excluded_scopes.empty());
+    EXPECT_TRUE(target_methods.empty());
 }
 
 TEST_F(Initialize, TakesARuntimeWithoutInfo3) {
@@ -145,6 +152,7 @@ TEST_F(Initialize, BuildsItsTablesWithoutARuntime) {
     EXPECT_EQ(profiler->Initialize(nullptr), S_OK);
     EXPECT_FALSE(profilerInfo2);
     EXPECT_EQ(excluded_scopes.size(), 1U);
+    EXPECT_EQ(target_methods.size(), 59U);
     EXPECT_EQ(output.text(), std::wstring(kInvoked) + kAfterShouldTrace + no_exclusions());
 }
 
@@ -270,6 +278,53 @@ TEST_F(Initialize, ReadsTheLogTraceIdSwitches) {
     }
 }
 
+TEST_F(Initialize, BuildsTheTargetTableFromTheSwitches) {
+    const std::string insert = setting("InsertLogTraceIdIntoLogs", "Enabled");
+    const std::string add = setting("AddAttributeLogTraceId", "Enabled");
+    for (const auto& [settings, switches] :
+         {std::pair(std::string(), LogTraceIdSwitches{}),
+          std::pair(insert, LogTraceIdSwitches{.enabled = true, .insert_id = true}),
+          std::pair(add, LogTraceIdSwitches{.enabled = true, .add_attribute = true}),
+          std::pair(insert + add, LogTraceIdSwitches{true, true, true})}) {
+        const auto take_names = [] {
+            std::vector<std::wstring_view> taken;
+            for (const TargetMethod& row : target_methods) {
+                taken.push_back(row.name);
+            }
+            target_methods.clear();
+            return taken;
+        };
+        build_target_methods(switches);
+        const auto expected = take_names();
+        const ComPtr<ComObject<CClrProfiler>> one(new ComObject<CClrProfiler>());
+        const AgentHome home(listing_this("", settings));
+        EXPECT_EQ(one->Initialize(nullptr), S_OK);
+        EXPECT_EQ(take_names(), expected) << settings;
+    }
+}
+
+// Sees the lines of the log as they are written, before whoever collects them.
+std::vector<std::wstring> tables_at_exclusions;
+LONG CALLBACK note_tables(EXCEPTION_POINTERS* pointers) {
+    const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
+    if (record.ExceptionCode == 0x4001000A) {
+        const std::wstring line = reinterpret_cast<const wchar_t*>(record.ExceptionInformation[1]);
+        if (line.find(L"excluded scopes") != std::wstring::npos) {
+            tables_at_exclusions.push_back(target_methods.empty() ? L"no table" : L"table");
+        }
+    }
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
+TEST_F(Initialize, LoadsTheExclusionsBeforeTheTargetTable) {
+    tables_at_exclusions.clear();
+    void* const handler = AddVectoredExceptionHandler(1, note_tables);
+    mask_for(listing_this());
+    RemoveVectoredExceptionHandler(handler);
+    EXPECT_EQ(tables_at_exclusions, std::vector<std::wstring>{L"no table"});
+    EXPECT_EQ(target_methods.size(), 59U);
+}
+
 TEST_F(Initialize, ForAttachAnswersOkWhateverTheGateSays) {
     const AgentHome home = AgentHome::unset();
     EXPECT_EQ(profiler->InitializeForAttach(&runtime, nullptr, 0), S_OK);
@@ -370,6 +425,113 @@ TEST_F(ModuleLoadFinished, ReturnsTheResultOfTheLastAssemblyQuery) {
     EXPECT_EQ(profiler->ModuleLoadFinished(0x10, S_OK), E_ACCESSDENIED);
     EXPECT_EQ(lines(), L"");
     EXPECT_EQ(mscorlibModuleId, 0U);
+}
+
+// The callbacks about a method; what they decide is tested with the decision.
+class MethodCallbacks : public ProfilerTest {
+protected:
+    ~MethodCallbacks() override { EXPECT_EQ(method.metadata_references, 1U); }
+
+    void start(const std::string& settings = "") {
+        const AgentHome home(listing_this("", settings));
+        EXPECT_EQ(profiler->Initialize(&method), S_OK);
+        start_ = output.text();
+        method.type_name = L"System.Net.HttpWebRequest";
+        method.method_name = L"GetResponse";
+        method.forget_calls();
+    }
+    std::wstring lines() const { return output.text().substr(start_.size()); }
+
+    HRESULT compile() { return profiler->JITCompilationStarted(FakeMethod::kFunction, TRUE); }
+    HRESULT search(BOOL& use) {
+        return profiler->JITCachedFunctionSearchStarted(FakeMethod::kFunction, &use);
+    }
+
+    FakeMethod method;
+
+private:
+    std::wstring start_;
+};
+
+constexpr const wchar_t* kInserting =
+    L"===================Inserting prologue for: System.Net.HttpWebRequest.GetResponse\n";
+
+TEST_F(MethodCallbacks, FollowTheTable) {
+    start();
+    EXPECT_EQ(compile(), S_OK);
+    EXPECT_EQ(lines(), kInserting);
+    method.forget_calls();
+    BOOL use = TRUE;
+    EXPECT_EQ(search(use), S_OK);
+    EXPECT_EQ(use, FALSE);
+    EXPECT_EQ(lines(),
+              std::wstring(kInserting) +
+                  L"UseCachedFunction(Shop, System.Net.HttpWebRequest.GetResponse)=False\n");
+}
+
+TEST_F(MethodCallbacks, AnswerOkBeforeStartUp) {
+    EXPECT_EQ(compile(), S_OK);
+    BOOL use = 5;
+    EXPECT_EQ(search(use), S_OK);
+    EXPECT_EQ(use, 5);
+    EXPECT_TRUE(method.calls.empty());
+    EXPECT_EQ(output.text(), L"");
+}
+
+TEST_F(MethodCallbacks, AnswerOkWhenAnyCallFails) {
+    start();
+    for (std::size_t call = 0; call < 17; ++call) {
+        method.results = {{call, E_FAIL}};
+        method.forget_calls();
+        EXPECT_EQ(compile(), S_OK) << call;
+        method.forget_calls();
+        BOOL use = TRUE;
+        EXPECT_EQ(search(use), S_OK) << call;
+    }
+}
+
+TEST_F(MethodCallbacks, LeaveAMethodThatThereIsNoMemoryFor) {
+    start();
+    method.writes_down = false;
+    // Long enough that the names are not kept in place.
+    for (std::wstring* const name :
+         {&method.assembly_name, &method.module_name, &method.type_name, &method.method_name}) {
+        name->assign(1000, L'n');
+    }
+    const std::wstring line = std::wstring(L"Failed to create method info (") +
+                              hresult_text(E_OUTOFMEMORY).c_str() + L")\n";
+    std::wstring expected;
+    std::size_t failures = 0;
+    bool has_failed = true;
+    for (std::size_t granted = 0; has_failed; ++granted) {
+        BOOL use = 5;
+        for (const bool compiling : {true, false}) {
+            method.forget_calls();
+            const testing::FailingAllocation failing(granted);
+            EXPECT_EQ(compiling ? compile() : search(use), S_OK);
+            has_failed = testing::FailingAllocation::has_come();
+            if (has_failed) {
+                expected += line;
+                ++failures;
+            }
+        }
+        EXPECT_EQ(use, 5);
+    }
+    EXPECT_GE(failures, 2U);
+    EXPECT_EQ(lines(), expected);
+}
+
+TEST_F(MethodCallbacks, LeaveTransparentMethodsUnlessTheConfigurationAsksForThem) {
+    for (const auto& [value, is_chosen] : {std::pair("0", false), std::pair("1", true),
+                                           std::pair("2", true), std::pair("3", false)}) {
+        start(setting("SecurityTransparencyInstrumentation", value));
+        method.attributes = {
+            {FakeMethod::kMethodToken, L"System.Security.SecurityTransparentAttribute"}};
+        EXPECT_EQ(compile(), S_OK);
+        EXPECT_EQ(lines(), is_chosen ? std::wstring(kInserting)
+                                     : std::wstring(L"it is transparent (") +
+                                           hresult_text(S_OK).c_str() + L")\n");
+    }
 }
 
 TEST_F(ProfilerTest, AnswersTheOtherCallbacksWithOk) {

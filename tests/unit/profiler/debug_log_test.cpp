@@ -1,36 +1,13 @@
 #include "profiler/debug_log.h"
 
+#include "tests/support/allocations.h"
 #include "tests/support/debug_output.h"
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
 #include <thread>
-
-namespace {
-
-// Counts what this program allocates, to show that a suppressed message allocates nothing.
-std::atomic<std::size_t> allocations = 0;
-
-} // namespace
-
-void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* const memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace corvane {
 namespace {
@@ -74,16 +51,16 @@ TEST(DebugLog, WritesUpToItsThreshold) {
 
 TEST(DebugLog, AllocatesNothingForASuppressedMessage) {
     const DebugLog log(std::wstring(100, L'p'));
-    const std::size_t before = allocations;
+    const std::size_t before = testing::allocations();
     for (int i = 0; i < 1000; ++i) {
         log.log(4, L"%s %d", L"argument", i);
         default_log.log(4, L"%s", L"argument");
     }
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(testing::allocations(), before);
     // The counter counts: a written message does allocate its format.
     const DebugOutput output;
     log.log(3, L"written");
-    EXPECT_GT(allocations, before);
+    EXPECT_GT(testing::allocations(), before);
 }
 
 TEST(DebugLog, FormatsByTheRulesOfTheMicrosoftRuntime) {
@@ -154,6 +131,21 @@ TEST(NarrowDebugLog, WritesPlainLinesFromThresholdFour) {
     NarrowDebugLog("4%d ", 4).log_line_narrow(message);
     EXPECT_EQ(output.text(), L"4%d " + std::wstring(message.begin(), message.end()) + L"\n");
     EXPECT_EQ(output.narrow_lines(), 1);
+}
+
+TEST(AsFormatText, DoublesPercentSigns) {
+    EXPECT_EQ(as_format_text(L""), L"");
+    EXPECT_EQ(as_format_text(L"System.String"), L"System.String");
+    EXPECT_EQ(as_format_text(L"%"), L"%%");
+    EXPECT_EQ(as_format_text(L"%s 100%% \u00E9%n"), L"%%s 100%%%% \u00E9%%n");
+}
+
+TEST(AsFormatText, StandsForItselfInAPrefix) {
+    const DebugOutput output;
+    const std::wstring name = L"%s%n%d 100%%";
+    DebugLog(make_prefix(as_format_text(name), as_format_text(name), as_format_text(name)))
+        .log(1, L"%s", L"message");
+    EXPECT_EQ(output.text(), L'[' + name + L']' + name + L':' + name + L"() : message\n");
 }
 
 TEST(MakePrefix, JoinsTagScopeAndName) {

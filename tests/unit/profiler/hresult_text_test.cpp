@@ -1,5 +1,7 @@
 #include "profiler/hresult_text.h"
 
+#include "tests/support/debug_output.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -54,6 +56,13 @@ TEST(HresultText, SaysSomethingOfACancelledActivation) {
     const std::wstring text = system_text(0x80131375);
     EXPECT_EQ(text_of(0x80131375),
               text.empty() ? L"Unknown error 0x80131375" : text.substr(0, text.size() - 2));
+}
+
+TEST(LogResult, PutsTheTextIntoAMessageOfLevelOne) {
+    const testing::DebugOutput output;
+    log_result(DebugLog(L"p: ", 1), L"failed (%s)", static_cast<HRESULT>(0x80040200));
+    log_result(DebugLog(L"silent: ", 0), L"failed (%s)", E_FAIL);
+    EXPECT_EQ(output.text(), L"p: failed (Unknown error 0x80040200)\n");
 }
 
 } // namespace
