@@ -9,6 +9,7 @@
 #include "clr/com_ptr.h"
 #include "clr/cor_profiler.h"
 #include "profiler/callback_impl.h"
+#include "tests/support/immortal_class_factory.h"
 
 #include <intrin.h>
 
@@ -174,16 +175,8 @@ HRESULT create_from(const std::wstring& library, REFIID iid, void** object) {
     return FAILED(hr) ? hr : factory->CreateInstance(nullptr, iid, object);
 }
 
-class Factory final : public IClassFactory {
+class Factory final : public corvane::testing::ImmortalClassFactory {
 public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-        const bool known = iid == __uuidof(IUnknown) || iid == __uuidof(IClassFactory);
-        *object = known ? static_cast<IClassFactory*>(this) : nullptr;
-        return known ? S_OK : E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID iid, void** object) override {
         const std::wstring probed = variable(L"CORVANE_PROBE");
         ComPtr<ICorProfilerCallback3> created;
@@ -201,7 +194,6 @@ public:
         stand_between(created.get());
         return created->QueryInterface(iid, object);
     }
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
 };
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "clr/metadata.h"
 #include "profiler/callback_impl.h"
 #include "rewrite/method_rewriter.h"
+#include "tests/support/immortal_class_factory.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -81,7 +82,6 @@ bool grow(MethodBody& body) {
 
 class Rewriter final : public CorvaneCorProfilerCallbackImpl {
 public:
-    // Lives as long as the process, so its references are not counted.
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
         const bool known = iid == __uuidof(IUnknown) || iid == __uuidof(ICorProfilerCallback) ||
                            iid == __uuidof(ICorProfilerCallback2) ||
@@ -173,21 +173,12 @@ private:
     Report report_;
 };
 
-class RewriterFactory final : public IClassFactory {
+class RewriterFactory final : public corvane::testing::ImmortalClassFactory {
 public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-        const bool known = iid == __uuidof(IUnknown) || iid == __uuidof(IClassFactory);
-        *object = known ? static_cast<IClassFactory*>(this) : nullptr;
-        return known ? S_OK : E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID iid, void** object) override {
         static Rewriter& rewriter = *new Rewriter(); // outlives everything
         return rewriter.QueryInterface(iid, object);
     }
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
 };
 
 } // namespace

@@ -4,6 +4,7 @@
 // CORVANE_WITNESS_TARGET. One object a process; callbacks arrive on any thread.
 #include "clr/com_ptr.h"
 #include "clr/cor_profiler.h"
+#include "tests/support/immortal_class_factory.h"
 
 #include <algorithm>
 #include <array>
@@ -92,18 +93,9 @@ void stand_between(void* object) {
     table = replaced.data() + kHeaderWords;
 }
 
-// Lives as long as the process, so its references are not counted.
-class WitnessFactory final : public IClassFactory {
+class WitnessFactory final : public corvane::testing::ImmortalClassFactory {
 public:
     ComPtr<IClassFactory> real;
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-        const bool known = iid == __uuidof(IUnknown) || iid == __uuidof(IClassFactory);
-        *object = known ? static_cast<IClassFactory*>(this) : nullptr;
-        return known ? S_OK : E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
 
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
         ComPtr<ICorProfilerCallback3> created;
@@ -115,7 +107,6 @@ public:
         }
         return hr;
     }
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override { return real->LockServer(lock); }
 };
 
 WitnessFactory& witness_factory() {
