@@ -1,9 +1,12 @@
 // The choice of methods in a real runtime: which ones the log names when a program calls methods of
 // the target table, real ones and stand-ins, and that the program does not notice.
 // Methods that were chosen for their attribute are named at a level that a default log leaves out;
-// method_info_test.cpp shows the choice on this program's own metadata.
+// chooser.dll, the same decision with another entry behind it, shows those.
 #include "profiler/hresult_text.h"
 #include "tests/clr/runtime_test.h"
+
+#include <algorithm>
+#include <iterator>
 
 namespace corvane::testing {
 namespace {
@@ -195,6 +198,30 @@ TEST_P(LoggingLibraries, AreTakenBySwitch) {
         lines.push_back(inserting(name)); // the program calls them in the table's order
     }
     EXPECT_EQ(chosen(L"logging", row().settings), lines);
+}
+
+// --- What is handed to rewriting, and in which mode
+
+TEST_P(Selection, HandsOverMarkedMethodsInTheirOwnMode) {
+    program = L"selected";
+    library = built_file(L"chooser.dll");
+    configure("");
+    const Watched run = watch({.arguments = {L"shapes"},
+                               .environment = kCompiledOnce,
+                               .with_witness = false,
+                               .exit_code = 3});
+    Lines choices;
+    std::copy_if(run.log.begin(), run.log.end(), std::back_inserter(choices),
+                 [](const std::wstring& line) { return line.starts_with(L"chosen"); });
+    // Neither the generic methods with the attribute nor the transparent one.
+    EXPECT_EQ(choices,
+              (Lines{L"chosen in mode 0: Program.Main", L"chosen in mode 0: Shapes.Static.Main",
+                     L"chosen in mode 0: Nested.Main", L"chosen in mode 1: Shapes.Marked..ctor",
+                     L"chosen in mode 1: Shapes.Marked.Plain",
+                     L"chosen in mode 0: "
+                     L"Corvane.Instrumentation.MethodArguments.InstrumentedMethod",
+                     L"chosen in mode 0: "
+                     L"Corvane.Instrumentation.MethodArguments.InstrumentedMethod"}));
 }
 
 // --- Transparency, by the switch
