@@ -202,7 +202,9 @@ INSTANTIATE_TEST_SUITE_P(Rows, ScopesFile,
 TEST_P(ScopesFile, IsReadWithoutAWord) {
     write_file(library.parent_path() / "do_not_instrument.txt", row().bytes());
     Lines log = traced_log();
-    log.pop_back(); // the complaint that there is no file
+    std::erase_if(log, [](const std::wstring& line) {
+        return line.starts_with(L"Failed to read list of excluded scopes");
+    });
     expect_traced(watch(), log);
 }
 
