@@ -68,6 +68,16 @@ function(corvane_test program label)
     ENVIRONMENT "GTEST_OUTPUT=xml:reports/${program}.xml;${arg_ENVIRONMENT}")
 endfunction()
 
+# corvane_test_profiler(NAME source... [LINK library...]): a library that a runtime loads as its profiler.
+function(corvane_test_profiler name)
+  cmake_parse_arguments(arg "" "" "LINK" ${ARGN})
+  add_library(${name} SHARED EXCLUDE_FROM_ALL ${arg_UNPARSED_ARGUMENTS}
+    "${PROJECT_SOURCE_DIR}/tests/support/test_profiler.cpp"
+    "${PROJECT_SOURCE_DIR}/tests/support/test_profiler.def")
+  target_link_libraries(${name} PRIVATE corvane_options uuid ${arg_LINK})
+  set_target_properties(${name} PROPERTIES PREFIX "")
+endfunction()
+
 # corvane_dotnet_program(NAME DIRECTORY): builds the C# project DIRECTORY/NAME.csproj into managed/NAME
 # of the build directory, by the target managed_NAME, which whoever runs it depends on. No build server is
 # left running.

@@ -9,7 +9,7 @@
 #include "clr/com_ptr.h"
 #include "clr/cor_profiler.h"
 #include "profiler/callback_impl.h"
-#include "tests/support/immortal_class_factory.h"
+#include "tests/support/test_profiler.h"
 
 #include <intrin.h>
 
@@ -198,11 +198,7 @@ public:
 
 } // namespace
 
-STDAPI DllGetClassObject(REFCLSID, REFIID iid, LPVOID* object) {
+IClassFactory& corvane::testing::test_profiler_factory() {
     static Factory& factory = *new Factory(); // outlives everything
-    return factory.QueryInterface(iid, object);
-}
-
-STDAPI DllCanUnloadNow() {
-    return S_FALSE;
+    return factory;
 }

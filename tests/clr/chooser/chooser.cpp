@@ -3,10 +3,9 @@
 // real log leaves out for methods with the trace attribute. One object a process; callbacks arrive
 // on any thread.
 #include "clr/com_ptr.h"
-#include "profiler/callback_impl.h"
 #include "selection/jit_flow.h"
 #include "selection/target_methods.h"
-#include "tests/support/immortal_class_factory.h"
+#include "tests/support/test_profiler.h"
 
 namespace {
 
@@ -19,19 +18,8 @@ HRESULT write_choice(RewriteContext&, ICorProfilerInfo*, const method_info& meth
     return S_OK;
 }
 
-// Lives as long as the process, so its references are not counted.
-class Chooser final : public CorvaneCorProfilerCallbackImpl {
+class Chooser final : public corvane::testing::ImmortalProfiler {
 public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-        const bool known = iid == __uuidof(IUnknown) || iid == __uuidof(ICorProfilerCallback) ||
-                           iid == __uuidof(ICorProfilerCallback2) ||
-                           iid == __uuidof(ICorProfilerCallback3);
-        *object = known ? static_cast<ICorProfilerCallback3*>(this) : nullptr;
-        return known ? S_OK : E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-
     HRESULT STDMETHODCALLTYPE Initialize(IUnknown* info) override {
         const HRESULT hr = info->QueryInterface(__uuidof(ICorProfilerInfo), info_.put_void());
         if (FAILED(hr)) {
@@ -50,21 +38,9 @@ private:
     ComPtr<ICorProfilerInfo> info_;
 };
 
-class ChooserFactory final : public corvane::testing::ImmortalClassFactory {
-public:
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID iid, void** object) override {
-        static Chooser& chooser = *new Chooser(); // outlives everything
-        return chooser.QueryInterface(iid, object);
-    }
-};
-
 } // namespace
 
-STDAPI DllGetClassObject(REFCLSID, REFIID iid, LPVOID* object) {
-    static ChooserFactory& factory = *new ChooserFactory(); // outlives everything
-    return factory.QueryInterface(iid, object);
-}
-
-STDAPI DllCanUnloadNow() {
-    return S_FALSE;
+IClassFactory& corvane::testing::test_profiler_factory() {
+    static auto& factory = *new corvane::testing::ProfilerFactory<Chooser>(); // outlives everything
+    return factory;
 }

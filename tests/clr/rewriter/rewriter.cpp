@@ -6,9 +6,8 @@
 // that it failed for. One object a process; callbacks arrive on any thread.
 #include "clr/com_ptr.h"
 #include "clr/metadata.h"
-#include "profiler/callback_impl.h"
 #include "rewrite/method_rewriter.h"
-#include "tests/support/immortal_class_factory.h"
+#include "tests/support/test_profiler.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -80,18 +79,8 @@ bool grow(MethodBody& body) {
     return body.local_signature != before;
 }
 
-class Rewriter final : public CorvaneCorProfilerCallbackImpl {
+class Rewriter final : public corvane::testing::ImmortalProfiler {
 public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-        const bool known = iid == __uuidof(IUnknown) || iid == __uuidof(ICorProfilerCallback) ||
-                           iid == __uuidof(ICorProfilerCallback2) ||
-                           iid == __uuidof(ICorProfilerCallback3);
-        *object = known ? static_cast<ICorProfilerCallback3*>(this) : nullptr;
-        return known ? S_OK : E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-
     HRESULT STDMETHODCALLTYPE Initialize(IUnknown* info) override {
         const char* const edit = std::getenv("CORVANE_REWRITER_EDIT");
         grows_ = edit != nullptr && std::string_view(edit) == "grow";
@@ -173,21 +162,10 @@ private:
     Report report_;
 };
 
-class RewriterFactory final : public corvane::testing::ImmortalClassFactory {
-public:
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID iid, void** object) override {
-        static Rewriter& rewriter = *new Rewriter(); // outlives everything
-        return rewriter.QueryInterface(iid, object);
-    }
-};
-
 } // namespace
 
-STDAPI DllGetClassObject(REFCLSID, REFIID iid, LPVOID* object) {
-    static RewriterFactory& factory = *new RewriterFactory(); // outlives everything
-    return factory.QueryInterface(iid, object);
-}
-
-STDAPI DllCanUnloadNow() {
-    return S_FALSE;
+IClassFactory& corvane::testing::test_profiler_factory() {
+    static auto& factory =
+        *new corvane::testing::ProfilerFactory<Rewriter>(); // outlives everything
+    return factory;
 }

@@ -4,7 +4,7 @@
 // CORVANE_WITNESS_TARGET. One object a process; callbacks arrive on any thread.
 #include "clr/com_ptr.h"
 #include "clr/cor_profiler.h"
-#include "tests/support/immortal_class_factory.h"
+#include "tests/support/test_profiler.h"
 
 #include <algorithm>
 #include <array>
