@@ -8,7 +8,15 @@
 
 struct ICorProfilerObjectEnum;
 struct ICorProfilerFunctionEnum;
-struct ICorProfilerModuleEnum;
+
+// Handed out by the runtime; never asked for by id.
+struct ICorProfilerModuleEnum : public IUnknown {
+    virtual HRESULT STDMETHODCALLTYPE Skip(ULONG count) = 0;
+    virtual HRESULT STDMETHODCALLTYPE Reset() = 0;
+    virtual HRESULT STDMETHODCALLTYPE Clone(ICorProfilerModuleEnum** copy) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetCount(ULONG* count) = 0;
+    virtual HRESULT STDMETHODCALLTYPE Next(ULONG count, ModuleID* modules, ULONG* fetched) = 0;
+};
 
 // Allocates memory for new method bodies; the address fits the module it was asked for.
 MIDL_INTERFACE("A0EFB28B-6EE2-4D7B-B983-A75EF7BEEDB8")

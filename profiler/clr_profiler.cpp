@@ -9,6 +9,7 @@
 #include "profiler/runtime_state.h"
 #include "profiler/type_library.h"
 #include "rewrite/module_references.h"
+#include "rewrite/rewrite_settings.h"
 #include "selection/excluded_scopes.h"
 #include "selection/jit_flow.h"
 #include "selection/target_methods.h"
@@ -17,10 +18,6 @@
 #include <string>
 
 namespace corvane {
-
-constinit ComPtr<ICorProfilerInfo2> profilerInfo2;
-constinit ComPtr<ICorProfilerInfo3> profilerInfo3;
-constinit std::atomic<ModuleID> mscorlibModuleId = 0;
 
 namespace {
 
@@ -156,6 +153,7 @@ void CClrProfiler::read_switches() {
     switches_.insertLogTraceId = CheckKey("InsertLogTraceIdIntoLogs", "Enabled");
     switches_.addAttributeLogTraceId = CheckKey("AddAttributeLogTraceId", "Enabled");
     switches_.logTraceIdEnabled = switches_.insertLogTraceId || switches_.addAttributeLogTraceId;
+    strictIl = environment_asks_for_strict_il();
 }
 
 DWORD CClrProfiler::event_mask() const noexcept {

@@ -5,8 +5,7 @@
 #include "il/byte_reader.h"
 #include "il/byte_writer.h"
 #include "il/element_type.h"
-
-#include <optional>
+#include "rewrite/token_compression.h"
 
 namespace corvane {
 
@@ -14,21 +13,6 @@ namespace {
 
 constexpr std::uint8_t kLocalSignature = 0x07;
 constexpr std::uint32_t kMaxCompressed = 0x1FFFFFFF;
-
-// TypeDefOrRefOrSpecEncoded (ECMA-335 II.23.2.8).
-std::optional<std::uint32_t> coded_type_token(std::uint32_t token) {
-    const std::uint32_t row = token & 0x00FFFFFF;
-    switch (token >> 24) {
-    case 0x02: // TypeDef
-        return row << 2;
-    case 0x01: // TypeRef
-        return row << 2 | 1;
-    case 0x1B: // TypeSpec
-        return row << 2 | 2;
-    default:
-        return std::nullopt;
-    }
-}
 
 // The longer forms begin one count earlier than they must, which every reader accepts.
 int count_length(std::uint32_t count) {

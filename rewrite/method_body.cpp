@@ -62,33 +62,29 @@ void MethodBody::end_regions_at(Instruction* end) {
     }
 }
 
-namespace {
-
 // The new signature becomes the body's only when all of it has worked.
-std::uint32_t add_local(MethodBody& body, std::span<const std::uint8_t> type) {
-    LocalSignatures& signatures = *body.local_signatures;
+std::uint32_t MethodBody::AddLocal(std::span<const std::uint8_t> type) {
+    if (local_signatures == nullptr) {
+        return 0;
+    }
     std::span<const std::uint8_t> old_blob;
-    if (body.local_signature != 0 &&
-        (!signatures.signature(body.local_signature, old_blob) || old_blob.empty())) {
+    if (local_signature != 0 &&
+        (!local_signatures->signature(local_signature, old_blob) || old_blob.empty())) {
         return 0;
     }
     std::vector<std::uint8_t> new_blob;
     std::uint32_t index = 0;
     std::uint32_t token = 0;
-    if (!append_local(old_blob, type, new_blob, index) || !signatures.token_of(new_blob, token)) {
+    if (!append_local(old_blob, type, new_blob, index) ||
+        !local_signatures->token_of(new_blob, token)) {
         return 0;
     }
-    body.local_signature = token;
+    local_signature = token;
     return index;
 }
 
-} // namespace
-
 std::uint32_t MethodBody::AddLocal(std::uint8_t element_type) {
-    if (local_signatures == nullptr) {
-        return 0;
-    }
-    return add_local(*this, std::span(&element_type, 1));
+    return AddLocal(std::span(&element_type, 1));
 }
 
 std::uint32_t MethodBody::AddLocal(std::uint32_t token_or_element_type, std::uint8_t kind) {
@@ -97,7 +93,7 @@ std::uint32_t MethodBody::AddLocal(std::uint32_t token_or_element_type, std::uin
         !encode_local_type(token_or_element_type, kind, *local_signatures, type)) {
         return 0;
     }
-    return add_local(*this, type);
+    return AddLocal(type);
 }
 
 } // namespace corvane

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <iterator>
 #include <memory_resource>
+#include <span>
 #include <type_traits>
 #include <vector>
 
@@ -126,6 +127,8 @@ public:
     // array.
     std::uint32_t AddLocal(std::uint8_t element_type);
     std::uint32_t AddLocal(std::uint32_t token_or_element_type, std::uint8_t kind);
+    // Of any type, given as it stands in a signature.
+    std::uint32_t AddLocal(std::span<const std::uint8_t> type);
 
     LocalSignatures* local_signatures = nullptr; // borrowed; without it no local can be added
     std::uint32_t local_signature = 0;           // token

@@ -147,6 +147,9 @@ public:
                                                 IUnknown** metadata) override {
         const HRESULT hr = answer("GetModuleMetaData(%s, flags %s, %s)", hex(module), hex(flags),
                                   interface_name(iid));
+        if (iid != __uuidof(IMetaDataImport)) {
+            return E_NOINTERFACE; // nothing is written here
+        }
         if (SUCCEEDED(hr)) {
             ++metadata_references;
             *metadata = static_cast<IMetaDataImport*>(&metadata_);

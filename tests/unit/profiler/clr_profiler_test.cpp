@@ -453,19 +453,26 @@ private:
     std::wstring start_;
 };
 
-constexpr const wchar_t* kInserting =
-    L"===================Inserting prologue for: System.Net.HttpWebRequest.GetResponse\n";
+// Of a method that is chosen, in a module that cannot be written to.
+std::wstring inserting() {
+    const std::wstring reason = std::wstring(L"(") + hresult_text(E_NOINTERFACE).c_str() + L")\n";
+    const std::wstring channel = L"[Shop]System.Net.HttpWebRequest:GetResponse() : ";
+    return L"===================Inserting prologue for: System.Net.HttpWebRequest.GetResponse\n" +
+           channel + L"Failed to get module metadata interface " + reason + //
+           channel + L"Failed to create prologue/epilogue IL " + reason +
+           L"Failed to create method body instrumenter " + reason;
+}
 
 TEST_F(MethodCallbacks, FollowTheTable) {
     start();
     EXPECT_EQ(compile(), S_OK);
-    EXPECT_EQ(lines(), kInserting);
+    EXPECT_EQ(lines(), inserting());
     method.forget_calls();
     BOOL use = TRUE;
     EXPECT_EQ(search(use), S_OK);
     EXPECT_EQ(use, FALSE);
     EXPECT_EQ(lines(),
-              std::wstring(kInserting) +
+              inserting() +
                   L"UseCachedFunction(Shop, System.Net.HttpWebRequest.GetResponse)=False\n");
 }
 
@@ -528,7 +535,7 @@ TEST_F(MethodCallbacks, LeaveTransparentMethodsUnlessTheConfigurationAsksForThem
         method.attributes = {
             {FakeMethod::kMethodToken, L"System.Security.SecurityTransparentAttribute"}};
         EXPECT_EQ(compile(), S_OK);
-        EXPECT_EQ(lines(), is_chosen ? std::wstring(kInserting)
+        EXPECT_EQ(lines(), is_chosen ? inserting()
                                      : std::wstring(L"it is transparent (") +
                                            hresult_text(S_OK).c_str() + L")\n");
     }

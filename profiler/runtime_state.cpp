@@ -1,0 +1,9 @@
+#include "profiler/runtime_state.h"
+
+namespace corvane {
+
+constinit ComPtr<ICorProfilerInfo2> profilerInfo2;
+constinit ComPtr<ICorProfilerInfo3> profilerInfo3;
+constinit std::atomic<ModuleID> mscorlibModuleId = 0;
+
+} // namespace corvane

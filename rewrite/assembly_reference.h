@@ -1,0 +1,24 @@
+// References of a module to another assembly.
+#pragma once
+
+#include "clr/metadata.h"
+
+#include <array>
+#include <cstdint>
+
+namespace corvane {
+
+// Culture neutral, no hash, no flags.
+struct AssemblyIdentity {
+    const wchar_t* name;
+    std::array<USHORT, 4> version; // major, minor, build, revision
+    std::array<std::uint8_t, 8> public_key_token;
+};
+
+// The module's reference to exactly this assembly, defined if there is none: unlike type and member
+// references, equal assembly references are not made one by the metadata, and every type reference
+// would be made again with them.
+HRESULT DefineAssemblyRefOnce(IMetaDataAssemblyEmit* emit, const AssemblyIdentity& identity,
+                              mdAssemblyRef& assembly);
+
+} // namespace corvane

@@ -1,0 +1,81 @@
+#include "rewrite/by_ref_like.h"
+
+#include "clr/com_ptr.h"
+
+#include <array>
+#include <string>
+#include <vector>
+
+namespace corvane {
+
+namespace {
+
+// Of a nested type the types around it first.
+using TypePath = std::vector<std::wstring>;
+
+bool read_path(IMetaDataImport* metadata, mdToken type, TypePath& path) {
+    while (TypeFromToken(type) == mdtTypeRef) {
+        constexpr ULONG kNameRoom = 1024; // the longest that a compiler writes
+        std::array<wchar_t, kNameRoom> name{};
+        ULONG length = 0;
+        mdToken scope = mdTokenNil;
+        if (FAILED(metadata->GetTypeRefProps(type, &scope, name.data(), kNameRoom, &length))) {
+            return false;
+        }
+        path.emplace(path.begin(), name.data());
+        type = scope;
+    }
+    return true;
+}
+
+bool is_marked(IMetaDataImport* metadata, mdTypeDef type) {
+    return metadata->GetCustomAttributeByName(
+               type, L"System.Runtime.CompilerServices.IsByRefLikeAttribute", nullptr, nullptr) ==
+           S_OK;
+}
+
+ByRefLike ask_module(ICorProfilerInfo* info, ModuleID module, const TypePath& path) {
+    ComPtr<IMetaDataImport> metadata;
+    if (FAILED(info->GetModuleMetaData(module, ofRead, __uuidof(IMetaDataImport),
+                                       metadata.put_unknown()))) {
+        return ByRefLike::kUnknown;
+    }
+    mdTypeDef type = mdTokenNil;
+    for (const std::wstring& name : path) {
+        if (FAILED(metadata->FindTypeDefByName(name.c_str(), type, &type))) {
+            return ByRefLike::kUnknown;
+        }
+    }
+    return is_marked(metadata.get(), type) ? ByRefLike::kYes : ByRefLike::kNo;
+}
+
+} // namespace
+
+ByRefLike by_ref_like(ICorProfilerInfo* info, IMetaDataImport* metadata, mdToken type) {
+    if (TypeFromToken(type) == mdtTypeDef) {
+        return is_marked(metadata, type) ? ByRefLike::kYes : ByRefLike::kNo;
+    }
+    TypePath path;
+    if (!read_path(metadata, type, path) || path.empty()) {
+        return ByRefLike::kUnknown;
+    }
+    ComPtr<ICorProfilerInfo3> info3;
+    if (FAILED(info->QueryInterface(__uuidof(ICorProfilerInfo3), info3.put_void()))) {
+        return ByRefLike::kNo;
+    }
+    ComPtr<ICorProfilerModuleEnum> modules;
+    if (FAILED(info3->EnumModules(modules.put()))) {
+        return ByRefLike::kUnknown;
+    }
+    ModuleID module = 0;
+    ULONG fetched = 0;
+    while (modules->Next(1, &module, &fetched) == S_OK && fetched == 1) {
+        const ByRefLike answer = ask_module(info, module, path);
+        if (answer != ByRefLike::kUnknown) {
+            return answer;
+        }
+    }
+    return ByRefLike::kUnknown;
+}
+
+} // namespace corvane

@@ -1,0 +1,17 @@
+// By-ref-like types (Span<T> and its kind) live on the stack only: code that boxes one does not
+// compile. A type that a module merely names has to be looked for in the module that defines it.
+#pragma once
+
+#include "clr/cor_profiler.h"
+#include "clr/metadata.h"
+
+namespace corvane {
+
+enum class ByRefLike { kNo, kYes, kUnknown };
+
+// Of the value type that a TypeDef or TypeRef of the module stands for. A value type is loaded
+// before any method that takes one is compiled, so it is found among the loaded modules; kUnknown
+// if it is not. A runtime that cannot enumerate its modules is older than these types.
+ByRefLike by_ref_like(ICorProfilerInfo* info, IMetaDataImport* metadata, mdToken type);
+
+} // namespace corvane

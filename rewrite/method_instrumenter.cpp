@@ -1,0 +1,236 @@
+// The new body, from its start to its end:
+//
+//   prologue                         a block with its guard
+//   try {                            with a finally block
+//     try {                          with a catch block
+//       the method's own code        every return stores the result and leaves to the exit
+//     } catch { report; throw }
+//   } finally { log }
+//   exit: epilogue                   a block with its guard
+//   load the result; ret
+
+#include "rewrite/method_instrumenter.h"
+
+#include "clr/com_ptr.h"
+#include "clr/metadata.h"
+#include "profiler/hresult_text.h"
+#include "profiler/runtime_state.h"
+#include "rewrite/emission.h"
+#include "rewrite/epilogue.h"
+#include "rewrite/exception_wrapping.h"
+#include "rewrite/method_rewriter.h"
+#include "rewrite/prologue.h"
+#include "rewrite/rewrite_settings.h"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+namespace corvane {
+
+namespace {
+
+// Kept for the process once the runtime has loaded the module; never released, because nothing says
+// when the last compiling thread is done.
+std::atomic<IMetaDataImport*> mscorlibMetadata = nullptr;
+
+void open_mscorlib_once(ICorProfilerInfo* info) {
+    const ModuleID module = mscorlibModuleId;
+    if (module == 0 || mscorlibMetadata != nullptr) {
+        return;
+    }
+    ComPtr<IMetaDataImport> opened;
+    IMetaDataImport* none = nullptr;
+    if (SUCCEEDED(info->GetModuleMetaData(module, ofRead, __uuidof(IMetaDataImport),
+                                          opened.put_unknown())) &&
+        mscorlibMetadata.compare_exchange_strong(none, opened.get())) {
+        opened.get()->AddRef();
+    }
+}
+
+// Whether the code begins as EmitPrologue makes it. Which index it was given does not matter.
+bool is_instrumented(MethodBody& body, const InstrumentationReferences& references) {
+    struct Expected {
+        Opcode opcode;
+        mdToken method = mdTokenNil;
+    };
+    const std::array begin = {Expected{Opcode::kLdcI4},
+                              Expected{Opcode::kCall, references.contains_key},
+                              Expected{Opcode::kBrtrueS},
+                              Expected{Opcode::kLdcI4},
+                              Expected{Opcode::kCall, references.get_current_method},
+                              Expected{Opcode::kLdcI4},
+                              Expected{Opcode::kCall, references.register_method}};
+    auto instruction = body.begin();
+    return std::ranges::all_of(begin, [&](const Expected& expected) {
+        if (instruction == body.end()) {
+            return false;
+        }
+        const Instruction& found = *instruction++;
+        return found.opcode == expected.opcode &&
+               (expected.method == mdTokenNil || found.immediate == expected.method);
+    });
+}
+
+// What stands in the code and decides whether and how it can be put into a block.
+struct CodeFacts {
+    std::vector<Instruction*> returns;
+    std::vector<Instruction*> tail_prefixes;
+    bool jumps = false; // to another method, out of any block
+};
+
+CodeFacts examine(MethodBody& body) {
+    CodeFacts facts;
+    for (Instruction& instruction : body) {
+        if (instruction.opcode == Opcode::kRet) {
+            facts.returns.push_back(&instruction);
+        } else if (instruction.opcode == Opcode::kTail) {
+            facts.tail_prefixes.push_back(&instruction);
+        }
+        facts.jumps = facts.jumps || instruction.opcode == Opcode::kJmp;
+    }
+    return facts;
+}
+
+// Makes the method end at one return, its last instruction, and emits what comes before that.
+HRESULT wrap(Emission& emission, Instruction* first, const std::vector<Instruction*>& returns) {
+    MethodBody& body = emission.body;
+    std::uint32_t result = kNoReturnLocal;
+    if (emission.shape.returns_value) {
+        Locals locals(emission);
+        result = locals.add(emission.shape.result_type);
+        if (FAILED(locals.result())) {
+            return locals.result();
+        }
+    }
+    IlBuilder il(body, body.sentinel());
+    Instruction* const end_of_code = body.sentinel()->previous;
+    if (end_of_code->opcode == Opcode::kRet) {
+        end_of_code->opcode = Opcode::kNop;
+        if (result != kNoReturnLocal) {
+            il.stloc_s(result);
+        }
+    }
+
+    HRESULT hr = EmitCatchAndThrow(emission, il, first->next);
+    if (SUCCEEDED(hr)) {
+        hr = EmitFinally(emission, il, first);
+    }
+    Instruction* const exit = il.nop();
+    if (SUCCEEDED(hr)) {
+        hr = EmitEpilogue(emission, il, result);
+    }
+    if (result != kNoReturnLocal) {
+        il.ldloc_s(result);
+    }
+    il.ret();
+
+    for (Instruction* const instruction : returns) {
+        if (instruction->opcode == Opcode::kNop) {
+            continue; // the end of the code, which runs into the exit by itself
+        }
+        Instruction* leave = instruction;
+        if (result != kNoReturnLocal) {
+            instruction->opcode = Opcode::kStlocS;
+            instruction->immediate = result;
+            leave = body.insert_before(instruction->next, Opcode::kLeaveS);
+        }
+        leave->opcode = Opcode::kLeaveS;
+        leave->target = exit;
+    }
+    return FAILED(hr) || il.in_range() ? hr : E_FAIL;
+}
+
+HRESULT instrument(Emission& emission) {
+    constexpr std::uint32_t kMostStack = 0xFFFF; // the header's field is no wider
+
+    MethodBody& body = emission.body;
+    const CodeFacts facts = examine(body);
+    if (facts.returns.empty()) {
+        return emission.refusal.refuse(L"it has no ret instruction");
+    }
+    if (facts.jumps) {
+        return emission.refusal.refuse(L"it has a jmp instruction, which no block may hold");
+    }
+    // A tail call ends in a return of its own, which it no longer has.
+    for (Instruction* const prefix : facts.tail_prefixes) {
+        prefix->opcode = Opcode::kNop;
+    }
+
+    // Each block begins with an instruction of its own.
+    Instruction* const own_code = body.first();
+    Instruction* const first = body.insert_before(own_code, Opcode::kNop);
+    body.insert_before(own_code, Opcode::kNop);
+
+    HRESULT hr = EmitPrologue(emission, first);
+    if (SUCCEEDED(hr)) {
+        hr = wrap(emission, first, facts.returns);
+    }
+    if (SUCCEEDED(hr) && body.max_stack > kMostStack) {
+        return emission.refusal.refuse(L"its code pushes too often for the header to say how much "
+                                       L"stack it takes");
+    }
+    return hr;
+}
+
+HRESULT rewrite(RewriteContext& context, const InstrumentationReferences& references,
+                InstrumentationMode mode, Refusal& refusal) {
+    const method_info& method = context.method;
+    ComPtr<IMetaDataImport> import;
+    ComPtr<IMetaDataEmit> emit;
+    HRESULT hr = context.info->GetModuleMetaData(method.module_id, ofRead | ofWrite,
+                                                 __uuidof(IMetaDataImport), import.put_unknown());
+    if (SUCCEEDED(hr)) {
+        hr = import.query(emit);
+    }
+    if (FAILED(hr)) {
+        return hr;
+    }
+    open_mscorlib_once(context.info);
+
+    MethodRewriter rewriter(context.info, method.module_id, method.method_token);
+    MethodBody body;
+    hr = rewriter.Read(body);
+    if (FAILED(hr)) {
+        return hr;
+    }
+    if (is_instrumented(body, references)) {
+        context.log.log(4, L"is instrumented already");
+        return S_OK;
+    }
+
+    const std::uint32_t index = take_instrumentation_index();
+    if (!references.register_method_binds) {
+        return refusal.refuse(
+            L"Invokers.RegisterMethod cannot be referred to in a module with so few "
+            L"or so many type references; CORVANE_STRICT_IL=1 can");
+    }
+    MethodShape shape;
+    hr = read_method_shape(
+        {context.info, import.get(), emit.get(), method, context.log, references, strictIl}, shape,
+        refusal);
+    if (FAILED(hr)) {
+        return hr;
+    }
+    Emission emission{method, shape, references, emit.get(), body, index, mode, refusal};
+    hr = instrument(emission);
+    return SUCCEEDED(hr) ? rewriter.Write(body) : hr;
+}
+
+} // namespace
+
+HRESULT RewriteMethod(RewriteContext& context, const InstrumentationReferences& references,
+                      InstrumentationMode mode) {
+    Refusal refusal;
+    const HRESULT hr = rewrite(context, references, mode, refusal);
+    if (FAILED(hr)) {
+        if (refusal.reason().empty()) {
+            log_result(context.log, L"Left as it is (%s)", hr);
+        } else {
+            context.log.log(1, L"Left as it is: %s", refusal.reason().c_str());
+        }
+    }
+    return hr;
+}
+
+} // namespace corvane
