@@ -78,21 +78,30 @@ function(corvane_test_profiler name)
   set_target_properties(${name} PROPERTIES PREFIX "")
 endfunction()
 
-# corvane_dotnet_program(NAME DIRECTORY): builds the C# project DIRECTORY/NAME.csproj into managed/NAME
-# of the build directory, by the target managed_NAME, which whoever runs it depends on. No build server is
+# corvane_dotnet_program(NAME DIRECTORY [PROJECT project] [ASSEMBLY assembly] [DEPENDS file...]): builds the C#
+# project DIRECTORY/NAME.csproj into managed/NAME of the build directory, by the target managed_NAME, which
+# whoever runs it depends on. Project and assembly are called NAME unless told otherwise. No build server is
 # left running.
 function(corvane_dotnet_program name directory)
+  cmake_parse_arguments(arg "" "PROJECT;ASSEMBLY" "DEPENDS" ${ARGN})
+  if(NOT arg_PROJECT)
+    set(arg_PROJECT ${name})
+  endif()
+  if(NOT arg_ASSEMBLY)
+    set(arg_ASSEMBLY ${arg_PROJECT})
+  endif()
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${directory}/*.cs" "${directory}/*.csproj")
   set(output "${CMAKE_BINARY_DIR}/managed/${name}")
+  set(assembly "${output}/${arg_ASSEMBLY}.dll")
   add_custom_command(
-    OUTPUT "${output}/${name}.dll"
-    COMMAND dotnet build "${directory}/${name}.csproj" --configuration Release --output "${output}"
+    OUTPUT "${assembly}"
+    COMMAND dotnet build "${directory}/${arg_PROJECT}.csproj" --configuration Release --output "${output}"
             --nologo --verbosity quiet -nodeReuse:false -p:UseSharedCompilation=false
             --artifacts-path "${CMAKE_BINARY_DIR}/managed/obj/${name}"
     # An output that was up to date is not written again.
-    COMMAND "${CMAKE_COMMAND}" -E touch "${output}/${name}.dll"
-    DEPENDS ${sources} "${PROJECT_SOURCE_DIR}/Directory.Build.props"
-    COMMENT "Building the C# program ${name}"
+    COMMAND "${CMAKE_COMMAND}" -E touch "${assembly}"
+    DEPENDS ${sources} ${arg_DEPENDS} "${PROJECT_SOURCE_DIR}/Directory.Build.props"
+    COMMENT "Building the C# project ${arg_PROJECT}"
     VERBATIM)
-  add_custom_target(managed_${name} DEPENDS "${output}/${name}.dll")
+  add_custom_target(managed_${name} DEPENDS "${assembly}")
 endfunction()

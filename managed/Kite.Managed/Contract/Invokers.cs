@@ -1,0 +1,36 @@
+using System.Reflection;
+using Corvane.Instrumentation.Recording;
+
+namespace Corvane.Instrumentation;
+
+/// <summary>
+/// The instrumented methods that were called so far, and the callbacks that want to hear of calls.
+/// </summary>
+public static class Invokers
+{
+    /// <summary>Whether a method is registered under this number.</summary>
+    /// <param name="index">The number that the method got when it was instrumented.</param>
+    public static bool ContainsKey(uint index) => Recorder.Current.Methods.Find(index) != null;
+
+    /// <summary>
+    /// Registers a method at its first call. Two methods that were compiled at the same moment may have got
+    /// the same number: the first one keeps it, and calls of the other are recorded under its name.
+    /// </summary>
+    /// <param name="index">The number that the method got when it was instrumented.</param>
+    /// <param name="method">The method; for a generic one its definition.</param>
+    /// <param name="traced">Whether it was chosen for its trace attribute.</param>
+    public static void RegisterMethod(uint index, MethodBase? method, bool traced) =>
+        Recorder.Current.Register(index, method, traced);
+
+    /// <summary>
+    /// Registers a callback for every call of every instrumented method from now on. Callbacks run in the
+    /// order of their registration, each seeing the arguments as the one before left them.
+    /// </summary>
+    /// <param name="callback">The callback; null is passed over.</param>
+    public static void AddArgumentCallback(MethodArgumentCallback? callback) => Recorder.Current.Callbacks.Add(callback);
+
+    /// <summary>Takes back one registration of a callback.</summary>
+    /// <param name="callback">What was registered.</param>
+    /// <returns>Whether it was registered.</returns>
+    public static bool RemoveArgumentCallback(MethodArgumentCallback? callback) => Recorder.Current.Callbacks.Remove(callback);
+}

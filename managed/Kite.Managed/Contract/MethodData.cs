@@ -1,0 +1,50 @@
+using System;
+using System.Reflection;
+using Corvane.Instrumentation.Recording;
+
+namespace Corvane.Instrumentation;
+
+/// <summary>What is known of an instrumented method. It does not keep the method's assembly loaded.</summary>
+public sealed class MethodData
+{
+    private readonly WeakReference<MethodBase>? method;
+
+    internal MethodData(uint index, MethodBase? method, bool traced)
+    {
+        Index = index;
+        Traced = traced;
+        this.method = method == null ? null : new WeakReference<MethodBase>(method);
+        Signature = MethodSignature.Of(index, method);
+    }
+
+    /// <summary>The number under which the method is registered.</summary>
+    public uint Index { get; }
+
+    /// <summary>The method, for a generic one its definition; null once its assembly is unloaded.</summary>
+    public MethodBase? Method => method != null && method.TryGetTarget(out var target) ? target : null;
+
+    /// <summary>Whether it was chosen for its trace attribute, not for its name.</summary>
+    public bool Traced { get; }
+
+    /// <summary>Namespace, type and name, with dots between them.</summary>
+    public string Name => Signature.Name;
+
+    internal MethodSignature Signature { get; }
+
+    // Follows what the injected code writes back; a value that it could not cast would end its prologue.
+    internal bool CanReplace(int index, object value)
+    {
+        var parameters = Method?.GetParameters();
+        if (parameters == null || index >= parameters.Length)
+        {
+            return false;
+        }
+        var type = parameters[index].ParameterType;
+        if (type.IsValueType)
+        {
+            return type.IsPrimitive && type == value.GetType();
+        }
+        return type != typeof(string) && !type.HasElementType && !type.IsGenericType && !type.IsGenericParameter &&
+               type.IsInstanceOfType(value);
+    }
+}

@@ -1,0 +1,112 @@
+using System;
+using System.Collections.Generic;
+using System.Diagnostics;
+using System.Threading;
+
+namespace Corvane.Instrumentation.Recording;
+
+// Records calls, each under the one that its thread was in. Ends are matched to beginnings by the methods'
+// numbers, so that an end that goes missing costs one call its outcome and no more; an end without a
+// beginning is a call too. Any thread; threads share two counters and nothing else. Memory is bounded: of
+// calls beyond the capacity only the number is kept.
+internal sealed class CallRecorder
+{
+    internal const int DefaultCapacity = 100_000;
+
+    private readonly MethodTable methods;
+    private readonly int capacity;
+    private readonly ThreadLocal<ThreadCalls> current = new ThreadLocal<ThreadCalls>(() => new ThreadCalls());
+    private readonly List<ThreadCalls> threads = new List<ThreadCalls>();
+    private long seen;
+
+    internal CallRecorder(MethodTable methods, int capacity = DefaultCapacity)
+    {
+        this.methods = methods;
+        this.capacity = capacity;
+    }
+
+    internal long Recorded => Math.Min(Interlocked.Read(ref seen), capacity);
+
+    internal long Dropped => Interlocked.Read(ref seen) - Recorded;
+
+    // The time is taken last when a call begins and first when it ends, for its duration is to be the program's.
+    internal void Enter(uint index, object? receiver, object?[] arguments)
+    {
+        var thread = current.Value!;
+        var call = Record(thread, index, receiver, arguments);
+        thread.Open(index, call);
+        call?.Start(Stopwatch.GetTimestamp());
+    }
+
+    internal void Leave(uint index, object?[] arguments, object? result)
+    {
+        var now = Stopwatch.GetTimestamp();
+        var thread = current.Value!;
+        if (!thread.Close(index, out var call))
+        {
+            call = Record(thread, index, null, arguments);
+        }
+        if (call != null)
+        {
+            End(thread, call, CallText.Result(thread.Text, call.Method, result), now);
+        }
+    }
+
+    // Whether there was a call to end.
+    internal bool Fail(Exception? exception)
+    {
+        var now = Stopwatch.GetTimestamp();
+        var thread = current.Value!;
+        var found = thread.CloseInnermost(out var call);
+        if (call != null)
+        {
+            End(thread, call, CallText.Exception(thread.Text, exception), now);
+        }
+        return found;
+    }
+
+    internal ThreadCalls[] Threads()
+    {
+        lock (threads)
+        {
+            return threads.ToArray();
+        }
+    }
+
+    private static void End(ThreadCalls thread, Call call, string outcome, long now)
+    {
+        lock (thread.Gate)
+        {
+            call.End(outcome, now);
+        }
+    }
+
+    private Call? Record(ThreadCalls thread, uint index, object? receiver, object?[] arguments)
+    {
+        if (Interlocked.Increment(ref seen) > capacity)
+        {
+            return null;
+        }
+        if (thread.Number == 0)
+        {
+            Register(thread);
+        }
+        var method = methods.Find(index)?.Signature ?? MethodSignature.Of(index, null);
+        var call = new Call(method, CallText.Arguments(thread.Text, method, receiver, arguments));
+        lock (thread.Gate)
+        {
+            thread.Innermost.Add(call);
+        }
+        return call;
+    }
+
+    private void Register(ThreadCalls thread)
+    {
+        thread.Name = Thread.CurrentThread.Name;
+        lock (threads)
+        {
+            threads.Add(thread);
+            thread.Number = threads.Count;
+        }
+    }
+}

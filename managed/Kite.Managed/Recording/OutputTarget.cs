@@ -1,0 +1,66 @@
+using System;
+using System.Diagnostics;
+using System.Globalization;
+using System.IO;
+
+namespace Corvane.Instrumentation.Recording;
+
+// Where a variable says that text goes: "stderr", "stdout", or a file, whose path is understood from the
+// folder that the program was started in, and in which {pid} stands for the number of the process. Text is
+// UTF-8. The console is written to past the program's own writers, which may be its own code.
+internal sealed class OutputTarget
+{
+    private readonly string name;
+
+    private OutputTarget(string name) => this.name = name;
+
+    internal static OutputTarget? FromVariable(string variable) =>
+        Environment.GetEnvironmentVariable(variable) switch
+        {
+            null or "" => null,
+            "stderr" => new OutputTarget("stderr"),
+            "stdout" => new OutputTarget("stdout"),
+            var path => new OutputTarget(Path.GetFullPath(path.Replace("{pid}", ProcessId()))),
+        };
+
+    internal StreamWriter Open(FileMode mode) =>
+        new StreamWriter(name switch
+        {
+            "stderr" => Console.OpenStandardError(),
+            "stdout" => Console.OpenStandardOutput(),
+            _ => new FileStream(name, mode, FileAccess.Write, FileShare.ReadWrite),
+        });
+
+    // Writes a whole text. That it cannot be written is said once, and is no reason to fail.
+    internal void Write(Action<TextWriter> write)
+    {
+        try
+        {
+            using var writer = Open(FileMode.Create);
+            write(writer);
+        }
+        catch (Exception exception)
+        {
+            Complain($"kite.managed: nothing was written to {name}: {exception.GetType()}: {exception.Message}");
+        }
+    }
+
+    private static void Complain(string line)
+    {
+        try
+        {
+            using var writer = new StreamWriter(Console.OpenStandardError());
+            writer.WriteLine(line);
+        }
+        catch (Exception)
+        {
+            // There is nobody left to tell.
+        }
+    }
+
+    private static string ProcessId()
+    {
+        using var process = Process.GetCurrentProcess();
+        return process.Id.ToString(CultureInfo.InvariantCulture);
+    }
+}

@@ -1,0 +1,203 @@
+using System;
+using System.Reflection;
+using System.Threading;
+
+namespace Corvane.Instrumentation.Recording;
+
+// What the contract's classes forward to: one a process, made when one of them is first used. Everything is
+// guarded, for the program must go on as if nothing of this were there. A thread that is in here does not
+// come in again: what it would record then is our own doing, or a callback's.
+internal sealed class Recorder
+{
+    [ThreadStatic]
+    private static bool busy;
+
+    private static readonly object?[] noArguments = new object?[0];
+
+    private readonly CallRecorder? calls;
+    private readonly TraceLog? log;
+    private long failures;
+
+    internal Recorder(MethodTable methods, CallRecorder? calls, TraceLog? log)
+    {
+        Methods = methods;
+        this.calls = calls;
+        this.log = log;
+    }
+
+    internal static Recorder Current { get; } = FromEnvironment();
+
+    internal MethodTable Methods { get; }
+
+    internal ArgumentCallbacks Callbacks { get; } = new ArgumentCallbacks();
+
+    // What the injected code or a callback failed at.
+    internal long Failures => Interlocked.Read(ref failures);
+
+    internal bool IsIdle => busy || (calls == null && Callbacks.IsEmpty);
+
+    // Whether the receiver may be looked at: in a method of a value type it may be an address.
+    internal bool HasObjectReceiver(uint index) => Methods.Find(index)?.Signature.HasObjectReceiver == true;
+
+    internal void Register(uint index, MethodBase? method, bool traced)
+    {
+        try
+        {
+            Methods.Register(index, method, traced);
+        }
+        catch (Exception exception)
+        {
+            CountFailure(exception);
+        }
+    }
+
+    // The call is recorded with the arguments that the method's own code will see.
+    internal void Enter(
+        uint index, object? receiver, object?[]? arguments, InstrumentationDirectives? directives)
+    {
+        if (IsIdle)
+        {
+            return;
+        }
+        busy = true;
+        try
+        {
+            arguments ??= noArguments;
+            if (!Callbacks.IsEmpty && directives != null)
+            {
+                RunCallbacks(index, receiver, arguments, directives);
+            }
+            calls?.Enter(index, receiver, arguments);
+        }
+        catch (Exception exception)
+        {
+            CountFailure(exception);
+        }
+        finally
+        {
+            busy = false;
+        }
+    }
+
+    internal void Leave(uint index, object?[]? arguments, object? result)
+    {
+        if (calls == null || busy)
+        {
+            return;
+        }
+        busy = true;
+        try
+        {
+            calls.Leave(index, arguments ?? noArguments, result);
+        }
+        catch (Exception exception)
+        {
+            CountFailure(exception);
+        }
+        finally
+        {
+            busy = false;
+        }
+    }
+
+    internal bool Fail(Exception? exception)
+    {
+        if (calls == null || busy)
+        {
+            return false;
+        }
+        busy = true;
+        try
+        {
+            return calls.Fail(exception);
+        }
+        catch (Exception failure)
+        {
+            CountFailure(failure);
+            return false;
+        }
+        finally
+        {
+            busy = false;
+        }
+    }
+
+    internal void Log(int level, string? text)
+    {
+        if (level == 0 && TellsOfFailure(text))
+        {
+            Interlocked.Increment(ref failures);
+        }
+        if (log == null || busy)
+        {
+            return;
+        }
+        busy = true;
+        try
+        {
+            log.Write(level, text);
+        }
+        finally
+        {
+            busy = false;
+        }
+    }
+
+    // Nothing that the printing calls is recorded. It may be a callback that ends the process.
+    internal void PrintCalls(OutputTarget target)
+    {
+        var before = busy;
+        busy = true;
+        try
+        {
+            target.Write(writer => CallTree.Write(writer, calls!, Failures));
+        }
+        finally
+        {
+            busy = before;
+        }
+    }
+
+    // A call that a callback cannot be told about whole is not shown to it.
+    private void RunCallbacks(
+        uint index, object? receiver, object?[] arguments, InstrumentationDirectives directives)
+    {
+        var method = Methods.Find(index);
+        if (method != null && method.Signature.ParameterCount == arguments.Length)
+        {
+            Callbacks.Run(method, receiver, arguments, directives, CountFailure);
+        }
+    }
+
+    private void CountFailure(Exception exception)
+    {
+        Interlocked.Increment(ref failures);
+        log?.Write(0, $"kite.managed: {exception.GetType()}");
+    }
+
+    // The injected code's two texts: one begins so, the other one has a block's name in front.
+    private static bool TellsOfFailure(string? text) =>
+        text != null && (text.StartsWith("Failed ", StringComparison.Ordinal) ||
+                         text.IndexOf(" Failed ", StringComparison.Ordinal) >= 0);
+
+    private static Recorder FromEnvironment()
+    {
+        var methods = new MethodTable();
+        try
+        {
+            var tree = OutputTarget.FromVariable("CORVANE_CALL_TREE");
+            var trace = OutputTarget.FromVariable("CORVANE_TRACE_LOG");
+            var recorder = new Recorder(
+                methods, tree == null ? null : new CallRecorder(methods), trace == null ? null : new TraceLog(trace));
+            if (tree != null)
+            {
+                AtExit.Run(() => recorder.PrintCalls(tree));
+            }
+            return recorder;
+        }
+        catch (Exception)
+        {
+            return new Recorder(methods, null, null);
+        }
+    }
+}
