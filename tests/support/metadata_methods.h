@@ -1,4 +1,4 @@
-// The methods of the CLR's metadata import interfaces that answer with a result, for fakes to be
+// The methods of the CLR's metadata interfaces that answer with a result, for fakes to be
 // expanded from. Order does not matter here: the platform's headers declare the tables.
 // Columns: name, parameter types.
 #pragma once
@@ -81,5 +81,68 @@
     X(FindExportedTypeByName,     (LPCWSTR, mdToken, mdExportedType*)) \
     X(FindManifestResourceByName, (LPCWSTR, mdManifestResource*)) \
     X(FindAssembliesByName,       (LPCWSTR, LPCWSTR, LPCWSTR, IUnknown**, ULONG, ULONG*))
+
+#define METADATA_EMIT_METHODS(X) \
+    X(SetModuleProps,             (LPCWSTR)) \
+    X(Save,                       (LPCWSTR, DWORD)) \
+    X(SaveToStream,               (IStream*, DWORD)) \
+    X(GetSaveSize,                (CorSaveSize, DWORD*)) \
+    X(DefineTypeDef,              (LPCWSTR, DWORD, mdToken, mdToken*, mdTypeDef*)) \
+    X(DefineNestedType,           (LPCWSTR, DWORD, mdToken, mdToken*, mdTypeDef, mdTypeDef*)) \
+    X(SetHandler,                 (IUnknown*)) \
+    X(DefineMethod,               (mdTypeDef, LPCWSTR, DWORD, PCCOR_SIGNATURE, ULONG, ULONG, DWORD, mdMethodDef*)) \
+    X(DefineMethodImpl,           (mdTypeDef, mdToken, mdToken)) \
+    X(DefineTypeRefByName,        (mdToken, LPCWSTR, mdTypeRef*)) \
+    X(DefineImportType,           (IMetaDataAssemblyImport*, const void*, ULONG, IMetaDataImport*, mdTypeDef, IMetaDataAssemblyEmit*, mdTypeRef*)) \
+    X(DefineMemberRef,            (mdToken, LPCWSTR, PCCOR_SIGNATURE, ULONG, mdMemberRef*)) \
+    X(DefineImportMember,         (IMetaDataAssemblyImport*, const void*, ULONG, IMetaDataImport*, mdToken, IMetaDataAssemblyEmit*, mdToken, mdMemberRef*)) \
+    X(DefineEvent,                (mdTypeDef, LPCWSTR, DWORD, mdToken, mdMethodDef, mdMethodDef, mdMethodDef, mdMethodDef*, mdEvent*)) \
+    X(SetClassLayout,             (mdTypeDef, DWORD, COR_FIELD_OFFSET*, ULONG)) \
+    X(DeleteClassLayout,          (mdTypeDef)) \
+    X(SetFieldMarshal,            (mdToken, PCCOR_SIGNATURE, ULONG)) \
+    X(DeleteFieldMarshal,         (mdToken)) \
+    X(DefinePermissionSet,        (mdToken, DWORD, void const*, ULONG, mdPermission*)) \
+    X(SetRVA,                     (mdMethodDef, ULONG)) \
+    X(GetTokenFromSig,            (PCCOR_SIGNATURE, ULONG, mdSignature*)) \
+    X(DefineModuleRef,            (LPCWSTR, mdModuleRef*)) \
+    X(SetParent,                  (mdMemberRef, mdToken)) \
+    X(GetTokenFromTypeSpec,       (PCCOR_SIGNATURE, ULONG, mdTypeSpec*)) \
+    X(SaveToMemory,               (void*, ULONG)) \
+    X(DefineUserString,           (LPCWSTR, ULONG, mdString*)) \
+    X(DeleteToken,                (mdToken)) \
+    X(SetMethodProps,             (mdMethodDef, DWORD, ULONG, DWORD)) \
+    X(SetTypeDefProps,            (mdTypeDef, DWORD, mdToken, mdToken*)) \
+    X(SetEventProps,              (mdEvent, DWORD, mdToken, mdMethodDef, mdMethodDef, mdMethodDef, mdMethodDef*)) \
+    X(SetPermissionSetProps,      (mdToken, DWORD, void const*, ULONG, mdPermission*)) \
+    X(DefinePinvokeMap,           (mdToken, DWORD, LPCWSTR, mdModuleRef)) \
+    X(SetPinvokeMap,              (mdToken, DWORD, LPCWSTR, mdModuleRef)) \
+    X(DeletePinvokeMap,           (mdToken)) \
+    X(DefineCustomAttribute,      (mdToken, mdToken, void const*, ULONG, mdCustomAttribute*)) \
+    X(SetCustomAttributeValue,    (mdCustomAttribute, void const*, ULONG)) \
+    X(DefineField,                (mdTypeDef, LPCWSTR, DWORD, PCCOR_SIGNATURE, ULONG, DWORD, void const*, ULONG, mdFieldDef*)) \
+    X(DefineProperty,             (mdTypeDef, LPCWSTR, DWORD, PCCOR_SIGNATURE, ULONG, DWORD, void const*, ULONG, mdMethodDef, mdMethodDef, mdMethodDef*, mdProperty*)) \
+    X(DefineParam,                (mdMethodDef, ULONG, LPCWSTR, DWORD, DWORD, void const*, ULONG, mdParamDef*)) \
+    X(SetFieldProps,              (mdFieldDef, DWORD, DWORD, void const*, ULONG)) \
+    X(SetPropertyProps,           (mdProperty, DWORD, DWORD, void const*, ULONG, mdMethodDef, mdMethodDef, mdMethodDef*)) \
+    X(SetParamProps,              (mdParamDef, LPCWSTR, DWORD, DWORD, void const*, ULONG)) \
+    X(DefineSecurityAttributeSet, (mdToken, COR_SECATTR*, ULONG, ULONG*)) \
+    X(ApplyEditAndContinue,       (IUnknown*)) \
+    X(TranslateSigWithScope,      (IMetaDataAssemblyImport*, const void*, ULONG, IMetaDataImport*, PCCOR_SIGNATURE, ULONG, IMetaDataAssemblyEmit*, IMetaDataEmit*, PCOR_SIGNATURE, ULONG, ULONG*)) \
+    X(SetMethodImplFlags,         (mdMethodDef, DWORD)) \
+    X(SetFieldRVA,                (mdFieldDef, ULONG)) \
+    X(Merge,                      (IMetaDataImport*, IMapToken*, IUnknown*)) \
+    X(MergeEnd,                   ())
+
+#define METADATA_ASSEMBLY_EMIT_METHODS(X) \
+    X(DefineAssembly,           (const void*, ULONG, ULONG, LPCWSTR, const ASSEMBLYMETADATA*, DWORD, mdAssembly*)) \
+    X(DefineAssemblyRef,        (const void*, ULONG, LPCWSTR, const ASSEMBLYMETADATA*, const void*, ULONG, DWORD, mdAssemblyRef*)) \
+    X(DefineFile,               (LPCWSTR, const void*, ULONG, DWORD, mdFile*)) \
+    X(DefineExportedType,       (LPCWSTR, mdToken, mdTypeDef, DWORD, mdExportedType*)) \
+    X(DefineManifestResource,   (LPCWSTR, mdToken, DWORD, DWORD, mdManifestResource*)) \
+    X(SetAssemblyProps,         (mdAssembly, const void*, ULONG, ULONG, LPCWSTR, const ASSEMBLYMETADATA*, DWORD)) \
+    X(SetAssemblyRefProps,      (mdAssemblyRef, const void*, ULONG, LPCWSTR, const ASSEMBLYMETADATA*, const void*, ULONG, DWORD)) \
+    X(SetFileProps,             (mdFile, const void*, ULONG, DWORD)) \
+    X(SetExportedTypeProps,     (mdExportedType, mdToken, mdTypeDef, DWORD)) \
+    X(SetManifestResourceProps, (mdManifestResource, mdToken, DWORD, DWORD))
 
 // clang-format on

@@ -1,0 +1,554 @@
+// What becomes of method bodies: whole rewritten bodies as golden texts, and the reasons for which
+// a method keeps its own.
+#include "rewrite/method_instrumenter.h"
+
+#include "profiler/runtime_state.h"
+#include "tests/clr/scratch_module_test.h"
+#include "tests/support/fixtures.h"
+#include "tests/support/il_text.h"
+
+#include <set>
+
+namespace corvane::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const Bytes kVoid = {0x00, 0x00, 0x01};
+
+class MethodInstrumenterTest : public ScratchModuleTest {
+protected:
+    void SetUp() override {
+        ScratchModuleTest::SetUp();
+        if (!module) {
+            return;
+        }
+        fill_type_refs();
+        value_type = module->type_ref(corlib, L"System.ValueType");
+        exception = module->type_ref(corlib, L"System.Exception");
+        for (const wchar_t* const name :
+             {L"System.Boolean", L"System.Char", L"System.SByte", L"System.Byte", L"System.Int16",
+              L"System.UInt16", L"System.Int32", L"System.UInt32", L"System.Int64",
+              L"System.UInt64", L"System.Single", L"System.Double", L"System.IntPtr",
+              L"System.UIntPtr"}) {
+            module->type_ref(corlib, name);
+        }
+        point = module->type_def(L"Shop.Point", value_type);
+        customer = module->type_def(L"Shop.Customer", mdTokenNil);
+        // A type in a module of its own.
+        guid = module->type_ref(corlib, L"System.Guid");
+        EXPECT_EQ(
+            module->other().DefineTypeDef(L"System.Guid", tdPublic, mdTokenNil, nullptr, &scratch_),
+            S_OK);
+    }
+
+    // The coded token of a type, as it stands in signatures; of a two-byte token the two.
+    static Bytes coded(mdToken token) {
+        const auto row = static_cast<std::uint32_t>(RidFromToken(token));
+        const std::uint32_t value = row << 2 | (TypeFromToken(token) == mdtTypeRef ? 1 : 0);
+        if (value < 0x80) {
+            return {static_cast<std::uint8_t>(value)};
+        }
+        return {static_cast<std::uint8_t>(value >> 8 | 0x80), static_cast<std::uint8_t>(value)};
+    }
+    static Bytes join(std::initializer_list<Bytes> pieces) {
+        Bytes all;
+        for (const Bytes& piece : pieces) {
+            all.insert(all.end(), piece.begin(), piece.end());
+        }
+        return all;
+    }
+
+    void expect_instrumented(mdMethodDef method, const std::string& golden) {
+        EXPECT_EQ(instrument(method), S_OK);
+        EXPECT_THAT(log(), IsEmpty());
+        ASSERT_EQ(module->installations, 1);
+        expect_golden("instrumented/" + golden + ".golden",
+                      il_text(module->bodies[method], module->import()));
+    }
+
+    void expect_left(mdMethodDef method, const std::wstring& reason) {
+        const Bytes before = module->bodies[method];
+        EXPECT_GE(instrument(method), 0);
+        EXPECT_EQ(module->installations, 0);
+        EXPECT_EQ(module->bodies[method], before);
+        EXPECT_THAT(log(), ElementsAre(L"Left as it is: " + reason));
+        EXPECT_EQ(instrumentationIndex, 1U);
+    }
+
+    mdTypeRef value_type = mdTypeRefNil;
+    mdTypeRef exception = mdTypeRefNil;
+    mdTypeRef guid = mdTypeRefNil;
+    mdTypeDef point = mdTypeDefNil;
+    mdTypeDef customer = mdTypeDefNil;
+
+private:
+    mdTypeDef scratch_ = mdTypeDefNil;
+};
+
+TEST_F(MethodInstrumenterTest, WrapsAStaticMethodWithoutParameters) {
+    expect_instrumented(add(L"Place", kVoid, tiny({0x00, 0x2A})), "static-void");
+}
+
+TEST_F(MethodInstrumenterTest, PassesTheReceiverOfAClass) {
+    // object Place(string): ldarg.1; ret
+    expect_instrumented(add(L"Place", {0x20, 0x01, 0x1C, 0x0E}, tiny({0x03, 0x2A})),
+                        "instance-object");
+}
+
+TEST_F(MethodInstrumenterTest, PassesAndReplacesEveryPrimitive) {
+    expect_instrumented(add(L"Place",
+                            {0x00, 14, 0x08, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x0A,
+                             0x0B, 0x0C, 0x0D, 0x18, 0x19},
+                            tiny({0x16, 0x2A})),
+                        "primitives");
+}
+
+TEST_F(MethodInstrumenterTest, ReplacesClassesAndObjectsOnly) {
+    // Point Place(string, Customer, object, Point, Guid, int32[], Customer[], List<int32>)
+    expect_instrumented(add(L"Place",
+                            join({{0x00, 8, 0x11},
+                                  coded(point),
+                                  {0x0E, 0x12},
+                                  coded(customer),
+                                  {0x1C, 0x11},
+                                  coded(point),
+                                  {0x11},
+                                  coded(guid),
+                                  {0x1D, 0x08, 0x1D, 0x12},
+                                  coded(customer),
+                                  {0x15, 0x12},
+                                  coded(exception),
+                                  {1, 0x08}}),
+                            tiny({0x09, 0x2A})),
+                        "references");
+}
+
+TEST_F(MethodInstrumenterTest, LooksThroughReferencesToValuesOnly) {
+    // void Place(ref int32, ref string, ref Customer, ref object, ref Point, ref int32[],
+    // ref KeyValuePair<string, int32[]>)
+    expect_instrumented(add(L"Place",
+                            join({{0x00, 7, 0x01, 0x10, 0x08, 0x10, 0x0E, 0x10, 0x12},
+                                  coded(customer),
+                                  {0x10, 0x1C, 0x10, 0x11},
+                                  coded(point),
+                                  {0x10, 0x1D, 0x08, 0x10, 0x15, 0x11},
+                                  coded(guid),
+                                  {2, 0x0E, 0x1D, 0x08}}),
+                            tiny({0x2A})),
+                        "by-reference");
+}
+
+TEST_F(MethodInstrumenterTest, BoxesAGenericResult) {
+    // Pair<string, int32> Place(Pair<string, int32>)
+    const Bytes pair = join({{0x15, 0x11}, coded(point), {2, 0x0E, 0x08}});
+    expect_instrumented(add(L"Place", join({{0x00, 1}, pair, pair}), tiny({0x02, 0x2A})),
+                        "generic-value");
+}
+
+TEST_F(MethodInstrumenterTest, ReturnsArraysAsTheyAre) {
+    expect_instrumented(
+        add(L"Place", join({{0x00, 0, 0x1D, 0x1D, 0x12}, coded(customer)}), tiny({0x14, 0x2A})),
+        "array-result");
+}
+
+TEST_F(MethodInstrumenterTest, LeadsEveryReturnToOneExit) {
+    // int32 Place(bool): if (!a) return 1; return 2; with a third return that nothing leads to
+    expect_instrumented(add(L"Place", {0x00, 1, 0x08, 0x02},
+                            tiny({0x02, 0x2D, 0x02, 0x17, 0x2A, 0x18, 0x2A, 0x19, 0x2A})),
+                        "three-returns");
+}
+
+TEST_F(MethodInstrumenterTest, LeadsEveryReturnWithoutAResultToOneExit) {
+    expect_instrumented(
+        add(L"Place", {0x00, 1, 0x01, 0x02}, tiny({0x02, 0x2D, 0x01, 0x2A, 0x00, 0x2A, 0x2A})),
+        "three-void-returns");
+}
+
+TEST_F(MethodInstrumenterTest, KeepsCodeBehindTheLastReturnInside) {
+    // if (!a) return 7; throw null
+    expect_instrumented(
+        add(L"Place", {0x00, 1, 0x08, 0x02}, tiny({0x02, 0x2D, 0x02, 0x1D, 0x2A, 0x14, 0x7A})),
+        "trailing-throw");
+}
+
+TEST_F(MethodInstrumenterTest, KeepsTheClausesOfTheMethodInFront) {
+    // br.s to the block; ret; try { nop; leave.s to the ret } finally { endfinally }
+    const Bytes body = {
+        0x1B, 0x30, 1,    0,    7,    0,    0,    0, 0, 0, 0, 0, // fat, init locals, a section
+        0x2B, 0x01, 0x2A, 0x00, 0xDE, 0xFC, 0xDC, 0,             // the code, padded
+        0x01, 16,   0,    0,    2,    0,    3,    0, 3, 6, 0, 1, 0, 0, 0, 0};
+    expect_instrumented(add(L"Place", kVoid, body), "finally-at-the-end");
+}
+
+TEST_F(MethodInstrumenterTest, DropsTailPrefixes) {
+    // tail. call Place; ret
+    expect_instrumented(add(L"Place", kVoid, tiny({0xFE, 0x14, 0x28, 0x01, 0, 0, 0x06, 0x2A})),
+                        "tail-call");
+}
+
+TEST_F(MethodInstrumenterTest, AddsItsLocalsBehindTheMethodsOwn) {
+    // ldloc.0; ret, with one int32 local
+    mdSignature locals = mdSignatureNil;
+    const Bytes blob = {0x07, 0x01, 0x08};
+    ASSERT_EQ(module->emit().GetTokenFromSig(blob.data(), 3, &locals), S_OK);
+    Bytes body = {0x13, 0x30, 1, 0, 2, 0, 0, 0, 0, 0, 0, 0x11, 0x06, 0x2A};
+    body[8] = static_cast<std::uint8_t>(locals);
+    expect_instrumented(add(L"Place", {0x00, 0, 0x08}, body), "own-locals");
+}
+
+TEST_F(MethodInstrumenterTest, BoxesTheReceiverOfAValueTypeInStrictIl) {
+    strictIl = true;
+    expect_instrumented(add(point, L"Move", {0x20, 0, 0x01}, tiny({0x2A})),
+                        "value-receiver.strict");
+}
+
+TEST_F(MethodInstrumenterTest, BoxesTheReceiverOfAGenericValueTypeInStrictIl) {
+    strictIl = true;
+    const mdTypeDef pair = module->type_def(L"Shop.Pair`2", value_type);
+    ComPtr<IMetaDataEmit2> emit2;
+    ASSERT_EQ(module->emit().QueryInterface(IID_IMetaDataEmit2, emit2.put_void()), S_OK);
+    for (const ULONG number : {0, 1}) {
+        mdGenericParam parameter = mdGenericParamNil;
+        ASSERT_EQ(emit2->DefineGenericParam(pair, number, 0, L"T", 0, nullptr, &parameter), S_OK);
+    }
+    expect_instrumented(add(pair, L"Swap", {0x20, 0, 0x01}, tiny({0x2A})),
+                        "generic-value-receiver.strict");
+}
+
+TEST_F(MethodInstrumenterTest, DefinesBoxingTypesInStrictIl) {
+    strictIl = true;
+    const mdTypeRef before = module->type_ref(corlib, L"Last.One");
+    module->emit().DeleteToken(before);
+    const std::size_t types = module->type_ref_names().size();
+    // A module that names no primitive.
+    module = nullptr;
+    ScratchModuleTest::SetUp();
+    strictIl = true;
+    EXPECT_GT(types, 0U);
+    expect_instrumented(
+        add(L"Place", {0x00, 1, 0x0D, 0x08}, tiny({0x23, 0, 0, 0, 0, 0, 0, 0, 0, 0x2A})),
+        "boxing-types.strict");
+}
+
+TEST_F(MethodInstrumenterTest, IsTheSameInBothFormsWhereBothWork) {
+    const Bytes signature = {0x20, 0x02, 0x08, 0x08, 0x10, 0x0E};
+    const mdMethodDef first = add(L"Place", signature, tiny({0x03, 0x2A}));
+    const mdMethodDef second = add(L"Place", signature, tiny({0x03, 0x2A}));
+    instrument(first);
+    strictIl = true;
+    instrumentationIndex = 0;
+    instrument(second);
+    EXPECT_EQ(module->bodies[first], module->bodies[second]);
+    EXPECT_EQ(module->installations, 2);
+}
+
+TEST_F(MethodInstrumenterTest, CountsTheMethodsThatItIsGiven) {
+    const mdMethodDef throws = add(L"Fail", kVoid, tiny({0x14, 0x7A}));
+    instrument(add(L"Place", kVoid, tiny({0x2A})));
+    instrument(throws);
+    const mdMethodDef third = add(L"Cancel", kVoid, tiny({0x2A}));
+    instrument(third, InstrumentationMode::kTable);
+    EXPECT_EQ(instrumentationIndex, 3U);
+    // Index 2, and the mode as the third argument of RegisterMethod.
+    const std::string text = il_text(module->bodies[third], module->import());
+    EXPECT_THAT(text,
+                ::testing::HasSubstr("   0 ldc.i4 2\n"
+                                     "   1 call Corvane.Instrumentation.Invokers::ContainsKey\n"
+                                     "   2 brtrue.s -> 7\n"
+                                     "   3 ldc.i4 2\n"));
+    EXPECT_THAT(text, ::testing::HasSubstr("   5 ldc.i4 0\n"
+                                           "   6 call "
+                                           "Corvane.Instrumentation.Invokers::RegisterMethod\n"));
+}
+
+TEST_F(MethodInstrumenterTest, LeavesABodyThatIsInstrumented) {
+    const mdMethodDef method = add(L"Place", kVoid, tiny({0x2A}));
+    EXPECT_EQ(instrument(method), S_OK);
+    const Bytes once = module->bodies[method];
+    EXPECT_EQ(instrument(method), META_S_DUPLICATE); // of the last reference
+    EXPECT_EQ(instrument(method, InstrumentationMode::kTable), META_S_DUPLICATE);
+    EXPECT_EQ(module->bodies[method], once);
+    EXPECT_EQ(module->installations, 1);
+    EXPECT_EQ(instrumentationIndex, 1U);
+    EXPECT_THAT(log(), IsEmpty());
+}
+
+TEST_F(MethodInstrumenterTest, InstrumentsABodyThatOnlyBeginsAlike) {
+    const mdMethodDef first = add(L"Place", kVoid, tiny({0x2A}));
+    instrument(first);
+    // ldc.i4 0; call ContainsKey; brtrue.s to the pop's end; ...
+    Bytes copy = module->bodies[first];
+    // The registration's method is another one.
+    const std::size_t register_call = 12 + 5 + 5 + 2 + 5 + 5 + 5 + 1;
+    copy[register_call] ^= 0x01;
+    const mdMethodDef second = add(L"Cancel", kVoid, copy);
+    instrument(second);
+    EXPECT_EQ(module->installations, 2);
+}
+
+// Methods that keep their body.
+
+TEST_F(MethodInstrumenterTest, LeavesAMethodWithoutAReturn) {
+    expect_left(add(L"Fail", kVoid, tiny({0x14, 0x7A})), L"it has no ret instruction");
+}
+
+TEST_F(MethodInstrumenterTest, LeavesAMethodThatJumps) {
+    expect_left(add(L"Place", kVoid, tiny({0x27, 0x01, 0, 0, 0x06, 0x2A})),
+                L"it has a jmp instruction, which no block may hold");
+}
+
+TEST_F(MethodInstrumenterTest, LeavesAMethodWithASignatureThatCannotBeRead) {
+    expect_left(add(L"Place", {0x00, 0x02, 0x01, 0x08}, tiny({0x2A})),
+                L"its signature cannot be read");
+}
+
+TEST_F(MethodInstrumenterTest, LeavesAMethodWithTooManyParameters) {
+    Bytes signature = {0x00, 127, 0x01};
+    signature.insert(signature.end(), 127, 0x1C);
+    instrument(add(L"Place", signature, tiny({0x2A})));
+    EXPECT_EQ(module->installations, 1);
+
+    module->installations = 0;
+    instrumentationIndex = 0;
+    signature = {0x00, 0x80, 128, 0x01};
+    signature.insert(signature.end(), 128, 0x1C);
+    expect_left(add(L"Cancel", signature, tiny({0x2A})), L"it has more than 127 parameters");
+}
+
+TEST_F(MethodInstrumenterTest, LeavesAMethodWithTooManyLocals) {
+    // Eleven more in a method with a result.
+    for (const auto& [own, fits] : {std::pair{245, true}, std::pair{246, false}}) {
+        Bytes blob = {0x07, 0x80, static_cast<std::uint8_t>(own)};
+        blob.insert(blob.end(), static_cast<std::size_t>(own), 0x08);
+        mdSignature locals = mdSignatureNil;
+        ASSERT_EQ(
+            module->emit().GetTokenFromSig(blob.data(), static_cast<ULONG>(blob.size()), &locals),
+            S_OK);
+        Bytes body = {0x03, 0x30, 1, 0, 2, 0, 0, 0, 0, 0, 0, 0x11, 0x16, 0x2A};
+        body[8] = static_cast<std::uint8_t>(locals);
+        body[9] = static_cast<std::uint8_t>(locals >> 8);
+        const mdMethodDef method = add(L"Place", {0x00, 0, 0x08}, body);
+        if (fits) {
+            EXPECT_EQ(instrument(method), S_OK);
+            EXPECT_EQ(module->installations, 1);
+            module->installations = 0;
+            instrumentationIndex = 0;
+        } else {
+            expect_left(method, L"it has too many local variables");
+        }
+    }
+}
+
+TEST_F(MethodInstrumenterTest, LeavesAMethodWhoseStackTheHeaderCannotTell) {
+    Bytes code(70'000, 0x00);
+    for (std::size_t i = 0; i + 1 < code.size(); i += 2) {
+        code[i] = 0x16;     // ldc.i4.0
+        code[i + 1] = 0x26; // pop
+    }
+    code.back() = 0x2A;
+    const auto fat = [](const Bytes& il) {
+        Bytes body = {0x03, 0x30, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+        for (int i = 0; i < 4; ++i) {
+            body[4 + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(il.size() >> (8 * i));
+        }
+        body.insert(body.end(), il.begin(), il.end());
+        return body;
+    };
+    EXPECT_EQ(instrument(add(L"Place", kVoid, fat(code))), S_OK);
+    EXPECT_EQ(module->installations, 1);
+
+    module->installations = 0;
+    instrumentationIndex = 0;
+    code.insert(code.begin(), 70'000, 0x00);
+    for (std::size_t i = 0; i < 70'000; i += 2) {
+        code[i] = 0x16;
+        code[i + 1] = 0x26;
+    }
+    expect_left(add(L"Cancel", kVoid, fat(code)),
+                L"its code pushes too often for the header to say how much stack it takes");
+}
+
+struct RefusedTypeRow {
+    const char* name;
+    Bytes type;
+    const wchar_t* reason;
+};
+
+class RefusedType : public MethodInstrumenterTest,
+                    public ::testing::WithParamInterface<RefusedTypeRow> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    Types, RefusedType,
+    ::testing::Values(
+        RefusedTypeRow{"Pointer", {0x0F, 0x08}, L"a pointer, which cannot be boxed"},
+        RefusedTypeRow{"VoidPointer", {0x0F, 0x01}, L"a pointer, which cannot be boxed"},
+        RefusedTypeRow{"FunctionPointer",
+                       {0x1B, 0x00, 0x00, 0x01},
+                       L"a function pointer, which cannot be boxed"},
+        RefusedTypeRow{"TypedReference", {0x16}, L"a TypedReference, which cannot be boxed"},
+        RefusedTypeRow{
+            "TypeVariable", {0x13, 0x00}, L"of a type that is not fixed, which cannot be boxed"},
+        RefusedTypeRow{
+            "MethodVariable", {0x1E, 0x00}, L"of a type that is not fixed, which cannot be boxed"},
+        RefusedTypeRow{"UnknownElement", {0x17}, L"of an unknown type, which cannot be boxed"}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_P(RefusedType, IsNoParameter) {
+    expect_left(add(L"Place", join({{0x00, 2, 0x01, 0x1C}, GetParam().type}), tiny({0x2A})),
+                std::wstring(L"parameter 2 is ") + GetParam().reason);
+}
+
+TEST_P(RefusedType, IsNoParameterByReference) {
+    if (GetParam().type[0] == 0x16) {
+        return; // there is no such signature
+    }
+    expect_left(add(L"Place", join({{0x00, 1, 0x01, 0x10}, GetParam().type}), tiny({0x2A})),
+                std::wstring(L"parameter 1 is ") + GetParam().reason);
+}
+
+TEST_P(RefusedType, IsNoResult) {
+    expect_left(add(L"Place", join({{0x00, 0}, GetParam().type}), tiny({0x14, 0x2A})),
+                std::wstring(L"its result is ") + GetParam().reason);
+}
+
+TEST_F(MethodInstrumenterTest, LeavesAMethodThatReturnsAReference) {
+    expect_left(add(L"Place", {0x00, 0, 0x10, 0x08}, tiny({0x14, 0x2A})),
+                L"its result is returned by reference");
+}
+
+TEST_F(MethodInstrumenterTest, LeavesMethodsWithByRefLikeTypes) {
+    // The mark stands in the module that defines the type; here both do.
+    const auto mark = [](IMetaDataEmit& emit, mdTypeDef marked) {
+        mdTypeRef attribute = mdTypeRefNil;
+        mdMemberRef constructor = mdMemberRefNil;
+        mdCustomAttribute value = mdCustomAttributeNil;
+        const Bytes signature = {0x20, 0x00, 0x01};
+        ASSERT_EQ(emit.DefineTypeRefByName(TokenFromRid(1, mdtModule),
+                                           L"System.Runtime.CompilerServices.IsByRefLikeAttribute",
+                                           &attribute),
+                  S_OK);
+        ASSERT_EQ(emit.DefineMemberRef(attribute, L".ctor", signature.data(), 3, &constructor),
+                  S_OK);
+        ASSERT_EQ(emit.DefineCustomAttribute(marked, constructor, nullptr, 0, &value), S_OK);
+    };
+    const mdTypeDef own = module->type_def(L"Shop.Cursor", value_type);
+    mark(module->emit(), own);
+    const mdTypeRef span = module->type_ref(corlib, L"System.Span`1");
+    mdTypeDef other = mdTypeDefNil;
+    ASSERT_EQ(
+        module->other().DefineTypeDef(L"System.Span`1", tdPublic, mdTokenNil, nullptr, &other),
+        S_OK);
+    mark(module->other(), other);
+
+    const std::wstring reason = L"of a by-ref-like type, which cannot be boxed";
+    expect_left(add(L"A", join({{0x00, 1, 0x01, 0x11}, coded(own)}), tiny({0x2A})),
+                L"parameter 1 is " + reason);
+    instrumentationIndex = 0;
+    const std::wstring written = output.text();
+    const Bytes span_of_int = join({{0x15, 0x11}, coded(span), {1, 0x08}});
+    instrument(add(L"B", join({{0x00, 0}, span_of_int}), tiny({0x2A})));
+    EXPECT_EQ(log().back(), L"Left as it is: its result is " + reason);
+    instrument(add(L"C", join({{0x00, 1, 0x01, 0x10}, span_of_int}), tiny({0x2A})));
+    EXPECT_EQ(log().back(), L"Left as it is: parameter 1 is " + reason);
+    for (const bool strict : {false, true}) {
+        strictIl = strict;
+        instrument(add(own, L"D", {0x20, 0, 0x01}, tiny({0x2A})));
+        EXPECT_EQ(log().back(), L"Left as it is: its receiver is " + reason);
+    }
+    // A runtime that has no such types.
+    module->can_enumerate_modules = false;
+    instrument(add(L"E", join({{0x00, 0}, span_of_int}), tiny({0x2A})));
+    EXPECT_EQ(module->installations, 1);
+}
+
+TEST_F(MethodInstrumenterTest, FindsNestedValueTypes) {
+    const mdTypeRef outer = module->type_ref(corlib, L"Store.Shelf");
+    const mdTypeRef inner = module->type_ref(outer, L"Place");
+    mdTypeDef outer_def = mdTypeDefNil;
+    mdTypeDef inner_def = mdTypeDefNil;
+    ASSERT_EQ(
+        module->other().DefineTypeDef(L"Store.Shelf", tdPublic, mdTokenNil, nullptr, &outer_def),
+        S_OK);
+    const mdMethodDef method =
+        add(L"Place", join({{0x00, 1, 0x01, 0x11}, coded(inner)}), tiny({0x2A}));
+    expect_left(method, L"parameter 1 is of a value type that no loaded module defines");
+    ASSERT_EQ(module->other().DefineNestedType(L"Place", tdNestedPublic, mdTokenNil, nullptr,
+                                               outer_def, &inner_def),
+              S_OK);
+    instrument(method);
+    EXPECT_EQ(module->installations, 1);
+}
+
+TEST_F(MethodInstrumenterTest, LeavesTheReceiverOfAValueTypeInTheDefaultForm) {
+    expect_left(add(point, L"Move", {0x20, 0, 0x01}, tiny({0x2A})),
+                L"it is an instance method of a value type, whose receiver is no object; "
+                L"CORVANE_STRICT_IL=1 boxes it");
+    instrument(add(point, L"Make", kVoid, tiny({0x2A})));
+    EXPECT_EQ(module->installations, 1); // a static one has none
+}
+
+TEST_F(MethodInstrumenterTest, LeavesAPrimitiveThatTheModuleDoesNotNameInTheDefaultForm) {
+    module = nullptr;
+    ScratchModuleTest::SetUp();
+    fill_type_refs();
+    expect_left(add(L"Place", {0x00, 2, 0x01, 0x1C, 0x0A}, tiny({0x2A})),
+                L"its module does not name System.Int64, as which parameter 2 is boxed; "
+                L"CORVANE_STRICT_IL=1 lets it");
+    // A definition serves as well: the runtime's own library has no references to its own types.
+    module->type_def(L"System.Int64", mdTokenNil);
+    instrument(add(L"Cancel", {0x00, 1, 0x01, 0x0A}, tiny({0x2A})));
+    EXPECT_EQ(module->installations, 1);
+}
+
+TEST_F(MethodInstrumenterTest, LeavesAMethodWhoseBodyCannotBeRead) {
+    const mdMethodDef method = module->method_def(type, L"Place", kVoid);
+    instrument(method);
+    EXPECT_THAT(log(), ElementsAre(std::wstring(L"Left as it is (") +
+                                   hresult_text(E_INVALIDARG).c_str() + L")"));
+    EXPECT_EQ(instrumentationIndex, 0U); // it never got that far
+}
+
+// Whatever the metadata refuses while the body is made, nothing is installed.
+TEST_F(MethodInstrumenterTest, InstallsNothingAfterAnyFailure) {
+    const Bytes pair = join({{0x15, 0x11}, coded(point), {2, 0x0E, 0x08}});
+    const mdMethodDef method = add(L"Place", join({{0x00, 1, 0x08}, pair}), tiny({0x16, 0x2A}));
+    const Bytes before = module->bodies[method];
+    instrument(method);
+    ASSERT_EQ(module->installations, 1);
+    module->bodies[method] = before;
+    instrument(method); // as often as the assemblies are there
+    const std::size_t calls = module->metadata_calls.size();
+    ASSERT_EQ(module->installations, 2);
+    std::set<std::string> failed;
+    // 20 calls define the references of a module that has its assemblies.
+    for (std::size_t call = 22; call < calls; ++call) {
+        module->bodies[method] = before;
+        module->results = {{call, E_ACCESSDENIED}};
+        instrument(method);
+        const std::string& what = module->metadata_calls.at(call);
+        failed.insert(what.substr(0, what.find(' ')));
+        // Only the search for a boxing type goes on, among the definitions.
+        EXPECT_EQ(module->installations, 2) << what;
+        EXPECT_EQ(module->bodies[method], before) << what;
+    }
+    EXPECT_THAT(failed, ElementsAre("DefineUserString", "EnumTypeRefs", "GetModuleMetaData",
+                                    "GetTokenFromSig", "GetTokenFromTypeSpec"));
+}
+
+TEST_F(MethodInstrumenterTest, OpensMscorlibOnceAndKeepsIt) {
+    const mdMethodDef method = add(L"Place", kVoid, tiny({0x2A}));
+    instrument(method);
+    const std::size_t calls = module->metadata_calls.size();
+    // The other module stands for mscorlib: its metadata is not asked through this one.
+    mscorlibModuleId = ScratchModule::kOtherModule;
+    instrument(add(L"Cancel", kVoid, tiny({0x2A})));
+    instrument(add(L"Close", kVoid, tiny({0x2A})));
+    mscorlibModuleId = 0;
+    EXPECT_EQ(module->installations, 3);
+    EXPECT_LT(module->metadata_calls.size(), calls);
+}
+
+} // namespace
+} // namespace corvane::testing

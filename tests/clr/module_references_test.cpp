@@ -1,0 +1,275 @@
+// The references that injected code needs, in the metadata of the runtime's own engine.
+#include "tests/clr/scratch_module_test.h"
+
+namespace corvane::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+const Bytes kVoid = {0x00, 0x00, 0x01};
+const Bytes kReturn = {0x06, 0x2A};
+
+class ModuleReferencesTest : public ScratchModuleTest {
+protected:
+    mdMethodDef method() { return add(L"Place", kVoid, kReturn); }
+};
+
+TEST_F(ModuleReferencesTest, AreDefinedInTheirOrder) {
+    fill_type_refs();
+    const mdMethodDef token = method();
+    EXPECT_EQ(instrument(token), S_OK);
+    EXPECT_EQ(module->installations, 1);
+    std::vector<std::string> calls = module->metadata_calls;
+    calls.resize(26); // behind them comes the rewriting
+    // Assemblies 23000002 and 23000003 are kite.managed and mscorlib, types 0100002A and on are
+    // System.Exception, System.Object, InstrumentationDirectives, MethodArgumentCallback,
+    // kite.managed.span, Invokers and MethodBase.
+    EXPECT_THAT(
+        calls,
+        ElementsAre(
+            "GetModuleMetaData flags 1", "QueryInterface IMetaDataAssemblyEmit",
+            "GetModuleMetaData flags 0",
+            "DefineAssemblyRef kite.managed 3.9.0.0 key C9 CA 73 58 77 97 B1 08 locale 0 hash 0 "
+            "flags 0",
+            "DefineAssemblyRef mscorlib 2.0.0.0 key B7 7A 5C 56 19 34 E0 89 locale 0 hash 0 flags "
+            "0",
+            "DefineTypeRefByName 23000003 System.Exception",
+            "DefineTypeRefByName 23000003 System.Object",
+            "DefineTypeRefByName 23000002 Corvane.Instrumentation.InstrumentationDirectives",
+            "DefineTypeRefByName 23000002 Corvane.Instrumentation.MethodArgumentCallback",
+            "DefineTypeRefByName 23000002 kite.managed.span",
+            "DefineTypeRefByName 23000002 Corvane.Instrumentation.Invokers",
+            "DefineTypeRefByName 23000003 System.Reflection.MethodBase",
+            "DefineMemberRef 0100002C .ctor 20 00 01",
+            "DefineMemberRef 0100002C GetIndexes 20 00 1D 08",
+            "DefineTypeRefByName 23000002 Corvane.Instrumentation.MethodData",
+            "DefineAssemblyRef system 2.0.0.0 key B7 7A 5C 56 19 34 E0 89 locale 0 hash 0 flags 0",
+            "DefineMemberRef 0100002E Log 00 02 01 08 0E",
+            "DefineMemberRef 0100002E Error 00 02 02 0E 12 80 A9", "EnumTypeRefs to count",
+            "EnumTypeRefs to read",
+            "DefineMemberRef 0100002E GenericPrologue 00 04 01 09 1C 1D 1C 12 80 B1",
+            "DefineMemberRef 0100002E GenericEpilogue 00 05 01 09 1C 1D 1C 1C 12 80 B1",
+            "DefineMemberRef 0100002F ContainsKey 00 01 02 09",
+            "DefineMemberRef 01000030 GetCurrentMethod 00 00 12 80 C1",
+            "DefineMemberRef 0100002F RegisterMethod 00 03 01 09 12 80 C1 02",
+            "GetModuleMetaData flags 1"));
+    EXPECT_THAT(log(), IsEmpty());
+}
+
+TEST_F(ModuleReferencesTest, LogTheWalkOverTheTypeReferences) {
+    const mdMethodDef token = method();
+    instrument(token);
+    EXPECT_THAT(std::wstring(output.text()),
+                HasSubstr(L"[tag] ===============================\n"
+                          L"[tag] TRAVERSING TYPE System.Object \r\n\n"
+                          L"[tag] TRAVERSING TYPE System.Exception \r\n\n"
+                          L"[tag] TRAVERSING TYPE System.Object \r\n\n"
+                          L"[tag] TRAVERSING TYPE Corvane.Instrumentation."
+                          L"InstrumentationDirectives \r\n\n"
+                          L"[tag] TRAVERSING TYPE Corvane.Instrumentation."
+                          L"MethodArgumentCallback \r\n\n"
+                          L"[tag] TRAVERSING TYPE kite.managed.span \r\n\n"
+                          L"[tag] TRAVERSING TYPE Corvane.Instrumentation.Invokers \r\n\n"
+                          L"[tag] TRAVERSING TYPE System.Reflection.MethodBase \r\n\n"));
+}
+
+TEST_F(ModuleReferencesTest, AreSharedByTheMethodsOfAModule) {
+    fill_type_refs();
+    const mdMethodDef first = method();
+    const mdMethodDef second = add(L"Cancel", kVoid, kReturn);
+    EXPECT_EQ(instrument(first), S_OK);
+    const auto types = module->type_ref_names();
+    const auto assemblies = module->assembly_ref_names();
+    EXPECT_EQ(instrument(second), META_S_DUPLICATE); // of the last reference
+    EXPECT_EQ(module->installations, 2);
+    EXPECT_EQ(module->type_ref_names(), types);
+    EXPECT_EQ(module->assembly_ref_names(), assemblies);
+    EXPECT_THAT(assemblies,
+                ElementsAre(L"System.Runtime", L"kite.managed", L"mscorlib", L"system"));
+    EXPECT_FALSE(module->import().IsValidToken(mdtMemberRef + 10)); // nine members in all
+    EXPECT_TRUE(module->import().IsValidToken(mdtMemberRef + 9));
+    EXPECT_THAT(module->metadata_calls,
+                ::testing::Not(::testing::Contains(HasSubstr("DefineAssemblyRef"))));
+}
+
+TEST_F(ModuleReferencesTest, ReuseOnlyTheSameAssembly) {
+    // Other versions and keys of the same name are other assemblies.
+    module->assembly_ref(L"kite.managed");
+    module->assembly_ref(L"mscorlib");
+    fill_type_refs();
+    instrument(method());
+    EXPECT_THAT(module->assembly_ref_names(),
+                ElementsAre(L"System.Runtime", L"kite.managed", L"mscorlib", L"kite.managed",
+                            L"mscorlib", L"system"));
+}
+
+TEST_F(ModuleReferencesTest, TakeTheMethodBaseThatTheModuleNamesFirst) {
+    const mdTypeRef own = module->type_ref(corlib, L"System.Reflection.MethodBase");
+    ASSERT_EQ(own, 0x01000002U);
+    fill_type_refs();
+    EXPECT_EQ(instrument(method()), S_OK);
+    EXPECT_THAT(module->member_signature(L"GetCurrentMethod"),
+                ElementsAre(0x00, 0x00, 0x12, 0x09, 0x00));
+}
+
+TEST_F(ModuleReferencesTest, MatchTheWholeNameOfMethodBase) {
+    module->type_ref(corlib, L"System.Reflection.MethodBas");
+    module->type_ref(corlib, L"System.Reflection.MethodBase2");
+    module->type_ref(corlib, L"system.reflection.methodbase");
+    fill_type_refs();
+    EXPECT_EQ(instrument(method()), S_OK);
+    // Row 0x33, behind 4 types of the module's own, 40 fillers and six of ours.
+    EXPECT_THAT(module->member_signature(L"GetCurrentMethod"),
+                ElementsAre(0x00, 0x00, 0x12, 0x80, 0xCD));
+}
+
+TEST_F(ModuleReferencesTest, KeepTheirLengthInASmallModule) {
+    EXPECT_EQ(instrument(method()), S_OK);
+    EXPECT_THAT(module->member_signature(L"Error"),
+                ElementsAre(0x00, 0x02, 0x02, 0x0E, 0x12, 0x09, 0x00));
+    EXPECT_THAT(module->member_signature(L"GenericPrologue"),
+                ElementsAre(0x00, 0x04, 0x01, 0x09, 0x1C, 0x1D, 0x1C, 0x12, 0x11, 0x00));
+    EXPECT_THAT(module->member_signature(L"RegisterMethod"),
+                ElementsAre(0x00, 0x03, 0x01, 0x09, 0x12, 0x21, 0x00, 0x02));
+    // That one names no method.
+    EXPECT_EQ(module->installations, 0);
+    EXPECT_THAT(log(), ElementsAre(L"Left as it is: Invokers.RegisterMethod cannot be referred to "
+                                   L"in a module with so few or so many type references; "
+                                   L"CORVANE_STRICT_IL=1 can"));
+    EXPECT_EQ(instrumentationIndex, 1U);
+}
+
+TEST_F(ModuleReferencesTest, AreExactInASmallModuleInStrictIl) {
+    strictIl = true;
+    EXPECT_EQ(instrument(method()), S_OK);
+    EXPECT_THAT(module->member_signature(L"Error"),
+                ElementsAre(0x00, 0x02, 0x02, 0x0E, 0x12, 0x09));
+    EXPECT_THAT(module->member_signature(L"GenericPrologue"),
+                ElementsAre(0x00, 0x04, 0x01, 0x09, 0x1C, 0x1D, 0x1C, 0x12, 0x11));
+    EXPECT_THAT(module->member_signature(L"GenericEpilogue"),
+                ElementsAre(0x00, 0x05, 0x01, 0x09, 0x1C, 0x1D, 0x1C, 0x1C, 0x12, 0x11));
+    EXPECT_THAT(module->member_signature(L"GetCurrentMethod"), ElementsAre(0x00, 0x00, 0x12, 0x21));
+    EXPECT_THAT(module->member_signature(L"RegisterMethod"),
+                ElementsAre(0x00, 0x03, 0x01, 0x09, 0x12, 0x21, 0x02));
+    EXPECT_EQ(module->installations, 1);
+}
+
+TEST_F(ModuleReferencesTest, StopWhereDirectivesDoNotFitTheirSignature) {
+    fill_type_refs(4095 - 3); // InstrumentationDirectives gets row 4,096, System.Exception 4,094
+    EXPECT_EQ(instrument(method()), S_OK);
+    EXPECT_THAT(log(), ElementsAre(L"Failed to compress token for "
+                                   L"Corvane.Instrumentation.InstrumentationDirectives type. Token "
+                                   L"size is bigger than expected."));
+    EXPECT_EQ(module->installations, 0);
+    EXPECT_THAT(module->member_signature(L"Log"), ElementsAre(0x00, 0x02, 0x01, 0x08, 0x0E));
+    EXPECT_THAT(module->member_signature(L"Error"), IsEmpty());
+}
+
+TEST_F(ModuleReferencesTest, StopWhereTheExceptionDoesNotFitItsSignature) {
+    // The module has the other types already.
+    const mdMethodDef token = method();
+    const auto kite = [&] { return mdAssemblyRef{0x23000002}; };
+    strictIl = true;
+    module->results = {{5, E_FAIL}}; // the assemblies are there, System.Exception is not
+    instrument(token);
+    module->results.clear();
+    module->type_ref(kite(), L"Corvane.Instrumentation.InstrumentationDirectives");
+    fill_type_refs(4095);
+    EXPECT_EQ(instrument(token), S_OK);
+    EXPECT_EQ(log().back(), L"Failed to compress token for System.Exception type. Token size is "
+                            L"bigger than expected.");
+    EXPECT_EQ(module->installations, 0);
+}
+
+TEST_F(ModuleReferencesTest, CutTheTokenOfAFarMethodBaseInTheDefaultForm) {
+    module->results = {{11, E_FAIL}}; // all the types but MethodBase
+    const mdMethodDef token = method();
+    instrument(token);
+    module->results.clear();
+    fill_type_refs(4096);
+    EXPECT_EQ(instrument(token), S_OK);
+    EXPECT_THAT(module->member_signature(L"GetCurrentMethod"),
+                ElementsAre(0x00, 0x00, 0x12, 0xC0, 0x00));
+    EXPECT_THAT(module->member_signature(L"RegisterMethod"),
+                ElementsAre(0x00, 0x03, 0x01, 0x09, 0x12, 0xC0, 0x00, 0x02));
+    EXPECT_EQ(module->installations, 0);
+    EXPECT_THAT(log().back(), ::testing::StartsWith(L"Left as it is: Invokers.RegisterMethod"));
+}
+
+struct FailureRow {
+    std::size_t call;
+    const wchar_t* message;
+};
+
+// In the order of the calls; see AreDefinedInTheirOrder.
+const FailureRow kFailures[] = {
+    {0, L"Failed to get module metadata interface (%)"},
+    {1, L"Failed to query IMetaDataAssemblyEmit interface (%)"},
+    {2, L"Failed to get module metadata interface (%)"},
+    {3, L"Failed to query module token (%)"},
+    {4, L"Failed to query module token (%)"},
+    {5, L"Failed to get kite.managed.span class reference (%)"},
+    {6, L"Failed to get System.Object class reference (%)"},
+    {7, L"Failed to get Corvane.Instrumentation.InstrumentationDirectives class reference (%)"},
+    {8, L"Failed to get Corvane.Instrumentation.MethodArgumentCallback class reference (%)"},
+    {9, L"Failed to get kite.managed.span class reference (%)"},
+    {10, L"Failed to get Corvane.Instrumentation.Invokers class reference (%)"},
+    {11, L"Failed to get System.Reflection.MethodBase class reference (%)"},
+    {12, L"Failed to get Corvane.Instrumentation.InstrumentationDirectives::ctor() construction "
+         L"method reference (%)"},
+    {13, L"Failed to get Corvane.Instrumentation.InstrumentationDirectives::GetIndexes() method "
+         L"reference (%)"},
+    {14, L"Failed to get Corvane.Instrumentation.MethodData class reference (%)"},
+    {15, L"Failed to query module token of System.dll  Version=4.0.0.0, Culture=neutral, "
+         L"PublicKeyToken=b77a5c561934e089) (%)"},
+    {16, L"Failed to get System.Diagnostics.Trace::WriteLine(string message) method reference (%)"},
+    {17, L"Failed to get span::Error() method reference (%)"},
+    {18, L"Failed to get token for System.Reflection.MethodBase type (%)"},
+    {19, L"Failed to get token for System.Reflection.MethodBase type (%)"},
+    {20, L"Failed to get span::GenericPrologue() method reference (%)"},
+    {21, L"Failed to get span::GenericEpilogue() method reference (%)"},
+    {22, L"Failed to get Corvane.Instrumentation.Invokers::ContainsKey() method reference (%)"},
+    {23, L"Failed to get System.Reflection.MethodBase::GetCurrentMethod() method reference (%)"},
+    {24, L"Failed to get Corvane.Instrumentation.Invokers::Register_Method() method reference (%)"},
+};
+
+class ModuleReferenceFailure : public ModuleReferencesTest,
+                               public ::testing::WithParamInterface<FailureRow> {};
+
+INSTANTIATE_TEST_SUITE_P(Calls, ModuleReferenceFailure, ::testing::ValuesIn(kFailures),
+                         [](const auto& row) { return "Call" + std::to_string(row.param.call); });
+
+TEST_P(ModuleReferenceFailure, IsLoggedAndStopsAll) {
+    const mdMethodDef token = method();
+    module->results = {{GetParam().call, E_ACCESSDENIED}};
+    EXPECT_EQ(instrument(token), E_ACCESSDENIED);
+    EXPECT_EQ(module->metadata_calls.size(), GetParam().call + 1);
+    EXPECT_EQ(module->installations, 0);
+    EXPECT_EQ(module->bodies[token], kReturn);
+    EXPECT_EQ(instrumentationIndex, 0U);
+
+    std::wstring message = GetParam().message;
+    message.replace(message.find(L'%'), 1, hresult_text(E_ACCESSDENIED).c_str());
+    std::vector<std::wstring> expected = {message};
+    if (message.starts_with(L"Failed to get token")) {
+        expected.insert(expected.begin(),
+                        L"Failed to get type references for type System.Reflection.MethodBase");
+    }
+    EXPECT_THAT(log(), ElementsAreArray(expected));
+}
+
+TEST_F(ModuleReferencesTest, SucceedWhereRewritingDoesNot) {
+    fill_type_refs();
+    const mdMethodDef token = method();
+    module->results = {{25, E_ACCESSDENIED}}; // the metadata, for the rewriting
+    EXPECT_EQ(instrument(token), S_OK);
+    EXPECT_EQ(module->installations, 0);
+    EXPECT_THAT(log(), ElementsAre(std::wstring(L"Left as it is (") +
+                                   hresult_text(E_ACCESSDENIED).c_str() + L")"));
+}
+
+} // namespace
+} // namespace corvane::testing
