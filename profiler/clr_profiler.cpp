@@ -8,6 +8,7 @@
 #include "profiler/process_facts.h"
 #include "profiler/runtime_state.h"
 #include "profiler/type_library.h"
+#include "rewrite/managed_library.h"
 #include "rewrite/module_references.h"
 #include "rewrite/rewrite_settings.h"
 #include "selection/excluded_scopes.h"
@@ -215,6 +216,8 @@ HRESULT CClrProfiler::note_module(ModuleID module) {
                     assembly_name.c_str());
     if (assembly_name == L"mscorlib") {
         mscorlibModuleId = module;
+    } else if (assembly_name == kManagedLibrary) {
+        managedLibraryLoaded = true;
     }
     return hr;
 }

@@ -3,62 +3,73 @@
 #include "clr/com_ptr.h"
 
 #include <algorithm>
-#include <string_view>
 
 namespace corvane {
 
 namespace {
 
-bool is_identity_of(IMetaDataAssemblyImport* metadata, mdAssemblyRef assembly,
-                    const AssemblyIdentity& identity) {
-    constexpr ULONG kNameRoom = 64; // every name that is looked for is far shorter
-    std::array<wchar_t, kNameRoom> name{};
-    ULONG length = 0;
+struct Properties {
+    std::array<wchar_t, 64> name{}; // every name that is looked for is shorter
     const void* key = nullptr;
     ULONG key_size = 0;
-    ASSEMBLYMETADATA data{};
-    const void* hash = nullptr;
+    ASSEMBLYMETADATA metadata{};
     ULONG hash_size = 0;
     DWORD flags = 0;
-    if (FAILED(metadata->GetAssemblyRefProps(assembly, &key, &key_size, name.data(), kNameRoom,
-                                             &length, &data, &hash, &hash_size, &flags))) {
-        return false;
-    }
-    const auto* const key_bytes = static_cast<const std::uint8_t*>(key);
-    const std::array version = {data.usMajorVersion, data.usMinorVersion, data.usBuildNumber,
-                                data.usRevisionNumber};
-    // Of a culture only the length is told here: a neutral one has none but the terminator.
-    return std::wstring_view(name.data()) == identity.name && version == identity.version &&
-           data.cbLocale <= 1 && hash_size == 0 && flags == 0 &&
-           std::equal(identity.public_key_token.begin(), identity.public_key_token.end(), key_bytes,
-                      key_bytes + key_size);
-}
+};
 
-bool find(IMetaDataAssemblyImport* metadata, const AssemblyIdentity& identity,
-          mdAssemblyRef& assembly) {
+// The first reference that `is_wanted` says is, nil if there is none.
+template <class IsWanted>
+mdAssemblyRef find(IMetaDataAssemblyImport* metadata, const IsWanted& is_wanted) {
     HCORENUM list = nullptr;
     mdAssemblyRef candidate = mdAssemblyRefNil;
     ULONG count = 0;
-    bool found = false;
-    while (!found && metadata->EnumAssemblyRefs(&list, &candidate, 1, &count) == S_OK &&
-           count == 1) {
-        found = is_identity_of(metadata, candidate, identity);
+    mdAssemblyRef found = mdTokenNil;
+    while (found == mdTokenNil &&
+           metadata->EnumAssemblyRefs(&list, &candidate, 1, &count) == S_OK && count == 1) {
+        Properties of;
+        ULONG length = 0;
+        const void* hash = nullptr;
+        if (SUCCEEDED(
+                metadata->GetAssemblyRefProps(candidate, &of.key, &of.key_size, of.name.data(),
+                                              static_cast<ULONG>(of.name.size()), &length,
+                                              &of.metadata, &hash, &of.hash_size, &of.flags)) &&
+            is_wanted(of)) {
+            found = candidate;
+        }
     }
-    static_cast<void>(metadata->CloseEnum(list));
-    if (found) {
-        assembly = candidate;
-    }
+    metadata->CloseEnum(list);
     return found;
+}
+
+bool is_same(const Properties& of, const AssemblyIdentity& identity) {
+    const ASSEMBLYMETADATA& data = of.metadata;
+    const std::array version = {data.usMajorVersion, data.usMinorVersion, data.usBuildNumber,
+                                data.usRevisionNumber};
+    const auto* const key = static_cast<const std::uint8_t*>(of.key);
+    // Of a culture only the length is told here: a neutral one has none but the terminator.
+    return std::wstring_view(of.name.data()) == identity.name && version == identity.version &&
+           data.cbLocale <= 1 && of.hash_size == 0 && of.flags == 0 &&
+           std::equal(identity.public_key_token.begin(), identity.public_key_token.end(), key,
+                      key + of.key_size);
 }
 
 } // namespace
 
+bool refers_to_assembly(IMetaDataAssemblyImport* metadata, std::wstring_view name) {
+    return find(metadata, [&](const Properties& of) { return of.name.data() == name; }) !=
+           mdTokenNil;
+}
+
 HRESULT DefineAssemblyRefOnce(IMetaDataAssemblyEmit* emit, const AssemblyIdentity& identity,
                               mdAssemblyRef& assembly) {
     ComPtr<IMetaDataAssemblyImport> import;
-    if (SUCCEEDED(emit->QueryInterface(__uuidof(IMetaDataAssemblyImport), import.put_void())) &&
-        find(import.get(), identity, assembly)) {
-        return S_OK;
+    if (SUCCEEDED(emit->QueryInterface(__uuidof(IMetaDataAssemblyImport), import.put_void()))) {
+        const mdAssemblyRef there =
+            find(import.get(), [&](const Properties& of) { return is_same(of, identity); });
+        if (there != mdTokenNil) {
+            assembly = there;
+            return S_OK;
+        }
     }
     ASSEMBLYMETADATA metadata{};
     metadata.usMajorVersion = identity.version[0];

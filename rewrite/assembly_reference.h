@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string_view>
 
 namespace corvane {
 
@@ -14,6 +15,9 @@ struct AssemblyIdentity {
     std::array<USHORT, 4> version; // major, minor, build, revision
     std::array<std::uint8_t, 8> public_key_token;
 };
+
+// Whether the module refers to an assembly of this name, whatever its version.
+bool refers_to_assembly(IMetaDataAssemblyImport* metadata, std::wstring_view name);
 
 // The module's reference to exactly this assembly, defined if there is none: unlike type and member
 // references, equal assembly references are not made one by the metadata, and every type reference

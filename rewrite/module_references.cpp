@@ -5,6 +5,7 @@
 #include "profiler/hresult_text.h"
 #include "rewrite/assembly_reference.h"
 #include "rewrite/instrumentation_references.h"
+#include "rewrite/managed_library.h"
 #include "rewrite/method_instrumenter.h"
 #include "rewrite/reference_signatures.h"
 #include "rewrite/rewrite_settings.h"
@@ -16,7 +17,7 @@ namespace {
 
 // The token is that of the key in managed/Kite.Managed.
 constexpr AssemblyIdentity kKite = {
-    L"kite.managed", {3, 9, 0, 0}, {0xC9, 0xCA, 0x73, 0x58, 0x77, 0x97, 0xB1, 0x08}};
+    kManagedLibrary, {3, 9, 0, 0}, {0xC9, 0xCA, 0x73, 0x58, 0x77, 0x97, 0xB1, 0x08}};
 // Every later runtime takes these for its own.
 constexpr AssemblyIdentity kMscorlib = {
     L"mscorlib", {2, 0, 0, 0}, {0xB7, 0x7A, 0x5C, 0x56, 0x19, 0x34, 0xE0, 0x89}};
@@ -44,6 +45,18 @@ public:
                succeeded(context_.info->GetModuleMetaData(
                              module_, ofRead, __uuidof(IMetaDataImport), import_.put_unknown()),
                          kNoMetadata);
+    }
+
+    // No call of the metadata either, as far as the result goes.
+    bool can_find_library() {
+        ComPtr<IMetaDataAssemblyImport> assembly_import;
+        if (SUCCEEDED(emit_.query(assembly_import)) &&
+            can_find_managed_library(info_, assembly_import.get())) {
+            return true;
+        }
+        context_.log.log(1, L"Left as it is: kite.managed is not loaded; name its file in "
+                            L"DOTNET_STARTUP_HOOKS");
+        return false;
     }
 
     bool assembly(const AssemblyIdentity& identity, mdAssemblyRef& token, const wchar_t* message) {
@@ -110,7 +123,7 @@ bool define(Definer& definer, bool strict, InstrumentationReferences& to) {
 
     constexpr const wchar_t* kNoAssembly = L"Failed to query module token (%s)";
     constexpr const wchar_t* kNoSpan = L"Failed to get kite.managed.span class reference (%s)";
-    if (!(definer.open() && //
+    if (!(definer.open() && definer.can_find_library() &&
           definer.assembly(kKite, kite, kNoAssembly) &&
           definer.assembly(kMscorlib, to.mscorlib, kNoAssembly) &&
           definer.type(to.mscorlib, L"System.Exception", to.exception_type, kNoSpan) &&

@@ -1,4 +1,5 @@
 // The references that injected code needs, in the metadata of the runtime's own engine.
+#include "profiler/runtime_state.h"
 #include "tests/clr/scratch_module_test.h"
 
 namespace corvane::testing {
@@ -259,6 +260,30 @@ TEST_P(ModuleReferenceFailure, IsLoggedAndStopsAll) {
                         L"Failed to get type references for type System.Reflection.MethodBase");
     }
     EXPECT_THAT(log(), ElementsAreArray(expected));
+}
+
+TEST_F(ModuleReferencesTest, AreNotDefinedWithoutTheManagedLibrary) {
+    fill_type_refs();
+    const mdMethodDef token = method();
+    module->runtime_type = COR_PRF_CORE_CLR;
+    EXPECT_EQ(instrument(token), S_OK);
+    EXPECT_EQ(module->metadata_calls.size(), 3U); // the metadata is opened
+    EXPECT_EQ(module->installations, 0);
+    EXPECT_THAT(log(), ElementsAre(L"Left as it is: kite.managed is not loaded; name its file in "
+                                   L"DOTNET_STARTUP_HOOKS"));
+
+    managedLibraryLoaded = true;
+    EXPECT_EQ(instrument(token), S_OK);
+    managedLibraryLoaded = false;
+    EXPECT_EQ(module->installations, 1);
+}
+
+TEST_F(ModuleReferencesTest, AreDefinedForAModuleThatWasCompiledAgainstTheLibrary) {
+    fill_type_refs();
+    module->assembly_ref(L"kite.managed");
+    module->runtime_type = COR_PRF_CORE_CLR;
+    EXPECT_EQ(instrument(method()), S_OK);
+    EXPECT_EQ(module->installations, 1);
 }
 
 TEST_F(ModuleReferencesTest, SucceedWhereRewritingDoesNot) {

@@ -364,6 +364,12 @@ HRESULT ScratchModule::GetModuleMetaData(ModuleID module, DWORD flags, REFIID ii
     return FAILED(hr) ? hr : metadata_->QueryInterface(iid, reinterpret_cast<void**>(metadata));
 }
 
+HRESULT ScratchModule::GetRuntimeInformation(USHORT*, COR_PRF_RUNTIME_TYPE* type, USHORT*, USHORT*,
+                                             USHORT*, USHORT*, ULONG, ULONG*, WCHAR*) {
+    *type = runtime_type;
+    return S_OK;
+}
+
 HRESULT ScratchModule::EnumModules(ICorProfilerModuleEnum** modules) {
     std::vector<ModuleID> loaded = {kModule};
     if (other_) {

@@ -50,6 +50,7 @@ public:
     std::map<std::size_t, HRESULT> results;
     std::vector<std::string> metadata_calls;
     bool can_enumerate_modules = true;
+    COR_PRF_RUNTIME_TYPE runtime_type = COR_PRF_DESKTOP_CLR;
 
     // The test's own aside.
     [[nodiscard]] int held_references() const { return references_ - 1 + *metadata_references_; }
@@ -60,6 +61,10 @@ public:
 
     HRESULT STDMETHODCALLTYPE GetModuleMetaData(ModuleID module, DWORD flags, REFIID iid,
                                                 IUnknown** metadata) override;
+    HRESULT STDMETHODCALLTYPE GetRuntimeInformation(USHORT* instance, COR_PRF_RUNTIME_TYPE* type,
+                                                    USHORT* major, USHORT* minor, USHORT* build,
+                                                    USHORT* qfe, ULONG capacity, ULONG* length,
+                                                    WCHAR* version) override;
     HRESULT STDMETHODCALLTYPE EnumModules(ICorProfilerModuleEnum** modules) override;
     HRESULT STDMETHODCALLTYPE GetILFunctionBody(ModuleID module, mdMethodDef method,
                                                 LPCBYTE* header, ULONG* size) override;

@@ -61,6 +61,7 @@ protected:
         profilerInfo2.reset();
         profilerInfo3.reset();
         mscorlibModuleId = 0;
+        managedLibraryLoaded = false;
         excluded_scopes.clear();
         target_methods.clear();
     }
@@ -385,6 +386,14 @@ TEST_F(ModuleLoadFinished, NotesMscorlib) {
     EXPECT_EQ(runtime.calls, (std::vector<std::string>{"GetModuleInfo", "GetModuleInfo",
                                                        "GetAssemblyInfo", "GetAssemblyInfo"}));
     EXPECT_EQ(lines(), L""); // level 4
+}
+
+TEST_F(ModuleLoadFinished, NotesTheManagedLibrary) {
+    EXPECT_EQ(profiler->ModuleLoadFinished(0x10, S_OK), S_OK);
+    EXPECT_FALSE(managedLibraryLoaded);
+    runtime.assemblies[0x20] = L"kite.managed";
+    EXPECT_EQ(profiler->ModuleLoadFinished(0x10, S_OK), S_OK);
+    EXPECT_TRUE(managedLibraryLoaded);
 }
 
 TEST_F(ModuleLoadFinished, LetsALaterLoadOverwrite) {

@@ -1,0 +1,17 @@
+// Whether the calls that are injected will find the library that they call. A method with a call
+// into an assembly that is not there does not compile, so it is asked first.
+#pragma once
+
+#include "clr/cor_profiler.h"
+#include "clr/metadata.h"
+
+namespace corvane {
+
+inline constexpr const wchar_t* kManagedLibrary = L"kite.managed";
+
+// True once the library is loaded; for a module that was compiled against it; and in the .NET
+// Framework, where it is installed for all programs and loaded when it is first called. `metadata`
+// is the module's, before anything is defined in it.
+bool can_find_managed_library(ICorProfilerInfo* info, IMetaDataAssemblyImport* metadata);
+
+} // namespace corvane
