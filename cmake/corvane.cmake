@@ -105,3 +105,11 @@ function(corvane_dotnet_program name directory)
     VERBATIM)
   add_custom_target(managed_${name} DEPENDS "${assembly}")
 endfunction()
+
+# corvane_dotnet_test(NAME LABEL ASSEMBLY): registers an xunit assembly; its report is reports/NAME.xml.
+function(corvane_dotnet_test name label assembly)
+  add_test(NAME ${name} WORKING_DIRECTORY "${CMAKE_BINARY_DIR}"
+    COMMAND dotnet vstest "${assembly}" --logger:trx$<SEMICOLON>LogFileName=${name}.xml
+            --ResultsDirectory:reports)
+  set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 600)
+endfunction()

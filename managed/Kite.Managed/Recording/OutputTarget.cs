@@ -6,8 +6,8 @@ using System.IO;
 namespace Corvane.Instrumentation.Recording;
 
 // Where a variable says that text goes: "stderr", "stdout", or a file, whose path is understood from the
-// folder that the program was started in, and in which {pid} stands for the number of the process. Text is
-// UTF-8. The console is written to past the program's own writers, which may be its own code.
+// folder that is current when the library is first used, and in which {pid} stands for the number of the
+// process. Text is UTF-8. The console is written to past the program's own writers, which may be its own code.
 internal sealed class OutputTarget
 {
     private readonly string name;

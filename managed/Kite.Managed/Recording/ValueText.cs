@@ -62,6 +62,10 @@ internal static class ValueText
     private static StringBuilder AppendEscaped(StringBuilder text, string characters, char quote, int most)
     {
         var count = Math.Min(characters.Length, most);
+        if (count < characters.Length && char.IsSurrogatePair(characters[count - 1], characters[count]))
+        {
+            count--;
+        }
         for (var position = 0; position < count; position++)
         {
             var character = characters[position];

@@ -1,0 +1,61 @@
+// A run of this assembly as a program of its own, and what came of it.
+using System;
+using System.Collections.Generic;
+using System.Diagnostics;
+using System.IO;
+using Xunit;
+
+namespace Kite.Managed.Tests;
+
+internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Errors)
+{
+    internal static readonly string Assembly = typeof(Program).Assembly.Location;
+
+    internal static ChildProgram Run(string[] arguments, params (string Name, string Value)[] variables) =>
+        Run(Assembly, arguments, variables);
+
+    internal static ChildProgram Run(string assembly, string[] arguments, params (string Name, string Value)[] variables)
+    {
+        var start = new ProcessStartInfo(Environment.ProcessPath!, [assembly, .. arguments])
+        {
+            RedirectStandardOutput = true,
+            RedirectStandardError = true,
+        };
+        foreach (var name in new[] { "CORVANE_CALL_TREE", "CORVANE_TRACE_LOG", "DOTNET_STARTUP_HOOKS" })
+        {
+            start.Environment.Remove(name);
+        }
+        // An exception that nothing handles is not to leave a dump behind.
+        start.Environment["DOTNET_DbgEnableMiniDump"] = "0";
+        foreach (var (name, value) in variables)
+        {
+            start.Environment[name] = value;
+        }
+        using var process = Process.Start(start)!;
+        var errors = process.StandardError.ReadToEndAsync();
+        var output = process.StandardOutput.ReadToEnd();
+        if (!process.WaitForExit(60_000))
+        {
+            process.Kill();
+            Assert.Fail("the program did not end");
+        }
+        return new ChildProgram(process.ExitCode, Lines(output), Lines(errors.Result));
+    }
+
+    private static string[] Lines(string text) =>
+        text.Length == 0 ? [] : text.TrimEnd('\n').Split(Environment.NewLine);
+}
+
+// A folder of a test's own.
+internal sealed class TemporaryFolder : IDisposable
+{
+    private readonly DirectoryInfo folder = Directory.CreateTempSubdirectory("kite-managed-");
+
+    internal string this[string name] => Path.Combine(folder.FullName, name);
+
+    internal string FullName => folder.FullName;
+
+    internal IEnumerable<FileInfo> Files => folder.EnumerateFiles();
+
+    public void Dispose() => folder.Delete(recursive: true);
+}

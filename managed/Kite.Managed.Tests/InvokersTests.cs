@@ -1,0 +1,37 @@
+// The public way through the process's own recorder, which records nothing in a test run.
+using System;
+using Corvane.Instrumentation;
+using kite.managed;
+using Xunit;
+
+namespace Kite.Managed.Tests;
+
+public class InvokersTests
+{
+    [Fact]
+    public void ARegisteredMethodIsKnownAndTheFirstOneStays()
+    {
+        const uint Index = 4_000_000_000;
+        Assert.False(Invokers.ContainsKey(Index));
+        Invokers.RegisterMethod(Index, Recording.Method(typeof(Shop), "Count"), false);
+        Assert.True(Invokers.ContainsKey(Index));
+        Invokers.RegisterMethod(Index, Recording.Method(typeof(Shop), "Open"), true);
+
+        MethodData? seen = null;
+        object?[] arguments = ["tea", 1];
+        var directives = new InstrumentationDirectives();
+        MethodArgumentCallback callback = (method, _, _, asked) => seen = asked.ReplaceArgument(1, 5) ? method : null;
+        Invokers.AddArgumentCallback(callback);
+        span.GenericPrologue(Index, null, arguments, directives);
+        Assert.True(Invokers.RemoveArgumentCallback(callback));
+        Assert.Equal("Kite.Managed.Tests.Shop.Count", seen!.Name);
+        Assert.False(seen.Traced);
+        Assert.Equal([1], directives.GetIndexes());
+        Assert.Equal(["tea", 5], arguments);
+
+        span.GenericEpilogue(Index, null, arguments, 5, new InstrumentationDirectives());
+        span.GenericPrologue(Index, null, arguments, directives);
+        Assert.False(span.Error(null, new InvalidOperationException()));
+        span.Log(4, "[Finally] Shop.Count::Finally;");
+    }
+}

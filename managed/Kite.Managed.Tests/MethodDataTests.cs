@@ -1,0 +1,110 @@
+using System;
+using System.Linq;
+using System.Reflection;
+using System.Runtime.CompilerServices;
+using System.Runtime.Loader;
+using Corvane.Instrumentation;
+using Xunit;
+
+namespace Kite.Managed.Tests;
+
+public class MethodDataTests
+{
+    private static MethodData Describe(Type type, string method) =>
+        new Recording().With(3, method, type).Methods.Find(3)!;
+
+    [Theory]
+    [InlineData(typeof(Shop), "Serve", true, "Kite.Managed.Tests.Shop")]
+    [InlineData(typeof(Shop), "Open", false, null)]
+    [InlineData(typeof(Cafe), ".ctor", true, null)]
+    [InlineData(typeof(Price), "Add", false, null)]
+    public void AReceiverIsLookedAtOnlyWhereItIsAnObjectOfATypeThatMayDiffer(
+        Type type, string method, bool isObject, string? ownType)
+    {
+        var signature = Describe(type, method).Signature;
+        Assert.Equal(isObject, signature.HasObjectReceiver);
+        Assert.Equal(ownType, signature.OwnType);
+    }
+
+    [Fact]
+    public void AMethodWithoutATypeHasNoTypeInItsName()
+    {
+        var method = new System.Reflection.Emit.DynamicMethod("loose", typeof(int), [typeof(int)]);
+        Assert.Equal("loose", new MethodData(0, method, false).Name);
+    }
+
+    [Fact]
+    public void AMethodThatCannotBeDescribedGoesByItsNumber()
+    {
+        var data = new MethodData(9, new Undescribable(), false);
+        Assert.Equal("method #9", data.Name);
+        Assert.Equal(0, data.Signature.ParameterCount);
+    }
+
+    [Fact]
+    public void TheAssemblyOfAMethodCanBeUnloaded()
+    {
+        var recording = new Recording();
+        var context = CallInContext(recording);
+        for (var round = 0; round < 20 && context.IsAlive; round++)
+        {
+            GC.Collect();
+            GC.WaitForPendingFinalizers();
+        }
+        Assert.False(context.IsAlive);
+        Assert.Null(recording.Methods.Find(0)!.Method);
+        Assert.Equal(
+            [
+                "thread 1", "  Kite.Managed.Tests.Shop.Serve(this: {Kite.Managed.Tests.Stall}, " +
+                            "dishes: {Kite.Managed.Tests.Price[]})",
+                "1 calls, 1 threads, 0 dropped",
+            ],
+            recording.Tree());
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private static WeakReference CallInContext(Recording recording)
+    {
+        var context = new AssemblyLoadContext("short-lived", isCollectible: true);
+        var assembly = context.LoadFromAssemblyPath(typeof(Shop).Assembly.Location);
+        Assert.NotSame(typeof(Shop).Assembly, assembly);
+        recording.With(0, "Serve", assembly.GetType(typeof(Shop).FullName!)!);
+        var dishes = Array.CreateInstance(assembly.GetType(typeof(Price).FullName!)!, 2);
+        recording.EnterOn(Activator.CreateInstance(assembly.GetType(typeof(Stall).FullName!)!), 0, dishes);
+        recording.Leave(0);
+        context.Unload();
+        return new WeakReference(context);
+    }
+
+    // Stands for a method with a parameter of a type that cannot be loaded.
+    private sealed class Undescribable : MethodInfo
+    {
+        public override string Name => "Method";
+
+        public override Type? DeclaringType => null;
+
+        public override Type? ReflectedType => null;
+
+        public override MethodAttributes Attributes => MethodAttributes.Static;
+
+        public override RuntimeMethodHandle MethodHandle => throw new NotSupportedException();
+
+        public override ICustomAttributeProvider ReturnTypeCustomAttributes => throw new NotSupportedException();
+
+        public override ParameterInfo[] GetParameters() => throw new TypeLoadException();
+
+        public override MethodInfo GetBaseDefinition() => this;
+
+        public override MethodImplAttributes GetMethodImplementationFlags() => default;
+
+        public override object[] GetCustomAttributes(bool inherit) => [];
+
+        public override object[] GetCustomAttributes(Type attributeType, bool inherit) => [];
+
+        public override bool IsDefined(Type attributeType, bool inherit) => false;
+
+        public override object Invoke(
+            object? obj, BindingFlags invokeAttr, Binder? binder, object?[]? parameters,
+            System.Globalization.CultureInfo? culture) => throw new NotSupportedException();
+    }
+}

@@ -1,0 +1,157 @@
+// The program whose end is tested, started by the tests with one of the names below. It makes its calls as
+// injected code does.
+using System;
+using System.IO;
+using System.Linq;
+using System.Reflection;
+using System.Runtime.CompilerServices;
+using System.Runtime.InteropServices;
+using System.Runtime.Loader;
+using System.Threading;
+using Corvane.Instrumentation;
+using kite.managed;
+
+internal static class Program
+{
+    private static int Main(string[] arguments)
+    {
+        Console.WriteLine("out");
+        Console.Error.WriteLine("err");
+        switch (arguments)
+        {
+            case ["return"]:
+                return Call(0, "Add", [1, 2], () => Call(1, "Name", ["x"], () => 3));
+            case ["nothing"]:
+                return 0;
+            case ["exit"]:
+                return Call(0, "Add", [1, 2], () =>
+                {
+                    Environment.Exit(4);
+                    return 0;
+                });
+            case ["throw"]:
+                return Call<int>(0, "Add", [1, 2], () => throw new InvalidOperationException("on purpose"));
+            case ["exit in callback"]:
+                Invokers.AddArgumentCallback((_, _, _, _) => Environment.Exit(5));
+                return Call(0, "Add", [1, 2], () => 0);
+            case ["exit meanwhile"]:
+                return ExitWhileOthersCall();
+            case ["hostile console"]:
+                Console.SetOut(new ThrowingWriter());
+                Console.SetError(new ThrowingWriter());
+                return Call(0, "Add", [1, 2], () => 6);
+            case ["address"]:
+                return PassAddresses();
+            case ["chdir", var folder]:
+                return Call(0, "Add", [1, 2], () =>
+                {
+                    Directory.SetCurrentDirectory(folder);
+                    return 0;
+                });
+            case ["bind"]:
+                return BindFromEveryContext();
+            default:
+                return 99;
+        }
+    }
+
+    public static int Add(int a, int b) => a + b;
+
+    public static string Name(string name) => name;
+
+    private static T Call<T>(uint index, string method, object?[] arguments, Func<T> body)
+    {
+        if (!Invokers.ContainsKey(index))
+        {
+            Invokers.RegisterMethod(index, typeof(Program).GetMethod(method), false);
+        }
+        span.GenericPrologue(index, null, arguments, new InstrumentationDirectives());
+        T result;
+        try
+        {
+            result = body();
+        }
+        catch (Exception exception)
+        {
+            span.Log(0, "about to call Error");
+            span.Error(null, exception);
+            throw;
+        }
+        finally
+        {
+            span.Log(4, $"[Finally] Program.{method}::Finally;");
+        }
+        span.GenericEpilogue(index, null, arguments, result, new InstrumentationDirectives());
+        return result;
+    }
+
+    private static int ExitWhileOthersCall()
+    {
+        for (var number = 0; number < 4; number++)
+        {
+            new Thread(() =>
+            {
+                while (true)
+                {
+                    Call(0, "Add", [1, 2], () => Call(1, "Name", ["x"], () => 3));
+                }
+            }) { IsBackground = true }.Start();
+        }
+        Thread.Sleep(100);
+        Environment.Exit(7);
+        return 0;
+    }
+
+    // Passes an address as the receiver of a value type's method, as injected code may. There is no object
+    // behind it: whoever looks gets no further.
+    private static int PassAddresses()
+    {
+        Invokers.RegisterMethod(0, typeof(decimal).GetMethod("GetHashCode"), false);
+        Invokers.AddArgumentCallback((_, receiver, _, _) =>
+        {
+            if (receiver != null)
+            {
+                Environment.Exit(1);
+            }
+        });
+        var address = Marshal.AllocHGlobal(64);
+        Marshal.Copy(new byte[64], 0, address, 64);
+        for (var round = 0; round < 1000; round++)
+        {
+            span.GenericPrologue(0, Unsafe.As<nint, object>(ref address), [], new InstrumentationDirectives());
+            span.GenericEpilogue(0, Unsafe.As<nint, object>(ref address), [], 0, new InstrumentationDirectives());
+        }
+        return 8;
+    }
+
+    // Calls the library from a load context of its own, from one that loads from bytes, and from the usual one.
+    private static int BindFromEveryContext()
+    {
+        var path = typeof(Program).Assembly.Location;
+        Assembly[] copies =
+        [
+            typeof(Program).Assembly,
+            new AssemblyLoadContext("own").LoadFromAssemblyPath(path),
+            Assembly.Load(File.ReadAllBytes(path)),
+        ];
+        var libraries = copies.Select(copy => copy.GetType("Program")!
+            .GetMethod(nameof(Bind), BindingFlags.Static | BindingFlags.NonPublic)!.Invoke(null, null)).ToArray();
+        Console.WriteLine($"{copies.Distinct().Count()} copies, {libraries.Distinct().Count()} libraries");
+        return 9;
+    }
+
+    private static Assembly Bind()
+    {
+        Call(0, "Add", [1, 2], () => 0);
+        return typeof(span).Assembly;
+    }
+
+    private sealed class ThrowingWriter : StringWriter
+    {
+        public override void Write(char value) => throw new InvalidOperationException();
+
+        public override void Write(string? value) => throw new InvalidOperationException();
+
+        public override void Flush() => throw new InvalidOperationException();
+    }
+}

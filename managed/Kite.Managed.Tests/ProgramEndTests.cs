@@ -1,0 +1,165 @@
+// Whole programs: what is printed when they end, and that nothing else of them changes.
+using System;
+using System.IO;
+using System.Linq;
+using Xunit;
+
+namespace Kite.Managed.Tests;
+
+public class ProgramEndTests
+{
+    private static readonly string[] tree =
+    [
+        "thread 1", "  Program.Add(a: 1, b: 2) = 3", "    Program.Name(name: \"x\") = 3", "2 calls, 1 threads, 0 dropped",
+    ];
+
+    private static string[] ReadTree(string path) => Recording.WithoutTimes(File.ReadAllText(path));
+
+    private static string[] TreeIn(string[] lines) => Recording.WithoutTimes(string.Join(Environment.NewLine, lines));
+
+    [Fact]
+    public void NothingIsPrintedUnlessAskedFor()
+    {
+        var run = ChildProgram.Run(["return"]);
+        Assert.Equal(3, run.ExitCode);
+        Assert.Equal(["out"], run.Output);
+        Assert.Equal(["err"], run.Errors);
+    }
+
+    [Fact]
+    public void TheTreeGoesToStandardError()
+    {
+        var run = ChildProgram.Run(["return"], ("CORVANE_CALL_TREE", "stderr"));
+        Assert.Equal(3, run.ExitCode);
+        Assert.Equal(["out"], run.Output);
+        Assert.Equal(["err", .. tree], TreeIn(run.Errors));
+    }
+
+    [Fact]
+    public void TheTreeGoesToStandardOutput()
+    {
+        var run = ChildProgram.Run(["return"], ("CORVANE_CALL_TREE", "stdout"));
+        Assert.Equal(3, run.ExitCode);
+        Assert.Equal(["out", .. tree], TreeIn(run.Output));
+        Assert.Equal(["err"], run.Errors);
+    }
+
+    [Fact]
+    public void TheTreeGoesToAFileInPlaceOfWhatItHeld()
+    {
+        using var folder = new TemporaryFolder();
+        File.WriteAllText(folder["tree.txt"], new string('x', 10_000));
+        var run = ChildProgram.Run(["return"], ("CORVANE_CALL_TREE", folder["tree.txt"]));
+        Assert.Equal(3, run.ExitCode);
+        Assert.Equal(["out"], run.Output);
+        Assert.Equal(["err"], run.Errors);
+        Assert.Equal(tree, ReadTree(folder["tree.txt"]));
+    }
+
+    [Fact]
+    public void APathIsThatOfTheFirstCallAndMayHoldTheProcess()
+    {
+        using var folder = new TemporaryFolder();
+        using var elsewhere = new TemporaryFolder();
+        var relative = Path.GetRelativePath(Environment.CurrentDirectory, folder["tree-{pid}.txt"]);
+        var run = ChildProgram.Run(["chdir", elsewhere.FullName], ("CORVANE_CALL_TREE", relative));
+        Assert.Equal(["err"], run.Errors);
+        Assert.Matches(@"^tree-\d+\.txt$", Assert.Single(folder.Files).Name);
+        Assert.Empty(elsewhere.Files);
+    }
+
+    [Fact]
+    public void AFileThatCannotBeWrittenIsComplainedOfAndNoMore()
+    {
+        using var folder = new TemporaryFolder();
+        var path = Path.Combine(folder["missing"], "tree.txt");
+        var run = ChildProgram.Run(["return"], ("CORVANE_CALL_TREE", path));
+        Assert.Equal(3, run.ExitCode);
+        Assert.Equal("err", run.Errors[0]);
+        Assert.StartsWith(
+            $"kite.managed: nothing was written to {path}: System.IO.DirectoryNotFoundException: ",
+            Assert.Single(run.Errors.Skip(1)));
+    }
+
+    [Fact]
+    public void EnvironmentExitIsSurvived()
+    {
+        var run = ChildProgram.Run(["exit"], ("CORVANE_CALL_TREE", "stderr"));
+        Assert.Equal(4, run.ExitCode);
+        Assert.Equal(
+            ["err", "thread 1", "  Program.Add(a: 1, b: 2) ...", "1 calls, 1 threads, 0 dropped"], TreeIn(run.Errors));
+    }
+
+    [Fact]
+    public void EnvironmentExitFromACallbackIsSurvived()
+    {
+        var run = ChildProgram.Run(["exit in callback"], ("CORVANE_CALL_TREE", "stderr"));
+        Assert.Equal(5, run.ExitCode);
+        Assert.Equal(["err", "0 calls, 0 threads, 0 dropped"], run.Errors);
+    }
+
+    [Fact]
+    public void EnvironmentExitWhileOtherThreadsCallIsSurvived()
+    {
+        using var folder = new TemporaryFolder();
+        var run = ChildProgram.Run(["exit meanwhile"], ("CORVANE_CALL_TREE", folder["tree.txt"]));
+        Assert.Equal(7, run.ExitCode);
+        Assert.Equal(["err"], run.Errors);
+        Assert.Matches(@"^[1-9]\d* calls, 4 threads, \d+ dropped$", ReadTree(folder["tree.txt"]).Last());
+    }
+
+    [Fact]
+    public void AnUnhandledExceptionIsSurvived()
+    {
+        var plain = ChildProgram.Run(["throw"]);
+        using var folder = new TemporaryFolder();
+        var run = ChildProgram.Run(["throw"], ("CORVANE_CALL_TREE", folder["tree.txt"]));
+        Assert.NotEqual(0, plain.ExitCode);
+        Assert.Equal(plain.ExitCode, run.ExitCode);
+        Assert.Equal(plain.Output, run.Output);
+        Assert.Equal(plain.Errors, run.Errors);
+        Assert.Equal(
+            [
+                "thread 1", "  Program.Add(a: 1, b: 2) ! System.InvalidOperationException: on purpose",
+                "1 calls, 1 threads, 0 dropped",
+            ],
+            ReadTree(folder["tree.txt"]));
+    }
+
+    [Fact]
+    public void TheProgramsOwnConsoleWritersAreNotUsed()
+    {
+        var run = ChildProgram.Run(["hostile console"], ("CORVANE_CALL_TREE", "stderr"));
+        Assert.Equal(6, run.ExitCode);
+        Assert.Equal("1 calls, 1 threads, 0 dropped", run.Errors.Last());
+    }
+
+    [Fact]
+    public void AnAddressAsReceiverIsNotTakenForAnObject()
+    {
+        var run = ChildProgram.Run(["address"], ("CORVANE_CALL_TREE", "stderr"));
+        Assert.Equal(8, run.ExitCode);
+        Assert.Equal("1000 calls, 1 threads, 0 dropped", run.Errors.Last());
+    }
+
+    [Fact]
+    public void TraceLinesAreWrittenWhereAskedFor()
+    {
+        using var folder = new TemporaryFolder();
+        ChildProgram.Run(["return"], ("CORVANE_TRACE_LOG", folder["trace.txt"]));
+        var run = ChildProgram.Run(["return"], ("CORVANE_TRACE_LOG", folder["trace.txt"]));
+        Assert.Equal(["err"], run.Errors);
+        string[] lines = ["4 1 [Finally] Program.Name::Finally;", "4 1 [Finally] Program.Add::Finally;"];
+        Assert.Equal([.. lines, .. lines], File.ReadAllLines(folder["trace.txt"]));
+        Assert.Equal(["err", .. lines], ChildProgram.Run(["return"], ("CORVANE_TRACE_LOG", "stderr")).Errors);
+    }
+
+    [Fact]
+    public void ATraceLogThatCannotBeWrittenIsDoneWithout()
+    {
+        using var folder = new TemporaryFolder();
+        var run = ChildProgram.Run(["return"], ("CORVANE_TRACE_LOG", folder.FullName));
+        Assert.Equal(3, run.ExitCode);
+        Assert.Equal(["err"], run.Errors);
+    }
+}

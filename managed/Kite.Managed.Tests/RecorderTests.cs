@@ -1,0 +1,152 @@
+// That what is called from anywhere neither throws nor comes in on itself.
+using System;
+using System.Collections.Generic;
+using System.Linq;
+using System.Threading;
+using System.Threading.Tasks;
+using Corvane.Instrumentation;
+using Corvane.Instrumentation.Recording;
+using Xunit;
+
+namespace Kite.Managed.Tests;
+
+public class RecorderTests
+{
+    private readonly Recording recording = new Recording().With(0, "Open").With(1, "Count");
+
+    [Fact]
+    public void WhatACallbackCallsIsNeitherRecordedNorShownToCallbacks()
+    {
+        var runs = 0;
+        recording.Recorder.Callbacks.Add((_, _, _, _) =>
+        {
+            runs++;
+            recording.Enter(1, "tea", 2);
+            recording.Leave(1, 2);
+            recording.Enter(0);
+            Assert.False(recording.Recorder.Fail(new InvalidOperationException()));
+        });
+        recording.Enter(0);
+        recording.Leave(0);
+        Assert.Equal(1, runs);
+        Assert.Equal(["thread 1", "  Kite.Managed.Tests.Shop.Open()", "1 calls, 1 threads, 0 dropped"], recording.Tree());
+    }
+
+    [Fact]
+    public void ACallbackThatThrowsIsCountedAndEndsNothing()
+    {
+        recording.Recorder.Callbacks.Add((_, _, _, directives) =>
+        {
+            directives.ReplaceArgument(1, 8);
+            throw new HostileException();
+        });
+        recording.Recorder.Callbacks.Add((_, _, arguments, _) => arguments[0] = "coffee");
+        var values = new object?[] { "tea", 2 };
+        Assert.Equal([1], recording.Enter(1, values));
+        Assert.Equal(["coffee", 8], values);
+        recording.Leave(1, 8);
+        Assert.Equal(
+            [
+                "thread 1", "  Kite.Managed.Tests.Shop.Count(kind: \"coffee\", more: 8) = 8",
+                "1 calls, 1 threads, 0 dropped, 1 failures",
+            ],
+            recording.Tree());
+        Assert.Equal(0, Hostile.Calls);
+    }
+
+    [Fact]
+    public void NullsAreTaken()
+    {
+        recording.Recorder.Callbacks.Add(null);
+        Assert.False(recording.Recorder.Callbacks.Remove(null));
+        recording.Recorder.Register(5, null, traced: false);
+        recording.Recorder.Enter(5, null, null, null);
+        recording.Recorder.Leave(5, null, null);
+        recording.Recorder.Log(0, null);
+        Assert.False(recording.Recorder.Fail(null));
+        Assert.Equal(["thread 1", "  method #5()", "1 calls, 1 threads, 0 dropped"], recording.Tree());
+    }
+
+    [Fact]
+    public void WithoutAnythingToDoItIsIdle()
+    {
+        var idle = new Recorder(new MethodTable(), null, null);
+        Assert.True(idle.IsIdle);
+        Assert.False(idle.Fail(new InvalidOperationException()));
+        idle.Leave(0, [], null);
+        MethodArgumentCallback callback = (_, _, _, _) => { };
+        idle.Callbacks.Add(callback);
+        Assert.False(idle.IsIdle);
+        Assert.True(idle.Callbacks.Remove(callback));
+        Assert.True(idle.IsIdle);
+    }
+
+    [Fact]
+    public void ARegistrationIsTakenBackAsOftenAsItWasMade()
+    {
+        var runs = 0;
+        MethodArgumentCallback callback = (_, _, _, _) => runs++;
+        recording.Recorder.Callbacks.Add(callback);
+        recording.Recorder.Callbacks.Add(callback);
+        recording.Enter(0);
+        Assert.Equal(2, runs);
+        Assert.True(recording.Recorder.Callbacks.Remove(callback));
+        recording.Enter(0);
+        Assert.Equal(3, runs);
+        Assert.True(recording.Recorder.Callbacks.Remove(callback));
+        Assert.False(recording.Recorder.Callbacks.Remove(callback));
+        recording.Enter(0);
+        Assert.Equal(3, runs);
+    }
+
+    [Fact]
+    public void OneOfManyRegistrationsOfANumberWins()
+    {
+        var names = Enumerable.Range(0, 16).Select(number => number % 2 == 0 ? "Open" : "Count").ToArray();
+        for (uint index = 100; index < 200; index++)
+        {
+            var seen = new string[names.Length];
+            Parallel.For(0, names.Length, position =>
+            {
+                recording.With(index, names[position]);
+                seen[position] = recording.Methods.Find(index)!.Name;
+            });
+            Assert.Single(seen.Distinct());
+        }
+    }
+
+    [Theory]
+    [InlineData(0, "Failed while attempting to invoke the emitted IL within the instruemented method's body. A.B::Prologue();", 1)]
+    [InlineData(0, "[EmitRethrowErrorBlock] A.B::Catch N' Throw Failed while invoking Kite.Managed.span.Error", 1)]
+    [InlineData(0, "[EmitRethrowErrorBlock] A.B::Catch N' Throw About to invoke Kite.Managed.span.Error()", 0)]
+    [InlineData(4, "[Finally] A.B::Finally;", 0)]
+    [InlineData(4, "Failed at another level", 0)]
+    public void TraceLinesThatTellOfFailureAreCounted(int level, string text, int failures)
+    {
+        recording.Recorder.Log(level, text);
+        Assert.Equal(failures, recording.Recorder.Failures);
+    }
+
+    [Fact]
+    public void NothingThatIsRecordedIsKeptAlive()
+    {
+        var references = RecordCallsOfSomething();
+        for (var round = 0; round < 10 && references.Any(reference => reference.IsAlive); round++)
+        {
+            GC.Collect();
+            GC.WaitForPendingFinalizers();
+        }
+        Assert.All(references, reference => Assert.False(reference.IsAlive));
+        Assert.Equal("1 calls, 1 threads, 0 dropped", recording.Tree().Last());
+    }
+
+    [System.Runtime.CompilerServices.MethodImpl(System.Runtime.CompilerServices.MethodImplOptions.NoInlining)]
+    private List<WeakReference> RecordCallsOfSomething()
+    {
+        var values = new object[] { new Stall(), new string('x', 10), new object(), new Exception(new string('y', 10)) };
+        recording.With(2, "Serve");
+        recording.EnterOn(values[0], 2, values[1], values[2]);
+        recording.Recorder.Fail((Exception)values[3]);
+        return values.Select(value => new WeakReference(value)).ToList();
+    }
+}

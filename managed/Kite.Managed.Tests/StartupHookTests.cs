@@ -1,0 +1,63 @@
+// That DOTNET_STARTUP_HOOKS gives the library to a program that has no copy of it.
+using System;
+using System.IO;
+using System.Linq;
+using kite.managed;
+using Xunit;
+
+namespace Kite.Managed.Tests;
+
+public sealed class StartupHookTests : IDisposable
+{
+    private readonly TemporaryFolder folder = new();
+    private readonly string program;
+    private readonly string library;
+
+    public StartupHookTests()
+    {
+        // The program alone, without its list of dependencies, and the library alone in another place.
+        program = folder["Kite.Managed.Tests.dll"];
+        File.Copy(ChildProgram.Assembly, program);
+        const string Settings = "Kite.Managed.Tests.runtimeconfig.json";
+        File.Copy(Path.Combine(Path.GetDirectoryName(ChildProgram.Assembly)!, Settings), folder[Settings]);
+        library = Path.Combine(Directory.CreateDirectory(folder["elsewhere"]).FullName, "kite.managed.dll");
+        File.Copy(typeof(span).Assembly.Location, library);
+    }
+
+    public void Dispose() => folder.Dispose();
+
+    [Fact]
+    public void WithoutItTheProgramDoesNotFindTheLibrary()
+    {
+        var run = ChildProgram.Run(program, ["return"]);
+        Assert.NotEqual(3, run.ExitCode);
+        Assert.Contains(run.Errors, line => line.Contains("FileNotFoundException") && line.Contains("kite.managed"));
+    }
+
+    [Fact]
+    public void WithItEveryLoadContextBindsToTheSameLibrary()
+    {
+        var run = ChildProgram.Run(program, ["bind"], ("DOTNET_STARTUP_HOOKS", library), ("CORVANE_CALL_TREE", "stderr"));
+        Assert.Equal(["out", "3 copies, 1 libraries"], run.Output);
+        Assert.Equal(9, run.ExitCode);
+        Assert.Equal("3 calls, 1 threads, 0 dropped", run.Errors.Last());
+    }
+
+    [Fact]
+    public void AProgramWithItsOwnCopyUsesOneOfThem()
+    {
+        var run = ChildProgram.Run(["bind"], ("DOTNET_STARTUP_HOOKS", library), ("CORVANE_CALL_TREE", "stderr"));
+        Assert.Equal(["out", "3 copies, 1 libraries"], run.Output);
+        Assert.Equal(9, run.ExitCode);
+        Assert.Equal("3 calls, 1 threads, 0 dropped", run.Errors.Last());
+    }
+
+    [Fact]
+    public void AProgramThatNeverCallsItSaysSo()
+    {
+        var run = ChildProgram.Run(
+            program, ["nothing"], ("DOTNET_STARTUP_HOOKS", library), ("CORVANE_CALL_TREE", "stderr"));
+        Assert.Equal(0, run.ExitCode);
+        Assert.Equal(["err", "0 calls, 0 threads, 0 dropped"], run.Errors);
+    }
+}
