@@ -2,6 +2,7 @@
 using System;
 using System.Linq;
 using System.Threading;
+using Corvane.Instrumentation.Recording;
 using Xunit;
 
 namespace Kite.Managed.Tests;
@@ -85,6 +86,20 @@ public class CallRecorderTests
                 "3 calls, 1 threads, 0 dropped",
             ],
             Tree());
+    }
+
+    [Fact]
+    public void EndsThatAlwaysGoMissingDoNotFillTheMemory()
+    {
+        var thread = new ThreadCalls();
+        for (uint index = 0; index <= ThreadCalls.MaxOpen; index++)
+        {
+            thread.Open(index, null);
+        }
+        Assert.False(thread.Close(ThreadCalls.MaxOpen / 2 - 1, out _));
+        Assert.True(thread.Close(ThreadCalls.MaxOpen, out _));
+        Assert.True(thread.Close(ThreadCalls.MaxOpen / 2, out _));
+        Assert.False(thread.CloseInnermost(out _));
     }
 
     [Fact]

@@ -85,6 +85,25 @@ public class InstrumentationDirectivesTests
         Assert.Equal(0, recording.Recorder.Failures);
     }
 
+    private class Box<T>
+    {
+        public void Put(T any, int number)
+        {
+        }
+    }
+
+    [Fact]
+    public void ATypeParameterIsNoneOfTheTypesThatTakeItsPlace()
+    {
+        recording.With(1, "Put", typeof(Box<int>)).Recorder.Callbacks.Add((_, _, _, directives) =>
+        {
+            Assert.False(directives.ReplaceArgument(0, 5));
+            Assert.True(directives.ReplaceArgument(1, 5));
+        });
+        Assert.Equal([1], recording.EnterOn(new Box<int>(), 1, 1, 2));
+        Assert.Equal(0, recording.Recorder.Failures);
+    }
+
     [Fact]
     public void AFreshOneListsNothingAndReplacesNothing()
     {

@@ -1,5 +1,6 @@
 // The public way through the process's own recorder, which records nothing in a test run.
 using System;
+using System.Collections.Generic;
 using Corvane.Instrumentation;
 using kite.managed;
 using Xunit;
@@ -33,5 +34,21 @@ public class InvokersTests
         span.GenericPrologue(Index, null, arguments, directives);
         Assert.False(span.Error(null, new InvalidOperationException()));
         span.Log(4, "[Finally] Shop.Count::Finally;");
+    }
+
+    [Fact]
+    public void TheReceiverOfAValueTypesMethodIsNotPassedOn()
+    {
+        const uint Index = 4_000_000_001;
+        var receivers = new List<object?>();
+        MethodArgumentCallback callback = (_, receiver, _, _) => receivers.Add(receiver);
+        Invokers.RegisterMethod(Index, Recording.Method(typeof(Price), "Add"), false);
+        Invokers.RegisterMethod(Index + 1, Recording.Method(typeof(Shop), "Serve"), false);
+        Invokers.AddArgumentCallback(callback);
+        var shop = new Shop();
+        span.GenericPrologue(Index, new Price(), [1m], new InstrumentationDirectives());
+        span.GenericPrologue(Index + 1, shop, [null], new InstrumentationDirectives());
+        Assert.True(Invokers.RemoveArgumentCallback(callback));
+        Assert.Equal([null, shop], receivers);
     }
 }

@@ -25,10 +25,14 @@ public class RecorderTests
             recording.Leave(1, 2);
             recording.Enter(0);
             Assert.False(recording.Recorder.Fail(new InvalidOperationException()));
+            recording.With(2, "Find");
         });
         recording.Enter(0);
         recording.Leave(0);
         Assert.Equal(1, runs);
+        Assert.Equal(0, recording.Recorder.Failures);
+        Assert.Null(recording.Methods.Find(2));
+        Assert.Equal("Kite.Managed.Tests.Shop.Find", recording.With(2, "Find").Methods.Find(2)!.Name);
         Assert.Equal(["thread 1", "  Kite.Managed.Tests.Shop.Open()", "1 calls, 1 threads, 0 dropped"], recording.Tree());
     }
 

@@ -34,8 +34,18 @@ public sealed class MethodData
     // Follows what the injected code writes back; a value that it could not cast would end its prologue.
     internal bool CanReplace(int index, object value)
     {
-        var parameters = Method?.GetParameters();
-        if (parameters == null || index >= parameters.Length)
+        var definition = Method;
+        if (definition == null)
+        {
+            return false;
+        }
+        if (definition.IsGenericMethod || definition.DeclaringType is { IsGenericType: true })
+        {
+            // What counts is the type that the signature names, not the one that takes its place here.
+            definition = definition.Module.ResolveMethod(definition.MetadataToken)!;
+        }
+        var parameters = definition.GetParameters();
+        if (index >= parameters.Length)
         {
             return false;
         }

@@ -39,8 +39,15 @@ internal sealed class Recorder
     // Whether the receiver may be looked at: in a method of a value type it may be an address.
     internal bool HasObjectReceiver(uint index) => Methods.Find(index)?.Signature.HasObjectReceiver == true;
 
+    // One that is passed over is registered by its next call: describing a method may have to load types,
+    // for which the program may be asked.
     internal void Register(uint index, MethodBase? method, bool traced)
     {
+        if (busy)
+        {
+            return;
+        }
+        busy = true;
         try
         {
             Methods.Register(index, method, traced);
@@ -48,6 +55,10 @@ internal sealed class Recorder
         catch (Exception exception)
         {
             CountFailure(exception);
+        }
+        finally
+        {
+            busy = false;
         }
     }
 

@@ -7,6 +7,9 @@ namespace Corvane.Instrumentation.Recording;
 // gate, and no code of the program runs under it. The rest is the thread's alone.
 internal sealed class ThreadCalls
 {
+    // More calls than any stack holds: ends are missing, and what is oldest will not end any more.
+    internal const int MaxOpen = 1 << 20;
+
     private static readonly MethodSignature none = MethodSignature.Of(0, null);
 
     private readonly List<KeyValuePair<uint, Call?>> open = new List<KeyValuePair<uint, Call?>>();
@@ -26,7 +29,14 @@ internal sealed class ThreadCalls
     internal Call Innermost => (open.Count == 0 ? null : open[open.Count - 1].Value) ?? Root;
 
     // A call that is not recorded is null, and is open all the same, so that its end is known from others.
-    internal void Open(uint index, Call? call) => open.Add(new KeyValuePair<uint, Call?>(index, call));
+    internal void Open(uint index, Call? call)
+    {
+        if (open.Count == MaxOpen)
+        {
+            open.RemoveRange(0, MaxOpen / 2);
+        }
+        open.Add(new KeyValuePair<uint, Call?>(index, call));
+    }
 
     // Takes the innermost open call of a method. What was opened in it never ends: its end was not seen.
     internal bool Close(uint index, out Call? call)
