@@ -205,7 +205,8 @@ Lines RuntimeTest::traced_log(const Lines& messages, const Lines& switch_message
                    switch_messages,
                    {L"Failed to read list of excluded scopes from " +
                         (library.parent_path() / "do_not_instrument.txt").wstring(),
-                    L"===================Inserting prologue for: Program.Main"}});
+                    L"===================Inserting prologue for: Program.Main",
+                    L'[' + program + L"]Program:Main()" + kLeftWithoutLibrary}});
 }
 
 void RuntimeTest::expect_refused(const Watched& run, const Lines& log) {

@@ -43,6 +43,11 @@ private:
 
 void write_file(const std::filesystem::path& file, const std::string& bytes);
 
+// What the log says of each chosen method, behind its name: the programs that tests of everything
+// but instrumentation run have no managed library.
+inline constexpr const wchar_t* kLeftWithoutLibrary =
+    L" : Left as it is: kite.managed is not loaded; name its file in DOTNET_STARTUP_HOOKS";
+
 // How the program is started.
 struct Launch {
     std::wstring executable = L"program.exe"; // the name that the program is given

@@ -33,6 +33,9 @@ protected:
             return {};
         }
         log.erase(log.begin(), log.begin() + static_cast<std::ptrdiff_t>(start.size()));
+        std::erase_if(log, [](const std::wstring& line) {
+            return line.starts_with(L'[') && line.ends_with(kLeftWithoutLibrary);
+        });
         return log;
     }
 

@@ -1,9 +1,11 @@
 // The demonstration: runs a real .NET program in a real runtime with the profiler in it, once for
-// each kind of answer that the configuration can give, and says what was decided and why.
+// each kind of answer that the configuration can give. It says what was decided and why, and shows
+// the calls that were recorded.
 //
-//   demo PROGRAM DOTNET_ROOT PROFILER     (paths of the program, of a runtime and of the DLL)
+//   demo PROGRAM DOTNET_ROOT PROFILER LIBRARY
 //
-// Exits with 0 when every run went as its configuration asks for.
+// Paths of the program, of a runtime, of the DLL and of the managed library. Exits with 0 when
+// every run went as its configuration asks for.
 #include "profiler/class_ids.h"
 #include "tools/corvane/debuggee.h"
 
@@ -44,7 +46,11 @@ struct Paths {
     fs::path program;
     fs::path dotnet_root;
     fs::path profiler;
+    fs::path library;
     fs::path home; // the folder of agent.config
+
+    [[nodiscard]] fs::path output() const { return home / "output.txt"; }
+    [[nodiscard]] fs::path calls() const { return home / "calls.txt"; }
 };
 
 // ASCII, with every run of blanks and line ends as one blank.
@@ -82,18 +88,30 @@ corvane::DebuggeeOptions options_for(const Paths& paths) {
         {L"CORECLR_PROFILER", class_id.data()},
         {L"CORECLR_PROFILER_PATH", paths.profiler.wstring()},
         {L"CORVANE_HOME_APM_DOTNET", paths.home.wstring()},
+        {L"CORVANE_STRICT_IL", L"1"},
+        {L"CORVANE_CALL_TREE", paths.calls().wstring()},
+        {L"DOTNET_STARTUP_HOOKS", paths.library.wstring()},
         {L"DOTNET_ROOT", paths.dotnet_root.wstring()},
         {L"DOTNET_MULTILEVEL_LOOKUP", L"0"},
     };
-    options.output_file = (paths.home / "output.txt").wstring();
+    options.output_file = paths.output().wstring();
     return options;
 }
 
-// The profiler starts its lines with a thread id; the runtime has something to say there as well.
+// The profiler starts its log lines with a thread id. For each method that it instruments it also
+// shows the new body and every type reference that it walks past, which nobody reads in passing;
+// and the runtime has something to say there as well.
+bool is_worth_printing(const std::wstring& line) {
+    return !line.empty() && line.front() >= L'0' && line.front() <= L'9' &&
+           line.find(L"TRAVERSING TYPE") == std::wstring::npos && !line.ends_with(L"=====");
+}
+
 void print_debug_output(const std::wstring& line) {
-    const bool ours = !line.empty() && line.front() >= L'0' && line.front() <= L'9';
+    if (!is_worth_printing(line)) {
+        return;
+    }
     const std::string text = one_line(line);
-    std::printf("    %s | %s\n", ours ? "profiler" : "runtime ", text.c_str());
+    std::printf("    profiler | %s\n", text.c_str());
     if (text.find("do_not_instrument.txt") != std::string::npos) {
         std::printf(
             "             | (The file is optional: without it only the tracing library itself "
@@ -101,11 +119,21 @@ void print_debug_output(const std::wstring& line) {
     }
 }
 
-void print_program_output(const Paths& paths) {
-    std::ifstream file(paths.home / "output.txt");
+void print_file(const fs::path& path, const char* mark) {
+    std::ifstream file(path);
     for (std::string line; std::getline(file, line);) {
-        std::printf("    program  | %s\n", line.c_str());
+        if (line.ends_with('\r')) {
+            line.pop_back();
+        }
+        std::printf("    %s | %s\n", mark, line.c_str());
     }
+}
+
+// The calls of each thread stand below a line of its own.
+bool has_calls(const fs::path& path) {
+    std::ifstream file(path);
+    std::string line;
+    return std::getline(file, line) && line.starts_with("thread");
 }
 
 // Plays one scene; true when it went as its configuration asks for.
@@ -123,12 +151,17 @@ bool play(const Scene& scene, const Paths& paths) {
         print_debug_output(line);
     };
     const corvane::DebuggeeResult result = corvane::run_debuggee(options);
-    print_program_output(paths);
+    print_file(paths.output(), "program ");
+    const bool recorded = has_calls(paths.calls());
+    if (recorded) {
+        std::printf("\n    The calls that were recorded, with arguments, results and times:\n\n");
+        print_file(paths.calls(), "calls   ");
+    }
 
     std::printf("\n    The runtime %s.\n", loaded
                                                ? "loaded CorvaneProfiler.dll and asked it to start"
                                                : "did NOT load CorvaneProfiler.dll");
-    const bool as_asked = loaded && active == scene.profiled;
+    const bool as_asked = loaded && active == scene.profiled && recorded == scene.profiled;
     std::printf("    Decision: the program is %s%s%s.\n", active ? "PROFILED" : "LEFT ALONE",
                 as_asked ? ", because " : "", as_asked ? scene.reason : "");
     std::printf("    The program ended with exit code %lu%s.\n\n",
@@ -144,9 +177,9 @@ bool play(const Scene& scene, const Paths& paths) {
 
 int run(const Paths& paths) {
     std::printf("Corvane demo: %s, %zu times with the profiler in it.\n"
-                "Lines marked 'profiler' are its diagnostic log, which goes to the debugger\n"
+                "Lines marked 'profiler' are from its diagnostic log, which goes to the debugger\n"
                 "output; each starts with the id of the thread that wrote it. Lines marked\n"
-                "'runtime' are what the .NET runtime itself writes there.\n\n",
+                "'calls' are what the managed library wrote when the program ended.\n\n",
                 paths.program.filename().string().c_str(), kScenes.size());
     int failures = 0;
     for (std::size_t i = 0; i < kScenes.size(); ++i) {
@@ -163,15 +196,16 @@ int run(const Paths& paths) {
 } // namespace
 
 int wmain(int argc, wchar_t** argv) {
-    if (argc != 4) {
-        std::fprintf(stderr, "usage: demo PROGRAM DOTNET_ROOT PROFILER\n");
+    if (argc != 5) {
+        std::fprintf(stderr, "usage: demo PROGRAM DOTNET_ROOT PROFILER LIBRARY\n");
         return 2;
     }
     try {
-        Paths paths{argv[1], argv[2], argv[3],
+        Paths paths{argv[1], argv[2], argv[3], argv[4],
                     fs::temp_directory_path() /
                         ("corvane-demo-" + std::to_string(GetCurrentProcessId()))};
-        for (const fs::path& path : {paths.program, paths.dotnet_root, paths.profiler}) {
+        for (const fs::path& path :
+             {paths.program, paths.dotnet_root, paths.profiler, paths.library}) {
             if (!fs::exists(path)) {
                 std::fprintf(stderr, "demo: %s does not exist\n", path.string().c_str());
                 return 1;
