@@ -1,5 +1,6 @@
 // Which calls there are, and under which other one, whatever beginnings and ends arrive.
 using System;
+using System.Collections.Generic;
 using System.Linq;
 using System.Threading;
 using Corvane.Instrumentation.Recording;
@@ -9,6 +10,8 @@ namespace Kite.Managed.Tests;
 
 public class CallRecorderTests
 {
+    private const int Threads = 8;
+
     private readonly Recording recording = new Recording().With(0, "Open").With(1, "Count").With(2, "Find");
 
     [Fact]
@@ -184,30 +187,8 @@ public class CallRecorderTests
     [Fact]
     public void NothingIsLostWhenManyThreadsCall()
     {
-        const int Threads = 8;
         const int Rounds = 3000;
-        var start = new Barrier(Threads);
-        var threads = Enumerable.Range(0, Threads).Select(number => new Thread(() =>
-        {
-            start.SignalAndWait();
-            for (var round = 0; round < Rounds; round++)
-            {
-                recording.Enter(0);
-                recording.Enter(1, $"{number}", round);
-                recording.Enter(2, null, DayOfWeek.Monday);
-                recording.Recorder.Fail(null);
-                recording.Leave(1, round);
-                recording.Leave(0);
-            }
-        }) { Name = $"worker {number}" }).ToArray();
-        Array.ForEach(threads, thread => thread.Start());
-        // Printing meanwhile must neither fail nor be in their way.
-        while (threads.Any(thread => thread.IsAlive))
-        {
-            Assert.EndsWith("dropped", Tree().Last());
-        }
-        Array.ForEach(threads, thread => thread.Join());
-
+        RunOnThreads(recording, Rounds).ForEach(thread => thread.Join());
         var tree = Tree();
         Assert.Equal($"{Threads * Rounds * 3} calls, {Threads} threads, 0 dropped", tree.Last());
         for (var number = 1; number <= Threads; number++)
@@ -222,6 +203,49 @@ public class CallRecorderTests
             });
             Assert.Equal(expected, lines.Skip(1));
         }
+    }
+
+    [Fact]
+    public void NothingIsCountedTwiceOrNotAtAllWhenManyThreadsCall()
+    {
+        const int Rounds = 50_000;
+        var small = new Recording(capacity: 1000).With(0, "Open").With(1, "Count").With(2, "Find");
+        RunOnThreads(small, Rounds).ForEach(thread => thread.Join());
+        Assert.Equal(1000, small.Calls.Recorded);
+        Assert.Equal((Threads * Rounds * 3) - 1000, small.Calls.Dropped);
+        Assert.Equal(1000, small.Tree().Count(line => line.StartsWith("  ")));
+    }
+
+    [Fact]
+    public void PrintingIsPossibleWhileThreadsCall()
+    {
+        var threads = RunOnThreads(recording, 300);
+        do
+        {
+            Assert.EndsWith("dropped", Tree().Last());
+        }
+        while (threads.Any(thread => thread.IsAlive));
+        Assert.Equal($"{Threads * 300 * 3} calls, {Threads} threads, 0 dropped", Tree().Last());
+    }
+
+    private static List<Thread> RunOnThreads(Recording recording, int rounds)
+    {
+        var start = new Barrier(Threads);
+        var threads = Enumerable.Range(0, Threads).Select(number => new Thread(() =>
+        {
+            start.SignalAndWait();
+            for (var round = 0; round < rounds; round++)
+            {
+                recording.Enter(0);
+                recording.Enter(1, $"{number}", round);
+                recording.Enter(2, null, DayOfWeek.Monday);
+                recording.Recorder.Fail(null);
+                recording.Leave(1, round);
+                recording.Leave(0);
+            }
+        }) { Name = $"worker {number}" }).ToList();
+        threads.ForEach(thread => thread.Start());
+        return threads;
     }
 
     private string[] Tree() => recording.Tree();

@@ -1,9 +1,9 @@
 // That what is called from anywhere neither throws nor comes in on itself.
 using System;
 using System.Collections.Generic;
+using System.IO;
 using System.Linq;
 using System.Threading;
-using System.Threading.Tasks;
 using Corvane.Instrumentation;
 using Corvane.Instrumentation.Recording;
 using Xunit;
@@ -103,20 +103,21 @@ public class RecorderTests
         Assert.Equal(3, runs);
     }
 
+    // As when a callback ends the process, in whose course the tree is printed.
     [Fact]
-    public void OneOfManyRegistrationsOfANumberWins()
+    public void ACallbackMayEndTheProcess()
     {
-        var names = Enumerable.Range(0, 16).Select(number => number % 2 == 0 ? "Open" : "Count").ToArray();
-        for (uint index = 100; index < 200; index++)
-        {
-            var seen = new string[names.Length];
-            Parallel.For(0, names.Length, position =>
-            {
-                recording.With(index, names[position]);
-                seen[position] = recording.Methods.Find(index)!.Name;
-            });
-            Assert.Single(seen.Distinct());
-        }
+        using var folder = new TemporaryFolder();
+        const string Variable = "KITE_MANAGED_TESTS_TREE";
+        Environment.SetEnvironmentVariable(Variable, folder["tree.txt"]);
+        var target = OutputTarget.FromVariable(Variable)!;
+        recording.Recorder.Callbacks.Add((_, _, _, _) => recording.Recorder.PrintCalls(target));
+        recording.Enter(0);
+        Assert.Equal(["0 calls, 0 threads, 0 dropped"], File.ReadAllLines(folder["tree.txt"]));
+        recording.Leave(0);
+        recording.Enter(0);
+        recording.Leave(0);
+        Assert.Equal("1 calls, 1 threads, 0 dropped", File.ReadAllLines(folder["tree.txt"]).Last());
     }
 
     [Theory]

@@ -1,0 +1,47 @@
+using System.Reflection;
+using Corvane.Instrumentation;
+using Corvane.Instrumentation.Recording;
+using Xunit;
+
+namespace Kite.Managed.Tests;
+
+public class MethodTableTests
+{
+    private static readonly MethodBase open = Recording.Method(typeof(Shop), "Open");
+    private static readonly MethodBase count = Recording.Method(typeof(Shop), "Count");
+
+    private readonly MethodTable methods = new();
+
+    [Fact]
+    public void AMethodIsFoundByItsNumber()
+    {
+        methods.Register(0, open, traced: true);
+        methods.Register(uint.MaxValue, count, traced: false);
+        Assert.Equal((open, true), (methods.Find(0)!.Method, methods.Find(0)!.Traced));
+        Assert.Equal((count, false), (methods.Find(uint.MaxValue)!.Method, methods.Find(uint.MaxValue)!.Traced));
+        Assert.Null(methods.Find(1));
+    }
+
+    [Fact]
+    public void TheFirstOneKeepsANumber()
+    {
+        methods.Register(0, open, traced: true);
+        methods.Register(0, count, traced: false);
+        Assert.Equal("Kite.Managed.Tests.Shop.Open", methods.Find(0)!.Name);
+    }
+
+    // Another thread may be quicker after both have found the number free.
+    [Fact]
+    public void TheFirstOneKeepsANumberThatTwoFoundFree()
+    {
+        MethodData? first = null;
+        methods.Register(0, new FakeMethod(() =>
+        {
+            methods.Register(0, count, traced: false);
+            first = methods.Find(0);
+            return [];
+        }), traced: true);
+        Assert.Equal("Kite.Managed.Tests.Shop.Count", first!.Name);
+        Assert.Same(first, methods.Find(0));
+    }
+}
