@@ -87,17 +87,21 @@ internal static class Program
 
     private static int ExitWhileOthersCall()
     {
+        var started = new Barrier(5);
         for (var number = 0; number < 4; number++)
         {
             new Thread(() =>
             {
+                Call(0, "Add", [1, 2], () => 0);
+                started.SignalAndWait();
                 while (true)
                 {
                     Call(0, "Add", [1, 2], () => Call(1, "Name", ["x"], () => 3));
                 }
             }) { IsBackground = true }.Start();
         }
-        Thread.Sleep(100);
+        started.SignalAndWait();
+        Thread.Sleep(10);
         Environment.Exit(7);
         return 0;
     }

@@ -4,8 +4,9 @@ using System.Text;
 
 namespace Corvane.Instrumentation.Recording;
 
-// Names of types as C# writes them, with namespaces and without keywords: "System.Collections.Generic.List<
-// System.Int32[]>". Remembered as long as the type lives. Any thread.
+// Names of types as C# writes them, with namespaces and without keywords:
+//     System.Collections.Generic.List<System.Int32[]>
+// Remembered as long as the type lives. Any thread.
 internal static class TypeNames
 {
     private const int MaxDepth = 8;
