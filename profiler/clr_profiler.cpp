@@ -11,6 +11,7 @@
 #include "rewrite/managed_library.h"
 #include "rewrite/module_references.h"
 #include "rewrite/rewrite_settings.h"
+#include "sampling/thread_map.h"
 #include "selection/excluded_scopes.h"
 #include "selection/jit_flow.h"
 #include "selection/target_methods.h"
@@ -46,6 +47,18 @@ HRESULT for_method(const ComPtr<ICorProfilerInfo>& info, const Work& work) noexc
         }
     } catch (const std::exception&) {
         log_result(default_log, L"Failed to create method info (%s)", E_OUTOFMEMORY);
+    }
+    return S_OK;
+}
+
+// Runs what a callback about a thread does. Without memory the thread is not sampled; the runtime
+// hears of nothing.
+template <class Work>
+HRESULT for_thread(const Work& work) noexcept {
+    try {
+        work();
+    } catch (const std::exception&) {
+        log_result(default_log, L"Failed to note a thread (%s)", E_OUTOFMEMORY);
     }
     return S_OK;
 }
@@ -234,6 +247,14 @@ HRESULT CClrProfiler::JITCachedFunctionSearchStarted(FunctionID function,
     return for_method(profilerInfo, [&](ICorProfilerInfo* info) {
         on_cached_function_search_started(info, function, use_cached_function);
     });
+}
+
+HRESULT CClrProfiler::ThreadDestroyed(ThreadID thread) noexcept {
+    return for_thread([&] { on_thread_destroyed(thread); });
+}
+
+HRESULT CClrProfiler::ThreadAssignedToOSThread(ThreadID thread, DWORD os_thread) noexcept {
+    return for_thread([&] { on_thread_assigned(thread, os_thread); });
 }
 
 } // namespace corvane

@@ -23,6 +23,9 @@ public:
                                                     BOOL is_safe_to_block) noexcept override;
     HRESULT STDMETHODCALLTYPE JITCachedFunctionSearchStarted(
         FunctionID function, BOOL* use_cached_function) noexcept override;
+    HRESULT STDMETHODCALLTYPE ThreadDestroyed(ThreadID thread) noexcept override;
+    HRESULT STDMETHODCALLTYPE ThreadAssignedToOSThread(ThreadID thread,
+                                                       DWORD os_thread) noexcept override;
     HRESULT STDMETHODCALLTYPE InitializeForAttach(IUnknown* info, void* client_data,
                                                   UINT client_data_size) noexcept override;
 

@@ -76,7 +76,7 @@ std::basic_string<Char> joined_prefix(std::basic_string_view<Char> tag,
 } // namespace
 
 void DebugLog::log(std::int32_t level, const wchar_t* format, ...) const noexcept {
-    if (level > threshold_) {
+    if (!writes(level)) {
         return;
     }
     std::va_list arguments;

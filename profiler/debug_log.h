@@ -30,6 +30,9 @@ public:
     // printf formatting by the rules of the Microsoft runtime: %s takes a wide string.
     void log(std::int32_t level, const wchar_t* format, ...) const noexcept;
 
+    // For callers to whom even making the arguments is too much when nobody reads them.
+    [[nodiscard]] bool writes(std::int32_t level) const noexcept { return level <= threshold_; }
+
 private:
     std::wstring prefix_;
     std::int32_t threshold_ = kDefaultLogThreshold;
@@ -45,7 +48,7 @@ public:
     // %s takes a narrow string.
     void log_narrow(std::int32_t level, const char* format, ...) const noexcept;
 
-    // For callers to whom even making the message is too much when nobody reads it.
+    // As above.
     [[nodiscard]] bool writes(std::int32_t level) const noexcept { return level <= threshold_; }
 
     // The message as it stands and of any length, at this level.

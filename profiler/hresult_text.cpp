@@ -46,8 +46,11 @@ HresultText hresult_text(HRESULT hr) noexcept {
     return HresultText(LocalMemory<wchar_t>(text));
 }
 
-void log_result(const DebugLog& log, const wchar_t* message, HRESULT hr) noexcept {
-    log.log(1, message, hresult_text(hr).c_str());
+void log_result(const DebugLog& log, const wchar_t* message, HRESULT hr,
+                std::int32_t level) noexcept {
+    if (log.writes(level)) {
+        log.log(level, message, hresult_text(hr).c_str());
+    }
 }
 
 } // namespace corvane

@@ -23,7 +23,9 @@ private:
 // errors in, else "Unknown error 0xN".
 HresultText hresult_text(HRESULT hr) noexcept;
 
-// Logs `message`, which ends in "(%s)", at level 1 with the text of `hr`.
-void log_result(const DebugLog& log, const wchar_t* message, HRESULT hr) noexcept;
+// Logs `message`, which ends in "(%s)" or "%s", with the text of `hr`, which is looked up only if
+// the line is written.
+void log_result(const DebugLog& log, const wchar_t* message, HRESULT hr,
+                std::int32_t level = 1) noexcept;
 
 } // namespace corvane

@@ -1,0 +1,16 @@
+// OwnedHandle: owns a kernel object's handle, null when there is none.
+#pragma once
+
+#include <windows.h>
+
+#include <memory>
+
+namespace corvane {
+
+struct HandleCloser {
+    using pointer = HANDLE;
+    void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
+};
+using OwnedHandle = std::unique_ptr<void, HandleCloser>;
+
+} // namespace corvane

@@ -1,0 +1,141 @@
+#include "sampling/snapshot.h"
+
+#include "profiler/hresult_text.h"
+#include "profiler/owned_handle.h"
+#include "profiler/runtime_state.h"
+#include "sampling/automation.h"
+#include "sampling/frame_list.h"
+#include "sampling/thread_map.h"
+#include "sampling/wall_clock.h"
+#include "sampling/worker_thread.h"
+
+namespace corvane {
+namespace {
+
+constexpr DWORD kThreadAccess =
+    THREAD_SUSPEND_RESUME | THREAD_GET_CONTEXT | THREAD_QUERY_INFORMATION;
+
+// What the worker returns when it has not come to a walk.
+constexpr HRESULT kNotWalked = 1;
+
+HRESULT STDMETHODCALLTYPE append_frame(FunctionID function, UINT_PTR, COR_PRF_FRAME_INFO, ULONG32,
+                                       BYTE*, void* client_data) {
+    if (client_data == nullptr) {
+        return S_FALSE; // ends the walk
+    }
+    // A run of native frames has no function.
+    if (function != 0 && !static_cast<FrameList*>(client_data)->append(function)) {
+        return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}
+
+// The target is suspended. Its context is not passed as the place to start from: this is wanted,
+// the runtime finds the first managed frame itself.
+HRESULT walk(ThreadID target, FrameList& frames) {
+    return profilerInfo2 ? profilerInfo2->DoStackSnapshot(
+                               target, append_frame, COR_PRF_SNAPSHOT_DEFAULT, &frames, nullptr, 0)
+                         : CORPROF_E_PROFILER_NOT_YET_INITIALIZED;
+}
+
+// A snapshot's status; the frames are filled in when it is kSucceeded.
+std::int32_t request_snapshot(std::uint32_t os_thread, std::vector<FunctionID>& frames) {
+    if (find_thread(os_thread) == 0) {
+        return kNoSnapshot;
+    }
+    CorvaneSnapshot request;
+    request.osThreadId = static_cast<std::int32_t>(os_thread);
+    run_worker(&Thread_Do_Stack_Snapshot, request);
+    if (request.status < 1) {
+        frames = std::move(request.frames);
+        return kSucceeded;
+    }
+    return request.status;
+}
+
+SAFEARRAY* as_array(const std::vector<FunctionID>& frames) {
+    DoubleArray array(static_cast<ULONG>(frames.size()));
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        array.set(i, static_cast<double>(frames[i]));
+    }
+    return array.release();
+}
+
+} // namespace
+
+// Where it gives up before the walk the status stays, so that the snapshot succeeds without frames:
+// this is wanted, a thread that has just ended is no failure.
+HRESULT Thread_Do_Stack_Snapshot(CorvaneSnapshot* request) {
+    const auto os_thread = static_cast<DWORD>(request->osThreadId);
+    const ThreadID target = find_thread(os_thread);
+    if (target == 0) {
+        return kNotWalked;
+    }
+    FrameList frames;
+    OwnedHandle thread(OpenThread(kThreadAccess, FALSE, os_thread));
+    if (!thread) {
+        return kNotWalked;
+    }
+    set_snapshot_target(request->osThreadId);
+
+    // Until the target runs again nothing may wait for what it may hold: no lock, no heap.
+    const DWORD suspend_count = SuspendThread(thread.get());
+    if (static_cast<std::int32_t>(suspend_count) < 0) {
+        thread.release(); // stays open: wanted
+        set_snapshot_target(kNoSnapshotTarget);
+        return kNotWalked;
+    }
+    CONTEXT context = {};
+    context.ContextFlags = CONTEXT_FULL;
+    if (GetThreadContext(thread.get(), &context) == FALSE) {
+        // Wanted: the target stays suspended, its handle open, and it stays the one that is
+        // sampled.
+        thread.release();
+        request->status = kNoSnapshot;
+        return static_cast<HRESULT>(suspend_count);
+    }
+    const HRESULT walked = walk(target, frames);
+    ResumeThread(thread.get());
+
+    thread.reset();
+    set_snapshot_target(kNoSnapshotTarget);
+    if (walked != S_OK) {
+        log_result(
+            default_log,
+            L"CClrProfiler::Thread_Do_Stack_Snapshot().DoStackSnapshot() did not return S_OK %s",
+            walked, 4);
+        request->status = kNoSnapshot;
+        return walked;
+    }
+    request->frames.assign(frames.frames().begin(), frames.frames().end());
+    return S_OK;
+}
+
+} // namespace corvane
+
+std::int32_t TakeSnapshot(std::uint32_t osThreadId, SAFEARRAY** frames, std::int32_t* frameCount,
+                          std::uint64_t* timestamp) {
+    using namespace corvane;
+    if (frames == nullptr) {
+        return kNullArgument;
+    }
+    *frames = nullptr;
+    if (frameCount == nullptr) {
+        return kNullArgument;
+    }
+    *frameCount = 0;
+    if (timestamp == nullptr) {
+        return kNullArgument;
+    }
+    *timestamp = 0;
+
+    std::vector<FunctionID> functions;
+    const std::int32_t status = request_snapshot(osThreadId, functions);
+    if (status > 0) {
+        return status;
+    }
+    *frameCount = static_cast<std::int32_t>(functions.size());
+    *frames = as_array(functions);
+    *timestamp = WallClock::of_process().now();
+    return kSucceeded;
+}
