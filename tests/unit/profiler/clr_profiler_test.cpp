@@ -5,6 +5,7 @@
 #include "profiler/hresult_text.h"
 #include "profiler/own_module.h"
 #include "profiler/runtime_state.h"
+#include "sampling/thread_map.h"
 #include "selection/excluded_scopes.h"
 #include "selection/target_methods.h"
 #include "tests/support/agent_home.h"
@@ -548,6 +549,30 @@ TEST_F(MethodCallbacks, LeaveTransparentMethodsUnlessTheConfigurationAsksForThem
                                      : std::wstring(L"it is transparent (") +
                                            hresult_text(S_OK).c_str() + L")\n");
     }
+}
+
+class ThreadCallbacks : public ProfilerTest {
+protected:
+    ~ThreadCallbacks() override { ThreadMap.clear(); }
+};
+
+TEST_F(ThreadCallbacks, KeepTheThreadMap) {
+    EXPECT_EQ(profiler->ThreadAssignedToOSThread(0x7FF0000000D1, 40), S_OK);
+    EXPECT_EQ(find_thread(40), 0x7FF0000000D1U);
+    EXPECT_EQ(profiler->ThreadDestroyed(0x7FF000000028), S_OK);
+    EXPECT_TRUE(ThreadMap.empty());
+    EXPECT_EQ(profiler->ThreadDestroyed(0x7FF0000000D1), S_OK);
+    EXPECT_EQ(ThreadMap, (std::map<DWORD, ThreadID>{{0xD1, 0}}));
+    EXPECT_EQ(output.text(), L"");
+}
+
+TEST_F(ThreadCallbacks, AnswerOkWithoutMemory) {
+    const testing::FailingAllocation failing(0);
+    EXPECT_EQ(profiler->ThreadAssignedToOSThread(0x7FF0000000D1, 40), S_OK);
+    EXPECT_TRUE(testing::FailingAllocation::has_come());
+    EXPECT_TRUE(ThreadMap.empty());
+    EXPECT_EQ(output.text(), std::wstring(L"Failed to note a thread (") +
+                                 hresult_text(E_OUTOFMEMORY).c_str() + L")\n");
 }
 
 TEST_F(ProfilerTest, AnswersTheOtherCallbacksWithOk) {

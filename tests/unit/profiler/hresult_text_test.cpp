@@ -65,5 +65,12 @@ TEST(LogResult, PutsTheTextIntoAMessageOfLevelOne) {
     EXPECT_EQ(output.text(), L"p: failed (Unknown error 0x80040200)\n");
 }
 
+TEST(LogResult, TakesAnotherLevel) {
+    const testing::DebugOutput output;
+    log_result(DebugLog(L"p: ", 4), L"did not return S_OK %s", static_cast<HRESULT>(0x80040200), 4);
+    log_result(DebugLog(L"silent: ", 3), L"did not return S_OK %s", E_FAIL, 4);
+    EXPECT_EQ(output.text(), L"p: did not return S_OK Unknown error 0x80040200\n");
+}
+
 } // namespace
 } // namespace corvane

@@ -1,0 +1,54 @@
+// ParkedThread: a thread that does nothing while it lives, to be suspended by the code under test.
+#pragma once
+
+#include "profiler/owned_handle.h"
+
+#include <stdexcept>
+
+namespace corvane::testing {
+
+class ParkedThread {
+public:
+    ParkedThread()
+        : leave_(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+          thread_(CreateThread(nullptr, 0, &wait, leave_.get(), 0, &id_)) {
+        if (!leave_ || !thread_) {
+            throw std::runtime_error("cannot park a thread");
+        }
+    }
+    ParkedThread(const ParkedThread&) = delete;
+    ParkedThread& operator=(const ParkedThread&) = delete;
+    ~ParkedThread() { end(); }
+
+    DWORD id() const { return id_; }
+    HANDLE handle() const { return thread_.get(); }
+
+    // How often it is suspended at the moment.
+    DWORD suspend_count() const {
+        const DWORD count = call("SuspendThread");
+        call("ResumeThread");
+        return count;
+    }
+
+    void resume() const { call("ResumeThread"); }
+
+    void end() const {
+        SetEvent(leave_.get());
+        WaitForSingleObject(thread_.get(), INFINITE);
+    }
+
+private:
+    static DWORD WINAPI wait(void* event) { return WaitForSingleObject(event, INFINITE); }
+
+    // Past what a test may have put in the place of this program's imports.
+    DWORD call(const char* function) const {
+        return reinterpret_cast<DWORD(WINAPI*)(HANDLE)>(reinterpret_cast<void*>(
+            GetProcAddress(GetModuleHandleW(L"kernel32.dll"), function)))(thread_.get());
+    }
+
+    DWORD id_ = 0;
+    OwnedHandle leave_;
+    OwnedHandle thread_;
+};
+
+} // namespace corvane::testing
