@@ -25,12 +25,12 @@ public:
 
     // How often it is suspended at the moment.
     DWORD suspend_count() const {
-        const DWORD count = call("SuspendThread");
-        call("ResumeThread");
+        const DWORD count = suspend_(handle());
+        resume();
         return count;
     }
 
-    void resume() const { call("ResumeThread"); }
+    void resume() const { resume_(handle()); }
 
     void end() const {
         SetEvent(leave_.get());
@@ -40,12 +40,17 @@ public:
 private:
     static DWORD WINAPI wait(void* event) { return WaitForSingleObject(event, INFINITE); }
 
-    // Past what a test may have put in the place of this program's imports.
-    DWORD call(const char* function) const {
-        return reinterpret_cast<DWORD(WINAPI*)(HANDLE)>(reinterpret_cast<void*>(
-            GetProcAddress(GetModuleHandleW(L"kernel32.dll"), function)))(thread_.get());
+    using ThreadCall = DWORD(WINAPI*)(HANDLE);
+
+    // Past what a test may have put in the place of this program's imports. Looked up beforehand:
+    // a thread may be suspended with the loader's lock, which looking up takes as well.
+    static ThreadCall real(const char* function) {
+        return reinterpret_cast<ThreadCall>(
+            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), function)));
     }
 
+    ThreadCall suspend_ = real("SuspendThread");
+    ThreadCall resume_ = real("ResumeThread");
     DWORD id_ = 0;
     OwnedHandle leave_;
     OwnedHandle thread_;
