@@ -8,6 +8,7 @@
 #include "profiler/process_facts.h"
 #include "profiler/runtime_state.h"
 #include "profiler/type_library.h"
+#include "rewrite/left_methods.h"
 #include "rewrite/managed_library.h"
 #include "rewrite/module_references.h"
 #include "rewrite/rewrite_settings.h"
@@ -200,6 +201,12 @@ HRESULT CClrProfiler::ModuleLoadFinished(ModuleID module, HRESULT) noexcept {
     } catch (const std::exception&) {
         return E_OUTOFMEMORY;
     }
+}
+
+// Another module may get the same id.
+HRESULT CClrProfiler::ModuleUnloadStarted(ModuleID module) noexcept {
+    forget_left_methods(module);
+    return S_OK;
 }
 
 HRESULT CClrProfiler::note_module(ModuleID module) {

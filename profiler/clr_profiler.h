@@ -19,6 +19,7 @@ class CClrProfiler : public CorvaneCorProfilerCallbackImpl,
 public:
     HRESULT STDMETHODCALLTYPE Initialize(IUnknown* info) noexcept override;
     HRESULT STDMETHODCALLTYPE ModuleLoadFinished(ModuleID module, HRESULT status) noexcept override;
+    HRESULT STDMETHODCALLTYPE ModuleUnloadStarted(ModuleID module) noexcept override;
     HRESULT STDMETHODCALLTYPE JITCompilationStarted(FunctionID function,
                                                     BOOL is_safe_to_block) noexcept override;
     HRESULT STDMETHODCALLTYPE JITCachedFunctionSearchStarted(

@@ -3,6 +3,7 @@
 #include "clr/com_ptr.h"
 
 #include <algorithm>
+#include <mutex>
 
 namespace corvane {
 
@@ -62,6 +63,9 @@ bool refers_to_assembly(IMetaDataAssemblyImport* metadata, std::wstring_view nam
 
 HRESULT DefineAssemblyRefOnce(IMetaDataAssemblyEmit* emit, const AssemblyIdentity& identity,
                               mdAssemblyRef& assembly) {
+    // Two methods of a module may be compiled at once. No code of the program runs in here.
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
     ComPtr<IMetaDataAssemblyImport> import;
     if (SUCCEEDED(emit->QueryInterface(__uuidof(IMetaDataAssemblyImport), import.put_void()))) {
         const mdAssemblyRef there =

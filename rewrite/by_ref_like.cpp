@@ -34,10 +34,18 @@ bool is_marked(IMetaDataImport* metadata, mdTypeDef type) {
            S_OK;
 }
 
+// These were so before there was a mark for it.
+bool is_unmarked(const TypePath& path) {
+    return path.size() == 1 &&
+           (path[0] == L"System.ArgIterator" || path[0] == L"System.RuntimeArgumentHandle" ||
+            path[0] == L"System.TypedReference");
+}
+
 ByRefLike ask_module(ICorProfilerInfo* info, ModuleID module, const TypePath& path) {
     ComPtr<IMetaDataImport> metadata;
     if (FAILED(info->GetModuleMetaData(module, ofRead, __uuidof(IMetaDataImport),
-                                       metadata.put_unknown()))) {
+                                       metadata.put_unknown())) ||
+        !metadata) { // a module of resources has none, and that is no failure
         return ByRefLike::kUnknown;
     }
     mdTypeDef type = mdTokenNil;
@@ -58,6 +66,9 @@ ByRefLike by_ref_like(ICorProfilerInfo* info, IMetaDataImport* metadata, mdToken
     TypePath path;
     if (!read_path(metadata, type, path) || path.empty()) {
         return ByRefLike::kUnknown;
+    }
+    if (is_unmarked(path)) {
+        return ByRefLike::kYes;
     }
     ComPtr<ICorProfilerInfo3> info3;
     if (FAILED(info->QueryInterface(__uuidof(ICorProfilerInfo3), info3.put_void()))) {

@@ -11,7 +11,9 @@ enum class ByRefLike { kNo, kYes, kUnknown };
 
 // Of the value type that a TypeDef or TypeRef of the module stands for. A value type is loaded
 // before any method that takes one is compiled, so it is found among the loaded modules; kUnknown
-// if it is not. A runtime that cannot enumerate its modules is older than these types.
+// if it is not. A runtime that cannot enumerate its modules is older than the mark of these types.
+// Of several modules with a type of that name the one that was loaded first answers, which for
+// types of the runtime is its own library.
 ByRefLike by_ref_like(ICorProfilerInfo* info, IMetaDataImport* metadata, mdToken type);
 
 } // namespace corvane

@@ -16,6 +16,12 @@ HRESULT DefineTraceText(const Emission& emission, const TraceText& text, mdStrin
                                                &token);
 }
 
+HRESULT CheckOperands(Emission& emission, const IlBuilder& il) {
+    return il.in_range()
+               ? S_OK
+               : emission.refusal.refuse(L"it has too many parameters or local variables");
+}
+
 void EmitReceiver(IlBuilder& il, const MethodShape& shape) {
     if (!shape.has_this) {
         il.ldnull();

@@ -58,6 +58,9 @@ private:
     HRESULT result_ = S_OK;
 };
 
+// Fails if a local or an argument has a number that an instruction cannot hold.
+HRESULT CheckOperands(Emission& emission, const IlBuilder& il);
+
 // Loads the receiver, or null for a static method.
 void EmitReceiver(IlBuilder& il, const MethodShape& shape);
 

@@ -4,6 +4,8 @@
 #include "profiler/runtime_state.h"
 #include "rewrite/assembly_reference.h"
 
+#include <string>
+
 namespace corvane {
 
 namespace {
@@ -20,11 +22,19 @@ bool is_core_clr(ICorProfilerInfo* info) {
            type == COR_PRF_CORE_CLR;
 }
 
+bool is_beside(std::wstring_view module_name) {
+    std::wstring file(module_name.substr(0, module_name.find_last_of(L"\\/") + 1));
+    file += kManagedLibrary;
+    file += L".dll";
+    return GetFileAttributesW(file.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
 } // namespace
 
-bool can_find_managed_library(ICorProfilerInfo* info, IMetaDataAssemblyImport* metadata) {
-    return managedLibraryLoaded || refers_to_assembly(metadata, kManagedLibrary) ||
-           !is_core_clr(info);
+bool can_find_managed_library(ICorProfilerInfo* info, IMetaDataAssemblyImport* metadata,
+                              std::wstring_view module_name) {
+    return managedLibraryLoaded || !is_core_clr(info) ||
+           (refers_to_assembly(metadata, kManagedLibrary) && is_beside(module_name));
 }
 
 } // namespace corvane

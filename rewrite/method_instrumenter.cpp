@@ -138,7 +138,19 @@ HRESULT wrap(Emission& emission, Instruction* first, const std::vector<Instructi
         leave->opcode = Opcode::kLeaveS;
         leave->target = exit;
     }
-    return FAILED(hr) || il.in_range() ? hr : E_FAIL;
+    return SUCCEEDED(hr) ? CheckOperands(emission, il) : hr;
+}
+
+// A tail call ends in a return of its own, which it no longer has. Another prefix stays with the
+// call: it changes places with the one that goes.
+void drop_prefix(Instruction* tail) {
+    while (tail->previous->opcode == Opcode::kConstrained ||
+           tail->previous->opcode == Opcode::kReadonly) {
+        tail->opcode = tail->previous->opcode;
+        tail->immediate = tail->previous->immediate;
+        tail = tail->previous;
+    }
+    tail->opcode = Opcode::kNop;
 }
 
 HRESULT instrument(Emission& emission) {
@@ -152,9 +164,8 @@ HRESULT instrument(Emission& emission) {
     if (facts.jumps) {
         return emission.refusal.refuse(L"it has a jmp instruction, which no block may hold");
     }
-    // A tail call ends in a return of its own, which it no longer has.
     for (Instruction* const prefix : facts.tail_prefixes) {
-        prefix->opcode = Opcode::kNop;
+        drop_prefix(prefix);
     }
 
     // Each block begins with an instruction of its own.

@@ -16,6 +16,9 @@ namespace corvane {
 
 namespace {
 
+// Of a method's implementation flags: the runtime itself makes the state machine.
+constexpr DWORD kRuntimeAsync = 0x2000;
+
 struct BoxingType {
     std::uint8_t element_type;
     const wchar_t* name;
@@ -68,7 +71,7 @@ public:
             return refusal_.refuse(L"it has more than 127 parameters");
         }
         shape.has_this = signature.has_this;
-        HRESULT hr = shape.has_this ? read_receiver(shape) : S_OK;
+        HRESULT hr = read_receiver(shape);
         for (std::size_t i = 0; i < signature.parameters.size() && SUCCEEDED(hr); ++i) {
             PassedValue value;
             hr = read_value(signature.parameters[i], L"parameter " + std::to_wstring(i + 1), value);
@@ -166,8 +169,19 @@ private:
 
     HRESULT read_receiver(MethodShape& shape) {
         mdTypeDef type = mdTypeDefNil;
+        DWORD implementation = 0;
+        HRESULT hr =
+            source_.import->GetMethodProps(source_.method.method_token, &type, nullptr, 0, nullptr,
+                                           nullptr, nullptr, nullptr, nullptr, &implementation);
+        if (FAILED(hr)) {
+            return hr;
+        }
+        if ((implementation & kRuntimeAsync) != 0) {
+            return refusal_.refuse(L"it is suspended by the runtime, and returns another type than "
+                                   L"its signature says");
+        }
         bool is_value_type = false;
-        HRESULT hr = find_owner(type, is_value_type);
+        hr = shape.has_this ? find_kind(type, is_value_type) : S_OK;
         if (FAILED(hr) || !is_value_type) {
             return hr;
         }
@@ -183,20 +197,14 @@ private:
         return own_type(type, shape.boxed_receiver);
     }
 
-    HRESULT find_owner(mdTypeDef& type, bool& is_value_type) {
-        HRESULT hr =
-            source_.import->GetMethodProps(source_.method.method_token, &type, nullptr, 0, nullptr,
-                                           nullptr, nullptr, nullptr, nullptr, nullptr);
+    HRESULT find_kind(mdTypeDef type, bool& is_value_type) {
         mdToken base = mdTokenNil;
-        if (SUCCEEDED(hr)) {
-            hr = source_.import->GetTypeDefProps(type, nullptr, 0, nullptr, nullptr, &base);
-        }
-        if (SUCCEEDED(hr)) {
-            // System.Enum is a class, and the base of value types only.
-            is_value_type = is_named(base, L"System.ValueType")
-                                ? source_.method.type_name != L"System.Enum"
-                                : is_named(base, L"System.Enum");
-        }
+        const HRESULT hr =
+            source_.import->GetTypeDefProps(type, nullptr, 0, nullptr, nullptr, &base);
+        // System.Enum is a class, and the base of value types only.
+        is_value_type = SUCCEEDED(hr) && (is_named(base, L"System.ValueType")
+                                              ? source_.method.type_name != L"System.Enum"
+                                              : is_named(base, L"System.Enum"));
         return hr;
     }
 

@@ -5,6 +5,7 @@
 #include "profiler/hresult_text.h"
 #include "rewrite/assembly_reference.h"
 #include "rewrite/instrumentation_references.h"
+#include "rewrite/left_methods.h"
 #include "rewrite/managed_library.h"
 #include "rewrite/method_instrumenter.h"
 #include "rewrite/reference_signatures.h"
@@ -30,7 +31,10 @@ constexpr const wchar_t* kMethodBase = L"System.Reflection.MethodBase";
 class Definer {
 public:
     Definer(RewriteContext& context, ICorProfilerInfo* info, const method_info& method)
-        : context_(context), info_(info), module_(method.module_id) {}
+        : context_(context),
+          info_(info),
+          module_(method.module_id),
+          module_name_(method.module_name) {}
 
     [[nodiscard]] HRESULT result() const { return result_; }
     [[nodiscard]] IMetaDataImport* import() const { return import_.get(); }
@@ -51,7 +55,7 @@ public:
     bool can_find_library() {
         ComPtr<IMetaDataAssemblyImport> assembly_import;
         if (SUCCEEDED(emit_.query(assembly_import)) &&
-            can_find_managed_library(info_, assembly_import.get())) {
+            can_find_managed_library(info_, assembly_import.get(), module_name_)) {
             return true;
         }
         context_.log.log(1, L"Left as it is: kite.managed is not loaded; name its file in "
@@ -75,8 +79,10 @@ public:
     }
 
     // No call of the metadata: the result stays that of the one before.
-    bool compress(mdTypeRef type, CompressedToken& compressed, const wchar_t* message) {
-        const auto token = compress_token(type);
+    bool compress(mdTypeRef type, BlobForm form, CompressedToken& compressed,
+                  const wchar_t* message) {
+        const auto token = form == BlobForm::kExact ? std::optional(compress_token_exactly(type))
+                                                    : compress_token(type);
         if (!token) {
             context_.log.log(1, L"%s", message);
             return false;
@@ -101,6 +107,7 @@ private:
     RewriteContext& context_;
     ICorProfilerInfo* info_;
     ModuleID module_;
+    std::wstring_view module_name_;
     HRESULT result_ = S_OK;
     ComPtr<IMetaDataEmit> emit_;
     ComPtr<IMetaDataAssemblyEmit> assembly_emit_;
@@ -157,11 +164,11 @@ bool define(Definer& definer, bool strict, InstrumentationReferences& to) {
               span, L"Log", log_signature(), to.log,
               L"Failed to get System.Diagnostics.Trace::WriteLine(string message) method "
               L"reference (%s)") &&
-          definer.compress(to.directives_type, directives_token,
+          definer.compress(to.directives_type, form, directives_token,
                            L"Failed to compress token for "
                            L"Corvane.Instrumentation.InstrumentationDirectives type. Token size is "
                            L"bigger than expected.") &&
-          definer.compress(to.exception_type, exception_token,
+          definer.compress(to.exception_type, form, exception_token,
                            L"Failed to compress token for System.Exception type. Token size is "
                            L"bigger than expected.") &&
           definer.member(span, L"Error", error_signature(exception_token, form), to.error,
@@ -200,11 +207,15 @@ bool define(Definer& definer, bool strict, InstrumentationReferences& to) {
 
 HRESULT DefineInstrumentationReferences(RewriteContext& context, ICorProfilerInfo* info,
                                         const method_info& method, InstrumentationMode mode) {
+    if (is_left(method.module_id, method.method_token)) {
+        return S_OK;
+    }
     Definer definer(context, info, method);
     InstrumentationReferences references;
-    if (define(definer, strictIl, references)) {
-        // What becomes of the method is logged there.
-        static_cast<void>(RewriteMethod(context, references, mode));
+    // What becomes of the method is logged where it is decided.
+    if (!define(definer, strictIl, references) ||
+        FAILED(RewriteMethod(context, references, mode))) {
+        leave_for_good(method.module_id, method.method_token);
     }
     return definer.result();
 }

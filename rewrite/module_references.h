@@ -7,10 +7,10 @@
 
 namespace corvane {
 
-// Defines the references in the method's module and, with all of them, rewrites the method. Returns
-// the result of the last call of the metadata: a token that does not fit its signature and a
-// rewriting that fails leave the method as it is, but are no failure here. Whatever goes wrong is
-// logged on the context's channel.
+// Leaves a method that was left before. Else it defines the references in the method's module and,
+// with all of them, rewrites the method. Returns the result of the last call of the metadata: a
+// token that does not fit its signature and a rewriting that fails leave the method as it is, but
+// are no failure here. Whatever goes wrong is logged on the context's channel.
 HRESULT DefineInstrumentationReferences(RewriteContext& context, ICorProfilerInfo* info,
                                         const method_info& method, InstrumentationMode mode);
 

@@ -137,7 +137,7 @@ HRESULT EmitPrologue(Emission& emission, Instruction* own_code) {
     emit_call(il, emission, locals);
     emit_write_back(il, emission, locals);
     EmitGuard(il, emission, first, text);
-    return il.in_range() ? S_OK : E_FAIL;
+    return CheckOperands(emission, il);
 }
 
 } // namespace corvane

@@ -25,7 +25,7 @@ CompressedToken four_bytes(std::uint32_t coded, std::uint8_t size) {
             size};
 }
 
-CompressedToken compress(std::uint32_t coded, std::uint8_t size_of_long_ones) {
+CompressedToken compress(std::uint32_t coded, std::uint8_t size_of_long_ones = 4) {
     return coded < kLimitOfOneByte    ? one_byte(coded)
            : coded < kLimitOfTwoBytes ? two_bytes(coded)
                                       : four_bytes(coded, size_of_long_ones);
@@ -51,7 +51,7 @@ std::optional<std::uint32_t> coded_type_token(std::uint32_t token) {
 
 std::optional<CompressedToken> compress_token(std::uint32_t token) {
     const std::uint32_t coded = coded_or_zero(token);
-    return coded < kLimitOfTwoBytes ? std::optional(compress(coded, 0)) : std::nullopt;
+    return coded < kLimitOfTwoBytes ? std::optional(compress(coded)) : std::nullopt;
 }
 
 CompressedToken compress_token_to_two_bytes(std::uint32_t token) {
@@ -59,7 +59,7 @@ CompressedToken compress_token_to_two_bytes(std::uint32_t token) {
 }
 
 CompressedToken compress_token_exactly(std::uint32_t token) {
-    return compress(coded_or_zero(token), 4);
+    return compress(coded_or_zero(token));
 }
 
 } // namespace corvane

@@ -1,6 +1,9 @@
 // The references that injected code needs, in the metadata of the runtime's own engine.
 #include "profiler/runtime_state.h"
+#include "tests/clr/runtime_test.h"
 #include "tests/clr/scratch_module_test.h"
+
+#include <fstream>
 
 namespace corvane::testing {
 namespace {
@@ -114,6 +117,8 @@ TEST_F(ModuleReferencesTest, TakeTheMethodBaseThatTheModuleNamesFirst) {
     EXPECT_EQ(instrument(method()), S_OK);
     EXPECT_THAT(module->member_signature(L"GetCurrentMethod"),
                 ElementsAre(0x00, 0x00, 0x12, 0x09, 0x00));
+    EXPECT_EQ(module->installations, 0); // its row is too low for RegisterMethod's signature
+    EXPECT_THAT(log().back(), ::testing::StartsWith(L"Left as it is: Invokers.RegisterMethod"));
 }
 
 TEST_F(ModuleReferencesTest, MatchTheWholeNameOfMethodBase) {
@@ -169,20 +174,32 @@ TEST_F(ModuleReferencesTest, StopWhereDirectivesDoNotFitTheirSignature) {
     EXPECT_THAT(module->member_signature(L"Error"), IsEmpty());
 }
 
+// The module has its assemblies and the directives already; System.Exception gets the next row.
 TEST_F(ModuleReferencesTest, StopWhereTheExceptionDoesNotFitItsSignature) {
-    // The module has the other types already.
-    const mdMethodDef token = method();
-    const auto kite = [&] { return mdAssemblyRef{0x23000002}; };
+    for (const auto& [row, fits] : {std::pair{0xFFFU, true}, std::pair{0x1000U, false}}) {
+        SetUp();
+        const mdMethodDef token = method();
+        module->results = {{5, E_FAIL}};
+        instrument(token);
+        module->results.clear();
+        module->type_ref(0x23000002, L"Corvane.Instrumentation.InstrumentationDirectives");
+        fill_type_refs(row - 3);
+        EXPECT_GE(instrument(token), 0);
+        EXPECT_EQ(module->member_signature(L"Error").empty(), !fits);
+        EXPECT_EQ(log().back() == L"Failed to compress token for System.Exception type. Token size "
+                                  L"is bigger than expected.",
+                  !fits);
+    }
+}
+
+TEST_F(ModuleReferencesTest, FitAnyTokenInStrictIl) {
     strictIl = true;
-    module->results = {{5, E_FAIL}}; // the assemblies are there, System.Exception is not
-    instrument(token);
-    module->results.clear();
-    module->type_ref(kite(), L"Corvane.Instrumentation.InstrumentationDirectives");
-    fill_type_refs(4095);
-    EXPECT_EQ(instrument(token), S_OK);
-    EXPECT_EQ(log().back(), L"Failed to compress token for System.Exception type. Token size is "
-                            L"bigger than expected.");
-    EXPECT_EQ(module->installations, 0);
+    fill_type_refs(4096);
+    EXPECT_EQ(instrument(method()), S_OK);
+    EXPECT_THAT(log(), IsEmpty());
+    EXPECT_EQ(module->installations, 1);
+    EXPECT_THAT(module->member_signature(L"Error"),
+                ElementsAre(0x00, 0x02, 0x02, 0x0E, 0x12, 0xC0, 0x00, 0x40, 0x09));
 }
 
 TEST_F(ModuleReferencesTest, CutTheTokenOfAFarMethodBaseInTheDefaultForm) {
@@ -278,12 +295,45 @@ TEST_F(ModuleReferencesTest, AreNotDefinedWithoutTheManagedLibrary) {
     EXPECT_EQ(module->installations, 1);
 }
 
-TEST_F(ModuleReferencesTest, AreDefinedForAModuleThatWasCompiledAgainstTheLibrary) {
+TEST_F(ModuleReferencesTest, AreDefinedForAModuleThatWasCompiledAgainstTheLibraryBesideIt) {
+    const OwnFolder folder;
+    module_name = (folder.path() / L"Shop.dll").wstring();
     fill_type_refs();
-    module->assembly_ref(L"kite.managed");
+    const mdMethodDef token = method();
     module->runtime_type = COR_PRF_CORE_CLR;
-    EXPECT_EQ(instrument(method()), S_OK);
+    std::ofstream(folder.path() / L"kite.managed.dll") << "a file";
+    instrument(token);
+    EXPECT_EQ(module->installations, 0); // it lies there for others
+    module->assembly_ref(L"kite.managed");
+    instrument(token);
     EXPECT_EQ(module->installations, 1);
+
+    const mdMethodDef another = add(L"Cancel", kVoid, kReturn);
+    std::filesystem::remove(folder.path() / L"kite.managed.dll");
+    instrument(another);
+    EXPECT_EQ(module->installations, 1); // it did not come with the program
+}
+
+TEST_F(ModuleReferencesTest, AreNotTriedAgainForAMethodThatWasLeft) {
+    fill_type_refs();
+    const mdMethodDef token = method();
+    module->runtime_type = COR_PRF_CORE_CLR;
+    EXPECT_EQ(instrument(token), S_OK);
+    const auto lines = log();
+    managedLibraryLoaded = true;
+    EXPECT_EQ(compile(token), S_OK);
+    EXPECT_THAT(module->metadata_calls, IsEmpty());
+    EXPECT_EQ(log(), lines);
+    // Neither another method of the module nor, once the module is gone, another module's.
+    EXPECT_EQ(compile(add(L"Cancel", kVoid, kReturn)), S_OK);
+    EXPECT_EQ(module->installations, 1);
+    forget_left_methods(ScratchModule::kModule + 1);
+    compile(token);
+    EXPECT_EQ(module->installations, 1);
+    forget_left_methods(ScratchModule::kModule);
+    compile(token);
+    EXPECT_EQ(module->installations, 2);
+    managedLibraryLoaded = false;
 }
 
 TEST_F(ModuleReferencesTest, SucceedWhereRewritingDoesNot) {

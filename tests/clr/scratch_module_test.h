@@ -3,6 +3,7 @@
 #pragma once
 
 #include "profiler/hresult_text.h"
+#include "rewrite/left_methods.h"
 #include "rewrite/module_references.h"
 #include "rewrite/rewrite_settings.h"
 #include "tests/support/debug_output.h"
@@ -66,8 +67,13 @@ protected:
         return code;
     }
 
+    // As if for the first time: one that was left before is not passed over.
     HRESULT instrument(mdMethodDef token,
                        InstrumentationMode mode = InstrumentationMode::kAttribute) {
+        forget_left_methods(ScratchModule::kModule);
+        return compile(token, mode);
+    }
+    HRESULT compile(mdMethodDef token, InstrumentationMode mode = InstrumentationMode::kAttribute) {
         module->metadata_calls.clear();
         method_info method;
         describe(token, method);
@@ -91,6 +97,7 @@ protected:
     std::unique_ptr<ScratchModule> module;
     mdAssemblyRef corlib = mdAssemblyRefNil;
     mdTypeDef type = mdTypeDefNil;
+    std::wstring module_name = L"Z:\\nowhere\\Shop.dll";
     DebugOutput output;
 
 private:
@@ -109,6 +116,8 @@ private:
         std::copy_n(name.data(), length, method.type_name.resize(length));
         method.module_id = ScratchModule::kModule;
         method.method_token = token;
+        std::copy_n(module_name.c_str(), module_name.size() + 1,
+                    method.module_name.resize(static_cast<ULONG>(module_name.size() + 1)));
     }
 };
 

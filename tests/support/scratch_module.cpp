@@ -357,6 +357,7 @@ HRESULT ScratchModule::QueryInterface(REFIID iid, void** object) {
 HRESULT ScratchModule::GetModuleMetaData(ModuleID module, DWORD flags, REFIID iid,
                                          IUnknown** metadata) {
     if (module == kOtherModule) {
+        ++other_opened;
         return other().QueryInterface(iid, reinterpret_cast<void**>(metadata));
     }
     EXPECT_EQ(module, kModule);

@@ -44,6 +44,7 @@ public:
     // The bodies that the runtime has: given by a test, replaced by what is installed.
     std::map<mdMethodDef, Bytes> bodies;
     int installations = 0;
+    int other_opened = 0; // how often the second module's metadata was asked for
 
     // Answers of the calls of the metadata that are written down, by their number. A failing call
     // does not reach the engine.

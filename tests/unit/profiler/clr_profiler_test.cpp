@@ -446,6 +446,8 @@ protected:
         const AgentHome home(listing_this("", settings));
         EXPECT_EQ(profiler->Initialize(&method), S_OK);
         start_ = output.text();
+        EXPECT_EQ(profiler->ModuleUnloadStarted(FakeMethod::kModule),
+                  S_OK); // all is forgotten of it
         method.type_name = L"System.Net.HttpWebRequest";
         method.method_name = L"GetResponse";
         method.forget_calls();
@@ -484,6 +486,19 @@ TEST_F(MethodCallbacks, FollowTheTable) {
     EXPECT_EQ(lines(),
               inserting() +
                   L"UseCachedFunction(Shop, System.Net.HttpWebRequest.GetResponse)=False\n");
+}
+
+TEST_F(MethodCallbacks, LeaveAMethodForGoodUntilItsModuleGoes) {
+    start();
+    for (int i = 0; i < 2; ++i) {
+        method.forget_calls();
+        EXPECT_EQ(compile(), S_OK);
+        const std::wstring once = lines();
+        EXPECT_EQ(compile(), S_OK);
+        EXPECT_EQ(lines(), once + L"===================Inserting prologue for: "
+                                  L"System.Net.HttpWebRequest.GetResponse\n");
+        start();
+    }
 }
 
 TEST_F(MethodCallbacks, AnswerOkBeforeStartUp) {
