@@ -30,12 +30,24 @@ HRESULT STDMETHODCALLTYPE append_frame(FunctionID function, UINT_PTR, COR_PRF_FR
     return S_OK;
 }
 
+// Of a thread on its last instructions, which has left the runtime but not yet the system. The
+// runtime ends the process when it is asked to walk one.
+bool has_left_the_runtime(ThreadID thread) {
+    HANDLE handle = nullptr; // the runtime's own
+    return profilerInfo2->GetHandleFromThread(thread, &handle) == E_INVALIDARG;
+}
+
 // The target is suspended. Its context is not passed as the place to start from: this is wanted,
 // the runtime finds the first managed frame itself.
 HRESULT walk(ThreadID target, FrameList& frames) {
-    return profilerInfo2 ? profilerInfo2->DoStackSnapshot(
-                               target, append_frame, COR_PRF_SNAPSHOT_DEFAULT, &frames, nullptr, 0)
-                         : CORPROF_E_PROFILER_NOT_YET_INITIALIZED;
+    if (!profilerInfo2) {
+        return CORPROF_E_PROFILER_NOT_YET_INITIALIZED;
+    }
+    if (has_left_the_runtime(target)) {
+        return S_OK; // without frames, like a thread that has ended
+    }
+    return profilerInfo2->DoStackSnapshot(target, append_frame, COR_PRF_SNAPSHOT_DEFAULT, &frames,
+                                          nullptr, 0);
 }
 
 // A snapshot's status; the frames are filled in when it is kSucceeded.
@@ -68,7 +80,8 @@ SAFEARRAY* as_array(const std::vector<FunctionID>& frames) {
 HRESULT Thread_Do_Stack_Snapshot(CorvaneSnapshot* request) {
     const auto os_thread = static_cast<DWORD>(request->osThreadId);
     const ThreadID target = find_thread(os_thread);
-    if (target == 0) {
+    // The id of a thread that has ended may be this worker's own by now.
+    if (target == 0 || os_thread == GetCurrentThreadId()) {
         return kNotWalked;
     }
     FrameList frames;

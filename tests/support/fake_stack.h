@@ -13,6 +13,7 @@ class FakeStack final : public FailingRuntime {
 public:
     std::vector<FunctionID> frames; // innermost first; 0 is a run of native frames
     HRESULT result = S_OK;
+    HRESULT handle_result = S_OK; // of asking for the thread's handle
     std::function<void()> during_walk = [] {};
 
     // What it was asked for last.
@@ -30,6 +31,10 @@ public:
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return 2; } // the test's own object
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
+
+    HRESULT STDMETHODCALLTYPE GetHandleFromThread(ThreadID, HANDLE*) override {
+        return handle_result;
+    }
 
     HRESULT STDMETHODCALLTYPE DoStackSnapshot(ThreadID walked, StackSnapshotCallback* report,
                                               ULONG32 snapshot_flags, void* client_data,

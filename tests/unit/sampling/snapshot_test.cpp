@@ -342,6 +342,17 @@ TEST_F(SnapshotTest, SucceedsWithoutFramesWhenTheTargetIsGone) {
     EXPECT_THAT(ThreadMap, ElementsAre(Pair(target.id(), 0U)));
 }
 
+TEST_F(SnapshotTest, DoesNotSuspendAWorkerThatGotTheTargetsId) {
+    on_thread_assigned(kThread, GetCurrentThreadId());
+    CorvaneSnapshot request;
+    request.osThreadId = static_cast<std::int32_t>(GetCurrentThreadId());
+    const ThreadCalls calls;
+    EXPECT_EQ(Thread_Do_Stack_Snapshot(&request), 1);
+    EXPECT_EQ(request.status, 0);
+    EXPECT_THAT(request.frames, ::testing::IsEmpty());
+    EXPECT_EQ(calls.sequence(), "");
+}
+
 TEST_F(SnapshotTest, SucceedsWithoutFramesWhenTheTargetHasEnded) {
     DWORD ended = 0;
     {
@@ -426,6 +437,25 @@ TEST_F(SnapshotTest, DoesNotEvenMakeALineThatIsNotWritten) {
     taken.expect_failure();
     EXPECT_EQ(output.raw(), L"");
     EXPECT_EQ(messages_looked_up, 0);
+}
+
+// The runtime would end the process.
+TEST_F(SnapshotTest, SucceedsWithoutAWalkWhenTheTargetHasLeftTheRuntime) {
+    runtime.handle_result = E_INVALIDARG;
+    const ThreadCalls calls;
+    taken.take(target.id());
+    taken.expect_success({});
+    EXPECT_EQ(calls.sequence(), "OSCRX");
+    EXPECT_EQ(runtime.walker, 0U);
+}
+
+TEST_F(SnapshotTest, WalksWhenTheRuntimeDoesNotSayWhetherTheTargetHasLeft) {
+    for (const HRESULT result : {E_FAIL, E_NOTIMPL, S_FALSE}) {
+        runtime.handle_result = result;
+        Taken one;
+        one.take(target.id());
+        one.expect_success({0x10, 0x20, 0x30});
+    }
 }
 
 TEST_F(SnapshotTest, FailsWithoutARuntime) {

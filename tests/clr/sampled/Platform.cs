@@ -1,0 +1,88 @@
+using System;
+using System.Runtime.InteropServices;
+
+/// <summary>What the tests ask the system itself.</summary>
+internal static unsafe class Platform
+{
+    /// <summary>The system's id of the calling thread.</summary>
+    [DllImport("kernel32.dll")]
+    [SuppressGCTransition]
+    public static extern uint GetCurrentThreadId();
+
+    /// <summary>Sleeps outside the runtime.</summary>
+    [DllImport("kernel32.dll")]
+    public static extern void Sleep(int milliseconds);
+
+    /// <summary>The heap that native code of this process uses, and its functions.</summary>
+    [DllImport("kernel32.dll")]
+    public static extern nint GetProcessHeap();
+
+    /// <inheritdoc cref="GetProcessHeap"/>
+    [DllImport("kernel32.dll")]
+    public static extern nint HeapAlloc(nint heap, uint flags, nuint size);
+
+    /// <inheritdoc cref="GetProcessHeap"/>
+    [DllImport("kernel32.dll")]
+    public static extern int HeapFree(nint heap, uint flags, nint memory);
+
+    /// <summary>How often a thread is suspended at the moment.</summary>
+    public static uint SuspendCount(uint thread)
+    {
+        nint handle = OpenThread(2, 0, thread);
+        // The runtime must not stop this thread in between: it would wait for the other one as well.
+        uint count = SuspendThread(handle);
+        ResumeThread(handle);
+        CloseHandle(handle);
+        return count;
+    }
+
+    /// <summary>Handles that this process has open.</summary>
+    public static uint Handles()
+    {
+        return GetProcessHandleCount(-1, out uint count) != 0 ? count : throw new NotSupportedException();
+    }
+
+    /// <summary>Bytes of memory that are this process's own.</summary>
+    public static nuint Memory()
+    {
+        var counters = new MemoryCounters { Size = (uint)sizeof(MemoryCounters) };
+        return K32GetProcessMemoryInfo(-1, &counters, counters.Size) != 0 && counters.PagefileUsage != 0
+            ? counters.PagefileUsage
+            : throw new NotSupportedException();
+    }
+
+    [StructLayout(LayoutKind.Sequential)]
+    private struct MemoryCounters
+    {
+        public uint Size;
+        public uint PageFaultCount;
+        public nuint PeakWorkingSetSize;
+        public nuint WorkingSetSize;
+        public nuint QuotaPeakPagedPoolUsage;
+        public nuint QuotaPagedPoolUsage;
+        public nuint QuotaPeakNonPagedPoolUsage;
+        public nuint QuotaNonPagedPoolUsage;
+        public nuint PagefileUsage;
+        public nuint PeakPagefileUsage;
+    }
+
+    [DllImport("kernel32.dll")]
+    private static extern nint OpenThread(uint access, int isInheritable, uint thread);
+
+    [DllImport("kernel32.dll")]
+    [SuppressGCTransition]
+    private static extern uint SuspendThread(nint thread);
+
+    [DllImport("kernel32.dll")]
+    [SuppressGCTransition]
+    private static extern uint ResumeThread(nint thread);
+
+    [DllImport("kernel32.dll")]
+    private static extern int CloseHandle(nint handle);
+
+    [DllImport("kernel32.dll")]
+    private static extern int GetProcessHandleCount(nint process, out uint count);
+
+    [DllImport("kernel32.dll")]
+    private static extern int K32GetProcessMemoryInfo(nint process, MemoryCounters* counters, uint size);
+}

@@ -1,0 +1,120 @@
+// Sampling in a real runtime: a program takes snapshots of its own threads through the exports.
+// What it saw it prints, without what differs from run to run; that goes to the standard error. A
+// program that hangs is ended and fails its test: a thread that stays suspended, or a lock that is
+// taken while another one is, shows as that.
+#include "tests/clr/program_run.h"
+
+#include <cstdlib>
+
+namespace corvane::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr DWORD kExitCode = 3;
+
+// Snapshots of the tests that are after something rare, unless the environment says how many.
+int snapshots(int usual) {
+    const char* const count = std::getenv("CORVANE_SNAPSHOTS");
+    return count != nullptr ? std::atoi(count) : usual;
+}
+
+class Sampling : public EachRuntimeTest {
+protected:
+    void SetUp() override {
+        EachRuntimeTest::SetUp();
+        configure("<configuration><instrumentation><applications><application name='sampled.exe' "
+                  "corvane='Enabled'/></applications></instrumentation></configuration>");
+    }
+
+    // Runs the program, with the number of snapshots that it is to take, and expects that it prints
+    // this behind the runtime's version.
+    void expect_output(const std::wstring& what, int count, const std::string& expected) const {
+        // Far more than a snapshot takes on a busy machine.
+        const std::chrono::seconds timeout(90 + count / 10);
+        const fs::path dotnet_root =
+            fs::absolute(fs::path(_wgetenv(L"CORVANE_DOTNET_ROOTS")) / std::to_string(GetParam()))
+                .make_preferred();
+        const ProgramRun run =
+            run_program(built_file(L"managed") / "sampled" / "sampled.exe",
+                        what + L' ' + std::to_wstring(count),
+                        {{L"DOTNET_ROOT", dotnet_root.wstring()},
+                         {L"DOTNET_ROOT_X64", std::nullopt},
+                         {L"DOTNET_MULTILEVEL_LOOKUP", L"0"},
+                         {L"CORECLR_ENABLE_PROFILING", L"1"},
+                         {L"CORECLR_PROFILER", L"{5D3A9C71-0B6E-4F28-9A41-7C2E8B04D1F6}"},
+                         {L"CORECLR_PROFILER_PATH", library.wstring()},
+                         {L"CORECLR_PROFILER_PATH_64", std::nullopt},
+                         {L"CORVANE_HOME_APM_DOTNET", home.wstring()}},
+                        timeout);
+        EXPECT_FALSE(run.timed_out) << "it hung";
+        EXPECT_EQ(run.exit_code, kExitCode);
+        const std::size_t line_end = run.output.find('\n');
+        EXPECT_TRUE(run.output.starts_with("runtime " + std::to_string(GetParam()) + '.'));
+        std::string rest = line_end == std::string::npos ? "" : run.output.substr(line_end + 1);
+        std::erase(rest, '\r');
+        EXPECT_EQ(rest, expected);
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Runtimes, Sampling, ::testing::ValuesIn(kRuntimes), runtime_name);
+
+// Frame for frame, innermost first; each thread in fifty snapshots, which all have to agree.
+TEST_P(Sampling, ShowsKnownCallChains) {
+    const bool is_10 = GetParam() == 10;
+    // What the runtime's own code is on the way to and from the program's differs by version.
+    const std::string start = is_10 ? " < System.Threading.Thread.StartCallback\n" : "\n";
+    const std::string lock =
+        is_10 ? "System.Threading.Monitor.Enter_Slowpath < System.Threading.Monitor.Enter < " : "";
+    const std::string suspended = "suspended 0\n";
+    expect_output(
+        L"chains", 0,
+        "spin: Spinning.Spin < Chains.Inner < Chains.Outer < Target.Run" + start + suspended +
+            "sleep: System.Threading.Thread.Sleep < Chains.Sleeping < Target.Run" + start +
+            suspended + "native: Chains.InNativeCode < Target.Run" + start + suspended +
+            "lock: " + lock + "Chains.Locked < Target.Run" + start + suspended +
+            "recursion: Spinning.Spin < Chains.Descend x10000 < Chains.Recursing < Target.Run" +
+            start + suspended +
+            "generic: Spinning.Spin < Ordered`1.Spin < Generic`1.Sorted < Nested`1.Leave < "
+            "Generic`1.Pass < Generic`1.Enter < Target.Run" +
+            start + suspended +
+            "throw: Chains.Throw x5 < Chains.Catch < Chains.Throwing < Target.Run\n" + suspended +
+            "self: Sampler.Take < Chains.PrintAll < Program.Main\n"
+            "ended: status 0, no frames\n"
+            "unknown: status 2, no frames\n"
+            "no names: 0\n");
+}
+
+// From their first instruction until after their end.
+TEST_P(Sampling, LeavesThreadsThatComeAndGoAlone) {
+    expect_output(L"threads", 100, "threads: walked\n");
+}
+
+TEST_P(Sampling, ServesTwoSamplersOfEachOther) {
+    expect_output(L"samplers", 500, "samplers: walked\nsamplers: walked\n");
+}
+
+TEST_P(Sampling, DoesNotHangOnALockOfTheHeap) {
+    expect_output(L"allocating", snapshots(1000), "allocating: walked\n");
+}
+
+TEST_P(Sampling, LivesWithTheCollector) {
+    expect_output(L"collecting", 200, "collecting: walked\n");
+}
+
+TEST_P(Sampling, LeavesTheStartOfAProgramAsItIs) {
+    expect_output(L"start", 0, "{\"numbers\":[1,2,3]}\nshot-snap\n144\n3628800\nstart: sampled\n");
+}
+
+TEST_P(Sampling, LeavesTheEndOfAProgramAsItIs) {
+    for (int i = 0; i < 10; ++i) {
+        expect_output(L"end", 0, "end: sampled\n");
+    }
+}
+
+TEST_P(Sampling, LeavesNothingBehind) {
+    expect_output(L"endurance", snapshots(10'000),
+                  "handles: same\nmemory: same\nendurance: walked\n");
+}
+
+} // namespace
+} // namespace corvane::testing
