@@ -1,40 +1,41 @@
-// Real programs, instrumented in real runtimes, method by method of every shape: they must not
-// notice, and what was recorded of their calls must be what their sources say. A golden file for
-// each theme holds both, and which methods were left as they are and why. What of it is seen only
-// by default has a "-" in front, what only with strict IL a "+".
+// Real programs, instrumented in real runtimes, with methods of every shape: they must not notice,
+// and what was recorded of their calls must be what their sources say. Golden files for each theme
+// of the program hold the calls and, in refused/, which methods were left as they are and why. What
+// of it is seen only by default has a "-" in front, what only with strict IL a "+".
 #include "tests/clr/runtime_test.h"
 #include "tests/support/marked_lines.h"
 
 #include <algorithm>
+#include <iterator>
 #include <regex>
 
 namespace corvane::testing {
 namespace {
 
-struct Theme : NamedRow {
-    const wchar_t* argument;
-};
+namespace fs = std::filesystem;
 
-const Theme kThemes[] = {
-    {"Values", L"values"},
-};
+using TextLines = std::vector<std::string>;
 
-struct Mode : NamedRow {
+struct Mode {
+    const char* name;
     char mark; // of the lines that only this mode has
     Environment environment;
     const char* settings = "";
 };
 
-// The third one shows the injected code to the compiler's optimizer; inlined calls would not be
-// seen.
+// The third one shows injected code to the compiler's optimizer; inlined calls would not be seen.
 const Mode kModes[] = {
-    {"Default", '-', {{L"CORVANE_STRICT_IL", std::nullopt}}},
-    {"Strict", '+', {{L"CORVANE_STRICT_IL", L"1"}}},
+    {"Default", kFirstMark, {{L"CORVANE_STRICT_IL", std::nullopt}}},
+    {"Strict", kSecondMark, {{L"CORVANE_STRICT_IL", L"1"}}},
     {"Optimised",
-     '+',
+     kSecondMark,
      {{L"CORVANE_STRICT_IL", L"1"}, {L"DOTNET_TieredCompilation", L"0"}},
      " inlining='Disabled'"},
 };
+
+std::ostream& operator<<(std::ostream& stream, const Mode& mode) {
+    return stream << mode.name;
+}
 
 // Names in the programs are ASCII.
 std::string narrowed(const std::wstring& text) {
@@ -46,9 +47,9 @@ std::string narrowed(const std::wstring& text) {
 }
 
 // The recorded calls without what no two runs have in common.
-std::vector<std::string> calls_in(const std::filesystem::path& file) {
+TextLines calls_in(const fs::path& file) {
     static const std::regex duration("  \\[[0-9.?]+ us\\]$");
-    std::vector<std::string> lines = lines_of(read_text(file));
+    TextLines lines = lines_of(read_text(file));
     for (std::string& line : lines) {
         line = std::regex_replace(line, duration, "");
     }
@@ -56,8 +57,8 @@ std::vector<std::string> calls_in(const std::filesystem::path& file) {
 }
 
 // What the profiler complained of, each complaint once: a method may be compiled several times.
-std::vector<std::string> complaints_in(const Lines& log) {
-    std::vector<std::string> complaints;
+TextLines complaints_in(const Lines& log) {
+    TextLines complaints;
     for (const std::wstring& wide : log) {
         const std::string line = narrowed(wide);
         const bool is_one =
@@ -70,48 +71,110 @@ std::vector<std::string> complaints_in(const Lines& log) {
     return complaints;
 }
 
+struct Row {
+    const char* name; // of the golden file
+    std::vector<std::wstring> arguments;
+    Environment environment = {};
+};
+
+std::ostream& operator<<(std::ostream& stream, const Row& row) {
+    return stream << row.name;
+}
+
 class Matrix : public RuntimeTest,
-               public ::testing::WithParamInterface<std::tuple<int, Mode, Theme>> {
+               public ::testing::WithParamInterface<std::tuple<int, Mode, Row>> {
 protected:
-    void SetUp() override {
-        use_runtime(std::get<int>(GetParam()));
-        program = L"matrix";
-    }
+    void SetUp() override { use_runtime(std::get<int>(GetParam())); }
     static const Mode& mode() { return std::get<Mode>(GetParam()); }
-    static const Theme& theme() { return std::get<Theme>(GetParam()); }
+    static const Row& row() { return std::get<Row>(GetParam()); }
+
+    // The program with the theme, and one of the managed libraries, which writes to a file that a
+    // variable names.
+    Watched run(const wchar_t* managed_library, const wchar_t* variable, const fs::path& file,
+                bool listens = false) {
+        program = L"matrix";
+        configure(std::string("<configuration><instrumentation><applications>"
+                              "<application name='matrix.exe' corvane='Enabled'") +
+                  mode().settings + "/></applications></instrumentation></configuration>");
+        Environment environment = row().environment;
+        environment.insert(mode().environment.begin(), mode().environment.end());
+        environment[variable] = file.wstring();
+        environment[L"DOTNET_STARTUP_HOOKS"] =
+            (built_file(L"managed") / managed_library / "kite.managed.dll").wstring();
+        return watch({.executable = L"matrix.exe",
+                      .arguments = row().arguments,
+                      .environment = environment,
+                      .with_witness = false,
+                      .exit_code = 42,
+                      .listens = listens});
+    }
+
+    static void expect_golden(const TextLines& lines, const std::string& folder = "") {
+        expect_golden_lines("matrix/" + folder + row().name + ".txt", mode().mark, lines);
+    }
 };
 
 std::string matrix_name(const ::testing::TestParamInfo<Matrix::ParamType>& info) {
-    return "Net" + std::to_string(std::get<int>(info.param)) + "_" +
-           std::get<Mode>(info.param).name + "_" + std::get<Theme>(info.param).name;
+    std::string name = "Net" + std::to_string(std::get<int>(info.param)) + '_' +
+                       std::get<Mode>(info.param).name + '_' + std::get<Row>(info.param).name;
+    std::ranges::replace(name, '-', '_');
+    return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Themes, Matrix,
+const Row kThemes[] = {
+    {"values", {L"values"}},
+    {"byreference", {L"byreference"}},
+    {"unboxable", {L"unboxable"}},
+    {"owners", {L"owners"}},
+};
+
+class Theme : public Matrix {};
+INSTANTIATE_TEST_SUITE_P(Matrix, Theme,
                          ::testing::Combine(::testing::ValuesIn(kRuntimes),
                                             ::testing::ValuesIn(kModes),
                                             ::testing::ValuesIn(kThemes)),
                          matrix_name);
 
-TEST_P(Matrix, IsRecordedAndNotNoticed) {
-    configure(std::string("<configuration><instrumentation><applications>"
-                          "<application name='matrix.exe' corvane='Enabled'") +
-              mode().settings + "/></applications></instrumentation></configuration>");
-    const std::filesystem::path calls = folder() / "calls.txt";
-    Launch launch = {.executable = L"matrix.exe",
-                     .arguments = {theme().argument},
-                     .environment = mode().environment,
-                     .with_witness = false,
-                     .exit_code = 42};
-    launch.environment[L"CORVANE_CALL_TREE"] = calls.wstring();
-    launch.environment[L"DOTNET_STARTUP_HOOKS"] =
-        built_file(L"managed").append(L"kite").append(L"kite.managed.dll").wstring();
+TEST_P(Theme, IsRecordedAndNotNoticed) {
+    const fs::path calls = folder() / "calls.txt";
+    run(L"kite", L"CORVANE_CALL_TREE", calls);
+    expect_golden(calls_in(calls));
+}
 
-    const Watched run = watch(launch);
+// Why a method is left as it is differs neither between runtimes nor with their optimizer.
+class Refusals : public Matrix {};
+INSTANTIATE_TEST_SUITE_P(Matrix, Refusals,
+                         ::testing::Combine(::testing::Values(10),
+                                            ::testing::Values(kModes[0], kModes[1]),
+                                            ::testing::ValuesIn(kThemes)),
+                         matrix_name);
 
-    std::vector<std::string> seen = calls_in(calls);
-    seen.emplace_back("complaints:");
-    std::ranges::copy(complaints_in(run.log), std::back_inserter(seen));
-    expect_golden_lines("matrix/" + narrowed(theme().argument) + ".txt", mode().mark, seen);
+TEST_P(Refusals, AreExplained) {
+    const Watched watched = run(L"kite", L"CORVANE_CALL_TREE", folder() / "calls.txt", true);
+    expect_golden(complaints_in(watched.log), "refused/");
+}
+
+// What injected code hands over and takes back, in full, as the probe sees it in the managed
+// library's place. Where it replaces arguments nothing is printed that would depend on them.
+const Environment kReplaces = {{L"CORVANE_PROBE_REPLACES", L"1"}};
+const Row kProbings[] = {
+    {"values-in-full", {L"values"}},
+    {"byreference-in-full", {L"byreference"}},
+    {"values-replaced", {L"values", L"quiet"}, kReplaces},
+    {"byreference-replaced", {L"byreference", L"quiet"}, kReplaces},
+};
+
+class Probe : public Matrix {};
+INSTANTIATE_TEST_SUITE_P(Matrix, Probe,
+                         ::testing::Combine(::testing::ValuesIn(kRuntimes),
+                                            ::testing::ValuesIn(kModes),
+                                            ::testing::ValuesIn(kProbings)),
+                         matrix_name);
+
+TEST_P(Probe, IsHandedAllOfIt) {
+    const fs::path report = folder() / "report.txt";
+    run(L"probe", L"CORVANE_PROBE_FILE", report);
+    expect_golden(lines_of(read_text(report)));
 }
 
 } // namespace

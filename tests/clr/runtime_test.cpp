@@ -147,9 +147,11 @@ RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment)
     options.directory = copy.wstring();
     options.output_file = (folder() / "output.txt").wstring();
     options.timeout = std::chrono::seconds(60);
-    options.on_debug_output = [&run](const std::wstring& line) {
-        run.debug_output.push_back(line);
-    };
+    if (launch.listens) {
+        options.on_debug_output = [&run](const std::wstring& line) {
+            run.debug_output.push_back(line);
+        };
+    }
     const DebuggeeResult result = run_debuggee(options);
     if (result.timed_out) {
         throw std::runtime_error("the watched program did not end");

@@ -56,6 +56,7 @@ struct Launch {
     bool names_library = true;    // by path; else the runtime asks the registry
     bool with_witness = true;     // between the runtime and the profiler
     DWORD exit_code = 0;          // the one that it must have, plain and profiled
+    bool listens = true;          // to the debugger output, which takes a debugger's time
 };
 
 // What a run under the profiler showed.

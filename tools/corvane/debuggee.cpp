@@ -93,9 +93,7 @@ DWORD handle_event(const DebuggeeOptions& options, HANDLE process, const DEBUG_E
                    bool& loaded) {
     switch (event.dwDebugEventCode) {
     case OUTPUT_DEBUG_STRING_EVENT:
-        if (options.on_debug_output) {
-            options.on_debug_output(debug_output(process, event.u.DebugString));
-        }
+        options.on_debug_output(debug_output(process, event.u.DebugString));
         return DBG_CONTINUE;
     case CREATE_PROCESS_DEBUG_EVENT:
         OwnedHandle(event.u.CreateProcessInfo.hFile).reset();
@@ -113,6 +111,42 @@ DWORD handle_event(const DebuggeeOptions& options, HANDLE process, const DEBUG_E
     default:
         return DBG_CONTINUE;
     }
+}
+
+DebuggeeResult debug_to_its_end(const DebuggeeOptions& options, HANDLE process) {
+    const auto deadline = std::chrono::steady_clock::now() + options.timeout;
+    DebuggeeResult result;
+    bool loaded = false;
+    for (;;) {
+        if (!result.timed_out && std::chrono::steady_clock::now() > deadline) {
+            result.timed_out = true;
+            TerminateProcess(process, 1);
+        }
+        DEBUG_EVENT event = {};
+        if (WaitForDebugEventEx(&event, 100) == FALSE) {
+            if (GetLastError() != ERROR_SEM_TIMEOUT) {
+                throw_last_error("cannot go on debugging the program");
+            }
+            continue;
+        }
+        const DWORD status = handle_event(options, process, event, loaded);
+        ContinueDebugEvent(event.dwProcessId, event.dwThreadId, status);
+        if (event.dwDebugEventCode == EXIT_PROCESS_DEBUG_EVENT) {
+            result.exit_code = event.u.ExitProcess.dwExitCode;
+            return result;
+        }
+    }
+}
+
+DebuggeeResult wait_for_its_end(HANDLE process, std::chrono::milliseconds timeout) {
+    DebuggeeResult result;
+    if (WaitForSingleObject(process, static_cast<DWORD>(timeout.count())) != WAIT_OBJECT_0) {
+        result.timed_out = true;
+        TerminateProcess(process, 1);
+        WaitForSingleObject(process, INFINITE);
+    }
+    GetExitCodeProcess(process, &result.exit_code);
+    return result;
 }
 
 OwnedHandle open_output(const std::wstring& file) {
@@ -157,8 +191,10 @@ DebuggeeResult run_debuggee(const DebuggeeOptions& options) {
     std::wstring line = command_line(options);
     std::wstring environment = environment_block(options);
     PROCESS_INFORMATION created = {};
-    if (CreateProcessW(options.program.c_str(), line.data(), nullptr, nullptr, TRUE,
-                       DEBUG_ONLY_THIS_PROCESS | CREATE_UNICODE_ENVIRONMENT, environment.data(),
+    const bool debugs = static_cast<bool>(options.on_debug_output);
+    const DWORD flags = (debugs ? DEBUG_ONLY_THIS_PROCESS : 0) | CREATE_UNICODE_ENVIRONMENT;
+    if (CreateProcessW(options.program.c_str(), line.data(), nullptr, nullptr, TRUE, flags,
+                       environment.data(),
                        options.directory.empty() ? nullptr : options.directory.c_str(), &startup,
                        &created) == FALSE) {
         throw_last_error("cannot start the program");
@@ -166,28 +202,8 @@ DebuggeeResult run_debuggee(const DebuggeeOptions& options) {
     const OwnedHandle process(created.hProcess);
     const OwnedHandle thread(created.hThread);
 
-    DebuggeeResult result;
-    bool loaded = false;
-    const auto deadline = std::chrono::steady_clock::now() + options.timeout;
-    for (;;) {
-        if (!result.timed_out && std::chrono::steady_clock::now() > deadline) {
-            result.timed_out = true;
-            TerminateProcess(process.get(), 1);
-        }
-        DEBUG_EVENT event = {};
-        if (WaitForDebugEventEx(&event, 100) == FALSE) {
-            if (GetLastError() != ERROR_SEM_TIMEOUT) {
-                throw_last_error("cannot go on debugging the program");
-            }
-            continue;
-        }
-        const DWORD status = handle_event(options, process.get(), event, loaded);
-        ContinueDebugEvent(event.dwProcessId, event.dwThreadId, status);
-        if (event.dwDebugEventCode == EXIT_PROCESS_DEBUG_EVENT) {
-            result.exit_code = event.u.ExitProcess.dwExitCode;
-            return result;
-        }
-    }
+    return debugs ? debug_to_its_end(options, process.get())
+                  : wait_for_its_end(process.get(), options.timeout);
 }
 
 } // namespace corvane

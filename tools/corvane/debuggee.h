@@ -1,4 +1,4 @@
-// Runs a program as its debugger, so that what it writes to the debugger output can be read.
+// Runs a program, as its debugger if what it writes to the debugger output is to be read.
 // One call runs one program to its end on the calling thread.
 #pragma once
 
@@ -21,6 +21,8 @@ struct DebuggeeOptions {
     std::wstring directory;   // working directory; empty: the caller's
     std::wstring output_file; // standard output and error; empty: the caller's
     std::chrono::milliseconds timeout = std::chrono::minutes(2);
+    // Without it nobody listens, and the program runs without a debugger, which is much faster where
+    // much is written.
     std::function<void(const std::wstring& line)> on_debug_output;
 };
 
