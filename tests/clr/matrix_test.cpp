@@ -71,10 +71,13 @@ TextLines complaints_in(const Lines& log) {
     return complaints;
 }
 
+constexpr DWORD kUnhandled = 0xE0434352;
+
 struct Row {
     const char* name; // of the golden file
     std::vector<std::wstring> arguments;
     Environment environment = {};
+    DWORD exit_code = 42;
 };
 
 std::ostream& operator<<(std::ostream& stream, const Row& row) {
@@ -105,7 +108,7 @@ protected:
                       .arguments = row().arguments,
                       .environment = environment,
                       .with_witness = false,
-                      .exit_code = 42,
+                      .exit_code = row().exit_code,
                       .listens = listens});
     }
 
@@ -126,6 +129,15 @@ const Row kThemes[] = {
     {"byreference", {L"byreference"}},
     {"unboxable", {L"unboxable"}},
     {"owners", {L"owners"}},
+    {"counts", {L"counts"}},
+    {"bodies", {L"bodies"}},
+    {"blocks", {L"blocks"}},
+    {"flavours", {L"flavours"}},
+    {"exceptions", {L"exceptions"}},
+    {"threads", {L"threads"}},
+    {"exit", {L"exit"}, {}, 77},
+    {"exit-elsewhere", {L"exit-elsewhere"}, {}, 77},
+    {"unhandled", {L"unhandled"}, {}, kUnhandled},
 };
 
 class Theme : public Matrix {};
@@ -160,8 +172,10 @@ const Environment kReplaces = {{L"CORVANE_PROBE_REPLACES", L"1"}};
 const Row kProbings[] = {
     {"values-in-full", {L"values"}},
     {"byreference-in-full", {L"byreference"}},
+    {"counts-in-full", {L"counts"}},
     {"values-replaced", {L"values", L"quiet"}, kReplaces},
     {"byreference-replaced", {L"byreference", L"quiet"}, kReplaces},
+    {"counts-replaced", {L"counts", L"quiet"}, kReplaces},
 };
 
 class Probe : public Matrix {};

@@ -12,6 +12,20 @@ internal static class Output
     public static void Show<T>(T value, [CallerArgumentExpression(nameof(value))] string expression = "") =>
         Console.WriteLine($"{expression} = {Describe(value)}");
 
+    // Prints how it ends.
+    public static void Catch(Action action, [CallerArgumentExpression(nameof(action))] string expression = "")
+    {
+        try
+        {
+            action();
+            Console.WriteLine($"{expression} returns");
+        }
+        catch (Exception error)
+        {
+            Console.WriteLine($"{expression} throws {error.GetType()}: {error.Message}");
+        }
+    }
+
     public static string Describe(object? value) => value switch
     {
         null => "null",

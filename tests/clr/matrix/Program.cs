@@ -3,6 +3,7 @@
 using System;
 using System.Collections.Generic;
 using System.IO;
+using System.Runtime.InteropServices;
 using Matrix;
 
 internal static class Program
@@ -15,7 +16,20 @@ internal static class Program
         ["byreference"] = ByReference.Run,
         ["unboxable"] = Unboxable.Run,
         ["owners"] = Owners.Run,
+        ["counts"] = Counts.Run,
+        ["bodies"] = Bodies.Run,
+        ["blocks"] = Blocks.Run,
+        ["flavours"] = Flavours.Run,
+        ["exceptions"] = Exceptions.Run,
+        ["threads"] = Threads.Run,
+        ["exit"] = Ends.Exit,
+        ["exit-elsewhere"] = Ends.ExitOnAnotherThread,
     };
+
+    private const uint NoCrashDialog = 2;
+
+    [DllImport("kernel32.dll")]
+    private static extern uint SetErrorMode(uint mode);
 
     private static int Main(string[] args)
     {
@@ -23,6 +37,13 @@ internal static class Program
         if (args.Length > 1)
         {
             Console.SetOut(TextWriter.Null);
+        }
+        if (args[0] == "unhandled")
+        {
+            // Nobody is there to be asked about the crash. It is thrown here, since the trace of an exception
+            // begins at the marked method that it came through last.
+            SetErrorMode(NoCrashDialog);
+            throw new InvalidOperationException("nobody catches this");
         }
         themes[args[0]]();
         return ExitCode;
