@@ -81,6 +81,17 @@ public class ProgramEndTests
             Assert.Single(run.Errors.Skip(1)));
     }
 
+    [Theory]
+    [InlineData("1", "1 calls, 1 threads, 1 dropped")]
+    [InlineData("0", "0 calls, 0 threads, 2 dropped")]
+    [InlineData("-1", "2 calls, 1 threads, 0 dropped")]
+    [InlineData("many", "2 calls, 1 threads, 0 dropped")]
+    public void AsManyCallsAreRecordedAsAreAllowed(string limit, string summary)
+    {
+        var run = ChildProgram.Run(["return"], ("CORVANE_CALL_TREE", "stderr"), ("CORVANE_CALL_LIMIT", limit));
+        Assert.Equal(summary, run.Errors.Last());
+    }
+
     [Fact]
     public void EnvironmentExitIsSurvived()
     {

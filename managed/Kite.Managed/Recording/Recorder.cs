@@ -1,4 +1,5 @@
 using System;
+using System.Globalization;
 using System.Reflection;
 using System.Threading;
 
@@ -199,7 +200,7 @@ internal sealed class Recorder
             var tree = OutputTarget.FromVariable("CORVANE_CALL_TREE");
             var trace = OutputTarget.FromVariable("CORVANE_TRACE_LOG");
             var recorder = new Recorder(
-                methods, tree == null ? null : new CallRecorder(methods), trace == null ? null : new TraceLog(trace));
+                methods, tree == null ? null : new CallRecorder(methods, CallLimit()), trace == null ? null : new TraceLog(trace));
             if (tree != null)
             {
                 AtExit.Run(() => recorder.PrintCalls(tree));
@@ -211,4 +212,9 @@ internal sealed class Recorder
             return new Recorder(methods, null, null);
         }
     }
+    // A limit that is no number is as good as none.
+    private static int CallLimit() =>
+        int.TryParse(Environment.GetEnvironmentVariable("CORVANE_CALL_LIMIT"), NumberStyles.None, CultureInfo.InvariantCulture, out var limit)
+            ? limit
+            : CallRecorder.DefaultCapacity;
 }
