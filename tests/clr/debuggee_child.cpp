@@ -18,6 +18,8 @@ int main(int count, char** arguments) {
         // What a runtime does all the time: it raises exceptions that it handles itself.
         AddVectoredExceptionHandler(1, [](EXCEPTION_POINTERS*) -> LONG { ExitProcess(12); });
         RaiseException(0xE0000001, 0, 0, nullptr);
+    } else if (what == "is debugged") {
+        return IsDebuggerPresent() != FALSE ? 1 : 0;
     } else if (what == "sleep") {
         Sleep(INFINITE);
     }

@@ -90,9 +90,13 @@ TEST(Debuggee, RefusesAProgramThatIsNotThere) {
 class DebuggeeChild : public ::testing::Test {
 protected:
     DebuggeeResult run(const std::wstring& what) {
+        options.on_debug_output = [this](const std::wstring& line) { lines.push_back(line); };
+        return run_alone(what);
+    }
+
+    DebuggeeResult run_alone(const std::wstring& what) {
         options.program = built_file(L"debuggee_child.exe").wstring();
         options.arguments = {what};
-        options.on_debug_output = [this](const std::wstring& line) { lines.push_back(line); };
         return run_debuggee(options);
     }
 
@@ -118,6 +122,17 @@ TEST_F(DebuggeeChild, EndsAtItsOwnBreakpointAsWithoutADebugger) {
 TEST_F(DebuggeeChild, IsEndedWhenItsTimeIsOver) {
     options.timeout = std::chrono::milliseconds(500);
     EXPECT_TRUE(run(L"sleep").timed_out);
+}
+
+TEST_F(DebuggeeChild, RunsWithoutADebuggerWhenNobodyReads) {
+    EXPECT_EQ(run_alone(L"write").exit_code, 0U);
+    EXPECT_EQ(run_alone(L"is debugged").exit_code, 0U);
+    EXPECT_EQ(run(L"is debugged").exit_code, 1U);
+}
+
+TEST_F(DebuggeeChild, IsEndedWhenItsTimeIsOverWithoutADebuggerToo) {
+    options.timeout = std::chrono::milliseconds(500);
+    EXPECT_TRUE(run_alone(L"sleep").timed_out);
 }
 
 } // namespace

@@ -109,7 +109,7 @@ protected:
                       .environment = environment,
                       .with_witness = false,
                       .exit_code = row().exit_code,
-                      .listens = listens});
+                      .with_debugger = listens});
     }
 
     static void expect_golden(const TextLines& lines, const std::string& folder = "") {

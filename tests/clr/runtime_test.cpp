@@ -146,8 +146,8 @@ RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment)
     options.environment = std::move(environment);
     options.directory = copy.wstring();
     options.output_file = (folder() / "output.txt").wstring();
-    options.timeout = std::chrono::seconds(60);
-    if (launch.listens) {
+    options.timeout = launch.timeout;
+    if (launch.with_debugger) {
         options.on_debug_output = [&run](const std::wstring& line) {
             run.debug_output.push_back(line);
         };
@@ -179,7 +179,7 @@ const RuntimeTest::Run& RuntimeTest::plain_run(const Launch& launch) {
 }
 
 Watched RuntimeTest::watch(const Launch& launch) {
-    const fs::path loaded = launch.with_witness ? built_file(L"witness.dll") : library;
+    const fs::path loaded = launch.with_witness ? built_file(launch.witness) : library;
     Environment environment = launch.environment;
     environment[L"CORECLR_ENABLE_PROFILING"] = L"1";
     environment[L"CORECLR_PROFILER"] = kClassId;

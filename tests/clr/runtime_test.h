@@ -8,6 +8,7 @@
 
 #include <windows.h>
 
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -55,8 +56,10 @@ struct Launch {
     Environment environment = {}; // added to what the test itself sets
     bool names_library = true;    // by path; else the runtime asks the registry
     bool with_witness = true;     // between the runtime and the profiler
-    DWORD exit_code = 0;          // the one that it must have, plain and profiled
-    bool listens = true;          // to the debugger output, which takes a debugger's time
+    std::wstring witness = L"witness.dll";
+    bool with_debugger = true; // else there is no log, which is quicker by far
+    std::chrono::seconds timeout = std::chrono::seconds(60);
+    DWORD exit_code = 0; // the one that it must have, plain and profiled
 };
 
 // What a run under the profiler showed.

@@ -113,10 +113,20 @@ DWORD handle_event(const DebuggeeOptions& options, HANDLE process, const DEBUG_E
     }
 }
 
-DebuggeeResult debug_to_its_end(const DebuggeeOptions& options, HANDLE process) {
-    const auto deadline = std::chrono::steady_clock::now() + options.timeout;
+OwnedHandle open_output(const std::wstring& file) {
+    SECURITY_ATTRIBUTES inheritable = {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    const HANDLE handle = CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inheritable,
+                                      CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) {
+        throw_last_error("cannot write the program's output file");
+    }
+    return OwnedHandle(handle);
+}
+
+DebuggeeResult debug_to_end(const DebuggeeOptions& options, HANDLE process) {
     DebuggeeResult result;
     bool loaded = false;
+    const auto deadline = std::chrono::steady_clock::now() + options.timeout;
     for (;;) {
         if (!result.timed_out && std::chrono::steady_clock::now() > deadline) {
             result.timed_out = true;
@@ -138,25 +148,18 @@ DebuggeeResult debug_to_its_end(const DebuggeeOptions& options, HANDLE process) 
     }
 }
 
-DebuggeeResult wait_for_its_end(HANDLE process, std::chrono::milliseconds timeout) {
+DebuggeeResult wait_for_end(const DebuggeeOptions& options, HANDLE process) {
     DebuggeeResult result;
-    if (WaitForSingleObject(process, static_cast<DWORD>(timeout.count())) != WAIT_OBJECT_0) {
+    const auto milliseconds = static_cast<DWORD>(options.timeout.count());
+    if (WaitForSingleObject(process, milliseconds) == WAIT_TIMEOUT) {
         result.timed_out = true;
         TerminateProcess(process, 1);
         WaitForSingleObject(process, INFINITE);
     }
-    GetExitCodeProcess(process, &result.exit_code);
-    return result;
-}
-
-OwnedHandle open_output(const std::wstring& file) {
-    SECURITY_ATTRIBUTES inheritable = {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-    const HANDLE handle = CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inheritable,
-                                      CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) {
-        throw_last_error("cannot write the program's output file");
+    if (GetExitCodeProcess(process, &result.exit_code) == FALSE) {
+        throw_last_error("cannot read how the program ended");
     }
-    return OwnedHandle(handle);
+    return result;
 }
 
 } // namespace
@@ -190,10 +193,10 @@ DebuggeeResult run_debuggee(const DebuggeeOptions& options) {
     }
     std::wstring line = command_line(options);
     std::wstring environment = environment_block(options);
+    const bool is_debugged = static_cast<bool>(options.on_debug_output);
     PROCESS_INFORMATION created = {};
-    const bool debugs = static_cast<bool>(options.on_debug_output);
-    const DWORD flags = (debugs ? DEBUG_ONLY_THIS_PROCESS : 0) | CREATE_UNICODE_ENVIRONMENT;
-    if (CreateProcessW(options.program.c_str(), line.data(), nullptr, nullptr, TRUE, flags,
+    if (CreateProcessW(options.program.c_str(), line.data(), nullptr, nullptr, TRUE,
+                       CREATE_UNICODE_ENVIRONMENT | (is_debugged ? DEBUG_ONLY_THIS_PROCESS : 0),
                        environment.data(),
                        options.directory.empty() ? nullptr : options.directory.c_str(), &startup,
                        &created) == FALSE) {
@@ -202,8 +205,8 @@ DebuggeeResult run_debuggee(const DebuggeeOptions& options) {
     const OwnedHandle process(created.hProcess);
     const OwnedHandle thread(created.hThread);
 
-    return debugs ? debug_to_its_end(options, process.get())
-                  : wait_for_its_end(process.get(), options.timeout);
+    return is_debugged ? debug_to_end(options, process.get())
+                       : wait_for_end(options, process.get());
 }
 
 } // namespace corvane

@@ -1,5 +1,6 @@
-// Runs a program, as its debugger if what it writes to the debugger output is to be read.
-// One call runs one program to its end on the calling thread.
+// Runs a program as its debugger, so that what it writes to the debugger output can be read; or,
+// when nobody wants to read that, without one. One call runs one program to its end on the calling
+// thread.
 #pragma once
 
 #include <windows.h>
@@ -21,9 +22,7 @@ struct DebuggeeOptions {
     std::wstring directory;   // working directory; empty: the caller's
     std::wstring output_file; // standard output and error; empty: the caller's
     std::chrono::milliseconds timeout = std::chrono::minutes(2);
-    // Without it nobody listens, and the program runs without a debugger, which is much faster where
-    // much is written.
-    std::function<void(const std::wstring& line)> on_debug_output;
+    std::function<void(const std::wstring& line)> on_debug_output; // none: no debugger
 };
 
 struct DebuggeeResult {
