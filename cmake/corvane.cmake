@@ -70,9 +70,18 @@ endfunction()
 
 # corvane_test_profiler(NAME source... [LINK library...]): a library that a runtime loads as its profiler.
 function(corvane_test_profiler name)
+  corvane_profiler_library(${name} "${PROJECT_SOURCE_DIR}/tests/support/test_profiler.cpp" ${ARGN})
+endfunction()
+
+# corvane_between_profiler(NAME source... [LINK library...]): one that stands between the runtime and the
+# profiler under test.
+function(corvane_between_profiler name)
+  corvane_profiler_library(${name} "${PROJECT_SOURCE_DIR}/tests/support/between.cpp" ${ARGN})
+endfunction()
+
+function(corvane_profiler_library name)
   cmake_parse_arguments(arg "" "" "LINK" ${ARGN})
   add_library(${name} SHARED EXCLUDE_FROM_ALL ${arg_UNPARSED_ARGUMENTS}
-    "${PROJECT_SOURCE_DIR}/tests/support/test_profiler.cpp"
     "${PROJECT_SOURCE_DIR}/tests/support/test_profiler.def")
   target_link_libraries(${name} PRIVATE corvane_options uuid ${arg_LINK})
   set_target_properties(${name} PROPERTIES PREFIX "")

@@ -1,36 +1,20 @@
-// A profiler that stands between the runtime and the one under test, to tell a test what passed
-// between them. It hands out the real object with some callbacks replaced by its own, which call
-// the real ones and report to the debugger output. The real library is named by
-// CORVANE_WITNESS_TARGET. One object a process; callbacks arrive on any thread.
+// A profiler that tells a test what passed between the runtime and the one under test, in the
+// debugger output.
 #include "clr/com_ptr.h"
-#include "clr/cor_profiler.h"
-#include "tests/support/test_profiler.h"
+#include "tests/support/between.h"
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <cstdio>
+#include <iterator>
 
 namespace {
 
 using corvane::ComPtr;
-
-// What a C++ class keeps before the first slot of its table.
-constexpr std::size_t kHeaderWords = 2;
-constexpr std::size_t kSlots = clr_slots::kProfilerDetachSucceeded + 1;
-
-std::array<void*, kHeaderWords + kSlots> original;
-std::array<void*, kHeaderWords + kSlots> replaced;
+using corvane::testing::call_original;
 
 std::atomic<int> module_loads = 0;
 std::atomic<int> failed_module_loads = 0;
 std::atomic<int> compilations = 0;
-
-template <class... Arguments>
-HRESULT call_original(std::size_t slot, ICorProfilerCallback3* self, Arguments... arguments) {
-    using Method = HRESULT(STDMETHODCALLTYPE*)(ICorProfilerCallback3*, Arguments...);
-    return reinterpret_cast<Method>(original[kHeaderWords + slot])(self, arguments...);
-}
 
 template <class... Values>
 void report(const wchar_t* format, Values... values) {
@@ -77,61 +61,11 @@ HRESULT STDMETHODCALLTYPE shutdown(ICorProfilerCallback3* self) {
     return call_original(clr_slots::kShutdown, self);
 }
 
-// Puts the replaced callbacks between `object`, whose first base is the callback table, and whoever
-// calls it from now on.
-void stand_between(void* object) {
-    void**& table = *static_cast<void***>(object);
-    std::copy_n(table - kHeaderWords, original.size(), original.begin());
-    replaced = original;
-    const auto replace = [](std::size_t slot, auto* method) {
-        replaced[kHeaderWords + slot] = reinterpret_cast<void*>(method);
-    };
+} // namespace
+
+void corvane::testing::stand_between() {
     replace(clr_slots::kInitialize, &initialize);
     replace(clr_slots::kShutdown, &shutdown);
     replace(clr_slots::kModuleLoadFinished, &module_load_finished);
     replace(clr_slots::kJITCompilationStarted, &jit_compilation_started);
-    table = replaced.data() + kHeaderWords;
-}
-
-class WitnessFactory final : public corvane::testing::ImmortalClassFactory {
-public:
-    ComPtr<IClassFactory> real;
-
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
-        ComPtr<ICorProfilerCallback3> created;
-        HRESULT hr =
-            real->CreateInstance(outer, __uuidof(ICorProfilerCallback3), created.put_void());
-        if (SUCCEEDED(hr)) {
-            stand_between(created.get());
-            hr = created->QueryInterface(iid, object);
-        }
-        return hr;
-    }
-};
-
-WitnessFactory& witness_factory() {
-    static WitnessFactory& factory = *new WitnessFactory(); // outlives everything
-    return factory;
-}
-
-} // namespace
-
-STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, LPVOID* object) {
-    using GetClassObject = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, LPVOID*);
-    wchar_t target[MAX_PATH] = {};
-    GetEnvironmentVariableW(L"CORVANE_WITNESS_TARGET", target, MAX_PATH);
-    const HMODULE library = LoadLibraryW(target);
-    if (library == nullptr) {
-        report(L"witness: the target cannot be loaded (%lu)", GetLastError());
-        return CLASS_E_CLASSNOTAVAILABLE;
-    }
-    void* const function = reinterpret_cast<void*>(GetProcAddress(library, "DllGetClassObject"));
-    WitnessFactory& factory = witness_factory();
-    const HRESULT hr = reinterpret_cast<GetClassObject>(function)(clsid, __uuidof(IClassFactory),
-                                                                  factory.real.put_void());
-    return FAILED(hr) ? hr : factory.QueryInterface(iid, object);
-}
-
-STDAPI DllCanUnloadNow() {
-    return S_FALSE;
 }
