@@ -1,0 +1,46 @@
+// The tree of calls that the managed library prints, read back: which methods it names, and the
+// figures of its last line.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+namespace corvane::testing {
+
+struct CallTree {
+    long long calls = 0; // those that are printed
+    int threads = 0;
+    long long dropped = 0;
+    long long failures = 0;
+    std::set<std::string> methods; // without their arguments
+};
+
+inline CallTree read_call_tree(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    CallTree tree;
+    std::string line;
+    for (std::string next; std::getline(stream, next); line = next) {
+        const std::size_t begin = next.find_first_not_of(' ');
+        const std::size_t end = next.find('(');
+        if (begin != 0 && begin < end && end != next.npos) {
+            tree.methods.insert(next.substr(begin, end - begin));
+        }
+    }
+    static const std::regex last(
+        R"((\d+) calls, (\d+) threads, (\d+) dropped(?:, (\d+) failures)?\r?)");
+    std::smatch figures;
+    if (!std::regex_match(line, figures, last)) {
+        throw std::runtime_error(file.string() + " is no whole tree of calls, but ends in " + line);
+    }
+    tree.calls = std::stoll(figures[1]);
+    tree.threads = std::stoi(figures[2]);
+    tree.dropped = std::stoll(figures[3]);
+    tree.failures = figures[4].matched ? std::stoll(figures[4]) : 0;
+    return tree;
+}
+
+} // namespace corvane::testing
