@@ -89,8 +89,7 @@ TEST_P(Libraries, AreInstrumentedAndNotNoticed) {
     launch.environment[L"CORVANE_OBSERVER_REPORT"] = report.wstring();
     launch.environment[L"CORVANE_CALL_TREE"] = tree.wstring();
     launch.environment[L"CORVANE_CALL_LIMIT"] = L"10000000";
-    launch.environment[L"DOTNET_STARTUP_HOOKS"] =
-        built_file(L"managed").append(L"kite").append(L"kite.managed.dll").wstring();
+    launch.environment[L"DOTNET_STARTUP_HOOKS"] = managed_library().wstring();
     watch(launch);
 
     Observations seen = read_observations(report);

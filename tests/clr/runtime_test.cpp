@@ -92,6 +92,10 @@ fs::path built_file(const std::wstring& name) {
     return fs::path(path).parent_path() / name;
 }
 
+fs::path managed_library() {
+    return built_file(L"managed").append(L"kite").append(L"kite.managed.dll");
+}
+
 OwnFolder::OwnFolder() : path_(own_folder()) {
     fs::create_directory(path_);
 }

@@ -28,6 +28,9 @@ inline constexpr DWORD kDefaultEvents = 0x10020224;
 // Beside this program.
 std::filesystem::path built_file(const std::wstring& name);
 
+// What a program finds the managed library by.
+std::filesystem::path managed_library();
+
 // A folder that nobody else uses, removed with all that is in it.
 class OwnFolder {
 public:

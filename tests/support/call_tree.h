@@ -8,8 +8,21 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace corvane::testing {
+
+// As printed, but for the times.
+inline std::vector<std::string> read_call_lines(const std::filesystem::path& file) {
+    static const std::regex time(R"(  \[[0-9.?]+ us\])");
+    std::ifstream stream(file, std::ios::binary);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        line.erase(line.find_last_not_of('\r') + 1);
+        lines.push_back(std::regex_replace(line, time, ""));
+    }
+    return lines;
+}
 
 struct CallTree {
     long long calls = 0; // those that are printed
