@@ -65,7 +65,8 @@ public:
             return import_->QueryInterface(iid, object);
         }
         if (iid == __uuidof(IMetaDataAssemblyEmit)) {
-            const HRESULT hr = module_.answer("QueryInterface IMetaDataAssemblyEmit");
+            const HRESULT hr =
+                module_.answer([&] { return "QueryInterface IMetaDataAssemblyEmit"; });
             if (FAILED(hr)) {
                 return hr;
             }
@@ -93,47 +94,55 @@ public:
                                                 const ASSEMBLYMETADATA* data, const void* hash,
                                                 ULONG hash_size, DWORD flags,
                                                 mdAssemblyRef* assembly) override {
-        const HRESULT hr = module_.answer(
-            "DefineAssemblyRef " + narrow(name) + ' ' + std::to_string(data->usMajorVersion) + '.' +
-            std::to_string(data->usMinorVersion) + '.' + std::to_string(data->usBuildNumber) + '.' +
-            std::to_string(data->usRevisionNumber) + " key " + hex(key, key_size) + " locale " +
-            std::to_string(data->cbLocale) + " hash " + std::to_string(hash_size) + " flags " +
-            std::to_string(flags));
+        const HRESULT hr = module_.answer([&] {
+            return "DefineAssemblyRef " + narrow(name) + ' ' +
+                   std::to_string(data->usMajorVersion) + '.' +
+                   std::to_string(data->usMinorVersion) + '.' +
+                   std::to_string(data->usBuildNumber) + '.' +
+                   std::to_string(data->usRevisionNumber) + " key " + hex(key, key_size) +
+                   " locale " + std::to_string(data->cbLocale) + " hash " +
+                   std::to_string(hash_size) + " flags " + std::to_string(flags);
+        });
         return FAILED(hr) ? hr
                           : assembly_emit_->DefineAssemblyRef(key, key_size, name, data, hash,
                                                               hash_size, flags, assembly);
     }
     HRESULT STDMETHODCALLTYPE DefineTypeRefByName(mdToken scope, LPCWSTR name,
                                                   mdTypeRef* type) override {
-        const HRESULT hr = module_.answer("DefineTypeRefByName " + hex(scope) + ' ' + narrow(name));
+        const HRESULT hr = module_.answer(
+            [&] { return "DefineTypeRefByName " + hex(scope) + ' ' + narrow(name); });
         return FAILED(hr) ? hr : emit_->DefineTypeRefByName(scope, name, type);
     }
     HRESULT STDMETHODCALLTYPE DefineMemberRef(mdToken parent, LPCWSTR name,
                                               PCCOR_SIGNATURE signature, ULONG size,
                                               mdMemberRef* member) override {
-        const HRESULT hr = module_.answer("DefineMemberRef " + hex(parent) + ' ' + narrow(name) +
-                                          ' ' + hex(signature, size));
+        const HRESULT hr = module_.answer([&] {
+            return "DefineMemberRef " + hex(parent) + ' ' + narrow(name) + ' ' +
+                   hex(signature, size);
+        });
         return FAILED(hr) ? hr : emit_->DefineMemberRef(parent, name, signature, size, member);
     }
     HRESULT STDMETHODCALLTYPE DefineUserString(LPCWSTR text, ULONG length,
                                                mdString* string) override {
-        const HRESULT hr = module_.answer("DefineUserString " + narrow(text));
+        const HRESULT hr = module_.answer([&] { return "DefineUserString " + narrow(text); });
         return FAILED(hr) ? hr : emit_->DefineUserString(text, length, string);
     }
     HRESULT STDMETHODCALLTYPE GetTokenFromSig(PCCOR_SIGNATURE signature, ULONG size,
                                               mdSignature* token) override {
-        const HRESULT hr = module_.answer("GetTokenFromSig " + hex(signature, size));
+        const HRESULT hr =
+            module_.answer([&] { return "GetTokenFromSig " + hex(signature, size); });
         return FAILED(hr) ? hr : emit_->GetTokenFromSig(signature, size, token);
     }
     HRESULT STDMETHODCALLTYPE GetTokenFromTypeSpec(PCCOR_SIGNATURE signature, ULONG size,
                                                    mdTypeSpec* token) override {
-        const HRESULT hr = module_.answer("GetTokenFromTypeSpec " + hex(signature, size));
+        const HRESULT hr =
+            module_.answer([&] { return "GetTokenFromTypeSpec " + hex(signature, size); });
         return FAILED(hr) ? hr : emit_->GetTokenFromTypeSpec(signature, size, token);
     }
     HRESULT STDMETHODCALLTYPE EnumTypeRefs(HCORENUM* list, mdTypeRef* types, ULONG capacity,
                                            ULONG* count) override {
-        const HRESULT hr =
-            module_.answer(capacity == 0 ? "EnumTypeRefs to count" : "EnumTypeRefs to read");
+        const HRESULT hr = module_.answer(
+            [&] { return capacity == 0 ? "EnumTypeRefs to count" : "EnumTypeRefs to read"; });
         return FAILED(hr) ? hr : import_->EnumTypeRefs(list, types, capacity, count);
     }
 
@@ -340,12 +349,6 @@ Bytes ScratchModule::member_signature(const std::wstring& name) {
     return {};
 }
 
-HRESULT ScratchModule::answer(const std::string& call) {
-    const auto found = results.find(metadata_calls.size());
-    metadata_calls.push_back(call);
-    return found != results.end() ? found->second : S_OK;
-}
-
 HRESULT ScratchModule::QueryInterface(REFIID iid, void** object) {
     const bool answered = iid == __uuidof(IUnknown) || iid == __uuidof(ICorProfilerInfo) ||
                           (can_enumerate_modules && iid == __uuidof(ICorProfilerInfo3));
@@ -361,7 +364,7 @@ HRESULT ScratchModule::GetModuleMetaData(ModuleID module, DWORD flags, REFIID ii
         return other().QueryInterface(iid, reinterpret_cast<void**>(metadata));
     }
     EXPECT_EQ(module, kModule);
-    const HRESULT hr = answer("GetModuleMetaData flags " + std::to_string(flags));
+    const HRESULT hr = answer([&] { return "GetModuleMetaData flags " + std::to_string(flags); });
     return FAILED(hr) ? hr : metadata_->QueryInterface(iid, reinterpret_cast<void**>(metadata));
 }
 

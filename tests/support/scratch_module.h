@@ -19,7 +19,7 @@ namespace corvane::testing {
 
 using Bytes = std::vector<std::uint8_t>;
 
-class ScratchModule final : public FailingRuntime {
+class ScratchModule : public FailingRuntime {
 public:
     static constexpr ModuleID kModule = 0xB1;
     static constexpr ModuleID kOtherModule = 0xB2;
@@ -50,6 +50,8 @@ public:
     // does not reach the engine.
     std::map<std::size_t, HRESULT> results;
     std::vector<std::string> metadata_calls;
+    // Whether `metadata_calls` is kept. Without it no call fails but those that the engine refuses.
+    bool writes_down = true;
     bool can_enumerate_modules = true;
     COR_PRF_RUNTIME_TYPE runtime_type = COR_PRF_DESKTOP_CLR;
 
@@ -78,8 +80,16 @@ private:
     class Metadata;
     class Allocator;
 
-    // Writes the call down and gives its answer.
-    HRESULT answer(const std::string& call);
+    // Writes the call down, as `describe` tells it, and gives its answer.
+    template <class Describe>
+    HRESULT answer(const Describe& describe) {
+        if (!writes_down) {
+            return S_OK;
+        }
+        const auto found = results.find(metadata_calls.size());
+        metadata_calls.emplace_back(describe());
+        return found != results.end() ? found->second : S_OK;
+    }
 
     IMetaDataDispenserEx& dispenser_;
     ComPtr<IMetaDataEmit> emit_;
