@@ -134,6 +134,8 @@ const Row kThemes[] = {
     {"blocks", {L"blocks"}},
     {"flavours", {L"flavours"}},
     {"exceptions", {L"exceptions"}},
+    {"crafted", {L"crafted"}},
+    {"repeated", {L"repeated"}},
     {"threads", {L"threads"}},
     {"exit", {L"exit"}, {}, 77},
     {"exit-elsewhere", {L"exit-elsewhere"}, {}, 77},

@@ -21,6 +21,8 @@ internal static class Program
         ["blocks"] = Blocks.Run,
         ["flavours"] = Flavours.Run,
         ["exceptions"] = Exceptions.Run,
+        ["crafted"] = CraftedCode.Run,
+        ["repeated"] = CraftedCode.RunRepeated,
         ["threads"] = Threads.Run,
         ["exit"] = Ends.Exit,
         ["exit-elsewhere"] = Ends.ExitOnAnotherThread,
