@@ -136,6 +136,7 @@ const Row kThemes[] = {
     {"exceptions", {L"exceptions"}},
     {"crafted", {L"crafted"}},
     {"repeated", {L"repeated"}},
+    {"modules", {L"modules"}},
     {"threads", {L"threads"}},
     {"exit", {L"exit"}, {}, 77},
     {"exit-elsewhere", {L"exit-elsewhere"}, {}, 77},
@@ -171,6 +172,11 @@ TEST_P(Refusals, AreExplained) {
 // What injected code hands over and takes back, in full, as the probe sees it in the managed
 // library's place. Where it replaces arguments nothing is printed that would depend on them.
 const Environment kReplaces = {{L"CORVANE_PROBE_REPLACES", L"1"}};
+
+Row failing(const char* name, const wchar_t* member) {
+    return {name, {L"guards"}, {{L"CORVANE_PROBE_FAILS", member}}};
+}
+
 const Row kProbings[] = {
     {"values-in-full", {L"values"}},
     {"byreference-in-full", {L"byreference"}},
@@ -178,6 +184,15 @@ const Row kProbings[] = {
     {"values-replaced", {L"values", L"quiet"}, kReplaces},
     {"byreference-replaced", {L"byreference", L"quiet"}, kReplaces},
     {"counts-replaced", {L"counts", L"quiet"}, kReplaces},
+    // Replacements that are not of the parameters' types are no better than a failure.
+    {"guards-misreplaced", {L"guards"}, {{L"CORVANE_PROBE_REPLACES", L"wrongly"}}},
+    failing("guards-constructor", L".ctor"),
+    failing("guards-contains-key", L"ContainsKey"),
+    failing("guards-register-method", L"RegisterMethod"),
+    failing("guards-prologue", L"GenericPrologue"),
+    failing("guards-get-indexes", L"GetIndexes"),
+    failing("guards-error", L"Error"),
+    failing("guards-epilogue", L"GenericEpilogue"),
 };
 
 class Probe : public Matrix {};

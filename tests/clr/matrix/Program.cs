@@ -23,6 +23,8 @@ internal static class Program
         ["exceptions"] = Exceptions.Run,
         ["crafted"] = CraftedCode.Run,
         ["repeated"] = CraftedCode.RunRepeated,
+        ["modules"] = CraftedCode.RunModules,
+        ["guards"] = Guards.Run,
         ["threads"] = Threads.Run,
         ["exit"] = Ends.Exit,
         ["exit-elsewhere"] = Ends.ExitOnAnotherThread,

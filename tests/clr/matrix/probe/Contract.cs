@@ -1,6 +1,6 @@
 // What injected code calls: a managed library that writes down all that it is handed, in full, and behaves
 // as badly as it is told to. CORVANE_PROBE_FILE names the file, CORVANE_PROBE_FAILS what throws ("Error",
-// "GenericPrologue", ...), and CORVANE_PROBE_REPLACES=1 has every argument replaced.
+// "GenericPrologue", ...), and CORVANE_PROBE_REPLACES=1 has every argument replaced ("wrongly": by an object of a foreign type).
 using System;
 using System.Collections.Generic;
 using System.Reflection;

@@ -4,15 +4,16 @@ using System.Reflection;
 
 namespace Probe;
 
-// For every argument another value of its parameter's type, whether or not injected code takes it.
+// For every argument another value of its parameter's type, or of one that it cannot be, whether or not
+// injected code takes it.
 internal static class Replacements
 {
-    public static void Make(ParameterInfo[] parameters, object?[] arguments)
+    public static void Make(ParameterInfo[] parameters, object?[] arguments, bool wrongly)
     {
         for (int i = 0; i < arguments.Length; ++i)
         {
             Type type = parameters[i].ParameterType;
-            arguments[i] = Another(type.IsByRef ? type.GetElementType()! : type, arguments[i]);
+            arguments[i] = wrongly ? new Version() : Another(type.IsByRef ? type.GetElementType()! : type, arguments[i]);
         }
     }
 

@@ -17,7 +17,7 @@ internal static class Report
     private sealed record Call(uint Index, string Text, string Arguments);
 
     private static readonly string? fails = Environment.GetEnvironmentVariable("CORVANE_PROBE_FAILS");
-    private static readonly bool replaces = Environment.GetEnvironmentVariable("CORVANE_PROBE_REPLACES") == "1";
+    private static readonly string? replaces = Environment.GetEnvironmentVariable("CORVANE_PROBE_REPLACES");
     private static readonly TextWriter writer = OpenFile();
     private static readonly Stack<Call> calls = new();
 
@@ -44,9 +44,9 @@ internal static class Report
         string instance = receiver == null ? "" : $"{Output.Describe(receiver)}.";
         string text = Describe(arguments);
         calls.Push(new Call(index, $"{instance}{method.DeclaringType?.Name}.{method.Name}{text}", text));
-        if (replaces)
+        if (replaces != null)
         {
-            Replacements.Make(method.GetParameters(), arguments);
+            Replacements.Make(method.GetParameters(), arguments, replaces == "wrongly");
             directives.Indexes = Enumerable.Range(-1, arguments.Length + 2).ToArray();
         }
     }
