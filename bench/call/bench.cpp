@@ -1,0 +1,208 @@
+// What a call of an instrumented method costs, by its number of parameters, against one that does
+// the same by hand in C#: in a real runtime with the profiler in it, while nothing is recorded,
+// while every call is, and while calls are only counted because the recorder keeps no more.
+// Usage: call_bench [RUNS]; the runtime is found through CORVANE_DOTNET_ROOTS.
+// The three take turns, so that a machine that is busy for a while is busy for all of them.
+#include "tests/support/real_methods.h"
+
+#include <process.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace corvane;
+
+double median(std::vector<double> values) {
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+fs::path own_folder() {
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return fs::path(path).parent_path();
+}
+
+// --- Running
+
+// Of one run: medians, in nanoseconds a call.
+struct Times {
+    int parameters = 0;
+    double plain = 0;
+    double instrumented = 0;
+    double by_hand = 0;
+};
+
+struct Mode {
+    const char* title;
+    bool records;
+    const wchar_t* calls; // in a row: not many, so that what interrupts them stands out
+    const wchar_t* repeats;
+    const wchar_t* filling; // calls that are recorded before
+    bool drops;             // there is no room left for those that are measured
+    std::vector<std::vector<Times>> runs;
+};
+
+std::string last_line(const fs::path& path) {
+    std::ifstream file(path);
+    std::string last;
+    for (std::string line; std::getline(file, line);) {
+        last = line;
+    }
+    return last;
+}
+
+// Whether the recorder kept the calls that it was meant to keep.
+void check_recording(const Mode& mode, const fs::path& tree) {
+    const std::string figures = mode.records ? last_line(tree) : "";
+    unsigned long recorded = 0;
+    unsigned long threads = 0;
+    unsigned long dropped = 0;
+    const bool is_told = std::sscanf(figures.c_str(), "%lu calls, %lu threads, %lu dropped",
+                                     &recorded, &threads, &dropped) == 3;
+    if (is_told != mode.records || fs::exists(tree) != mode.records ||
+        mode.drops != (dropped > 0) || figures.find("failures") != std::string::npos) {
+        throw std::runtime_error(std::string(mode.title) + ": not as recorded: " + figures);
+    }
+}
+
+std::vector<Times> run(const Mode& mode, const fs::path& work, const fs::path& dotnet_root) {
+    const fs::path output = work / "times.txt";
+    const fs::path tree = work / "calls.txt";
+    fs::remove(output);
+    fs::remove(tree);
+    const std::pair<const wchar_t*, std::wstring> environment[] = {
+        {L"DOTNET_ROOT", dotnet_root.wstring()},
+        {L"CORECLR_ENABLE_PROFILING", L"1"},
+        {L"CORECLR_PROFILER", L"{5D3A9C71-0B6E-4F28-9A41-7C2E8B04D1F6}"},
+        {L"CORECLR_PROFILER_PATH", (own_folder() / "CorvaneProfiler.dll").wstring()},
+        {L"CORVANE_HOME_APM_DOTNET", work.wstring()},
+        {L"CORVANE_STRICT_IL", L"1"},
+        {L"CORVANE_CALL_TREE", mode.records ? tree.wstring() : L""}, // none if empty
+    };
+    for (const auto& [name, value] : environment) {
+        _wputenv_s(name, value.c_str());
+    }
+    const fs::path program = own_folder() / "managed" / "call_methods" / "call_methods.exe";
+    const std::wstring quoted_output = L'"' + output.wstring() + L'"';
+    const std::intptr_t exit_code =
+        _wspawnl(_P_WAIT, program.c_str(), L"call_methods.exe", quoted_output.c_str(), mode.calls,
+                 mode.repeats, mode.filling, static_cast<const wchar_t*>(nullptr));
+    if (exit_code != 0) {
+        throw std::runtime_error(std::string(mode.title) + ": the program failed");
+    }
+    check_recording(mode, tree);
+
+    std::vector<Times> all;
+    std::ifstream file(output);
+    for (Times times;
+         file >> times.parameters >> times.plain >> times.instrumented >> times.by_hand;) {
+        all.push_back(times);
+    }
+    return all;
+}
+
+// --- Figures
+
+struct Figures {
+    double plain = 0;
+    double added = 0;         // nanoseconds
+    double added_by_hand = 0; // the same
+    double ratio = 0;         // of the two, each within one run
+};
+
+Figures figures_of(const Mode& mode, std::size_t row) {
+    const auto over_runs = [&](const std::function<double(const Times&)>& figure) {
+        std::vector<double> values;
+        for (const std::vector<Times>& run : mode.runs) {
+            values.push_back(figure(run.at(row)));
+        }
+        return median(values);
+    };
+    return {over_runs([](const Times& t) { return t.plain; }),
+            over_runs([](const Times& t) { return t.instrumented - t.plain; }),
+            over_runs([](const Times& t) { return t.by_hand - t.plain; }),
+            over_runs(
+                [](const Times& t) { return (t.instrumented - t.plain) / (t.by_hand - t.plain); })};
+}
+
+Figures figures_for(const Mode& mode, int parameters) {
+    const std::vector<Times>& rows = mode.runs.at(0);
+    const auto row = std::ranges::find(rows, parameters, &Times::parameters);
+    return figures_of(mode, static_cast<std::size_t>(row - rows.begin()));
+}
+
+void print(const Mode& mode) {
+    std::printf("%s\n%-12s %12s %12s %12s %8s\n", mode.title, "parameters", "plain", "added",
+                "by hand", "ratio");
+    for (std::size_t row = 0; row < mode.runs.at(0).size(); ++row) {
+        const Figures figures = figures_of(mode, row);
+        std::printf("%-12d %12.1f %12.1f %12.1f %8.2f\n", mode.runs[0][row].parameters,
+                    figures.plain, figures.added, figures.added_by_hand, figures.ratio);
+    }
+    std::printf("\n");
+}
+
+int bench(int runs) {
+    const auto runtime = testing::newest_runtime_folder();
+    if (!runtime) {
+        throw std::runtime_error("CORVANE_DOTNET_ROOTS names no folder with runtime 10");
+    }
+    const fs::path dotnet_root = runtime->parent_path().parent_path().parent_path();
+    const fs::path work =
+        fs::temp_directory_path() / ("corvane bench " + std::to_string(GetCurrentProcessId()));
+    fs::create_directory(work);
+    std::ofstream(work / "agent.config")
+        << "<configuration><instrumentation><applications><application "
+           "name='call_methods.exe' corvane='Enabled'/></applications></instrumentation>"
+           "</configuration>";
+
+    Mode modes[] = {
+        {"Nothing is recorded", false, L"500", L"201", L"0", false, {}},
+        // Few enough that the recorder has room for all of them.
+        {"Every call is recorded", true, L"100", L"51", L"0", false, {}},
+        {"Calls are only counted: the recorder is full", true, L"500", L"201", L"100000", true, {}},
+    };
+    for (int i = 0; i < runs; ++i) {
+        for (Mode& mode : modes) {
+            mode.runs.push_back(run(mode, work, dotnet_root));
+        }
+    }
+    fs::remove_all(work);
+
+    std::printf("Nanoseconds that instrumentation adds to a call, %d runs\n\n", runs);
+    for (const Mode& mode : modes) {
+        print(mode);
+    }
+    const Figures five = figures_for(modes[0], 5);
+    std::printf("call: none=%.0f five=%.0f fifty=%.0f ratio_five=%.2f recorded_five=%.0f "
+                "full_five=%.0f\n",
+                figures_for(modes[0], 0).added, five.added, figures_for(modes[0], 50).added,
+                five.ratio, figures_for(modes[1], 5).added, figures_for(modes[2], 5).added);
+    return EXIT_SUCCESS;
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    try {
+        return bench(count > 1 ? std::stoi(arguments[1]) : 9);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "call_bench: %s\n", error.what());
+        return EXIT_FAILURE;
+    }
+}

@@ -1,0 +1,107 @@
+// Takes the time of calls of an instrumented method, of the same method without instrumentation, and of one
+// that does by hand what the injected code does.
+//
+//   call_methods OUTPUT CALLS REPEATS FILLING
+//
+// Every time is that of CALLS calls in a row, and is taken REPEATS times, in turns. FILLING calls of an
+// instrumented method come before. OUTPUT gets a line for each number of parameters: the number, then the
+// median nanoseconds of one call, plain, instrumented and by hand.
+using System;
+using System.Diagnostics;
+using System.Globalization;
+using System.IO;
+using System.Linq;
+using System.Runtime;
+using System.Threading;
+using CallMethods;
+using Corvane.Instrumentation;
+
+var calls = int.Parse(args[1], CultureInfo.InvariantCulture);
+var repeats = int.Parse(args[2], CultureInfo.InvariantCulture);
+var filling = int.Parse(args[3], CultureInfo.InvariantCulture);
+Methods[] all = [new Methods0(), new Methods1(), new Methods2(), new Methods5(), new Methods10(), new Methods50()];
+
+RequireInstrumentation();
+all[0].CallTraced(filling);
+WarmUp();
+
+var variants = all.SelectMany(methods => new Func<int, int>[] { methods.CallPlain, methods.CallTraced, methods.CallByHand })
+    .ToArray();
+var times = Array.ConvertAll(variants, _ => new double[repeats]);
+for (var repeat = 0; repeat < repeats; repeat++)
+{
+    for (var variant = 0; variant < variants.Length; variant++)
+    {
+        var start = Stopwatch.GetTimestamp();
+        variants[variant](calls);
+        times[variant][repeat] = (Stopwatch.GetTimestamp() - start) * 1e9 / Stopwatch.Frequency / calls;
+    }
+}
+
+RequireInstrumentation();
+
+using var output = new StreamWriter(args[0]);
+for (var i = 0; i < all.Length; i++)
+{
+    var medians = times.Skip(3 * i).Take(3).Select(Median);
+    output.WriteLine(string.Create(CultureInfo.InvariantCulture, $"{all[i].Count} {string.Join(' ', medians)}"));
+}
+
+void RequireInstrumentation()
+{
+    foreach (var methods in all)
+    {
+        if (!TellsOfCalls(methods.CallTraced) || !TellsOfCalls(methods.CallByHand) || TellsOfCalls(methods.CallPlain))
+        {
+            Fail($"of {methods.Count} parameters, not the right methods are instrumented");
+        }
+    }
+}
+
+static bool TellsOfCalls(Func<int, int> call)
+{
+    var told = 0;
+    MethodArgumentCallback callback = (_, _, _, _) => told++;
+    Invokers.AddArgumentCallback(callback);
+    call(3);
+    Invokers.RemoveArgumentCallback(callback);
+    return told == 3;
+}
+
+// Until the runtime has nothing left to compile better. How much a method is called before is limited, since
+// a recorder keeps only so many calls.
+void WarmUp()
+{
+    const int quiet = 3;
+    var unchanged = 0;
+    for (var round = 0; round < 20; round++)
+    {
+        var compiled = JitInfo.GetCompiledMethodCount();
+        foreach (var methods in all)
+        {
+            methods.CallPlain(100);
+            methods.CallTraced(100);
+            methods.CallByHand(100);
+        }
+        // Longer than the runtime waits for a pause in the calls of new methods.
+        Thread.Sleep(200);
+        unchanged = JitInfo.GetCompiledMethodCount() == compiled ? unchanged + 1 : 0;
+        if (unchanged == quiet)
+        {
+            return;
+        }
+    }
+    Fail("the runtime does not stop compiling");
+}
+
+static void Fail(string reason)
+{
+    Console.Error.WriteLine($"call_methods: {reason}");
+    Environment.Exit(1);
+}
+
+static double Median(double[] values)
+{
+    Array.Sort(values);
+    return values[values.Length / 2];
+}
