@@ -94,7 +94,7 @@ protected:
     // The program with the theme, and one of the managed libraries, which writes to a file that a
     // variable names.
     Watched run(const wchar_t* managed_library, const wchar_t* variable, const fs::path& file,
-                bool listens = false) {
+                bool with_debugger = false) {
         program = L"matrix";
         configure(std::string("<configuration><instrumentation><applications>"
                               "<application name='matrix.exe' corvane='Enabled'") +
@@ -108,8 +108,8 @@ protected:
                       .arguments = row().arguments,
                       .environment = environment,
                       .with_witness = false,
-                      .exit_code = row().exit_code,
-                      .with_debugger = listens});
+                      .with_debugger = with_debugger,
+                      .exit_code = row().exit_code});
     }
 
     static void expect_golden(const TextLines& lines, const std::string& folder = "") {
