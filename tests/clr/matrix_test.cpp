@@ -78,6 +78,8 @@ struct Row {
     std::vector<std::wstring> arguments;
     Environment environment = {};
     DWORD exit_code = 42;
+    const wchar_t* program = L"matrix";
+    const wchar_t* executable = L"matrix.exe";
 };
 
 std::ostream& operator<<(std::ostream& stream, const Row& row) {
@@ -95,16 +97,16 @@ protected:
     // variable names.
     Watched run(const wchar_t* managed_library, const wchar_t* variable, const fs::path& file,
                 bool with_debugger = false) {
-        program = L"matrix";
-        configure(std::string("<configuration><instrumentation><applications>"
-                              "<application name='matrix.exe' corvane='Enabled'") +
-                  mode().settings + "/></applications></instrumentation></configuration>");
+        program = row().program;
+        configure("<configuration><instrumentation><applications><application name='" +
+                  narrowed(row().executable) + "' corvane='Enabled'" + mode().settings +
+                  "/></applications></instrumentation></configuration>");
         Environment environment = row().environment;
         environment.insert(mode().environment.begin(), mode().environment.end());
         environment[variable] = file.wstring();
         environment[L"DOTNET_STARTUP_HOOKS"] =
             (built_file(L"managed") / managed_library / "kite.managed.dll").wstring();
-        return watch({.executable = L"matrix.exe",
+        return watch({.executable = row().executable,
                       .arguments = row().arguments,
                       .environment = environment,
                       .with_witness = false,
@@ -124,6 +126,12 @@ std::string matrix_name(const ::testing::TestParamInfo<Matrix::ParamType>& info)
     return name;
 }
 
+// A program of its own, for an entry point of its own.
+Row entry(const char* name, const wchar_t* executable, DWORD exit_code,
+          const std::vector<std::wstring>& arguments) {
+    return {name, arguments, {}, exit_code, L"entries", executable};
+}
+
 const Row kThemes[] = {
     {"values", {L"values"}},
     {"byreference", {L"byreference"}},
@@ -141,6 +149,14 @@ const Row kThemes[] = {
     {"exit", {L"exit"}, {}, 77},
     {"exit-elsewhere", {L"exit-elsewhere"}, {}, 77},
     {"unhandled", {L"unhandled"}, {}, kUnhandled},
+    entry("entry-nothing", L"Nothing.exe", 0, {}),
+    entry("entry-arguments", L"Arguments.exe", 0, {L"one", L"two"}),
+    entry("entry-number", L"Number.exe", 42, {}),
+    entry("entry-number-of-arguments", L"NumberOfArguments.exe", 42, {L"one"}),
+    entry("entry-later", L"Later.exe", 0, {}),
+    entry("entry-later-with-arguments", L"LaterWithArguments.exe", 0, {L"one", L"two"}),
+    entry("entry-number-later", L"NumberLater.exe", 42, {}),
+    entry("entry-number-of-arguments-later", L"NumberOfArgumentsLater.exe", 42, {L"one"}),
 };
 
 class Theme : public Matrix {};

@@ -138,7 +138,8 @@ RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment)
     }
     const fs::path executable = copy / launch.executable;
     if (!fs::exists(executable)) {
-        fs::copy_file(built / (program + L".exe"), executable);
+        const fs::path own = built / launch.executable; // of one of several programs in the folder
+        fs::copy_file(fs::exists(own) ? own : built / (program + L".exe"), executable);
     }
     environment.merge(
         base_environment(native_path(_wgetenv(L"CORVANE_DOTNET_ROOTS")) / std::to_wstring(major_)));
