@@ -55,14 +55,6 @@ internal static class CraftedCode
         Catch(() => Crafted.Blocks.ThrowText(true));
     }
 
-    public static void RunModules()
-    {
-        Show(Few.Add(1, 2));
-        Show(Few.Text("few"));
-        Show(Crowded.Add(1, 2));
-        Show(Crowded.Text("crowded"));
-    }
-
     public static void RunRepeated()
     {
         Show(Locals.Result245(1));

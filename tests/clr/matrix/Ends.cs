@@ -24,6 +24,22 @@ internal static class Ends
         Thread.Sleep(Timeout.Infinite);
     }
 
+    // The last method returns while another thread is in the middle of one.
+    [Trace]
+    public static void LeaveAThreadBehind()
+    {
+        using var started = new ManualResetEventSlim();
+        new Thread(() => Waits(started)) { IsBackground = true }.Start();
+        started.Wait();
+    }
+
+    [Trace]
+    private static void Waits(ManualResetEventSlim started)
+    {
+        started.Set();
+        Thread.Sleep(Timeout.Infinite);
+    }
+
     [Trace] private static int Finished(int number) => number;
 
     [Trace]

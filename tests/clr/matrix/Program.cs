@@ -23,10 +23,11 @@ internal static class Program
         ["exceptions"] = Exceptions.Run,
         ["crafted"] = CraftedCode.Run,
         ["repeated"] = CraftedCode.RunRepeated,
-        ["modules"] = CraftedCode.RunModules,
+        ["modules"] = Modules.Run,
         ["guards"] = Guards.Run,
         ["threads"] = Threads.Run,
         ["exit"] = Ends.Exit,
+        ["end-in-background"] = Ends.LeaveAThreadBehind,
         ["exit-elsewhere"] = Ends.ExitOnAnotherThread,
     };
 

@@ -1,5 +1,6 @@
 // What the themes pass and return.
 using System;
+using System.Runtime.CompilerServices;
 
 namespace Matrix;
 
@@ -29,6 +30,13 @@ public readonly struct Pair<TFirst, TSecond>
     }
 
     public override string ToString() => $"{First} & {Second}";
+}
+
+[InlineArray(4)]
+public struct Four
+{
+    private int first;
+    public override readonly string ToString() => "four";
 }
 
 public interface INamed

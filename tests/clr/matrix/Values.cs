@@ -150,6 +150,7 @@ internal static class Values
         Show(Wide(Int128.MaxValue));
         Show(FromTheEnd(^2));
         Show(OfRange(1..^1));
+        Show(OfInlineArray(new Four())[3]);
         Show(Opaque(default).IsAllocated);
     }
 
@@ -165,6 +166,7 @@ internal static class Values
     [Trace] private static Int128 Wide(Int128 value) => value;
     [Trace] private static Index FromTheEnd(Index value) => value;
     [Trace] private static Range OfRange(Range value) => value;
+    [Trace] private static Four OfInlineArray(Four value) => value;
     [Trace] private static System.Runtime.InteropServices.GCHandle Opaque(System.Runtime.InteropServices.GCHandle value) => value;
 
     private static void Generics()
