@@ -1,0 +1,8 @@
+using System;
+
+namespace Corvane.Instrumentation;
+
+[AttributeUsage(AttributeTargets.Method)]
+internal sealed class TraceAttribute : Attribute
+{
+}
