@@ -81,7 +81,8 @@ TEST_P(Sampling, ShowsKnownCallChains) {
             "self: Sampler.Take < Chains.PrintAll < Program.Main\n"
             "ended: status 0, no frames\n"
             "unknown: status 2, no frames\n"
-            "no names: 0\n");
+            "no function: ?.?\n"
+            "no functions: 0\n");
 }
 
 // From their first instruction until after their end.

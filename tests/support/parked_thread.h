@@ -18,10 +18,12 @@ public:
     }
     ParkedThread(const ParkedThread&) = delete;
     ParkedThread& operator=(const ParkedThread&) = delete;
-    ~ParkedThread() { end(); }
+    ~ParkedThread() {
+        SetEvent(leave_.get());
+        WaitForSingleObject(thread_.get(), INFINITE);
+    }
 
     DWORD id() const { return id_; }
-    HANDLE handle() const { return thread_.get(); }
 
     // How often it is suspended at the moment.
     DWORD suspend_count() const {
@@ -31,11 +33,6 @@ public:
     }
 
     void resume() const { resume_(handle()); }
-
-    void end() const {
-        SetEvent(leave_.get());
-        WaitForSingleObject(thread_.get(), INFINITE);
-    }
 
 private:
     static DWORD WINAPI wait(void* event) { return WaitForSingleObject(event, INFINITE); }

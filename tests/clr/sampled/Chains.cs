@@ -90,7 +90,8 @@ internal static class Chains
         ended.Dispose();
         Console.WriteLine($"ended: {Describe(Sampler.TakeOfEnded(ended.Id))}");
         Console.WriteLine($"unknown: {Describe(Sampler.Take(0xFFFFFFF0))}");
-        Console.WriteLine($"no names: {Sampler.Names([]).Length}");
+        Console.WriteLine($"no function: {Sampler.Names([0])[0]}");
+        Console.WriteLine($"no functions: {Sampler.Names([]).Length}");
     }
 
     // A thread that throws is often where its stack cannot be walked. What is seen of it has to be one of the

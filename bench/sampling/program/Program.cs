@@ -1,0 +1,187 @@
+// Measures, in the process that is sampled: what a snapshot of stacks of three depths costs, and how much
+// longer a busy thread takes that is sampled at three intervals. Arguments: snapshots of each depth, rounds.
+using System;
+using System.Diagnostics;
+using System.Globalization;
+using System.Linq;
+using System.Reflection;
+using System.Runtime.CompilerServices;
+using System.Runtime.InteropServices;
+using System.Threading;
+
+internal static unsafe class Program
+{
+    private const string Profiler = "CorvaneProfiler.dll";
+    private const string Probe = "sampling_probe.dll";
+
+    private static readonly int[] s_depths = [10, 100, 1000];
+    private static readonly int[] s_intervals = [0, 1, 10, 100]; // in milliseconds; 0 is without samples
+
+    private static int Main(string[] args)
+    {
+        CultureInfo.CurrentCulture = CultureInfo.InvariantCulture;
+        NativeLibrary.SetDllImportResolver(Assembly.GetExecutingAssembly(), (name, _, _) => name switch
+        {
+            Profiler => NativeLibrary.Load(Environment.GetEnvironmentVariable("CORVANE_PROBE")!),
+            Probe => NativeLibrary.Load(Environment.GetEnvironmentVariable("CORECLR_PROFILER_PATH")!),
+            _ => 0,
+        });
+        int snapshots = int.Parse(args[0]);
+        int rounds = int.Parse(args[1]);
+
+        Console.WriteLine($"A snapshot of a waiting thread, in us: medians of {snapshots}");
+        Console.WriteLine("frames    total  by hand  ratio | start   open suspend context   walk resume    end  array | suspended");
+        Measured[] measured = [.. s_depths.Select(depth => MeasureStack(depth, snapshots))];
+        foreach (Measured one in measured)
+        {
+            Console.WriteLine($"{one.Frames,6:F0} {one.Total,8:F1} {one.ByHand,8:F1} {one.Total / one.ByHand,6:F2} |"
+                + $"{one.Start,6:F1} {one.Open,6:F1} {one.Suspend,7:F1} {one.Context,7:F1} {one.Walk,6:F1} {one.Resume,6:F1}"
+                + $" {one.End,6:F1} {one.Array,6:F1} | {one.Suspended,8:F1}");
+        }
+
+        double[] slowdowns = MeasureSlowdowns(rounds);
+        Console.WriteLine($"A busy thread, sampled: medians of {rounds} rounds");
+        for (int i = 1; i < s_intervals.Length; i++)
+        {
+            Console.WriteLine($"every {s_intervals[i],3} ms: {slowdowns[i]:F3} times as long");
+        }
+        Console.WriteLine($"sampling: bare={measured[0].Total / measured[0].ByHand:F2}"
+            + $" suspended_us={measured[0].Suspended:F1} slowdown_10ms={slowdowns[2]:F3}");
+        return 0;
+    }
+
+    // --- Snapshots
+
+    [StructLayout(LayoutKind.Sequential)]
+    private struct Measured
+    {
+        public double Start, Open, Suspend, Context, Walk, Resume, End, Array;
+        public double Total;
+        public double Suspended;
+        public double ByHand;
+        public double Frames;
+    }
+
+    private static Measured MeasureStack(int frames, int snapshots)
+    {
+        // Around the frames of the descent lie those of the thread's start and of the wait.
+        int others = (int)MeasureThread(0, 10).Frames;
+        MeasureThread(frames - others, 10);
+        return MeasureThread(frames - others, snapshots);
+    }
+
+    private static Measured MeasureThread(int descents, int snapshots)
+    {
+        using var leave = new ManualResetEvent(false);
+        uint id = 0;
+        var target = new Thread(() =>
+        {
+            id = GetCurrentThreadId();
+            Descend(descents, leave);
+        }, 16 << 20);
+        target.Start();
+        while ((target.ThreadState & System.Threading.ThreadState.WaitSleepJoin) == 0)
+        {
+            Thread.Sleep(1);
+        }
+        Thread.Sleep(50);
+        Measured measured;
+        if (Measure(id, snapshots, &measured) == 0)
+        {
+            throw new InvalidOperationException("a snapshot failed, or saw other frames");
+        }
+        leave.Set();
+        target.Join();
+        return measured;
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining | MethodImplOptions.NoOptimization)]
+    private static void Descend(int further, WaitHandle leave)
+    {
+        if (further > 0)
+        {
+            Descend(further - 1, leave);
+        }
+        else
+        {
+            leave.WaitOne();
+        }
+    }
+
+    // --- A busy thread
+
+    // By interval. Every round works once without samples, which the others of that round are held against.
+    private static double[] MeasureSlowdowns(int rounds)
+    {
+        var ratios = new double[s_intervals.Length][];
+        for (int i = 0; i < ratios.Length; i++)
+        {
+            ratios[i] = new double[rounds];
+        }
+        WorkSampled(1);
+        for (int round = 0; round < rounds; round++)
+        {
+            double alone = WorkSampled(0);
+            for (int i = 1; i < ratios.Length; i++)
+            {
+                ratios[i][round] = WorkSampled(s_intervals[i]) / alone;
+            }
+        }
+        return [.. ratios.Select(values => values.Order().ElementAt(rounds / 2))];
+    }
+
+    // How long a fixed amount of work takes, in milliseconds.
+    private static double WorkSampled(int interval)
+    {
+        uint id = GetCurrentThreadId();
+        bool isToStop = false;
+        var sampler = new Thread(() =>
+        {
+            while (!Volatile.Read(ref isToStop))
+            {
+                Thread.Sleep(interval);
+                if (TakeSnapshot(id, out double[]? _, out int _, out ulong _) == 1)
+                {
+                    throw new InvalidOperationException("no snapshot");
+                }
+            }
+        });
+        if (interval > 0)
+        {
+            sampler.Start();
+        }
+        var clock = Stopwatch.StartNew();
+        Work();
+        double time = clock.Elapsed.TotalMilliseconds;
+        isToStop = true;
+        if (interval > 0)
+        {
+            sampler.Join();
+        }
+        return time;
+    }
+
+    private static ulong s_result;
+
+    [MethodImpl(MethodImplOptions.NoInlining | MethodImplOptions.AggressiveOptimization)]
+    private static void Work()
+    {
+        ulong state = 1;
+        for (int i = 0; i < 700_000_000; i++)
+        {
+            state = state * 6364136223846793005 + 1442695040888963407;
+        }
+        s_result += state;
+    }
+
+    [DllImport("kernel32.dll")]
+    private static extern uint GetCurrentThreadId();
+
+    [DllImport(Probe)]
+    private static extern int Measure(uint osThreadId, int count, Measured* result);
+
+    [DllImport(Profiler)]
+    private static extern int TakeSnapshot(uint osThreadId,
+        [MarshalAs(UnmanagedType.SafeArray, SafeArraySubType = VarEnum.VT_R8)] out double[]? frames,
+        out int frameCount, out ulong timestamp);
+}
