@@ -21,7 +21,11 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
             RedirectStandardOutput = true,
             RedirectStandardError = true,
         };
-        foreach (var name in new[] { "CORVANE_CALL_TREE", "CORVANE_CALL_LIMIT", "CORVANE_TRACE_LOG", "DOTNET_STARTUP_HOOKS" })
+        foreach (var name in new[]
+        {
+            "CORVANE_CALL_TREE", "CORVANE_CALL_LIMIT", "CORVANE_TRACE_LOG", "CORVANE_SAMPLE", "CORVANE_SAMPLE_INTERVAL_MS",
+            "DOTNET_STARTUP_HOOKS",
+        })
         {
             start.Environment.Remove(name);
         }

@@ -80,7 +80,11 @@ public class ContractTests
             [
                 "Corvane.Instrumentation.InstrumentationDirectives", "Corvane.Instrumentation.Invokers",
                 "Corvane.Instrumentation.MethodArgumentCallback", "Corvane.Instrumentation.MethodData",
-                "Corvane.Instrumentation.TraceAttribute", "kite.managed.span",
+                "Corvane.Instrumentation.TraceAttribute",
+                "Corvane.Sampling.Profile", "Corvane.Sampling.Sample", "Corvane.Sampling.SampledFunction",
+                "Corvane.Sampling.SampledStack", "Corvane.Sampling.SampledThread", "Corvane.Sampling.Sampler",
+                "Corvane.Sampling.SamplerOptions", "Corvane.Sampling.SamplingCost", "Corvane.Sampling.ThreadProfile",
+                "kite.managed.span",
             ],
             library.GetExportedTypes().Select(type => type.FullName).Order(StringComparer.Ordinal));
 

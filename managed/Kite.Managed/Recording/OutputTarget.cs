@@ -45,7 +45,7 @@ internal sealed class OutputTarget
         }
     }
 
-    private static void Complain(string line)
+    internal static void Complain(string line)
     {
         try
         {
@@ -58,7 +58,7 @@ internal sealed class OutputTarget
         }
     }
 
-    private static string ProcessId()
+    internal static string ProcessId()
     {
         using var process = Process.GetCurrentProcess();
         return process.Id.ToString(CultureInfo.InvariantCulture);

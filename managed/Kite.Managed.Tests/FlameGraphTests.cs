@@ -1,0 +1,167 @@
+using System;
+using System.Collections.Generic;
+using System.Globalization;
+using System.IO;
+using System.Linq;
+using System.Xml.Linq;
+using Corvane.Sampling.Results;
+using Xunit;
+
+namespace Kite.Managed.Tests;
+
+public class FlameGraphTests
+{
+    private static readonly XNamespace svg = "http://www.w3.org/2000/svg";
+
+    private static string Draw(Profiles profiles, string title = "shop", bool byThread = true)
+    {
+        using var writer = new StringWriter { NewLine = "\n" };
+        profiles.ToProfile().WriteFlameGraph(writer, title, byThread);
+        return writer.ToString();
+    }
+
+    private static XElement[] Boxes(string drawing) =>
+        [.. XDocument.Parse(drawing).Root!.Elements(svg + "svg").Single().Elements(svg + "svg")];
+
+    private static string Name(XElement box) => box.Element(svg + "title")!.Value.Split('\n')[0];
+
+    private static IEnumerable<string> Notes(string drawing) =>
+        XDocument.Parse(drawing).Root!.Elements(svg + "text").Select(text => text.Value);
+
+    private static Profiles Shop() => new Profiles().Thread(7, "main",
+        "Shop.Main", "Shop.Main|Shop.Pay", "Shop.Main|Shop.Pay", "Shop.Main|Shop.Pay|System.Math.Sqrt", "Shop.Main|Shop.Add");
+
+    [Fact]
+    public void ABoxIsAsWideAsItsSamplesAndBelowItsCaller()
+    {
+        var drawing = Draw(Shop());
+        const string First = "<svg id=\"boxes\" x=\"1%\" y=\"78\" width=\"98%\" height=\"95\">\n";
+        var begin = drawing.IndexOf(First, StringComparison.Ordinal) + First.Length;
+        Assert.Equal(
+            """
+            <svg x="0%" y="0" width="100%" height="18" data-start="0" data-samples="5"><title>all
+            5 samples, 100.0 %</title><rect width="100%" height="100%" fill="#d5d9de"/><text x="4" y="13">all</text></svg>
+            <svg x="0%" y="19" width="100%" height="18" data-start="0" data-samples="5"><title>main
+            5 samples, 100.0 %</title><rect width="100%" height="100%" fill="#c3cad3"/><text x="4" y="13">main</text></svg>
+            <svg x="0%" y="38" width="100%" height="18" data-start="0" data-samples="5"><title>Shop.Main
+            5 samples, 100.0 %</title><rect width="100%" height="100%" fill="hsl(173,42%,62%)"/><text x="4" y="13">Shop.Main</text></svg>
+            <svg x="0%" y="57" width="20%" height="18" data-start="0" data-samples="1"><title>Shop.Add
+            1 samples, 20.0 %</title><rect width="100%" height="100%" fill="hsl(173,42%,62%)"/><text x="4" y="13">Shop.Add</text></svg>
+            <svg x="20%" y="57" width="60%" height="18" data-start="1" data-samples="3"><title>Shop.Pay
+            3 samples, 60.0 %</title><rect width="100%" height="100%" fill="hsl(173,48%,68%)"/><text x="4" y="13">Shop.Pay</text></svg>
+            <svg x="20%" y="76" width="20%" height="18" data-start="1" data-samples="1"><title>System.Math.Sqrt
+            1 samples, 20.0 %</title><rect width="100%" height="100%" fill="hsl(231,30%,82%)"/><text x="4" y="13">System.Math.Sqrt</text></svg>
+            </svg>
+
+            """,
+            drawing[begin..(drawing.IndexOf("\n</svg>\n", begin, StringComparison.Ordinal) + 8)]);
+    }
+
+    [Fact]
+    public void ItIsOneFileWithAllThatItNeeds()
+    {
+        var drawing = Draw(Shop(), "shop-12");
+        var root = XDocument.Parse(drawing).Root!;
+        Assert.Equal("shop-12", root.Element(svg + "title")!.Value);
+        Assert.Equal("100%", root.Attribute("width")!.Value);
+        Assert.Equal("203", root.Attribute("height")!.Value); // 78 above, five rows of 19, 30 below
+        Assert.Equal(
+            ["shop-12", "1 threads every 10 ms: 0 snapshots in 0.0 s, 0 missed, 0 dropped; sampling took 0.0 % of the time, 0 us a snapshot", ""],
+            Notes(drawing));
+        Assert.Contains("#boxes", root.Element(svg + "style")!.Value);
+        Assert.Contains("addEventListener(\"keydown\"", root.Element(svg + "script")!.Value);
+        // But for the names of formats it names no place in the network.
+        Assert.Equal(["http://www.w3.org/2000/svg", "http://www.w3.org/1999/xhtml"],
+            drawing.Split('"').Where(text => text.Contains("//") && text.Contains(':') && !text.Contains(' ')).Distinct());
+        Assert.DoesNotContain("href", drawing);
+        Assert.DoesNotContain("url(", drawing);
+    }
+
+    [Fact]
+    public void TheSameProfileGivesTheSameFileInEveryCulture()
+    {
+        var before = CultureInfo.CurrentCulture;
+        var comma = (CultureInfo)CultureInfo.InvariantCulture.Clone();
+        comma.NumberFormat = new NumberFormatInfo { NumberDecimalSeparator = ",", NumberGroupSeparator = ".", NegativeSign = "~" };
+        var drawing = Draw(Shop());
+        try
+        {
+            CultureInfo.CurrentCulture = comma;
+            Assert.Equal(drawing, Draw(Shop()));
+        }
+        finally
+        {
+            CultureInfo.CurrentCulture = before;
+        }
+    }
+
+    [Fact]
+    public void TextIsEscaped()
+    {
+        const string Name = "<>c.<Main>b__0 & \"x\" ]]>";
+        var drawing = Draw(new Profiles().Thread(7, "<t>", Name, "a\nb\u0001\uffff\ud800"), "a<b>&\"c\"");
+        var boxes = Boxes(drawing);
+        Assert.Equal(["all", "<t>", Name, "a\ufffdb\ufffd\ufffd\ufffd"], boxes.Select(FlameGraphTests.Name));
+        Assert.Equal(Name, boxes[2].Element(svg + "text")!.Value);
+        Assert.Equal("a<b>&\"c\"", Notes(drawing).First());
+    }
+
+    [Fact]
+    public void ThreadsMayBeTogether()
+    {
+        var profiles = new Profiles().Thread(1, "one", "A.Run", "A.Run").Thread(2, "two", "A.Run", "B.Run");
+        Assert.Equal(["all", "one", "A.Run", "two", "A.Run", "B.Run"], Boxes(Draw(profiles)).Select(Name));
+        Assert.Equal(["all", "A.Run", "B.Run"], Boxes(Draw(profiles, byThread: false)).Select(Name));
+    }
+
+    [Fact]
+    public void NarrowBoxesAreLeftOutAndCounted()
+    {
+        // 1 of 2,000 is 0.05 %, 1 of 2,001 is less.
+        string[] many = [.. Enumerable.Repeat("A.Main", 1999), "A.Main|B.Rare|C.Rarer"];
+        Assert.Equal(["all", "t", "A.Main", "B.Rare", "C.Rarer"], Boxes(Draw(new Profiles().Thread(1, "t", many))).Select(Name));
+        var drawing = Draw(new Profiles().Thread(1, "t", [.. many, "A.Main"]));
+        Assert.Equal(["all", "t", "A.Main"], Boxes(drawing).Select(Name));
+        Assert.Equal("Left out: 2 boxes with less than 0.05 % of the samples.", Notes(drawing).Last());
+    }
+
+    [Fact]
+    public void ABoxWithoutRoomHasNoName()
+    {
+        var boxes = Boxes(Draw(new Profiles().Thread(1, "t", [.. Enumerable.Repeat("A.Main", 99), "A.Main|B.Rare"])));
+        Assert.Equal("B.Rare", Name(boxes[3]));
+        Assert.Null(boxes[3].Element(svg + "text"));
+    }
+
+    [Fact]
+    public void DeepBoxesAreLeftOutAndCounted()
+    {
+        var drawing = Draw(new Profiles().Thread(1, "t", string.Join('|', Enumerable.Repeat("R.R", 20_000))));
+        Assert.Equal(501, Boxes(drawing).Length);
+        Assert.Equal("Left out: 19,501 boxes deeper than 500.", Notes(drawing).Last());
+    }
+
+    [Fact]
+    public void AnEmptyProfileSaysSo()
+    {
+        foreach (var profiles in new[] { new Profiles(), new Profiles().Thread(1, "idle", "", null) })
+        {
+            var drawing = Draw(profiles);
+            Assert.Empty(Boxes(drawing));
+            Assert.Equal("There are no samples of managed code.", Notes(drawing).Last());
+        }
+    }
+
+    // By the name alone: it is the same in every picture.
+    [Theory]
+    [InlineData("Shop.Cart.Add", "hsl(189,52%,72%)")]
+    [InlineData("Shop.Cart.Remove", "hsl(189,43%,63%)")]
+    [InlineData("Shop.Cart..ctor", "hsl(189,45%,65%)")]
+    [InlineData("Shop.Stock.Add", "hsl(150,43%,63%)")]
+    [InlineData("System.Math.Sqrt", "hsl(231,30%,82%)")]
+    [InlineData("Microsoft.Win32.Registry.GetValue", "hsl(240,31%,82%)")]
+    [InlineData("SystemShop.Cart.Add", "hsl(166,52%,72%)")]
+    [InlineData("(no name)", "#c3cad3")]
+    public void AColourIsThatOfItsName(string name, string colour) =>
+        Assert.Equal(colour, FunctionColor.Of(new StackNode("all", null).Child(name)));
+}

@@ -1,0 +1,419 @@
+using System;
+using System.Collections.Generic;
+using System.Diagnostics;
+using System.Linq;
+using System.Runtime.InteropServices;
+using System.Threading;
+using Corvane.Sampling;
+using Corvane.Sampling.Platform;
+using Xunit;
+
+namespace Kite.Managed.Tests;
+
+public class SamplerTests
+{
+    private static readonly TimeSpan longest = SamplerOptions.MaxInterval;
+
+    private readonly FakeProcess process = new();
+
+    private static string Names(Sample sample) =>
+        sample.Stack == null ? "missed" : string.Join(" ", sample.Stack.ToArray().Select(function => function.Name));
+
+    private static IEnumerable<string> Distinct(ThreadProfile thread) => thread.Samples.Select(Names).Distinct();
+
+    [Fact]
+    public void EveryThreadIsSampledButTheSamplersOwn()
+    {
+        process.Add(10, null, 3, 2, 1);
+        process.Add(20, "worker", 4, 1);
+        var profile = process.Sample();
+        Assert.Equal([10U, 20U], process.Snapshots.Distinct());
+        Assert.Equal([10U, 20U], profile.Threads.Select(thread => thread.Thread.Id));
+        Assert.Equal([null, "worker"], profile.Threads.Select(thread => thread.Thread.Name));
+        Assert.Equal(["Type.F1 Type.F2 Type.F3"], Distinct(profile.Threads[0]));
+        Assert.Equal(["Type.F1 Type.F4"], Distinct(profile.Threads[1]));
+        Assert.Null(profile.Failure);
+    }
+
+    [Fact]
+    public void ASampleHasTheTimeOfItsSnapshot()
+    {
+        process.Add(10, null, 1);
+        var samples = process.Sample().Threads[0].Samples;
+        Assert.Equal(Enumerable.Range(0, samples.Count).Select(i => (long)FakeProcess.Start + i),
+            samples.Select(sample => sample.Microseconds));
+        Assert.Equal(new DateTime(2023, 11, 14, 22, 13, 20, DateTimeKind.Utc), samples[0].Time);
+        Assert.Equal(10, (samples[1].Time - samples[0].Time).Ticks);
+    }
+
+    [Fact]
+    public void EqualStacksAreOneObject()
+    {
+        process.Add(10, null, 2, 1);
+        process.Add(20, null, 3, 2, 1);
+        var profile = process.Sample();
+        var stack = Assert.Single(profile.Threads[0].Samples.Select(sample => sample.Stack).Distinct());
+        var deeper = Assert.Single(profile.Threads[1].Samples.Select(sample => sample.Stack).Distinct());
+        Assert.Same(stack, deeper!.Caller);
+        Assert.Equal(3, deeper.Depth);
+        Assert.Same(stack!.Function, deeper.ToArray()[1]);
+    }
+
+    [Fact]
+    public void ADeepStackIsSampledWhole()
+    {
+        process.Add(10, null, Enumerable.Range(1, 10_000).Select(id => (double)id).Reverse().ToArray());
+        var stack = process.Sample(rounds: 1).Threads[0].Samples[0].Stack!;
+        Assert.Equal(10_000, stack.Depth);
+        Assert.Equal("Type.F10000", stack.Function!.Name);
+        Assert.Equal("Type.F1", stack.ToArray()[0].Name);
+    }
+
+    [Fact]
+    public void AThreadWithoutManagedCodeHasAnEmptyStack()
+    {
+        process.Add(10);
+        var stack = Assert.Single(process.Sample().Threads[0].Samples.Select(sample => sample.Stack).Distinct());
+        Assert.Equal(0, stack!.Depth);
+        Assert.Null(stack.Function);
+        Assert.Empty(stack.ToArray());
+    }
+
+    [Fact]
+    public void AFunctionIsAskedForItsNameOnceAndBeforeTheNextRound()
+    {
+        var thread = process.Add(10, null, 2, 1);
+        var late = new List<int>();
+        process.OnSnapshot = number =>
+        {
+            late.Add(number - 1 - process.Named.Count(id => id > 2));
+            thread.Stack = [number + 2, 2, 1];
+        };
+        process.Sample(rounds: 5);
+        Assert.Equal(process.Named.Distinct(), process.Named);
+        Assert.Equal([3, 2, 1], process.Named.Take(3).OrderByDescending(id => id));
+        Assert.All(late, count => Assert.Equal(0, count));
+    }
+
+    [Fact]
+    public void AFunctionWhoseNameCannotBeReadHasNone()
+    {
+        process.NameOf = id => id switch
+        {
+            1 => new FunctionNames("Type", null),
+            2 => new FunctionNames(null, "Method"),
+            3 => new FunctionNames("", "Global"),
+            _ => default,
+        };
+        process.Add(10, null, 4, 3, 2, 1);
+        Assert.Equal(["(no name) Method Global (no name)"], Distinct(process.Sample().Threads[0]));
+    }
+
+    [Fact]
+    public void NamesThatCannotBeHadAreDoneWithout()
+    {
+        process.NameOf = _ => throw new SEHException();
+        process.Add(10, null, 1);
+        var profile = process.Sample();
+        Assert.Equal(["(no name)"], Distinct(profile.Threads[0]));
+        Assert.Null(profile.Failure);
+        Assert.Equal([1.0], process.Named);
+    }
+
+    [Fact]
+    public void ThreadsComeAndGo()
+    {
+        process.Add(10, null, 1);
+        using var sampler = process.NewSampler();
+        sampler.Start();
+        process.WaitForRounds();
+        var other = process.Add(20, "first", 2);
+        process.WaitForRounds(2);
+        process.End(other);
+        process.WaitForRounds(2);
+        Assert.Equal(1, process.OpenThreads);
+        // The same id again is another thread.
+        process.Add(20, "second", 3);
+        process.WaitForRounds(2);
+        var profile = sampler.Stop();
+        Assert.Equal([null, "first", "second"], profile.Threads.Select(thread => thread.Thread.Name));
+        Assert.Equal(["Type.F2"], Distinct(profile.Threads[1]));
+        Assert.Equal(["Type.F3"], Distinct(profile.Threads[2]));
+        Assert.Null(profile.Failure);
+        Assert.Equal(0, process.OpenThreads);
+    }
+
+    // Its id may be another thread's by then, even another process's.
+    [Fact]
+    public void AThreadThatHasEndedIsNotSampledAgain()
+    {
+        process.Add(10, null, 1);
+        var ending = process.Add(20, null, 2);
+        process.OnSnapshot = number => ending.HasEnded |= number >= 4;
+        process.Sample(rounds: 4);
+        Assert.Equal([10U, 20U, 10U, 20U], process.Snapshots.Take(4));
+        Assert.All(process.Snapshots.Skip(4), id => Assert.Equal(10U, id));
+    }
+
+    [Fact]
+    public void AThreadThatEndsBeforeItIsOpenedIsPassedOver()
+    {
+        process.Add(10, null, 1);
+        var profile = new Sampler(process, new ListsOneMore(process), new SamplerOptions { Interval = TimeSpan.FromMilliseconds(1) });
+        profile.Start();
+        process.WaitForRounds(2);
+        Assert.Equal([10U], profile.Stop().Threads.Select(thread => thread.Thread.Id));
+        Assert.DoesNotContain(99U, process.Snapshots);
+    }
+
+    [Fact]
+    public void AThreadThatWasNeverSeenIsLeftOut()
+    {
+        process.Add(10, null, 1);
+        process.Add(20).Status = 2;
+        var profile = process.Sample();
+        Assert.Equal([10U], profile.Threads.Select(thread => thread.Thread.Id));
+        Assert.Equal(0, profile.Cost.Missed);
+        Assert.Contains(20U, process.Snapshots);
+    }
+
+    [Theory]
+    [InlineData(2, false)]
+    [InlineData(1, false)]
+    [InlineData(0, true)]
+    public void AThreadThatIsMissedLeavesOneGap(int status, bool throws)
+    {
+        var thread = process.Add(10, null, 1);
+        using var sampler = process.NewSampler();
+        sampler.Start();
+        process.WaitForRounds(2);
+        process.Do(() =>
+        {
+            thread.Status = status;
+            thread.Failure = throws ? new SEHException() : null;
+        });
+        process.WaitForRounds(3);
+        process.Do(() => (thread.Status, thread.Failure) = (0, null));
+        process.WaitForRounds();
+        var profile = sampler.Stop();
+        var names = profile.Threads[0].Samples.Select(Names).ToArray();
+        Assert.Single(names, "missed");
+        Assert.Equal("Type.F1", names[0]);
+        Assert.Equal("Type.F1", names[^1]);
+        Assert.True(profile.Cost.Missed >= 2);
+        Assert.Null(profile.Failure);
+    }
+
+    [Fact]
+    public void TheFilterChoosesByIdAndName()
+    {
+        process.Add(10, "one", 1);
+        var late = process.Add(20, null, 2);
+        process.Add(30, "three", 3);
+        using var sampler = process.NewSampler(new SamplerOptions
+        {
+            Interval = SamplerOptions.MinInterval,
+            Filter = thread => thread.Name == "two" || thread.Id == 30,
+        });
+        sampler.Start();
+        process.WaitForRounds(2);
+        process.Do(() => Assert.DoesNotContain(20U, process.Snapshots));
+        late.Name = "two";
+        process.WaitForRounds(2);
+        Assert.Equal([(30U, "three"), (20U, "two")],
+            sampler.Stop().Threads.Select(thread => (thread.Thread.Id, thread.Thread.Name!)));
+        Assert.DoesNotContain(10U, process.Snapshots);
+    }
+
+    [Fact]
+    public void AFilterThatThrowsEndsTheSampling()
+    {
+        process.Add(10, null, 1);
+        var asked = 0;
+        using var sampler = process.NewSampler(new SamplerOptions
+        {
+            Interval = SamplerOptions.MinInterval,
+            Filter = _ => ++asked < 3 ? true : throw new FormatException("on purpose"),
+        });
+        sampler.Start();
+        process.WaitForRounds(1);
+        SpinWait.SpinUntil(() => process.OpenThreads == 0, 30_000);
+        var profile = sampler.Stop();
+        Assert.IsType<FormatException>(profile.Failure);
+        Assert.True(profile.Threads[0].Samples.Count >= 2);
+        Assert.EndsWith("; ended early by System.FormatException: on purpose", profile.ToString());
+        Assert.Equal(0, process.OpenThreads);
+        Assert.Equal(0, process.SharpClocks);
+    }
+
+    [Fact]
+    public void AFilterCannotStopItsSampler()
+    {
+        process.Add(10, null, 1);
+        Sampler? sampler = null;
+        sampler = process.NewSampler(new SamplerOptions
+        {
+            Interval = SamplerOptions.MinInterval,
+            Filter = _ => sampler!.Stop() == null,
+        });
+        sampler.Start();
+        SpinWait.SpinUntil(() => process.SharpenedClocks == 1 && process.SharpClocks == 0, 30_000);
+        Assert.Equal("A sampler cannot be stopped by its own filter.", sampler.Stop().Failure?.Message);
+    }
+
+    [Fact]
+    public void OptionsAreTakenAsTheyWere()
+    {
+        process.Add(10, null, 1);
+        var options = new SamplerOptions { Interval = SamplerOptions.MinInterval };
+        using var sampler = process.NewSampler(options);
+        options.Filter = _ => false;
+        options.Interval = longest;
+        sampler.Start();
+        process.WaitForRounds();
+        Assert.Single(sampler.Stop().Threads);
+    }
+
+    [Fact]
+    public void StoppingDoesNotWaitForTheNextRound()
+    {
+        using var sampler = process.NewSampler(new SamplerOptions { Interval = longest });
+        sampler.Start();
+        var stopping = Stopwatch.StartNew();
+        var profile = sampler.Stop();
+        Assert.True(stopping.Elapsed < longest / 4, $"it took {stopping.Elapsed}");
+        Assert.Equal(0, profile.Cost.Rounds);
+    }
+
+    [Fact]
+    public void StoppingDoesNotWaitForTheEndOfARound()
+    {
+        for (var id = 10U; id < 1000; id++)
+        {
+            process.Add(id, null, id);
+        }
+        using var sampler = process.NewSampler();
+        using var inRound = new ManualResetEventSlim();
+        using var goOn = new ManualResetEventSlim();
+        process.OnSnapshot = number =>
+        {
+            if (number == 5)
+            {
+                inRound.Set();
+                goOn.Wait();
+            }
+        };
+        sampler.Start();
+        Assert.True(inRound.Wait(30_000));
+        Assert.Null(sampler.Stop(TimeSpan.Zero)); // as long as a snapshot takes it has to wait
+        goOn.Set();
+        var profile = sampler.Stop();
+        Assert.Equal(5, process.Snapshots.Count);
+        // The last one has seen the stopping, perhaps.
+        Assert.Equal([10U, 11U, 12U, 13U], profile.Threads.Select(thread => thread.Thread.Id));
+        Assert.Equal("Type.F13", Names(profile.Threads[3].Samples[0]));
+    }
+
+    [Fact]
+    public void ItIsStartedOnceAndStoppedAnyNumberOfTimes()
+    {
+        using var sampler = process.NewSampler();
+        Assert.Equal("The sampler was not started.", Assert.Throws<InvalidOperationException>(sampler.Stop).Message);
+        sampler.Start();
+        Assert.Equal("A sampler can be started once.", Assert.Throws<InvalidOperationException>(sampler.Start).Message);
+        var profile = sampler.Stop();
+        Assert.Same(profile, sampler.Stop());
+        Assert.Throws<InvalidOperationException>(sampler.Start);
+        sampler.Dispose();
+    }
+
+    [Fact]
+    public void DisposingStopsIt()
+    {
+        process.Add(10, null, 1);
+        var sampler = process.NewSampler();
+        sampler.Start();
+        process.WaitForRounds();
+        sampler.Dispose();
+        Assert.Equal(0, process.OpenThreads);
+        Assert.Equal((1, 0), (process.SharpenedClocks, process.SharpClocks));
+        var snapshots = process.Snapshots.Count;
+        Thread.Sleep(20);
+        Assert.Equal(snapshots, process.Snapshots.Count);
+        process.NewSampler().Dispose();
+    }
+
+    [Fact]
+    public void SamplesBeyondTheMostAreCountedAndDropped()
+    {
+        process.Add(10, null, 1);
+        process.Add(20, null, 2);
+        var profile = process.Sample(new SamplerOptions { Interval = SamplerOptions.MinInterval, MaxSamples = 3 }, rounds: 5);
+        Assert.Equal([2, 1], profile.Threads.Select(thread => thread.Samples.Count));
+        Assert.True(profile.Cost.Snapshots >= 10);
+        Assert.Equal(profile.Cost.Snapshots - 3, profile.Cost.Dropped);
+    }
+
+    [Fact]
+    public void TheCostIsCounted()
+    {
+        process.Add(10, null, 1);
+        process.OnSnapshot = _ => Thread.Sleep(2);
+        var running = Stopwatch.StartNew();
+        var profile = process.Sample(rounds: 5);
+        var cost = profile.Cost;
+        Assert.InRange(cost.Duration, TimeSpan.FromMilliseconds(10), running.Elapsed);
+        Assert.InRange(cost.InSnapshots, TimeSpan.FromMilliseconds(2 * cost.Snapshots), cost.Duration);
+        Assert.InRange(cost.Besides, TimeSpan.Zero, cost.Duration - cost.InSnapshots);
+        Assert.InRange(cost.Share, 0.01, 1);
+        Assert.True(cost.Rounds >= 5);
+        Assert.InRange(cost.Snapshots, 5, process.Snapshots.Count);
+    }
+
+    [Fact]
+    public void TheCostIsTold()
+    {
+        var cost = new SamplingCost
+        {
+            Duration = TimeSpan.FromSeconds(12.34),
+            Rounds = 1000,
+            Snapshots = 4000,
+            Missed = 1000,
+            Dropped = 7,
+            InSnapshots = TimeSpan.FromMilliseconds(500),
+            Besides = TimeSpan.FromMilliseconds(117),
+        };
+        Assert.Equal(0.05, cost.Share, 9);
+        Assert.Equal("4,000 snapshots in 12.3 s, 1,000 missed, 7 dropped; sampling took 5.0 % of the time, 100 us a snapshot",
+            cost.ToString());
+        Assert.Equal("0 snapshots in 0.0 s, 0 missed, 0 dropped; sampling took 0.0 % of the time, 0 us a snapshot",
+            new SamplingCost().ToString());
+        Assert.Equal("0 threads every 2.5 ms: " + cost, new Profile(TimeSpan.FromMilliseconds(2.5), [], cost, null).ToString());
+    }
+
+    [Fact]
+    public void OptionsHaveLimits()
+    {
+        var options = new SamplerOptions();
+        Assert.Equal(TimeSpan.FromMilliseconds(10), options.Interval);
+        Assert.Equal(10_000_000, options.MaxSamples);
+        Assert.Null(options.Filter);
+        Assert.Throws<ArgumentOutOfRangeException>(() => options.Interval = TimeSpan.FromMilliseconds(0.999));
+        Assert.Throws<ArgumentOutOfRangeException>(() => options.Interval = longest + TimeSpan.FromTicks(1));
+        Assert.Throws<ArgumentOutOfRangeException>(() => options.MaxSamples = 0);
+        options.Interval = TimeSpan.FromMilliseconds(1);
+        options.Interval = longest;
+    }
+
+    // Rounds are those of the process; one thread more is listed, which has ended before it can be opened.
+    private sealed class ListsOneMore(FakeProcess process) : IProcessThreads
+    {
+        public uint CurrentId => process.CurrentId;
+
+        public List<uint> Ids() => [99, .. process.Ids()];
+
+        public IOpenThread? Open(uint id) => process.Open(id);
+
+        public IDisposable? SharpenClock() => process.SharpenClock();
+    }
+}

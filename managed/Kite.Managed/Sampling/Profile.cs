@@ -1,0 +1,75 @@
+using System;
+using System.Collections.Generic;
+using System.Globalization;
+using System.IO;
+using Corvane.Sampling.Results;
+
+namespace Corvane.Sampling;
+
+/// <summary>What a sampling showed.</summary>
+public sealed class Profile
+{
+    internal Profile(TimeSpan interval, IReadOnlyList<ThreadProfile> threads, SamplingCost cost, Exception? failure)
+    {
+        Interval = interval;
+        Threads = threads;
+        Cost = cost;
+        Failure = failure;
+    }
+
+    /// <summary>The interval that was asked for.</summary>
+    public TimeSpan Interval { get; }
+
+    /// <summary>The threads of which there are snapshots, in the order of their first ones.</summary>
+    public IReadOnlyList<ThreadProfile> Threads { get; }
+
+    /// <summary>What the sampling took.</summary>
+    public SamplingCost Cost { get; }
+
+    /// <summary>What ended the sampling before it was stopped, such as a filter that threw; usually null.</summary>
+    public Exception? Failure { get; }
+
+    /// <summary>Writes folded stacks: a line for each, with its functions from the outermost on, and its samples.</summary>
+    /// <param name="writer">Where to.</param>
+    /// <param name="byThread">Whether each stack begins with its thread.</param>
+    public void WriteFolded(TextWriter writer, bool byThread = true) =>
+        FoldedStacks.Write(writer, StackTree.Of(this, byThread));
+
+    /// <summary>Writes a file for speedscope: a profile for each thread, by time.</summary>
+    /// <param name="writer">Where to.</param>
+    /// <param name="title">What is shown as its name.</param>
+    public void WriteSpeedscope(TextWriter writer, string title) => SpeedscopeFile.Write(writer, this, title);
+
+    /// <summary>Writes a flame graph: an SVG file for any browser, which needs nothing beside it.</summary>
+    /// <param name="writer">Where to.</param>
+    /// <param name="title">What is shown above it.</param>
+    /// <param name="byThread">Whether the threads are apart.</param>
+    public void WriteFlameGraph(TextWriter writer, string title, bool byThread = true) =>
+        FlameGraph.Write(writer, StackTree.Of(this, byThread), title, ToString());
+
+    /// <summary>
+    /// Writes all of them: NAME.folded, NAME.speedscope.json and NAME.svg, in place of what is there.
+    /// </summary>
+    /// <param name="folder">Where to; made if need be.</param>
+    /// <param name="name">How they are named.</param>
+    public void Save(string folder, string name)
+    {
+        Directory.CreateDirectory(folder);
+        var path = Path.Combine(folder, name);
+        WriteFile(path + ".folded", writer => WriteFolded(writer));
+        WriteFile(path + ".speedscope.json", writer => WriteSpeedscope(writer, name));
+        WriteFile(path + ".svg", writer => WriteFlameGraph(writer, name));
+    }
+
+    /// <summary>What it holds and took, as one sentence.</summary>
+    public override string ToString() =>
+        string.Format(
+            CultureInfo.InvariantCulture, "{0} threads every {1:0.###} ms: {2}", Threads.Count, Interval.TotalMilliseconds, Cost) +
+        (Failure == null ? "" : $"; ended early by {Failure.GetType()}: {Failure.Message}");
+
+    private static void WriteFile(string path, Action<TextWriter> write)
+    {
+        using var writer = new StreamWriter(path) { NewLine = "\n" };
+        write(writer);
+    }
+}

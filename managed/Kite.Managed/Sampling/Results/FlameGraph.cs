@@ -1,0 +1,149 @@
+using System;
+using System.Collections.Generic;
+using System.Globalization;
+using System.IO;
+
+namespace Corvane.Sampling.Results;
+
+// An SVG picture of a tree of stacks: a box for each function, as wide as its samples, below it boxes for what
+// it called, so that the outermost callers are the base, at the top. Positions are parts of the whole width,
+// which is the window's. A box is a viewport, which cuts off the name that does not fit. FlameGraph.js, inside
+// the file, does the rest: details, search, zoom.
+internal sealed class FlameGraph
+{
+    private const int RowHeight = 19;
+    private const int BoxHeight = 18;
+    private const int HeaderHeight = 78;
+    private const int FooterHeight = 30;
+
+    // What is narrower than this part of the whole, or deeper, is left out: there are no windows to look at it.
+    private const double MinWidth = 0.0005;
+    private const int MaxDepth = 500;
+
+    // A narrower box shows no name, for there would be nothing to read.
+    private const double MinNamedWidth = 0.012;
+
+    private readonly TextWriter writer;
+    private readonly List<Box> boxes = new List<Box>();
+    private readonly long total;
+    private int depth;
+    private long narrow;
+    private long deep;
+
+    private FlameGraph(TextWriter writer, StackTree tree)
+    {
+        this.writer = writer;
+        total = tree.Root.Total;
+        PlaceBoxes(tree);
+    }
+
+    internal static void Write(TextWriter writer, StackTree tree, string title, string summary) =>
+        new FlameGraph(writer, tree).Write(title, summary);
+
+    private void PlaceBoxes(StackTree tree)
+    {
+        // Where the next child of a node begins.
+        var next = new Dictionary<StackNode, long>();
+        foreach (var node in tree.InOrder())
+        {
+            var start = 0L;
+            if (node.Parent != null)
+            {
+                start = next[node.Parent];
+                next[node.Parent] = start + node.Total;
+            }
+            next.Add(node, start);
+            if (node.Depth > MaxDepth)
+            {
+                deep++;
+            }
+            else if (node.Total < MinWidth * total)
+            {
+                narrow++;
+            }
+            else if (total > 0)
+            {
+                boxes.Add(new Box(node, start));
+                depth = Math.Max(depth, node.Depth);
+            }
+        }
+    }
+
+    private void Write(string title, string summary)
+    {
+        var boxesHeight = (depth + 1) * RowHeight;
+        var height = HeaderHeight + boxesHeight + FooterHeight;
+        writer.WriteLine("<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
+        writer.WriteLine($"<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"100%\" height=\"{height}\">");
+        writer.WriteLine($"<title>{XmlText.Escape(title)}</title>");
+        writer.WriteLine($"<style>\n{Resource("FlameGraph.css")}</style>");
+        writer.WriteLine("<rect id=\"paper\" width=\"100%\" height=\"100%\"/>");
+        writer.WriteLine($"<text id=\"heading\" x=\"1%\" y=\"26\">{XmlText.Escape(title)}</text>");
+        writer.WriteLine($"<text class=\"note\" x=\"1%\" y=\"45\">{XmlText.Escape(summary)}</text>");
+        writer.WriteLine($"<svg id=\"boxes\" x=\"1%\" y=\"{HeaderHeight}\" width=\"98%\" height=\"{boxesHeight}\">");
+        foreach (var box in boxes)
+        {
+            WriteBox(box);
+        }
+        writer.WriteLine("</svg>");
+        writer.WriteLine($"<text class=\"note\" x=\"1%\" y=\"{height - 11}\">{LeftOut()}</text>");
+        writer.WriteLine($"<script><![CDATA[\n{Resource("FlameGraph.js")}]]></script>");
+        writer.WriteLine("</svg>");
+    }
+
+    private void WriteBox(Box box)
+    {
+        var node = box.Node;
+        var width = node.Total / (double)total;
+        var name = XmlText.Escape(node.Name);
+        writer.Write($"<svg x=\"{Percent(box.Start / (double)total)}\" y=\"{node.Depth * RowHeight}\"");
+        writer.Write($" width=\"{Percent(width)}\" height=\"{BoxHeight}\"");
+        writer.Write($" data-start=\"{box.Start}\" data-samples=\"{node.Total}\">");
+        writer.Write(Invariant($"<title>{name}\n{node.Total:N0} samples, {100 * width:N1} %</title>"));
+        writer.Write($"<rect width=\"100%\" height=\"100%\" fill=\"{FunctionColor.Of(node)}\"/>");
+        writer.WriteLine(width < MinNamedWidth ? "</svg>" : $"<text x=\"4\" y=\"13\">{name}</text></svg>");
+    }
+
+    private string LeftOut()
+    {
+        if (total == 0)
+        {
+            return "There are no samples of managed code.";
+        }
+        var notes = new List<string>();
+        if (narrow > 0)
+        {
+            notes.Add(Invariant($"{narrow:N0} boxes with less than {100 * MinWidth} % of the samples"));
+        }
+        if (deep > 0)
+        {
+            notes.Add(Invariant($"{deep:N0} boxes deeper than {MaxDepth}"));
+        }
+        return notes.Count == 0 ? "" : "Left out: " + string.Join(", ", notes) + ".";
+    }
+
+    private static string Percent(double part) => Invariant($"{100 * part:0.####}%");
+
+    private static string Invariant(FormattableString text) => text.ToString(CultureInfo.InvariantCulture);
+
+    private static string Resource(string name)
+    {
+        using var stream = typeof(FlameGraph).Assembly.GetManifestResourceStream(name)!;
+        using var reader = new StreamReader(stream);
+        return reader.ReadToEnd();
+    }
+
+    private readonly struct Box
+    {
+        internal Box(StackNode node, long start)
+        {
+            Node = node;
+            Start = start;
+        }
+
+        internal StackNode Node { get; }
+
+        // How many samples stand to its left.
+        internal long Start { get; }
+    }
+}

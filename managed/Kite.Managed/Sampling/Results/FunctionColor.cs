@@ -1,0 +1,42 @@
+using System;
+
+namespace Corvane.Sampling.Results;
+
+// The colour of a box, by its name alone, so that a function has the same one in every picture. Functions of
+// one type are alike; those of the platform keep in the background.
+internal static class FunctionColor
+{
+    private static readonly string[] platform = { "System.", "Microsoft.", "Internal.", "Interop" };
+
+    internal static string Of(StackNode node)
+    {
+        if (node.Parent == null)
+        {
+            return "#d5d9de";
+        }
+        var name = node.Name;
+        var end = name.LastIndexOf('.');
+        if (end < 0)
+        {
+            return "#c3cad3"; // a thread, or a function without a type
+        }
+        var type = Hash(name, name.Substring(0, end).TrimEnd('.').Length);
+        var shade = Hash(name, name.Length) % 11;
+        return Array.Exists(platform, start => name.StartsWith(start, StringComparison.Ordinal))
+            ? $"hsl({215 + type % 40},{26 + shade}%,{80 + shade / 2}%)"
+            : $"hsl({130 + type % 70},{42 + shade}%,{62 + shade}%)";
+    }
+
+    // FNV-1a: string.GetHashCode differs from run to run.
+    private static uint Hash(string text, int length)
+    {
+        var hash = 2166136261;
+        for (var i = 0; i < length; i++)
+        {
+            hash = unchecked((hash ^ text[i]) * 16777619);
+        }
+        // Its low digits alone are too much alike.
+        hash = unchecked((hash ^ (hash >> 16)) * 0x85EBCA6B);
+        return hash ^ (hash >> 13);
+    }
+}

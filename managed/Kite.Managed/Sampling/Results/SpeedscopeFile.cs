@@ -1,0 +1,119 @@
+using System;
+using System.Collections.Generic;
+using System.IO;
+using System.Linq;
+
+namespace Corvane.Sampling.Results;
+
+// A file for speedscope: a sampled profile for each thread with managed code, in microseconds since the first
+// sample of all. A sample stands for the time until the thread's next one; equal ones in a row are one.
+internal sealed class SpeedscopeFile
+{
+    private const string Schema = "https://www.speedscope.app/file-format-schema.json";
+
+    private readonly JsonText json;
+    private readonly List<string> frames = new List<string>();
+    private readonly Dictionary<string, long> frameIndexes = new Dictionary<string, long>();
+    private readonly long start;
+    private readonly long lastWeight;
+
+    private SpeedscopeFile(TextWriter writer, Profile profile)
+    {
+        json = new JsonText(writer);
+        var cost = profile.Cost;
+        lastWeight = cost.Rounds == 0 ? 0 : Microseconds(cost.Duration) / cost.Rounds;
+        start = profile.Threads.Count == 0 ? 0 : profile.Threads.Min(thread => thread.Samples[0].Microseconds);
+    }
+
+    internal static void Write(TextWriter writer, Profile profile, string title)
+    {
+        var file = new SpeedscopeFile(writer, profile);
+        file.Write(profile, title);
+        writer.WriteLine();
+    }
+
+    private static long Microseconds(TimeSpan time) => time.Ticks / (TimeSpan.TicksPerMillisecond / 1000);
+
+    private void Write(Profile profile, string title)
+    {
+        json.BeginObject();
+        json.Name("$schema").Value(Schema);
+        json.Name("exporter").Value("Corvane");
+        json.Name("name").Value(title);
+        json.Name("profiles").BeginArray();
+        foreach (var thread in profile.Threads)
+        {
+            if (thread.Samples.Any(sample => sample.Stack is { Depth: > 0 }))
+            {
+                WriteThread(thread);
+            }
+        }
+        json.EndArray();
+        // They are all known only now.
+        json.Name("shared").BeginObject().Name("frames").BeginArray();
+        foreach (var name in frames)
+        {
+            json.BeginObject().Name("name").Value(name).EndObject();
+        }
+        json.EndArray().EndObject().EndObject();
+    }
+
+    private void WriteThread(ThreadProfile profile)
+    {
+        var thread = profile.Thread;
+        var begin = profile.Samples[0].Microseconds - start;
+        json.BeginObject();
+        json.Name("type").Value("sampled");
+        json.Name("name").Value(thread.Name == null ? thread.ToString() : $"{thread.Name} ({thread.Id})");
+        json.Name("unit").Value("microseconds");
+        json.Name("startValue").Value(begin);
+        var weights = WriteSamples(profile.Samples);
+        json.Name("endValue").Value(begin + weights.Sum());
+        json.Name("weights").BeginArray();
+        foreach (var weight in weights)
+        {
+            json.Value(weight);
+        }
+        json.EndArray().EndObject();
+    }
+
+    private List<long> WriteSamples(IReadOnlyList<Sample> samples)
+    {
+        var weights = new List<long>();
+        SampledStack? last = null;
+        json.Name("samples").BeginArray();
+        for (var i = 0; i < samples.Count; i++)
+        {
+            var weight = i + 1 < samples.Count
+                ? Math.Max(0, samples[i + 1].Microseconds - samples[i].Microseconds)
+                : lastWeight;
+            if (i > 0 && samples[i].Stack == last)
+            {
+                weights[weights.Count - 1] += weight;
+                continue;
+            }
+            last = samples[i].Stack;
+            weights.Add(weight);
+            json.BeginArray();
+            // One that was missed is a gap, like one without managed code.
+            foreach (var function in last?.ToArray() ?? [])
+            {
+                json.Value(FrameIndex(function.Name));
+            }
+            json.EndArray();
+        }
+        json.EndArray();
+        return weights;
+    }
+
+    private long FrameIndex(string name)
+    {
+        if (!frameIndexes.TryGetValue(name, out var index))
+        {
+            index = frames.Count;
+            frames.Add(name);
+            frameIndexes.Add(name, index);
+        }
+        return index;
+    }
+}

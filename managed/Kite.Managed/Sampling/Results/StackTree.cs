@@ -1,0 +1,136 @@
+using System;
+using System.Collections.Generic;
+
+namespace Corvane.Sampling.Results;
+
+// The samples of a profile, added up by stack: equal names in equal places are one node. Stacks may be deep,
+// so that nothing here recurses.
+internal sealed class StackTree
+{
+    internal StackNode Root { get; } = new StackNode("all", null);
+
+    internal static StackTree Of(Profile profile, bool byThread)
+    {
+        var tree = new StackTree();
+        foreach (var thread in profile.Threads)
+        {
+            var counts = CountStacks(thread.Samples);
+            if (counts.Count > 0)
+            {
+                tree.Add(byThread ? tree.Root.Child(thread.Thread.ToString()) : tree.Root, counts);
+            }
+        }
+        tree.AddUp();
+        return tree;
+    }
+
+    // Callers before what they call; those of one caller by name.
+    internal IEnumerable<StackNode> InOrder()
+    {
+        var waiting = new Stack<StackNode>();
+        waiting.Push(Root);
+        while (waiting.Count > 0)
+        {
+            var node = waiting.Pop();
+            yield return node;
+            var children = node.SortedChildren();
+            for (var i = children.Count - 1; i >= 0; i--)
+            {
+                waiting.Push(children[i]);
+            }
+        }
+    }
+
+    private static Dictionary<SampledStack, long> CountStacks(IReadOnlyList<Sample> samples)
+    {
+        var counts = new Dictionary<SampledStack, long>();
+        foreach (var sample in samples)
+        {
+            // Without managed code there is nothing to show.
+            if (sample.Stack is { Depth: > 0 } stack)
+            {
+                counts.TryGetValue(stack, out var count);
+                counts[stack] = count + 1;
+            }
+        }
+        return counts;
+    }
+
+    private void Add(StackNode start, Dictionary<SampledStack, long> counts)
+    {
+        var known = new Dictionary<SampledStack, StackNode>();
+        var missing = new Stack<SampledStack>();
+        foreach (var counted in counts)
+        {
+            var stack = counted.Key;
+            StackNode? node;
+            while (!known.TryGetValue(stack, out node) && stack.Caller != null)
+            {
+                missing.Push(stack);
+                stack = stack.Caller;
+            }
+            node ??= start;
+            while (missing.Count > 0)
+            {
+                stack = missing.Pop();
+                node = node.Child(stack.Function!.Name);
+                known.Add(stack, node);
+            }
+            node.Self += counted.Value;
+        }
+    }
+
+    private void AddUp()
+    {
+        var nodes = new List<StackNode>(InOrder());
+        for (var i = nodes.Count - 1; i >= 0; i--)
+        {
+            nodes[i].Total += nodes[i].Self;
+            if (nodes[i].Parent is { } parent)
+            {
+                parent.Total += nodes[i].Total;
+            }
+        }
+    }
+}
+
+// A function, or whatever else stands in a stack, with all that it was seen to call.
+internal sealed class StackNode
+{
+    private readonly Dictionary<string, StackNode> children = new Dictionary<string, StackNode>();
+
+    internal StackNode(string name, StackNode? parent)
+    {
+        Name = name;
+        Parent = parent;
+        Depth = parent == null ? 0 : parent.Depth + 1;
+    }
+
+    internal string Name { get; }
+
+    internal StackNode? Parent { get; }
+
+    internal int Depth { get; }
+
+    // Samples that ended here, and those together with all that were further in.
+    internal long Self { get; set; }
+
+    internal long Total { get; set; }
+
+    internal StackNode Child(string name)
+    {
+        if (!children.TryGetValue(name, out var child))
+        {
+            child = new StackNode(name, this);
+            children.Add(name, child);
+        }
+        return child;
+    }
+
+    internal List<StackNode> SortedChildren()
+    {
+        var sorted = new List<StackNode>(children.Values);
+        sorted.Sort((one, other) => string.CompareOrdinal(one.Name, other.Name));
+        return sorted;
+    }
+}

@@ -1,0 +1,97 @@
+using System;
+using System.Threading;
+using Corvane.Sampling.Platform;
+
+namespace Corvane.Sampling;
+
+/// <summary>
+/// Samples the managed stacks of this process's threads, on a thread of its own, which is not sampled. It
+/// needs the profiler in the process. One sampler serves for one sampling; its members may be called from any
+/// thread.
+/// </summary>
+public sealed class Sampler : IDisposable
+{
+    private readonly SamplingRun run;
+    private readonly Thread thread;
+    private readonly ManualResetEvent stop = new ManualResetEvent(false);
+    private readonly object gate = new object();
+    private bool isStarted;
+    private Profile? profile;
+
+    /// <summary>Makes a sampler, which does nothing before it is started.</summary>
+    /// <param name="options">What is sampled, as it is now; null for the defaults.</param>
+    /// <exception cref="InvalidOperationException">
+    /// The profiler is not in this process; the message says why, and what to do.
+    /// </exception>
+    public Sampler(SamplerOptions? options = null)
+        : this(ProfilerExports.Find(), new WindowsThreads(), options ?? new SamplerOptions())
+    {
+    }
+
+    internal Sampler(IProfilerExports exports, IProcessThreads process, SamplerOptions options)
+    {
+        run = new SamplingRun(exports, process, options.Copy());
+        thread = new Thread(() => run.Run(stop))
+        {
+            Name = "Corvane sampler",
+            IsBackground = true,
+            Priority = ThreadPriority.AboveNormal,
+        };
+    }
+
+    /// <summary>Begins to sample.</summary>
+    /// <exception cref="InvalidOperationException">It was started before.</exception>
+    public void Start()
+    {
+        lock (gate)
+        {
+            if (isStarted)
+            {
+                throw new InvalidOperationException("A sampler can be started once.");
+            }
+            isStarted = true;
+            thread.Start();
+        }
+    }
+
+    /// <summary>
+    /// Ends the sampling, which takes no longer than an interval and a snapshot, and gives what it showed;
+    /// the same again if it had ended already.
+    /// </summary>
+    /// <exception cref="InvalidOperationException">It was never started, or the filter calls it.</exception>
+    public Profile Stop() => Stop(Timeout.InfiniteTimeSpan)!;
+
+    /// <summary>Ends the sampling if it goes on.</summary>
+    public void Dispose()
+    {
+        lock (gate)
+        {
+            if (isStarted)
+            {
+                Stop();
+            }
+        }
+    }
+
+    // Null if it does not end in time.
+    internal Profile? Stop(TimeSpan timeout)
+    {
+        if (Thread.CurrentThread == thread)
+        {
+            throw new InvalidOperationException("A sampler cannot be stopped by its own filter.");
+        }
+        lock (gate)
+        {
+            if (!isStarted)
+            {
+                throw new InvalidOperationException("The sampler was not started.");
+            }
+            stop.Set();
+            if (profile == null && thread.Join(timeout))
+            {
+                profile = run.ToProfile();
+            }
+            return profile;
+        }
+    }
+}

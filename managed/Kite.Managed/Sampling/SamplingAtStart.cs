@@ -1,0 +1,84 @@
+using System;
+using System.Globalization;
+using System.IO;
+using Corvane.Instrumentation.Recording;
+using Corvane.Sampling.Platform;
+
+namespace Corvane.Sampling;
+
+// Sampling of a program that does not know of it, from its start to its end, as the environment asks for.
+internal static class SamplingAtStart
+{
+    private const string FolderVariable = "CORVANE_SAMPLE";
+    private const string IntervalVariable = "CORVANE_SAMPLE_INTERVAL_MS";
+
+    // Far longer than it takes; but whatever happens, the program has to come to its end.
+    private static readonly TimeSpan patience = TimeSpan.FromSeconds(10);
+
+    internal static void Begin()
+    {
+        var folder = Environment.GetEnvironmentVariable(FolderVariable);
+        if (string.IsNullOrEmpty(folder))
+        {
+            return;
+        }
+        try
+        {
+            folder = Path.GetFullPath(folder);
+            var options = new SamplerOptions { Interval = Interval() };
+            var exports = ProfilerExports.Find();
+            // This is the program's main thread.
+            var threads = new WindowsThreads(mainThread: WindowsThreads.GetCurrentThreadId());
+            var sampler = new Sampler(exports, threads, options);
+            sampler.Start();
+            AtExit.Run(() => End(sampler, folder));
+        }
+        catch (Exception exception)
+        {
+            OutputTarget.Complain($"kite.managed: no samples are taken: {exception.Message}");
+        }
+    }
+
+    internal static TimeSpan Interval()
+    {
+        var text = Environment.GetEnvironmentVariable(IntervalVariable);
+        if (string.IsNullOrEmpty(text))
+        {
+            return SamplerOptions.DefaultInterval;
+        }
+        // One that TimeSpan could not hold is not compared as one.
+        if (double.TryParse(text, NumberStyles.AllowDecimalPoint, CultureInfo.InvariantCulture, out var milliseconds) &&
+            milliseconds >= SamplerOptions.MinInterval.TotalMilliseconds &&
+            milliseconds <= SamplerOptions.MaxInterval.TotalMilliseconds)
+        {
+            return TimeSpan.FromTicks((long)(milliseconds * TimeSpan.TicksPerMillisecond));
+        }
+        throw new FormatException(
+            $"{IntervalVariable} is \"{text}\"; it has to be a number of milliseconds from 1 to 60000, such as 10.");
+    }
+
+    private static void End(Sampler sampler, string folder)
+    {
+        try
+        {
+            var profile = sampler.Stop(patience) ?? throw new TimeoutException("sampling did not end");
+            profile.Save(folder, Name());
+        }
+        catch (Exception exception)
+        {
+            OutputTarget.Complain(
+                $"kite.managed: not all samples were written to {folder}: {exception.GetType()}: {exception.Message}");
+        }
+    }
+
+    // Of programs that start others, each has files of its own.
+    private static string Name()
+    {
+        var name = AppDomain.CurrentDomain.FriendlyName;
+        if (name.EndsWith(".exe", StringComparison.OrdinalIgnoreCase))
+        {
+            name = name.Substring(0, name.Length - 4);
+        }
+        return $"{string.Join("_", name.Split(Path.GetInvalidFileNameChars()))}-{OutputTarget.ProcessId()}";
+    }
+}

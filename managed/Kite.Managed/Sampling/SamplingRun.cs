@@ -1,0 +1,173 @@
+using System;
+using System.Collections.Generic;
+using System.Diagnostics;
+using System.Runtime.InteropServices;
+using System.Threading;
+using Corvane.Sampling.Platform;
+
+namespace Corvane.Sampling;
+
+// One sampling from start to stop, on the sampler's thread; what it gathered may be read when that has ended.
+// A thread stands still only inside a call of the profiler, so that between those calls anything may be
+// allocated or locked.
+internal sealed class SamplingRun
+{
+    // To list the threads of a large system takes as long as many snapshots: it is done each round if it may,
+    // but for no more than this part of the time.
+    private const int RefreshShare = 20;
+    private static readonly TimeSpan maxRefreshPeriod = TimeSpan.FromSeconds(1);
+
+    private readonly IProfilerExports exports;
+    private readonly IProcessThreads process;
+    private readonly SamplerOptions options;
+    private readonly FunctionTable functions = new FunctionTable();
+    private readonly StackTable stacks = new StackTable();
+    private readonly SampleClock clock = new SampleClock();
+    private readonly List<WatchedThread> sampled = new List<WatchedThread>();
+    private readonly SamplingCost cost = new SamplingCost();
+    private double[] buffer = new double[256];
+    private int samples;
+    private Exception? failure;
+
+    internal SamplingRun(IProfilerExports exports, IProcessThreads process, SamplerOptions options)
+    {
+        this.exports = exports;
+        this.process = process;
+        this.options = options;
+    }
+
+    internal void Run(WaitHandle stop)
+    {
+        var running = Stopwatch.StartNew();
+        var working = new Stopwatch();
+        var snapping = new Stopwatch();
+        try
+        {
+            using var sharpened = process.SharpenClock();
+            using var threads = new ThreadWatch(process, options.Filter);
+            var pace = new Pace(options.Interval);
+            var refreshDue = TimeSpan.Zero;
+            while (!stop.WaitOne(pace.UntilNext(running.Elapsed)))
+            {
+                working.Start();
+                if (running.Elapsed >= refreshDue)
+                {
+                    var begin = running.Elapsed;
+                    threads.Refresh();
+                    var took = running.Elapsed - begin;
+                    refreshDue = begin + TimeSpan.FromTicks(Math.Min(RefreshShare * took.Ticks, maxRefreshPeriod.Ticks));
+                }
+                GoThrough(threads.Chosen, stop, snapping);
+                functions.Resolve(exports);
+                cost.Rounds++;
+                working.Stop();
+            }
+        }
+        catch (Exception exception)
+        {
+            failure = exception;
+        }
+        cost.Duration = running.Elapsed;
+        cost.InSnapshots = snapping.Elapsed;
+        cost.Besides = working.Elapsed - snapping.Elapsed;
+    }
+
+    internal Profile ToProfile()
+    {
+        var threads = new List<ThreadProfile>();
+        foreach (var thread in sampled)
+        {
+            threads.Add(new ThreadProfile(thread.Thread, thread.Samples));
+        }
+        return new Profile(options.Interval, threads, cost, failure);
+    }
+
+    private void GoThrough(List<WatchedThread> threads, WaitHandle stop, Stopwatch snapping)
+    {
+        foreach (var thread in threads)
+        {
+            // What the profiler knows by the id of a thread that has ended is of no use to it.
+            if (thread.HasEnded)
+            {
+                continue;
+            }
+            snapping.Start();
+            var isTaken = TryTakeSnapshot(thread.Id, out var count, out var microseconds);
+            snapping.Stop();
+            // From then on there is the stopping to be seen.
+            if (stop.WaitOne(0))
+            {
+                return;
+            }
+            if (isTaken)
+            {
+                clock.Set(microseconds);
+                Keep(thread, new Sample((long)microseconds, stacks.Get(buffer, count, functions)));
+            }
+            else
+            {
+                Miss(thread);
+            }
+        }
+    }
+
+    private void Keep(WatchedThread thread, Sample sample)
+    {
+        cost.Snapshots++;
+        if (samples == options.MaxSamples)
+        {
+            cost.Dropped++;
+            return;
+        }
+        if (thread.Samples.Count == 0)
+        {
+            sampled.Add(thread);
+        }
+        samples++;
+        thread.Samples.Add(sample);
+    }
+
+    // A thread that was never seen is none of the runtime's. Of one that was, a gap is kept, which is one
+    // however often it is missed in a row.
+    private void Miss(WatchedThread thread)
+    {
+        if (thread.Samples.Count == 0)
+        {
+            return;
+        }
+        cost.Missed++;
+        if (thread.Samples[thread.Samples.Count - 1].Stack != null)
+        {
+            thread.Samples.Add(new Sample(clock.Now, null));
+        }
+    }
+
+    private bool TryTakeSnapshot(uint thread, out int count, out ulong microseconds)
+    {
+        try
+        {
+            return exports.TakeSnapshot(thread, ref buffer, out count, out microseconds) == 0;
+        }
+        catch (ExternalException)
+        {
+            count = 0;
+            microseconds = 0;
+            return false;
+        }
+    }
+
+    // The profiler's clock, which tells the time with snapshots only, read between them.
+    private sealed class SampleClock
+    {
+        private readonly Stopwatch since = new Stopwatch();
+        private long microseconds;
+
+        internal long Now => microseconds + since.Elapsed.Ticks / (TimeSpan.TicksPerMillisecond / 1000);
+
+        internal void Set(ulong now)
+        {
+            microseconds = (long)now;
+            since.Restart();
+        }
+    }
+}

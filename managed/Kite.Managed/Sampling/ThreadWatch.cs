@@ -1,0 +1,94 @@
+using System;
+using System.Collections.Generic;
+using Corvane.Sampling.Platform;
+
+namespace Corvane.Sampling;
+
+// Which threads are to be sampled: those of the process that the filter chooses, but for the sampler's own.
+// A thread is kept open while it is watched, so that its id cannot come to stand for another one. The
+// sampler's thread only.
+internal sealed class ThreadWatch : IDisposable
+{
+    private readonly IProcessThreads process;
+    private readonly Func<SampledThread, bool>? filter;
+    private readonly uint own;
+    private readonly Dictionary<uint, WatchedThread> watched = new Dictionary<uint, WatchedThread>();
+
+    internal ThreadWatch(IProcessThreads process, Func<SampledThread, bool>? filter)
+    {
+        this.process = process;
+        this.filter = filter;
+        own = process.CurrentId;
+    }
+
+    internal List<WatchedThread> Chosen { get; } = new List<WatchedThread>();
+
+    // Looks which threads have come and gone and which names they have now.
+    internal void Refresh()
+    {
+        foreach (var thread in new List<WatchedThread>(watched.Values))
+        {
+            if (thread.HasEnded)
+            {
+                watched.Remove(thread.Id);
+                thread.Dispose();
+            }
+        }
+        foreach (var id in process.Ids())
+        {
+            if (id != own && !watched.ContainsKey(id) && process.Open(id) is { } open)
+            {
+                watched.Add(id, new WatchedThread(id, open));
+            }
+        }
+        Chosen.Clear();
+        foreach (var thread in watched.Values)
+        {
+            thread.ReadName();
+            if (filter == null || filter(thread.Thread))
+            {
+                Chosen.Add(thread);
+            }
+        }
+    }
+
+    public void Dispose()
+    {
+        foreach (var thread in watched.Values)
+        {
+            thread.Dispose();
+        }
+        watched.Clear();
+    }
+}
+
+// A thread and its samples.
+internal sealed class WatchedThread : IDisposable
+{
+    private readonly IOpenThread open;
+
+    internal WatchedThread(uint id, IOpenThread open)
+    {
+        this.open = open;
+        Thread = new SampledThread(id, null);
+    }
+
+    internal uint Id => Thread.Id;
+
+    internal SampledThread Thread { get; private set; }
+
+    internal List<Sample> Samples { get; } = new List<Sample>();
+
+    internal bool HasEnded => open.HasEnded;
+
+    internal void ReadName()
+    {
+        var name = open.Name;
+        if (name != Thread.Name)
+        {
+            Thread = new SampledThread(Id, name);
+        }
+    }
+
+    public void Dispose() => open.Dispose();
+}
