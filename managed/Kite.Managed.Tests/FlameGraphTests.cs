@@ -46,11 +46,11 @@ public class FlameGraphTests
             <svg x="0%" y="38" width="100%" height="18" data-start="0" data-samples="5"><title>Shop.Main
             5 samples, 100.0 %</title><rect width="100%" height="100%" fill="hsl(173,42%,62%)"/><text x="4" y="13">Shop.Main</text></svg>
             <svg x="0%" y="57" width="20%" height="18" data-start="0" data-samples="1"><title>Shop.Add
-            1 samples, 20.0 %</title><rect width="100%" height="100%" fill="hsl(173,42%,62%)"/><text x="4" y="13">Shop.Add</text></svg>
+            1 sample, 20.0 %</title><rect width="100%" height="100%" fill="hsl(173,42%,62%)"/><text x="4" y="13">Shop.Add</text></svg>
             <svg x="20%" y="57" width="60%" height="18" data-start="1" data-samples="3"><title>Shop.Pay
             3 samples, 60.0 %</title><rect width="100%" height="100%" fill="hsl(173,48%,68%)"/><text x="4" y="13">Shop.Pay</text></svg>
             <svg x="20%" y="76" width="20%" height="18" data-start="1" data-samples="1"><title>System.Math.Sqrt
-            1 samples, 20.0 %</title><rect width="100%" height="100%" fill="hsl(231,30%,82%)"/><text x="4" y="13">System.Math.Sqrt</text></svg>
+            1 sample, 20.0 %</title><rect width="100%" height="100%" fill="hsl(231,30%,82%)"/><text x="4" y="13">Math.Sqrt</text></svg>
             </svg>
 
             """,
@@ -66,7 +66,7 @@ public class FlameGraphTests
         Assert.Equal("100%", root.Attribute("width")!.Value);
         Assert.Equal("203", root.Attribute("height")!.Value); // 78 above, five rows of 19, 30 below
         Assert.Equal(
-            ["shop-12", "1 threads every 10 ms: 0 snapshots in 0.0 s, 0 missed, 0 dropped; sampling took 0.0 % of the time, 0 us a snapshot", ""],
+            ["shop-12", "1 thread every 10 ms: 0 snapshots in 0.0 s, 0 missed, 0 dropped; sampling took 0.0 % of the time, 0 us a snapshot", ""],
             Notes(drawing));
         Assert.Contains("#boxes", root.Element(svg + "style")!.Value);
         Assert.Contains("addEventListener(\"keydown\"", root.Element(svg + "script")!.Value);
@@ -126,12 +126,28 @@ public class FlameGraphTests
     }
 
     [Fact]
-    public void ABoxWithoutRoomHasNoName()
+    public void ABoxWithoutRoomHasNoLabel()
     {
         var boxes = Boxes(Draw(new Profiles().Thread(1, "t", [.. Enumerable.Repeat("A.Main", 99), "A.Main|B.Rare"])));
         Assert.Equal("B.Rare", Name(boxes[3]));
-        Assert.Null(boxes[3].Element(svg + "text"));
+        Assert.Null(boxes[2].Element(svg + "text")!.Attribute("display"));
+        Assert.Equal("none", boxes[3].Element(svg + "text")!.Attribute("display")!.Value);
     }
+
+    [Theory]
+    [InlineData("Namespace.Inner.Type.Method", "Type.Method")]
+    [InlineData("Namespace.Type..ctor", "Type..ctor")]
+    [InlineData("Type..cctor", "Type..cctor")]
+    [InlineData("Type.Method", "Type.Method")]
+    [InlineData("Method", "Method")]
+    [InlineData("(no name)", "(no name)")]
+    [InlineData(".ctor", ".ctor")]
+    public void ALabelHasNoNamespace(string name, string label) =>
+        Assert.Equal(label, Boxes(Draw(new Profiles().Thread(1, "a.b.c", name)))[2].Element(svg + "text")!.Value);
+
+    [Fact]
+    public void AThreadIsLabelledInFull() =>
+        Assert.Equal("a.b.c", Boxes(Draw(new Profiles().Thread(1, "a.b.c", "A.B.C")))[1].Element(svg + "text")!.Value);
 
     [Fact]
     public void DeepBoxesAreLeftOutAndCounted()
@@ -161,7 +177,7 @@ public class FlameGraphTests
     [InlineData("System.Math.Sqrt", "hsl(231,30%,82%)")]
     [InlineData("Microsoft.Win32.Registry.GetValue", "hsl(240,31%,82%)")]
     [InlineData("SystemShop.Cart.Add", "hsl(166,52%,72%)")]
-    [InlineData("(no name)", "#c3cad3")]
+    [InlineData("(no name)", "hsl(159,44%,64%)")]
     public void AColourIsThatOfItsName(string name, string colour) =>
-        Assert.Equal(colour, FunctionColor.Of(new StackNode("all", null).Child(name)));
+        Assert.Equal(colour, FunctionColor.Of(new StackTree().Root.Child(name)));
 }

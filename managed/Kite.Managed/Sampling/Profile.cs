@@ -64,7 +64,11 @@ public sealed class Profile
     /// <summary>What it holds and took, as one sentence.</summary>
     public override string ToString() =>
         string.Format(
-            CultureInfo.InvariantCulture, "{0} threads every {1:0.###} ms: {2}", Threads.Count, Interval.TotalMilliseconds, Cost) +
+            CultureInfo.InvariantCulture,
+            "{0} every {1:0.###} ms: {2}",
+            Threads.Count == 1 ? "1 thread" : Threads.Count + " threads",
+            Interval.TotalMilliseconds,
+            Cost) +
         (Failure == null ? "" : $"; ended early by {Failure.GetType()}: {Failure.Message}");
 
     private static void WriteFile(string path, Action<TextWriter> write)

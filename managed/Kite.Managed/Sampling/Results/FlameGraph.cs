@@ -99,9 +99,22 @@ internal sealed class FlameGraph
         writer.Write($"<svg x=\"{Percent(box.Start / (double)total)}\" y=\"{node.Depth * RowHeight}\"");
         writer.Write($" width=\"{Percent(width)}\" height=\"{BoxHeight}\"");
         writer.Write($" data-start=\"{box.Start}\" data-samples=\"{node.Total}\">");
-        writer.Write(Invariant($"<title>{name}\n{node.Total:N0} samples, {100 * width:N1} %</title>"));
+        writer.Write(Invariant($"<title>{name}\n{node.Total:N0} {(node.Total == 1 ? "sample" : "samples")}, {100 * width:N1} %</title>"));
         writer.Write($"<rect width=\"100%\" height=\"100%\" fill=\"{FunctionColor.Of(node)}\"/>");
-        writer.WriteLine(width < MinNamedWidth ? "</svg>" : $"<text x=\"4\" y=\"13\">{name}</text></svg>");
+        writer.Write($"<text x=\"4\" y=\"13\"{(width < MinNamedWidth ? " display=\"none\"" : "")}>");
+        writer.WriteLine($"{XmlText.Escape(Label(node))}</text></svg>");
+    }
+
+    // The type's own name and the method's: a namespace would be all that there is room for.
+    private static string Label(StackNode node)
+    {
+        var name = node.Name;
+        var method = node.IsFunction ? name.LastIndexOf('.') : 0;
+        while (method > 0 && name[method - 1] == '.')
+        {
+            method--; // that of a constructor begins with one
+        }
+        return method <= 0 ? name : name.Substring(name.LastIndexOf('.', method - 1) + 1);
     }
 
     private string LeftOut()

@@ -14,7 +14,9 @@
     const [name, figures] = element.querySelector("title").textContent.split("\n");
     const start = Number(element.dataset.start);
     const samples = Number(element.dataset.samples);
-    return { element, name, figures, start, samples, end: start + samples, row: Number(element.getAttribute("y")) };
+    const row = Number(element.getAttribute("y"));
+    const label = element.querySelector("text");
+    return { element, label, name, figures, start, samples, end: start + samples, row };
   });
   if (boxes.length === 0) {
     return;
@@ -38,16 +40,6 @@
   let focus = whole;
   let hovered = null;
 
-  // A name is there if there is room for some of it.
-  const showName = (box, isWide) => {
-    let text = box.element.querySelector("text");
-    if (!text && isWide) {
-      text = svg("text", { x: 4, y: 13 }, box.name);
-      box.element.append(text);
-    }
-    text?.setAttribute("display", isWide ? "inline" : "none");
-  };
-
   const place = () => {
     const width = drawing.querySelector("#boxes").getBoundingClientRect().width;
     for (const box of boxes) {
@@ -60,7 +52,8 @@
         const part = isOuter ? 1 : box.samples / focus.samples;
         box.element.setAttribute("x", `${100 * start}%`);
         box.element.setAttribute("width", `${100 * part}%`);
-        showName(box, part * width > 14);
+        // A label is there if there is room for some of it.
+        box.label.setAttribute("display", part * width > 14 ? "inline" : "none");
       }
     }
   };

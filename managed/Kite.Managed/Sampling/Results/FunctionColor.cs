@@ -10,16 +10,12 @@ internal static class FunctionColor
 
     internal static string Of(StackNode node)
     {
-        if (node.Parent == null)
+        if (!node.IsFunction)
         {
-            return "#d5d9de";
+            return node.Parent == null ? "#d5d9de" : "#c3cad3";
         }
         var name = node.Name;
-        var end = name.LastIndexOf('.');
-        if (end < 0)
-        {
-            return "#c3cad3"; // a thread, or a function without a type
-        }
+        var end = Math.Max(name.LastIndexOf('.'), 0);
         var type = Hash(name, name.Substring(0, end).TrimEnd('.').Length);
         var shade = Hash(name, name.Length) % 11;
         return Array.Exists(platform, start => name.StartsWith(start, StringComparison.Ordinal))

@@ -7,7 +7,7 @@ namespace Corvane.Sampling.Results;
 // so that nothing here recurses.
 internal sealed class StackTree
 {
-    internal StackNode Root { get; } = new StackNode("all", null);
+    internal StackNode Root { get; } = new StackNode("all", null, isFunction: false);
 
     internal static StackTree Of(Profile profile, bool byThread)
     {
@@ -17,7 +17,7 @@ internal sealed class StackTree
             var counts = CountStacks(thread.Samples);
             if (counts.Count > 0)
             {
-                tree.Add(byThread ? tree.Root.Child(thread.Thread.ToString()) : tree.Root, counts);
+                tree.Add(byThread ? tree.Root.Child(thread.Thread.ToString(), isFunction: false) : tree.Root, counts);
             }
         }
         tree.AddUp();
@@ -99,10 +99,11 @@ internal sealed class StackNode
 {
     private readonly Dictionary<string, StackNode> children = new Dictionary<string, StackNode>();
 
-    internal StackNode(string name, StackNode? parent)
+    internal StackNode(string name, StackNode? parent, bool isFunction)
     {
         Name = name;
         Parent = parent;
+        IsFunction = isFunction;
         Depth = parent == null ? 0 : parent.Depth + 1;
     }
 
@@ -112,16 +113,19 @@ internal sealed class StackNode
 
     internal int Depth { get; }
 
+    // Or a thread, or all of them.
+    internal bool IsFunction { get; }
+
     // Samples that ended here, and those together with all that were further in.
     internal long Self { get; set; }
 
     internal long Total { get; set; }
 
-    internal StackNode Child(string name)
+    internal StackNode Child(string name, bool isFunction = true)
     {
         if (!children.TryGetValue(name, out var child))
         {
-            child = new StackNode(name, this);
+            child = new StackNode(name, this, isFunction);
             children.Add(name, child);
         }
         return child;
