@@ -27,12 +27,12 @@ public:
 
     // How often it is suspended at the moment.
     DWORD suspend_count() const {
-        const DWORD count = suspend_(handle());
+        const DWORD count = suspend_(thread_.get());
         resume();
         return count;
     }
 
-    void resume() const { resume_(handle()); }
+    void resume() const { resume_(thread_.get()); }
 
 private:
     static DWORD WINAPI wait(void* event) { return WaitForSingleObject(event, INFINITE); }
