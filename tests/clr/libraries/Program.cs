@@ -32,6 +32,8 @@ internal static class Program
         }
     }
 
+    public static string Line(params object?[] values) => string.Join(" ", values);
+
     // What an action throws, as a line: only the libraries' own messages, which do not vary.
     public static string Failure(Action action)
     {

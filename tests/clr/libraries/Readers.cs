@@ -5,30 +5,40 @@ using Newtonsoft.Json.Linq;
 
 internal static class Readers
 {
-    private const string Text = "{ 'a' : [ 1, -2.5e3, 0x1F, 0777, 'te\\u0041xt', true, null, undefined, NaN, -Infinity ], // end\n \"b\": new Thing(1, 'x'), c: /* in */ '2020-02-03T04:05:06Z', d:'/Date(1000)/' }";
+    private const string Text =
+        "{ 'a' : [ 1, -2.5e3, 0x1F, 0777, 'te\\u0041xt', true, null, undefined, NaN, -Infinity ], // end\n" +
+        " \"b\": new Thing(1, 'x'), c: /* in */ '2020-02-03T04:05:06Z', d:'/Date(1000)/' }";
 
     public static IEnumerable<string> Run()
     {
         yield return ReadAll(new JsonTextReader(new StringReader(Text)));
-        yield return ReadAll(new JsonTextReader(new StringReader(Text.Replace("NaN, -Infinity", "1.50"))) { DateParseHandling = DateParseHandling.DateTimeOffset, FloatParseHandling = FloatParseHandling.Decimal, Culture = CultureInfo.InvariantCulture });
-        yield return ReadAllAsync(new JsonTextReader(new StringReader(Text)) { ArrayPool = new Pool() }).GetAwaiter().GetResult();
+        yield return ReadAll(new JsonTextReader(new StringReader(Text.Replace("NaN, -Infinity", "1.50")))
+        {
+            DateParseHandling = DateParseHandling.DateTimeOffset,
+            FloatParseHandling = FloatParseHandling.Decimal,
+            Culture = CultureInfo.InvariantCulture,
+        });
+        yield return Wait(ReadAllAsync(new JsonTextReader(new StringReader(Text)) { ArrayPool = new Pool() }));
         yield return Typed();
-        yield return TypedAsync().GetAwaiter().GetResult();
+        yield return Wait(TypedAsync());
         yield return Write();
-        yield return WriteAsync().GetAwaiter().GetResult();
+        yield return Wait(WriteAsync());
         yield return Several();
-        yield return JToken.LoadAsync(new JsonTextReader(new StringReader(Text))).GetAwaiter().GetResult().ToString(Formatting.None);
+        yield return Wait(JToken.LoadAsync(new JsonTextReader(new StringReader(Text)))).ToString(Formatting.None);
         yield return Program.Failure(() => new JsonTextWriter(new StringWriter()).WriteEndArray());
         yield return Program.Failure(() => new JsonTextWriter(new StringWriter()).WriteValue(new object()));
-        yield return Program.Failure(() => JToken.LoadAsync(new JsonTextReader(new StringReader("{'a':"))).GetAwaiter().GetResult());
+        yield return Program.Failure(() => Wait(JToken.LoadAsync(new JsonTextReader(new StringReader("{'a':")))));
     }
+
+    private static T Wait<T>(Task<T> task) => task.GetAwaiter().GetResult();
 
     private static string ReadAll(JsonTextReader reader)
     {
         var parts = new List<string>();
         while (reader.Read())
         {
-            parts.Add(FormattableString.Invariant($"{reader.TokenType}:{reader.Value}:{reader.ValueType?.Name}:{reader.Depth}:{reader.Path}:{reader.LineNumber}"));
+            var value = Convert.ToString(reader.Value, CultureInfo.InvariantCulture);
+            parts.Add($"{reader.TokenType}:{value}:{reader.ValueType?.Name}:{reader.Depth}:{reader.Path}:{reader.LineNumber}");
         }
         return string.Join(" ", parts);
     }
@@ -47,23 +57,33 @@ internal static class Readers
     {
         var reader = new JsonTextReader(new StringReader("[1,'2',3.5,'AQI=','true',1577836800000,'2020-01-01',null]"));
         reader.Read();
-        return FormattableString.Invariant(
-            $"{reader.ReadAsInt32()} {reader.ReadAsInt32()} {reader.ReadAsDecimal()} {reader.ReadAsBytes()?.Length} {reader.ReadAsBoolean()} {reader.ReadAsDouble()} {reader.ReadAsDateTime():O} {reader.ReadAsString() ?? "null"}");
+        return Program.Line(
+            reader.ReadAsInt32(), reader.ReadAsInt32(), reader.ReadAsDecimal(), reader.ReadAsBytes()?.Length,
+            reader.ReadAsBoolean(), reader.ReadAsDouble(), $"{reader.ReadAsDateTime():O}", reader.ReadAsString());
     }
 
     private static async Task<string> TypedAsync()
     {
-        var reader = new JsonTextReader(new StringReader("[1,'2',3.5,'AQI=','true',1577836800000,'2020-01-01T00:00:00Z',null]"));
+        var reader = new JsonTextReader(
+            new StringReader("[1,'2',3.5,'AQI=','true',1577836800000,'2020-01-01T00:00:00Z',null]"));
         await reader.ReadAsync();
-        return FormattableString.Invariant(
-            $"{await reader.ReadAsInt32Async()} {await reader.ReadAsDecimalAsync()} {await reader.ReadAsDoubleAsync()} {(await reader.ReadAsBytesAsync())?.Length} {await reader.ReadAsBooleanAsync()} {await reader.ReadAsDoubleAsync()} {await reader.ReadAsDateTimeOffsetAsync():O} {await reader.ReadAsStringAsync() ?? "null"}");
+        return Program.Line(
+            await reader.ReadAsInt32Async(), await reader.ReadAsDecimalAsync(), await reader.ReadAsDoubleAsync(),
+            (await reader.ReadAsBytesAsync())?.Length, await reader.ReadAsBooleanAsync(), await reader.ReadAsDoubleAsync(),
+            $"{await reader.ReadAsDateTimeOffsetAsync():O}", await reader.ReadAsStringAsync());
     }
 
     private static string Write()
     {
         var text = new StringWriter();
-        using (var writer = new JsonTextWriter(text) { Formatting = Formatting.Indented, Indentation = 1, IndentChar = '-', QuoteChar = '\'', QuoteName = false, ArrayPool = new Pool() })
+        using (var writer = new JsonTextWriter(text))
         {
+            writer.Formatting = Formatting.Indented;
+            writer.Indentation = 1;
+            writer.IndentChar = '-';
+            writer.QuoteChar = '\'';
+            writer.QuoteName = false;
+            writer.ArrayPool = new Pool();
             writer.WriteStartObject();
             writer.WritePropertyName("it's");
             writer.WriteStartArray();
@@ -138,7 +158,8 @@ internal static class Readers
 
     private static string Several()
     {
-        using var reader = new JsonTextReader(new StringReader("{'n':1} {'n':2}\n[3]")) { SupportMultipleContent = true };
+        using var reader = new JsonTextReader(new StringReader("{'n':1} {'n':2}\n[3]"));
+        reader.SupportMultipleContent = true;
         var serializer = JsonSerializer.CreateDefault();
         var parts = new List<string>();
         while (reader.Read())

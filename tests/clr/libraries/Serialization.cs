@@ -48,14 +48,21 @@ internal static class Serialization
                  {
                      new() { Formatting = Formatting.Indented },
                      new() { ContractResolver = new CamelCasePropertyNamesContractResolver() },
-                     new() { ContractResolver = new DefaultContractResolver { NamingStrategy = new KebabCaseNamingStrategy() } },
+                     new()
+                     {
+                         ContractResolver = new DefaultContractResolver { NamingStrategy = new KebabCaseNamingStrategy() },
+                     },
                      new() { ContractResolver = new UpperCaseResolver() },
-                     new() { NullValueHandling = NullValueHandling.Ignore, DefaultValueHandling = DefaultValueHandling.Ignore },
-                     new() { DateFormatHandling = DateFormatHandling.MicrosoftDateFormat, DateTimeZoneHandling = DateTimeZoneHandling.Utc },
+                     new() { NullValueHandling = NullValueHandling.Ignore,
+                         DefaultValueHandling = DefaultValueHandling.Ignore },
+                     new() { DateFormatHandling = DateFormatHandling.MicrosoftDateFormat,
+                         DateTimeZoneHandling = DateTimeZoneHandling.Utc },
                      new() { DateFormatString = "yyyy'/'MM" },
                      new() { StringEscapeHandling = StringEscapeHandling.EscapeNonAscii },
-                     new() { StringEscapeHandling = StringEscapeHandling.EscapeHtml, FloatFormatHandling = FloatFormatHandling.Symbol },
-                     new() { Converters = { new StringEnumConverter(new CamelCaseNamingStrategy()), new IsoDateTimeConverter(), new VersionConverter() } },
+                     new() { StringEscapeHandling = StringEscapeHandling.EscapeHtml,
+                         FloatFormatHandling = FloatFormatHandling.Symbol },
+                     new() { Converters = { new StringEnumConverter(new CamelCaseNamingStrategy()),
+                         new IsoDateTimeConverter(), new VersionConverter() } },
                      new() { Converters = { new JavaScriptDateTimeConverter() } },
                      new() { TypeNameHandling = TypeNameHandling.All },
                  })
@@ -66,12 +73,17 @@ internal static class Serialization
         var second = JsonConvert.SerializeObject(new DateTime(2001, 9, 9, 1, 46, 40, DateTimeKind.Utc), unix);
         yield return $"{second} {JsonConvert.DeserializeObject<DateTime>(second, unix):O}";
 
-        var named = new JsonSerializerSettings { TypeNameHandling = TypeNameHandling.Auto, SerializationBinder = new ShortNames() };
-        var zoo = JsonConvert.SerializeObject(new Animal[] { new Dog { Legs = 4 }, new Bird { Legs = 2, Flight = TimeSpan.FromDays(2) } }, named);
+        var named = new JsonSerializerSettings { TypeNameHandling = TypeNameHandling.Auto,
+            SerializationBinder = new ShortNames() };
+        Animal[] animals = [new Dog { Legs = 4 }, new Bird { Legs = 2, Flight = TimeSpan.FromDays(2) }];
+        var zoo = JsonConvert.SerializeObject(animals, named);
         yield return zoo;
-        yield return string.Join(", ", JsonConvert.DeserializeObject<Animal[]>(zoo, named)!.Select(a => $"{a.GetType().Name} {a.Legs}"));
-        yield return JsonConvert.DeserializeObject<Animal>("{'Legs':2,'Flight':'1.00:00:00'}", new AnimalConverter())!.GetType().Name;
-        yield return JsonConvert.DeserializeObject<Point>(JsonConvert.SerializeObject(new Point(5, 2.25), new PointConverter()), new PointConverter()).ToString();
+        animals = JsonConvert.DeserializeObject<Animal[]>(zoo, named)!;
+        yield return string.Join(", ", animals.Select(animal => $"{animal.GetType().Name} {animal.Legs}"));
+        yield return JsonConvert.DeserializeObject<Animal>("{'Legs':2,'Flight':'1.00:00:00'}",
+            new AnimalConverter())!.GetType().Name;
+        var point = JsonConvert.SerializeObject(new Point(5, 2.25), new PointConverter());
+        yield return $"{point} {JsonConvert.DeserializeObject<Point>(point, new PointConverter())}";
 
         var loop = new Node { Name = "loop" };
         loop.Next = loop;
@@ -79,7 +91,8 @@ internal static class Serialization
         var looped = JsonConvert.SerializeObject(loop, references);
         var back = JsonConvert.DeserializeObject<Node>(looped, references)!;
         yield return $"{looped} {ReferenceEquals(back, back.Next)}";
-        yield return JsonConvert.SerializeObject(loop, new JsonSerializerSettings { ReferenceLoopHandling = ReferenceLoopHandling.Ignore });
+        yield return JsonConvert.SerializeObject(loop,
+            new JsonSerializerSettings { ReferenceLoopHandling = ReferenceLoopHandling.Ignore });
 
         using var text = new StringWriter();
         var trace = new MemoryTraceWriter();
@@ -96,10 +109,12 @@ internal static class Serialization
         var node = new Node { Name = "kept", Children = { new Node { Name = "first" } } };
         JsonConvert.PopulateObject("{'Next':{'Name':'new'},'Children':[{'Name':'second'}]}", node);
         yield return JsonConvert.SerializeObject(node);
-        JsonConvert.PopulateObject("{'Children':[]}", node, new JsonSerializerSettings { ObjectCreationHandling = ObjectCreationHandling.Reuse });
+        JsonConvert.PopulateObject("{'Children':[]}", node,
+            new JsonSerializerSettings { ObjectCreationHandling = ObjectCreationHandling.Reuse });
         yield return JsonConvert.SerializeObject(node);
         yield return JsonConvert.SerializeObject(new WithCallbacks());
-        yield return $"{JsonConvert.DeserializeObject<WithCallbacks>("{'Value':'no number'}")!.Value} {string.Join(", ", WithCallbacks.Heard)}";
+        yield return Program.Line(JsonConvert.DeserializeObject<WithCallbacks>("{'Value':'no number'}")!.Value,
+            string.Join(", ", WithCallbacks.Heard));
         var sample = new { Name = "", Count = 0 };
         yield return JsonConvert.DeserializeAnonymousType("{'Name':'n','Count':'5'}", sample)!.ToString()!;
     }
@@ -114,7 +129,8 @@ internal static class Serialization
         own.Second = 2;
         own.First = "f";
         yield return JsonConvert.SerializeObject(own);
-        var read = (IDictionary<string, object?>)JsonConvert.DeserializeObject<ExpandoObject>("{'k':{'l':[1,{'m':null}]}}", new ExpandoObjectConverter())!;
+        var read = (IDictionary<string, object?>)JsonConvert.DeserializeObject<ExpandoObject>(
+            "{'k':{'l':[1,{'m':null}]}}", new ExpandoObjectConverter())!;
         yield return JsonConvert.SerializeObject(read);
         dynamic token = JsonConvert.DeserializeObject("{'a':{'b':[10,20,30]},'s':'text'}")!;
         int middle = token.a.b[1];
@@ -125,7 +141,8 @@ internal static class Serialization
 
     private static IEnumerable<string> Failures()
     {
-        foreach (var json in new[] { "{", "[1,2", "{'a' 1}", "nul", "'unclosed", "{'X':1.5}", "[1]", "/*", "{'X':99999999999}", "\"\\u12\"", "{'a':undefined}" })
+        foreach (var json in new[] { "{", "[1,2", "{'a' 1}", "nul", "'unclosed", "{'X':1.5}", "[1]", "/*",
+            "{'X':99999999999}", "\"\\u12\"", "{'a':undefined}" })
         {
             yield return Program.Failure(() => JsonConvert.DeserializeObject<Point>(json));
         }
@@ -133,8 +150,10 @@ internal static class Serialization
         yield return Program.Failure(() => JsonConvert.DeserializeObject<Animal>("{}"));
         yield return Program.Failure(() => JsonConvert.DeserializeObject<Access>("'Unknown'"));
         yield return Program.Failure(() => JsonConvert.DeserializeObject<Immutable>("{'list':{}}"));
-        yield return Program.Failure(() => JsonConvert.DeserializeObject<Node>("{'Nome':1}", new JsonSerializerSettings { MissingMemberHandling = MissingMemberHandling.Error }));
-        yield return Program.Failure(() => JsonConvert.DeserializeObject<int[]>("[[[[1]]]]", new JsonSerializerSettings { MaxDepth = 2 }));
+        yield return Program.Failure(() => JsonConvert.DeserializeObject<Node>("{'Nome':1}",
+            new JsonSerializerSettings { MissingMemberHandling = MissingMemberHandling.Error }));
+        yield return Program.Failure(() => JsonConvert.DeserializeObject<int[]>("[[[[1]]]]",
+            new JsonSerializerSettings { MaxDepth = 2 }));
         yield return Program.Failure(() => JsonConvert.SerializeObject(new Throwing()));
         var loop = new Node();
         loop.Next = loop;

@@ -185,7 +185,8 @@ internal sealed class Dynamic : DynamicObject
     private readonly SortedDictionary<string, object?> values = new(StringComparer.Ordinal);
 
     public override IEnumerable<string> GetDynamicMemberNames() => values.Keys;
-    public override bool TryGetMember(GetMemberBinder binder, out object? result) => values.TryGetValue(binder.Name, out result);
+    public override bool TryGetMember(GetMemberBinder binder, out object? result) =>
+        values.TryGetValue(binder.Name, out result);
 
     public override bool TrySetMember(SetMemberBinder binder, object? value)
     {

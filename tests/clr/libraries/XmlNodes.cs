@@ -19,10 +19,12 @@ internal static class XmlNodes
         var linq = XDocument.Parse(Xml);
         json = JsonConvert.SerializeXNode(linq, Newtonsoft.Json.Formatting.None, omitRootObject: true);
         yield return json;
-        yield return JsonConvert.DeserializeXNode("{'a':{'@id':5,'#text':'t','b':[1,null,{'c':true}]}}", "root", true)!.ToString(SaveOptions.DisableFormatting);
+        yield return JsonConvert.DeserializeXNode("{'a':{'@id':5,'#text':'t','b':[1,null,{'c':true}]}}", "root",
+            true)!.ToString(SaveOptions.DisableFormatting);
         yield return Program.Failure(() => JsonConvert.DeserializeXmlNode("{'a':1,'b':2}"));
 
-        var table = new DataTable("t") { Columns = { { "id", typeof(int) }, { "name", typeof(string) }, { "at", typeof(DateTime) } } };
+        var table = new DataTable("t") { Columns = { { "id", typeof(int) }, { "name", typeof(string) },
+            { "at", typeof(DateTime) } } };
         table.Rows.Add(1, "one", DateTime.UnixEpoch);
         table.Rows.Add(2, DBNull.Value, DBNull.Value);
         json = JsonConvert.SerializeObject(table, new DataTableConverter());

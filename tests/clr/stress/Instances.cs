@@ -19,8 +19,10 @@ internal sealed class Instances
 
     private static readonly Type[] arguments =
     [
-        typeof(bool), typeof(char), typeof(sbyte), typeof(byte), typeof(short), typeof(ushort), typeof(int), typeof(uint), typeof(long),
-        typeof(ulong), typeof(float), typeof(double), typeof(decimal), typeof(Guid), typeof(DateTime), typeof(TimeSpan), typeof(Half),
+        typeof(bool), typeof(char), typeof(sbyte), typeof(byte), typeof(short), typeof(ushort), typeof(int),
+            typeof(uint), typeof(long),
+        typeof(ulong), typeof(float), typeof(double), typeof(decimal), typeof(Guid), typeof(DateTime),
+            typeof(TimeSpan), typeof(Half),
         typeof(Int128), typeof(Complex), typeof(Vector3), typeof(Index), typeof(Range), typeof(string), typeof(int[]),
     ];
 

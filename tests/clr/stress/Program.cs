@@ -31,7 +31,8 @@ internal static class Program
             File.WriteAllText(file, $"{callers.Sum(caller => caller.Calls) + 1} calls in {rounds.Count} rounds\n");
         }
         Console.WriteLine($"runtime {Environment.Version}");
-        Console.WriteLine($"{callers.Sum(caller => caller.Mistakes)} wrong results, {rounds.Duplicates} duplicate references");
+        Console.WriteLine($"{callers.Sum(caller => caller.Mistakes)} wrong results");
+        Console.WriteLine($"{rounds.Duplicates} duplicate references");
         return 42;
     }
 }
