@@ -3,7 +3,6 @@
 namespace corvane {
 
 std::map<DWORD, ThreadID> ThreadMap;
-std::set<ThreadID> EndedThreads;
 boost::mutex ThreadMapMutex;
 std::int64_t snapshotTargetThread = kNoSnapshotTarget;
 boost::mutex SnapshotTargetMutex;
@@ -22,7 +21,6 @@ bool is_snapshot_target(std::int64_t thread) {
 void on_thread_assigned(ThreadID thread, DWORD os_thread) {
     const Lock lock(ThreadMapMutex);
     ThreadMap[os_thread] = thread;
-    EndedThreads.erase(thread); // a new one may lie where an old one lay
 }
 
 // Wanted, however odd: both steps take the runtime's id of a thread where the system's is kept. So
@@ -37,17 +35,11 @@ void on_thread_destroyed(ThreadID thread) {
     if (ThreadMap[key] != 0) {
         ThreadMap.erase(key);
     }
-    EndedThreads.insert(thread);
 }
 
 ThreadID find_thread(DWORD os_thread) {
     const Lock lock(ThreadMapMutex);
     return ThreadMap[os_thread];
-}
-
-bool has_ended(ThreadID thread) {
-    const Lock lock(ThreadMapMutex);
-    return EndedThreads.contains(thread);
 }
 
 void set_snapshot_target(std::int64_t os_thread) {

@@ -11,18 +11,12 @@
 
 #include <cstdint>
 #include <map>
-#include <set>
 
 namespace corvane {
 
 // By the system's thread id; 0 stands for no thread. Never cleared.
 extern std::map<DWORD, ThreadID> ThreadMap;
 extern boost::mutex ThreadMapMutex;
-
-// The runtime's threads that have ended and whose entries stay in the map: the runtime ends the
-// process when it is asked to walk one, and the system gives the id to the next thread at once.
-// Guarded by ThreadMapMutex.
-extern std::set<ThreadID> EndedThreads;
 
 // The system's id of the thread that is suspended, sign-extended from 32 bits.
 inline constexpr std::int64_t kNoSnapshotTarget = -1;
@@ -36,8 +30,6 @@ void on_thread_destroyed(ThreadID thread);
 // The runtime's thread, or 0. An id that was never announced is entered, with 0: this is wanted,
 // the map tells afterwards what was asked for.
 ThreadID find_thread(DWORD os_thread);
-
-bool has_ended(ThreadID thread);
 
 void set_snapshot_target(std::int64_t os_thread);
 

@@ -152,16 +152,6 @@ TEST_F(SnapshotTest, FailsForAThreadThatWasNeverAnnounced) {
     EXPECT_THAT(ThreadMap, ElementsAre(Pair(4321U, 0U)));
 }
 
-TEST_F(SnapshotTest, DoesNotWalkAThreadThatHasEndedThoughItsIdIsAnothers) {
-    on_thread_destroyed(kThread);
-    const ThreadCalls calls;
-    taken.take(target.id());
-    taken.expect_success({});
-    EXPECT_EQ(calls.sequence(), "");
-    EXPECT_EQ(runtime.reported, 0U);
-    EndedThreads.clear();
-}
-
 // --- What is given
 
 TEST_F(SnapshotTest, GivesTheFramesInnermostFirst) {

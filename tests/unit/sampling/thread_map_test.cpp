@@ -15,7 +15,6 @@ class ThreadMapTest : public ::testing::Test {
 protected:
     ~ThreadMapTest() override {
         ThreadMap.clear();
-        EndedThreads.clear();
         set_snapshot_target(kNoSnapshotTarget);
     }
 };
@@ -38,16 +37,6 @@ TEST_F(ThreadMapTest, KeepsThreadsThatEndAndGainsAnEntry) {
     on_thread_assigned(0x7FF0000000D1, 40);
     on_thread_destroyed(0x7FF0000000D1);
     EXPECT_THAT(ThreadMap, ElementsAre(Pair(40U, 0x7FF0000000D1U), Pair(0xD1U, 0U)));
-}
-
-TEST_F(ThreadMapTest, KnowsWhichThreadsHaveEnded) {
-    on_thread_assigned(0x7FF0000000D1, 40);
-    EXPECT_FALSE(has_ended(0x7FF0000000D1));
-    on_thread_destroyed(0x7FF0000000D1);
-    EXPECT_TRUE(has_ended(0x7FF0000000D1));
-    // The next one in the same place.
-    on_thread_assigned(0x7FF0000000D1, 44);
-    EXPECT_FALSE(has_ended(0x7FF0000000D1));
 }
 
 TEST_F(ThreadMapTest, RemovesTheEntryThatTheLowBitsOfTheRuntimesIdName) {
