@@ -80,8 +80,9 @@ SAFEARRAY* as_array(const std::vector<FunctionID>& frames) {
 HRESULT Thread_Do_Stack_Snapshot(CorvaneSnapshot* request) {
     const auto os_thread = static_cast<DWORD>(request->osThreadId);
     const ThreadID target = find_thread(os_thread);
-    // The id of a thread that has ended may be this worker's own by now.
-    if (target == 0 || os_thread == GetCurrentThreadId()) {
+    // The id of a thread that has ended may be another's by now, which the runtime does not know,
+    // or this worker's own.
+    if (target == 0 || !is_running(target, os_thread) || os_thread == GetCurrentThreadId()) {
         return kNotWalked;
     }
     FrameList frames;

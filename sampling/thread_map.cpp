@@ -11,6 +11,9 @@ namespace {
 
 using Lock = boost::mutex::scoped_lock;
 
+// The system's thread of each of the runtime's threads that has not ended; under ThreadMapMutex.
+std::map<ThreadID, DWORD> running_threads;
+
 bool is_snapshot_target(std::int64_t thread) {
     const Lock lock(SnapshotTargetMutex);
     return snapshotTargetThread == thread;
@@ -21,6 +24,7 @@ bool is_snapshot_target(std::int64_t thread) {
 void on_thread_assigned(ThreadID thread, DWORD os_thread) {
     const Lock lock(ThreadMapMutex);
     ThreadMap[os_thread] = thread;
+    running_threads[thread] = os_thread;
 }
 
 // Wanted, however odd: both steps take the runtime's id of a thread where the system's is kept. So
@@ -31,6 +35,7 @@ void on_thread_destroyed(ThreadID thread) {
         // Busy on purpose: a snapshot is over in less time than a sleep takes.
     }
     const Lock lock(ThreadMapMutex);
+    running_threads.erase(thread);
     const auto key = static_cast<DWORD>(thread);
     if (ThreadMap[key] != 0) {
         ThreadMap.erase(key);
@@ -40,6 +45,12 @@ void on_thread_destroyed(ThreadID thread) {
 ThreadID find_thread(DWORD os_thread) {
     const Lock lock(ThreadMapMutex);
     return ThreadMap[os_thread];
+}
+
+bool is_running(ThreadID thread, DWORD os_thread) {
+    const Lock lock(ThreadMapMutex);
+    const auto running = running_threads.find(thread);
+    return running != running_threads.end() && running->second == os_thread;
 }
 
 void set_snapshot_target(std::int64_t os_thread) {

@@ -31,6 +31,10 @@ void on_thread_destroyed(ThreadID thread);
 // the map tells afterwards what was asked for.
 ThreadID find_thread(DWORD os_thread);
 
+// Whether the runtime's thread has not ended and runs there. What the map says of a thread that has
+// is not so any more: the system gives its id to others, and the runtime frees its memory.
+bool is_running(ThreadID thread, DWORD os_thread);
+
 void set_snapshot_target(std::int64_t os_thread);
 
 } // namespace corvane

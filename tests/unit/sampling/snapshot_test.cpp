@@ -299,7 +299,7 @@ TEST_F(SnapshotTest, LeavesNoHandleBehind) {
 
 TEST_F(SnapshotTest, ServesManyCallersAtOnce) {
     const ParkedThread other;
-    on_thread_assigned(kThread, other.id());
+    on_thread_assigned(kThread + 8, other.id());
     std::atomic<int> succeeded = 0;
     {
         std::vector<std::jthread> callers;
@@ -351,6 +351,17 @@ TEST_F(SnapshotTest, DoesNotSuspendAWorkerThatGotTheTargetsId) {
     EXPECT_EQ(request.status, 0);
     EXPECT_THAT(request.frames, ::testing::IsEmpty());
     EXPECT_EQ(calls.sequence(), "");
+}
+
+// The map still names a thread for it, whose memory the runtime has freed.
+TEST_F(SnapshotTest, DoesNotSuspendAThreadThatGotTheTargetsId) {
+    on_thread_destroyed(kThread);
+    ASSERT_EQ(find_thread(target.id()), kThread);
+    const ThreadCalls calls;
+    taken.take(target.id());
+    taken.expect_success({});
+    EXPECT_EQ(calls.sequence(), "");
+    EXPECT_EQ(runtime.walker, 0U);
 }
 
 TEST_F(SnapshotTest, SucceedsWithoutFramesWhenTheTargetHasEnded) {

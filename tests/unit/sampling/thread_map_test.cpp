@@ -46,6 +46,23 @@ TEST_F(ThreadMapTest, RemovesTheEntryThatTheLowBitsOfTheRuntimesIdName) {
     EXPECT_THAT(ThreadMap, ElementsAre(Pair(40U, 0xD1U)));
 }
 
+TEST_F(ThreadMapTest, KnowsWhichThreadsRunAndWhere) {
+    on_thread_assigned(0xE1, 40);
+    EXPECT_TRUE(is_running(0xE1, 40));
+    EXPECT_FALSE(is_running(0xE1, 44));
+    EXPECT_FALSE(is_running(0xE2, 40));
+    on_thread_destroyed(0xE1);
+    EXPECT_FALSE(is_running(0xE1, 40));
+    // A new thread in the memory of the old one, on another of the system's threads.
+    on_thread_assigned(0xE1, 44);
+    EXPECT_EQ(find_thread(40), 0xE1U);
+    EXPECT_FALSE(is_running(0xE1, 40));
+    EXPECT_TRUE(is_running(0xE1, 44));
+    on_thread_assigned(0xE1, 40);
+    EXPECT_FALSE(is_running(0xE1, 44));
+    on_thread_destroyed(0xE1);
+}
+
 TEST_F(ThreadMapTest, StartsWithoutASnapshotTarget) {
     EXPECT_EQ(snapshotTargetThread, -1);
 }
