@@ -63,7 +63,8 @@ void read_names(FunctionNameRecord& record) {
     mdMethodDef method = mdMethodDefNil;
     if (!succeeded(get_metadata(to_function_id(record.functionId), metadata, method),
                    L"CClrProfiler::Thread_Function_Names_App().GetTokenAndMetaDataFromFunction() "
-                   L"did not return S_OK %s")) {
+                   L"did not return S_OK %s") ||
+        !metadata) {
         return;
     }
     mdTypeDef type = mdTypeDefNil;

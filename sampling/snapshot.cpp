@@ -18,8 +18,8 @@ constexpr DWORD kThreadAccess =
 // What the worker returns when it has not come to a walk.
 constexpr HRESULT kNotWalked = 1;
 
-HRESULT STDMETHODCALLTYPE append_frame(FunctionID function, UINT_PTR, COR_PRF_FRAME_INFO, ULONG32,
-                                       BYTE*, void* client_data) {
+HRESULT STDMETHODCALLTYPE StackSnapshotCallback(FunctionID function, UINT_PTR, COR_PRF_FRAME_INFO,
+                                                ULONG32, BYTE*, void* client_data) {
     if (client_data == nullptr) {
         return S_FALSE; // ends the walk
     }
@@ -46,8 +46,8 @@ HRESULT walk(ThreadID target, FrameList& frames) {
     if (has_left_the_runtime(target)) {
         return S_OK; // without frames, like a thread that has ended
     }
-    return profilerInfo2->DoStackSnapshot(target, append_frame, COR_PRF_SNAPSHOT_DEFAULT, &frames,
-                                          nullptr, 0);
+    return profilerInfo2->DoStackSnapshot(target, StackSnapshotCallback, COR_PRF_SNAPSHOT_DEFAULT,
+                                          &frames, nullptr, 0);
 }
 
 // A snapshot's status; the frames are filled in when it is kSucceeded.
