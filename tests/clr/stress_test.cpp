@@ -60,7 +60,7 @@ TEST_P(Stress, LosesNoCall) {
                      .timeout = std::chrono::seconds(2 * seconds + 120),
                      .exit_code = 42};
     launch.environment[L"CORVANE_STRICT_IL"] = L"1";
-    launch.environment[L"CORVANE_STRESS_SECONDS"] = std::to_wstring(seconds);
+    launch.environment[L"CORVANE_STRESS_PROGRAM_SECONDS"] = std::to_wstring(seconds);
     launch.environment[L"CORVANE_STRESS_CALLS"] = counted.wstring();
     launch.environment[L"CORVANE_OBSERVER_REPORT"] = report.wstring();
     launch.environment[L"CORVANE_CALL_TREE"] = tree.wstring();

@@ -1,4 +1,4 @@
-// Many threads compile and call marked methods at once, for as many seconds as CORVANE_STRESS_SECONDS says. In
+// Many threads compile and call marked methods at once, for as many seconds as CORVANE_STRESS_PROGRAM_SECONDS says. In
 // every round an assembly is loaded anew, and all threads call all of its methods, each beginning with another
 // one; then they call a method for type arguments that it was not compiled for yet. The calls of marked
 // methods, with that of Main, are counted and written to the file CORVANE_STRESS_CALLS.
@@ -18,7 +18,7 @@ internal static class Program
 
     private static int Main()
     {
-        var seconds = Environment.GetEnvironmentVariable("CORVANE_STRESS_SECONDS") ?? "1";
+        var seconds = Environment.GetEnvironmentVariable("CORVANE_STRESS_PROGRAM_SECONDS") ?? "1";
         var rounds = new Rounds(TimeSpan.FromSeconds(int.Parse(seconds, CultureInfo.InvariantCulture)));
         var callers = Enumerable.Range(0, ThreadCount).Select(number => new Caller(number, rounds)).ToList();
         using var barrier = new Barrier(ThreadCount, _ => rounds.Next());
