@@ -80,19 +80,24 @@ public class SamplerTests
     }
 
     [Fact]
-    public void AFunctionIsAskedForItsNameOnceAndBeforeTheNextRound()
+    public void AFunctionIsAskedForItsNameOnceAndBeforeTheNextSnapshot()
     {
-        var thread = process.Add(10, null, 2, 1);
-        var late = new List<int>();
+        FakeThread[] threads = [process.Add(10, null, 1), process.Add(20, null, 2, 1)];
+        var seen = new HashSet<double>();
+        var asked = new List<bool>();
         process.OnSnapshot = number =>
         {
-            late.Add(number - 1 - process.Named.Count(id => id > 2));
-            thread.Stack = [number + 2, 2, 1];
+            asked.Add(seen.SetEquals(process.Named));
+            foreach (var thread in threads)
+            {
+                thread.Stack = [number + 2, 2, 1];
+            }
+            seen.UnionWith(threads[0].Stack);
         };
         process.Sample(rounds: 5);
         Assert.Equal(process.Named.Distinct(), process.Named);
-        Assert.Equal([3, 2, 1], process.Named.Take(3).OrderByDescending(id => id));
-        Assert.All(late, count => Assert.Equal(0, count));
+        Assert.True(asked.Count >= 10);
+        Assert.All(asked, Assert.True);
     }
 
     [Fact]
@@ -223,6 +228,22 @@ public class SamplerTests
         Assert.Equal([(30U, "three"), (20U, "two")],
             sampler.Stop().Threads.Select(thread => (thread.Thread.Id, thread.Thread.Name!)));
         Assert.DoesNotContain(10U, process.Snapshots);
+    }
+
+    [Fact]
+    public void AThreadKeepsTheLastNameThatItHad()
+    {
+        var thread = process.Add(10, "first", 1);
+        using var sampler = process.NewSampler();
+        sampler.Start();
+        process.WaitForRounds();
+        thread.Name = "second";
+        process.WaitForRounds();
+        thread.Name = "";
+        process.WaitForRounds();
+        thread.Name = null;
+        process.WaitForRounds();
+        Assert.Equal("second", sampler.Stop().Threads[0].Thread.Name);
     }
 
     [Fact]

@@ -21,7 +21,8 @@ internal sealed class FunctionTable
         return function;
     }
 
-    // To be called soon: the id of a method that is unloaded stands for nothing, or for another one.
+    // To be called at once: the id of a method that is unloaded stands for nothing, which crashes the runtime,
+    // or for another one.
     internal void Resolve(IProfilerExports exports)
     {
         if (unresolved.Count == 0)

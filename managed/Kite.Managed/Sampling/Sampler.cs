@@ -7,10 +7,13 @@ namespace Corvane.Sampling;
 /// <summary>
 /// Samples the managed stacks of this process's threads, on a thread of its own, which is not sampled. It
 /// needs the profiler in the process. One sampler serves for one sampling; its members may be called from any
-/// thread.
+/// thread. When the process ends, it is stopped if nobody has done so.
 /// </summary>
 public sealed class Sampler : IDisposable
 {
+    // Far longer than it takes; but whatever happens, the process has to come to its end.
+    internal static readonly TimeSpan Patience = TimeSpan.FromSeconds(10);
+
     private readonly SamplingRun run;
     private readonly Thread thread;
     private readonly ManualResetEvent stop = new ManualResetEvent(false);
@@ -51,6 +54,8 @@ public sealed class Sampler : IDisposable
             }
             isStarted = true;
             thread.Start();
+            AppDomain.CurrentDomain.ProcessExit += StopAtExit;
+            AppDomain.CurrentDomain.UnhandledException += StopAtExit;
         }
     }
 
@@ -90,8 +95,14 @@ public sealed class Sampler : IDisposable
             if (profile == null && thread.Join(timeout))
             {
                 profile = run.ToProfile();
+                AppDomain.CurrentDomain.ProcessExit -= StopAtExit;
+                AppDomain.CurrentDomain.UnhandledException -= StopAtExit;
             }
             return profile;
         }
     }
+
+    // The system ends all other threads before it ends a process. A thread that is suspended by one of them
+    // then stays so, and the process with it if that is the one that ends it.
+    private void StopAtExit(object? sender, EventArgs e) => Stop(Patience);
 }

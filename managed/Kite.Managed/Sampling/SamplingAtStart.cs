@@ -12,9 +12,6 @@ internal static class SamplingAtStart
     private const string FolderVariable = "CORVANE_SAMPLE";
     private const string IntervalVariable = "CORVANE_SAMPLE_INTERVAL_MS";
 
-    // Far longer than it takes; but whatever happens, the program has to come to its end.
-    private static readonly TimeSpan patience = TimeSpan.FromSeconds(10);
-
     internal static void Begin()
     {
         var folder = Environment.GetEnvironmentVariable(FolderVariable);
@@ -39,7 +36,7 @@ internal static class SamplingAtStart
         }
     }
 
-    internal static TimeSpan Interval()
+    private static TimeSpan Interval()
     {
         var text = Environment.GetEnvironmentVariable(IntervalVariable);
         if (string.IsNullOrEmpty(text))
@@ -61,7 +58,7 @@ internal static class SamplingAtStart
     {
         try
         {
-            var profile = sampler.Stop(patience) ?? throw new TimeoutException("sampling did not end");
+            var profile = sampler.Stop(Sampler.Patience) ?? throw new TimeoutException("sampling did not end");
             profile.Save(folder, Name());
         }
         catch (Exception exception)

@@ -58,7 +58,6 @@ internal sealed class SamplingRun
                     refreshDue = begin + TimeSpan.FromTicks(Math.Min(RefreshShare * took.Ticks, maxRefreshPeriod.Ticks));
                 }
                 GoThrough(threads.Chosen, stop, snapping);
-                functions.Resolve(exports);
                 cost.Rounds++;
                 working.Stop();
             }
@@ -103,6 +102,7 @@ internal sealed class SamplingRun
             {
                 clock.Set(microseconds);
                 Keep(thread, new Sample((long)microseconds, stacks.Get(buffer, count, functions)));
+                functions.Resolve(exports);
             }
             else
             {

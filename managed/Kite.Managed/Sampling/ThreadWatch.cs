@@ -81,10 +81,11 @@ internal sealed class WatchedThread : IDisposable
 
     internal bool HasEnded => open.HasEnded;
 
+    // One that it had is kept: a thread that is just ending has none any more.
     internal void ReadName()
     {
         var name = open.Name;
-        if (name != Thread.Name)
+        if (!string.IsNullOrEmpty(name) && name != Thread.Name)
         {
             Thread = new SampledThread(Id, name);
         }

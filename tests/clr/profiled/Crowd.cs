@@ -1,31 +1,37 @@
 using System;
-using System.Linq;
+using System.Collections.Generic;
 using System.Runtime.CompilerServices;
+using System.Runtime.InteropServices;
 using System.Threading;
 
 /// <summary>Threads that come and go while everything else goes on as well.</summary>
 internal static class Crowd
 {
-    private static readonly object s_gate = new();
+    private const int Waves = 12;
+    private const int Short = 40;
+    private const int Long = 4;
+
+    private static readonly nint s_sleep = NativeLibrary.GetExport(NativeLibrary.Load("kernel32.dll"), "Sleep");
     private static int s_worked;
 
-    /// <summary>Starts very short ones, short ones, and some that throw, wait and collect.</summary>
+    /// <summary>In each wave some threads work for a while; others end at once, some of them outside the runtime,
+    /// which get the ids of those that were here before.</summary>
     public static void Run()
     {
         using var over = new ManualResetEventSlim();
-        var collector = new Thread(() => Collect(over));
+        var collector = new Thread(() => Collect(over)) { Name = "collector" };
         collector.Start();
-        for (int i = 0; i < 40; i++)
+        for (int wave = 0; wave < Waves; wave++)
         {
-            Thread[] threads = [.. Enumerable.Range(0, 8).Select(number => new Thread(() => Work(number * 5)) { Name = "worker" })];
-            foreach (Thread thread in threads)
+            var threads = new List<Thread>();
+            for (int i = 0; i < Long + Short; i++)
             {
-                thread.Start();
+                int milliseconds = i < Long ? 400 : i % 4;
+                threads.Add(new Thread(() => Work(milliseconds)) { Name = i < Long ? "worker" : null });
+                threads[^1].Start();
+                CloseHandle(CreateThread(0, 0, s_sleep, i, 0, 0));
             }
-            foreach (Thread thread in threads)
-            {
-                thread.Join();
-            }
+            threads.ForEach(thread => thread.Join());
         }
         over.Set();
         collector.Join();
@@ -38,19 +44,23 @@ internal static class Crowd
         long end = Environment.TickCount64 + milliseconds;
         do
         {
-            try
-            {
-                lock (s_gate)
-                {
-                    throw new InvalidOperationException(new string('x', 1000));
-                }
-            }
-            catch (InvalidOperationException)
-            {
-            }
+            Toil();
         }
         while (Environment.TickCount64 < end);
         Interlocked.Increment(ref s_worked);
+    }
+
+    // Allocates, throws and catches.
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private static void Toil()
+    {
+        try
+        {
+            throw new InvalidOperationException(new string('x', 1000));
+        }
+        catch (InvalidOperationException)
+        {
+        }
     }
 
     private static void Collect(ManualResetEventSlim over)
@@ -60,4 +70,10 @@ internal static class Crowd
             GC.Collect();
         }
     }
+
+    [DllImport("kernel32.dll")]
+    private static extern nint CreateThread(nint attributes, nint stackSize, nint code, nint argument, uint flags, nint id);
+
+    [DllImport("kernel32.dll")]
+    private static extern int CloseHandle(nint handle);
 }

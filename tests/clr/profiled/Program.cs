@@ -1,16 +1,21 @@
 // The program that is profiled from outside: what it prints is the same with and without the profiler. Its
 // argument says what it does.
 using System;
+using System.Globalization;
+using System.Runtime.InteropServices;
+using System.Threading;
 
 internal static class Program
 {
+    private const uint NoCrashDialog = 2;
+
     private static int Main(string[] args)
     {
         Console.WriteLine($"runtime {Environment.Version}");
         switch (args)
         {
-            case ["shares"]:
-                Shares.Run(cycles: 8);
+            case ["shares", var cycles]:
+                Shares.Run(int.Parse(cycles, CultureInfo.InvariantCulture));
                 break;
             case ["crowd"]:
                 Crowd.Run();
@@ -20,8 +25,15 @@ internal static class Program
                 Environment.Exit(4);
                 break;
             case ["throw"]:
+                SetErrorMode(NoCrashDialog);
                 Shares.Run(cycles: 1);
-                throw new InvalidOperationException("on purpose");
+                var thrower = new Thread(() => throw new InvalidOperationException("on purpose"));
+                thrower.Start();
+                thrower.Join();
+                break;
+            case ["forgotten"]:
+                OwnSampler.Forget();
+                break;
             case ["own", var file]:
                 OwnSampler.Run(file);
                 break;
@@ -30,4 +42,7 @@ internal static class Program
         }
         return 3;
     }
+
+    [DllImport("kernel32.dll")]
+    private static extern uint SetErrorMode(uint mode);
 }

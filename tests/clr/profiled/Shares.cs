@@ -1,4 +1,3 @@
-using System;
 using System.Diagnostics;
 using System.Runtime.CompilerServices;
 
@@ -32,7 +31,6 @@ internal static class Shares
             InThird(ref third, cycle * Ticks(Third));
             InFifth(ref fifth, cycle * Ticks(Fifth));
         }
-        Console.WriteLine($"{cycles} cycles");
     }
 
     private static long Ticks(int share) => share * Stopwatch.Frequency / 100;
