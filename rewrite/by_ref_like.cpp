@@ -78,15 +78,17 @@ ByRefLike by_ref_like(ICorProfilerInfo* info, IMetaDataImport* metadata, mdToken
     if (FAILED(info3->EnumModules(modules.put()))) {
         return ByRefLike::kUnknown;
     }
+    // Which module's type is meant is not resolved: a method too many left as it is does no harm,
+    // and one that boxes what cannot be boxed ends the program.
+    ByRefLike answer = ByRefLike::kUnknown;
     ModuleID module = 0;
     ULONG fetched = 0;
-    while (modules->Next(1, &module, &fetched) == S_OK && fetched == 1) {
-        const ByRefLike answer = ask_module(info, module, path);
-        if (answer != ByRefLike::kUnknown) {
-            return answer;
-        }
+    while (answer != ByRefLike::kYes && modules->Next(1, &module, &fetched) == S_OK &&
+           fetched == 1) {
+        const ByRefLike there = ask_module(info, module, path);
+        answer = there == ByRefLike::kUnknown ? answer : there;
     }
-    return ByRefLike::kUnknown;
+    return answer;
 }
 
 } // namespace corvane

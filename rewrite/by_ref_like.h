@@ -12,8 +12,7 @@ enum class ByRefLike { kNo, kYes, kUnknown };
 // Of the value type that a TypeDef or TypeRef of the module stands for. A value type is loaded
 // before any method that takes one is compiled, so it is found among the loaded modules; kUnknown
 // if it is not. A runtime that cannot enumerate its modules is older than the mark of these types.
-// Of several modules with a type of that name the one that was loaded first answers, which for
-// types of the runtime is its own library.
+// Of several modules with a type of that name one whose type is by-ref-like answers.
 ByRefLike by_ref_like(ICorProfilerInfo* info, IMetaDataImport* metadata, mdToken type);
 
 } // namespace corvane

@@ -1,4 +1,6 @@
 // Parameters and results that cannot become objects: such methods are left as they are.
+extern alias twin;
+
 using System;
 using System.Runtime.CompilerServices;
 using Corvane.Instrumentation;
@@ -30,6 +32,8 @@ internal static unsafe class Unboxable
         Show(OwnRefStruct(new View { Content = new[] { 1 } }));
         Show(ResultRefStruct(new[] { 1, 2, 3 }).Content.Length);
         Show(RefStructOfAnotherModule(new Elsewhere.Window { Content = new[] { 1 } }));
+        Show(SameName(new Elsewhere.Size { Width = 1, Height = 2 }));
+        Show(SameNameButRefStruct(new twin::Elsewhere.Size { Content = new[] { 1 } }));
         Show(Typed(__makeref(number)));
         Show(Iterator(new ArgIterator()));
         Show(RefResult(new[] { 1, 2 }) = 7);
@@ -54,6 +58,8 @@ internal static unsafe class Unboxable
     [Trace] private static int OwnRefStruct(View value) => value.Content.Length;
     [Trace] private static View ResultRefStruct(int[] value) => new() { Content = value };
     [Trace] private static int RefStructOfAnotherModule(Elsewhere.Window value) => value.Content.Length;
+    [Trace] private static int SameName(Elsewhere.Size value) => value.Width;
+    [Trace] private static int SameNameButRefStruct(twin::Elsewhere.Size value) => value.Content.Length;
     [Trace] private static int Typed(TypedReference value) => __refvalue(value, int);
     [Trace] private static string Iterator(ArgIterator value) => "an iterator";
     [Trace] private static ref int RefResult(int[] value) => ref value[0];
