@@ -70,6 +70,15 @@ internal sealed class FakeProcess : IProfilerExports, IProcessThreads
         }
     }
 
+    // Waits until the threads have been listed for the first time.
+    internal void WaitForLists()
+    {
+        while (Rounds == 0)
+        {
+            Assert.True(progress.WaitOne(30_000), "the sampler does not begin");
+        }
+    }
+
     internal Profile Sample(SamplerOptions? options = null, int rounds = 3)
     {
         using var sampler = NewSampler(options);

@@ -9,6 +9,8 @@ using System.Runtime.InteropServices;
 using System.Runtime.Loader;
 using System.Threading;
 using Corvane.Instrumentation;
+using Corvane.Sampling;
+using Kite.Managed.Tests;
 using kite.managed;
 
 internal static class Program
@@ -50,6 +52,8 @@ internal static class Program
                 });
             case ["bind"]:
                 return BindFromEveryContext();
+            case ["exit in filter"]:
+                return ExitInFilter();
             default:
                 return 99;
         }
@@ -142,6 +146,29 @@ internal static class Program
             .GetMethod(nameof(Bind), BindingFlags.Static | BindingFlags.NonPublic)!.Invoke(null, null)).ToArray();
         Console.WriteLine($"{copies.Distinct().Count()} copies, {libraries.Distinct().Count()} libraries");
         return 9;
+    }
+
+    // While another thread waits for the sampling to end.
+    private static int ExitInFilter()
+    {
+        var process = new FakeProcess();
+        process.Add(10, null, 1);
+        using var stopping = new ManualResetEventSlim();
+        var sampler = process.NewSampler(new SamplerOptions
+        {
+            Filter = _ =>
+            {
+                stopping.Wait();
+                Thread.Sleep(10);
+                Environment.Exit(6);
+                return true;
+            },
+        });
+        sampler.Start();
+        process.WaitForLists();
+        stopping.Set();
+        sampler.Stop();
+        return 98;
     }
 
     private static Assembly Bind()

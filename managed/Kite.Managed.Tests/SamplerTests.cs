@@ -267,19 +267,59 @@ public class SamplerTests
         Assert.Equal(0, process.SharpClocks);
     }
 
-    [Fact]
-    public void AFilterCannotStopItsSampler()
+    public static TheoryData<Action<Sampler>, string> CallsOfAFilter => new()
+    {
+        { sampler => sampler.Stop(), "A sampler cannot be stopped by its own filter." },
+        { sampler => sampler.Dispose(), "A sampler cannot be stopped by its own filter." },
+        { sampler => sampler.Start(), "A sampler can be started once." },
+    };
+
+    // While another thread waits for the sampling to end, for they could wait for each other.
+    [Theory]
+    [MemberData(nameof(CallsOfAFilter))]
+    public void AFilterCannotStopOrStartItsSampler(Action<Sampler> call, string message)
     {
         process.Add(10, null, 1);
         Sampler? sampler = null;
+        using var stopping = new ManualResetEventSlim();
         sampler = process.NewSampler(new SamplerOptions
         {
             Interval = SamplerOptions.MinInterval,
-            Filter = _ => sampler!.Stop() == null,
+            Filter = _ =>
+            {
+                stopping.Wait();
+                Thread.Sleep(10);
+                call(sampler!);
+                return true;
+            },
         });
         sampler.Start();
-        SpinWait.SpinUntil(() => process.SharpenedClocks == 1 && process.SharpClocks == 0, 30_000);
-        Assert.Equal("A sampler cannot be stopped by its own filter.", sampler.Stop().Failure?.Message);
+        process.WaitForLists();
+        stopping.Set();
+        Assert.Equal(message, sampler.Stop(TimeSpan.FromSeconds(30))?.Failure?.Message);
+    }
+
+    [Fact]
+    public void TheProgramMayEndInAFilter() =>
+        Assert.Equal(6, ChildProgram.Run(["exit in filter"]).ExitCode);
+
+    [Fact]
+    public void WhoeverWaitsForTheEndKeepsNobodyFromGivingUpSooner()
+    {
+        process.Add(10, null, 1);
+        using var goOn = new ManualResetEventSlim();
+        process.OnSnapshot = _ => goOn.Wait();
+        var sampler = process.NewSampler();
+        sampler.Start();
+        process.WaitForLists();
+        Profile? profile = null;
+        var patient = new Thread(() => profile = sampler.Stop());
+        patient.Start();
+        Assert.True(SpinWait.SpinUntil(() => patient.ThreadState.HasFlag(System.Threading.ThreadState.WaitSleepJoin), 30_000));
+        Assert.Null(sampler.Stop(TimeSpan.Zero));
+        goOn.Set();
+        Assert.True(patient.Join(30_000));
+        Assert.Same(profile, sampler.Stop());
     }
 
     [Fact]
@@ -373,6 +413,33 @@ public class SamplerTests
         Assert.Equal([2, 1], profile.Threads.Select(thread => thread.Samples.Count));
         Assert.True(profile.Cost.Snapshots >= 10);
         Assert.Equal(profile.Cost.Snapshots - 3, profile.Cost.Dropped);
+    }
+
+    // Not even their functions, for deep stacks are many.
+    [Fact]
+    public void OfSamplesBeyondTheMostNothingIsKept()
+    {
+        var thread = process.Add(10, null, 1);
+        process.OnSnapshot = number =>
+        {
+            thread.Stack = [number, 1];
+            thread.Status = number % 2 == 0 ? 2 : 0;
+        };
+        var profile = process.Sample(new SamplerOptions { Interval = SamplerOptions.MinInterval, MaxSamples = 4 }, rounds: 10);
+        Assert.Equal(["Type.F1 Type.F1", "missed", "Type.F1 Type.F3", "missed"], profile.Threads[0].Samples.Select(Names));
+        Assert.Equal([1, 3], process.Named);
+        Assert.True(profile.Cost.Missed >= 5);
+        Assert.Equal(profile.Cost.Snapshots - 2, profile.Cost.Dropped);
+    }
+
+    [Fact]
+    public void AThreadThatWasNeverSeenIsNoSnapshotsCost()
+    {
+        process.Add(10).Status = 2;
+        process.OnSnapshot = _ => Thread.Sleep(2);
+        var cost = process.Sample().Cost;
+        Assert.Equal(TimeSpan.Zero, cost.InSnapshots);
+        Assert.True(cost.Besides >= TimeSpan.FromMilliseconds(6), $"{cost.Besides}");
     }
 
     [Fact]

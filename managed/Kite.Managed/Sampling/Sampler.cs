@@ -52,8 +52,8 @@ public sealed class Sampler : IDisposable
             {
                 throw new InvalidOperationException("A sampler can be started once.");
             }
-            isStarted = true;
             thread.Start();
+            isStarted = true;
             AppDomain.CurrentDomain.ProcessExit += StopAtExit;
             AppDomain.CurrentDomain.UnhandledException += StopAtExit;
         }
@@ -67,14 +67,12 @@ public sealed class Sampler : IDisposable
     public Profile Stop() => Stop(Timeout.InfiniteTimeSpan)!;
 
     /// <summary>Ends the sampling if it goes on.</summary>
+    /// <exception cref="InvalidOperationException">The filter calls it.</exception>
     public void Dispose()
     {
-        lock (gate)
+        if (IsStarted())
         {
-            if (isStarted)
-            {
-                Stop();
-            }
+            Stop();
         }
     }
 
@@ -85,24 +83,40 @@ public sealed class Sampler : IDisposable
         {
             throw new InvalidOperationException("A sampler cannot be stopped by its own filter.");
         }
+        if (!IsStarted())
+        {
+            throw new InvalidOperationException("The sampler was not started.");
+        }
+        stop.Set();
+        // Whoever waits here keeps nobody from giving up sooner.
+        if (!thread.Join(timeout))
+        {
+            return null;
+        }
         lock (gate)
         {
-            if (!isStarted)
-            {
-                throw new InvalidOperationException("The sampler was not started.");
-            }
-            stop.Set();
-            if (profile == null && thread.Join(timeout))
-            {
-                profile = run.ToProfile();
-                AppDomain.CurrentDomain.ProcessExit -= StopAtExit;
-                AppDomain.CurrentDomain.UnhandledException -= StopAtExit;
-            }
-            return profile;
+            AppDomain.CurrentDomain.ProcessExit -= StopAtExit;
+            AppDomain.CurrentDomain.UnhandledException -= StopAtExit;
+            return profile ??= run.ToProfile();
         }
     }
 
     // The system ends all other threads before it ends a process. A thread that is suspended by one of them
     // then stays so, and the process with it if that is the one that ends it.
-    private void StopAtExit(object? sender, EventArgs e) => Stop(Patience);
+    private void StopAtExit(object? sender, EventArgs e)
+    {
+        // If it is the sampler's own, in a filter, nothing is suspended.
+        if (Thread.CurrentThread != thread)
+        {
+            Stop(Patience);
+        }
+    }
+
+    private bool IsStarted()
+    {
+        lock (gate)
+        {
+            return isStarted;
+        }
+    }
 }

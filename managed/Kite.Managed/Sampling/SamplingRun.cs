@@ -40,7 +40,6 @@ internal sealed class SamplingRun
     {
         var running = Stopwatch.StartNew();
         var working = new Stopwatch();
-        var snapping = new Stopwatch();
         try
         {
             using var sharpened = process.SharpenClock();
@@ -57,7 +56,7 @@ internal sealed class SamplingRun
                     var took = running.Elapsed - begin;
                     refreshDue = begin + TimeSpan.FromTicks(Math.Min(RefreshShare * took.Ticks, maxRefreshPeriod.Ticks));
                 }
-                GoThrough(threads.Chosen, stop, snapping);
+                GoThrough(threads.Chosen, stop);
                 cost.Rounds++;
                 working.Stop();
             }
@@ -67,8 +66,7 @@ internal sealed class SamplingRun
             failure = exception;
         }
         cost.Duration = running.Elapsed;
-        cost.InSnapshots = snapping.Elapsed;
-        cost.Besides = working.Elapsed - snapping.Elapsed;
+        cost.Besides = working.Elapsed - cost.InSnapshots;
     }
 
     internal Profile ToProfile()
@@ -81,7 +79,7 @@ internal sealed class SamplingRun
         return new Profile(options.Interval, threads, cost, failure);
     }
 
-    private void GoThrough(List<WatchedThread> threads, WaitHandle stop, Stopwatch snapping)
+    private void GoThrough(List<WatchedThread> threads, WaitHandle stop)
     {
         foreach (var thread in threads)
         {
@@ -90,7 +88,7 @@ internal sealed class SamplingRun
             {
                 continue;
             }
-            snapping.Start();
+            var snapping = Stopwatch.StartNew();
             var isTaken = TryTakeSnapshot(thread.Id, out var count, out var microseconds);
             snapping.Stop();
             // From then on there is the stopping to be seen.
@@ -100,20 +98,26 @@ internal sealed class SamplingRun
             }
             if (isTaken)
             {
+                cost.Snapshots++;
                 clock.Set(microseconds);
-                Keep(thread, new Sample((long)microseconds, stacks.Get(buffer, count, functions)));
-                functions.Resolve(exports);
+                Keep(thread, count, (long)microseconds);
+            }
+            else if (thread.Samples.Count > 0)
+            {
+                cost.Missed++;
+                KeepGap(thread);
             }
             else
             {
-                Miss(thread);
+                continue; // a thread that was never seen is none of the runtime's
             }
+            cost.InSnapshots += snapping.Elapsed;
         }
     }
 
-    private void Keep(WatchedThread thread, Sample sample)
+    private void Keep(WatchedThread thread, int count, long microseconds)
     {
-        cost.Snapshots++;
+        // Beyond the most not even a new stack is stored.
         if (samples == options.MaxSamples)
         {
             cost.Dropped++;
@@ -124,20 +128,16 @@ internal sealed class SamplingRun
             sampled.Add(thread);
         }
         samples++;
-        thread.Samples.Add(sample);
+        thread.Samples.Add(new Sample(microseconds, stacks.Get(buffer, count, functions)));
+        functions.Resolve(exports);
     }
 
-    // A thread that was never seen is none of the runtime's. Of one that was, a gap is kept, which is one
-    // however often it is missed in a row.
-    private void Miss(WatchedThread thread)
+    // One gap, however often the thread is missed in a row.
+    private void KeepGap(WatchedThread thread)
     {
-        if (thread.Samples.Count == 0)
+        if (samples < options.MaxSamples && thread.Samples[thread.Samples.Count - 1].Stack != null)
         {
-            return;
-        }
-        cost.Missed++;
-        if (thread.Samples[thread.Samples.Count - 1].Stack != null)
-        {
+            samples++;
             thread.Samples.Add(new Sample(clock.Now, null));
         }
     }

@@ -39,9 +39,10 @@ internal static class FoldedStacks
     // The format knows no escapes.
     private static void AppendName(StringBuilder text, string name)
     {
-        foreach (var character in name)
+        for (var i = 0; i < name.Length; i++)
         {
-            text.Append(character == ';' ? ':' : char.IsControl(character) ? ' ' : character);
+            text.Append(
+                name[i] == ';' ? ':' : char.IsControl(name[i]) ? ' ' : Surrogates.IsLone(name, i) ? '\uFFFD' : name[i]);
         }
     }
 }
