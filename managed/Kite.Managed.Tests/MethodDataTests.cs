@@ -41,6 +41,24 @@ public class MethodDataTests
     }
 
     [Fact]
+    public void AMethodIsKeptAsLongAsItsType()
+    {
+        var recording = new Recording();
+        Register(recording);
+        for (var round = 0; round < 5; round++)
+        {
+            GC.Collect();
+            GC.WaitForPendingFinalizers();
+        }
+        var data = recording.Methods.Find(0)!;
+        Assert.Equal("Count", data.Method?.Name);
+        Assert.True(data.CanReplace(1, 8));
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private static void Register(Recording recording) => recording.With(0, "Count");
+
+    [Fact]
     public void TheAssemblyOfAMethodCanBeUnloaded()
     {
         var recording = new Recording();

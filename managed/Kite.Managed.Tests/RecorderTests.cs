@@ -103,6 +103,70 @@ public class RecorderTests
         Assert.Equal(3, runs);
     }
 
+    // It waits for whoever prints its calls; it was meant to be interrupted when it waits for something of its own.
+    [Fact]
+    public void AThreadThatIsInterruptedInHereIsInterruptedInTheProgram()
+    {
+        using var folder = new TemporaryFolder();
+        const string Variable = "KITE_MANAGED_TESTS_LOG";
+        Environment.SetEnvironmentVariable(Variable, folder["log.txt"]);
+        var log = new TraceLog(OutputTarget.FromVariable(Variable)!);
+        var calls = new CallRecorder(recording.Methods);
+        var recorder = new Recorder(recording.Methods, calls, log);
+        Interrupt(() => { }, () => log.Gate, () => recorder.Log(4, "lost"));
+        Assert.Equal(0, recorder.Failures);
+        Interrupt(
+            () => recorder.Enter(0, null, [], null),
+            () => calls.Threads().Single().Gate,
+            () => recorder.Enter(0, null, [], null));
+        Assert.Equal(1, recorder.Failures);
+        Assert.EndsWith("kite.managed: System.Threading.ThreadInterruptedException", File.ReadAllLines(folder["log.txt"]).Single());
+    }
+
+    // Interrupts a thread that waits for a lock in here.
+    private static void Interrupt(Action before, Func<object> gate, Action action)
+    {
+        Exception? thrown = null;
+        var isInterrupted = false;
+        using var isReady = new ManualResetEventSlim();
+        using var isLocked = new ManualResetEventSlim();
+        var thread = new Thread(() =>
+        {
+            before();
+            isReady.Set();
+            isLocked.Wait();
+            try
+            {
+                action();
+            }
+            catch (Exception exception)
+            {
+                thrown = exception;
+            }
+            try
+            {
+                Thread.Sleep(Timeout.Infinite);
+            }
+            catch (ThreadInterruptedException)
+            {
+                isInterrupted = true;
+            }
+        });
+        thread.Start();
+        Assert.True(isReady.Wait(30_000));
+        lock (gate())
+        {
+            isLocked.Set();
+            Thread.Sleep(100);
+            Assert.True(SpinWait.SpinUntil(() => thread.ThreadState.HasFlag(ThreadState.WaitSleepJoin), 30_000));
+            thread.Interrupt();
+            Thread.Sleep(100);
+        }
+        Assert.True(thread.Join(30_000));
+        Assert.Null(thrown);
+        Assert.True(isInterrupted);
+    }
+
     // As when a callback ends the process, in whose course the tree is printed.
     [Fact]
     public void ACallbackMayEndTheProcess()

@@ -1,5 +1,7 @@
 using System;
+using System.Collections.Concurrent;
 using System.Reflection;
+using System.Runtime.CompilerServices;
 using Corvane.Instrumentation.Recording;
 
 namespace Corvane.Instrumentation;
@@ -7,13 +9,24 @@ namespace Corvane.Instrumentation;
 /// <summary>What is known of an instrumented method. It does not keep the method's assembly loaded.</summary>
 public sealed class MethodData
 {
+    // A type lives as long as its assembly; what only describes one of its methods would be collected before.
+    private static readonly ConditionalWeakTable<Type, ConcurrentQueue<MethodBase>> kept =
+        new ConditionalWeakTable<Type, ConcurrentQueue<MethodBase>>();
+
     private readonly WeakReference<MethodBase>? method;
 
     internal MethodData(uint index, MethodBase? method, bool traced)
     {
         Index = index;
         Traced = traced;
-        this.method = method == null ? null : new WeakReference<MethodBase>(method);
+        if (method != null)
+        {
+            this.method = new WeakReference<MethodBase>(method);
+            if (method.DeclaringType != null)
+            {
+                kept.GetOrCreateValue(method.DeclaringType).Enqueue(method);
+            }
+        }
         Signature = MethodSignature.Of(index, method);
     }
 

@@ -185,6 +185,10 @@ internal sealed class Recorder
     {
         Interlocked.Increment(ref failures);
         log?.Write(0, $"kite.managed: {exception.GetType()}");
+        if (exception is ThreadInterruptedException)
+        {
+            Thread.CurrentThread.Interrupt(); // of the program's next wait, which it was meant for
+        }
     }
 
     // The injected code's two texts: one begins so, the other one has a block's name in front.

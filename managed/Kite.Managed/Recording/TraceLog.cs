@@ -8,31 +8,44 @@ namespace Corvane.Instrumentation.Recording;
 // line; one that cannot be written ends the log. Any thread.
 internal sealed class TraceLog
 {
-    private readonly object gate = new object();
     private readonly OutputTarget target;
     private TextWriter? writer;
     private bool givenUp;
 
     internal TraceLog(OutputTarget target) => this.target = target;
 
+    internal object Gate { get; } = new object();
+
     internal void Write(int level, string? text)
     {
-        lock (gate)
+        try
         {
-            if (givenUp)
+            lock (Gate)
             {
-                return;
+                if (!givenUp)
+                {
+                    WriteLine($"{level} {Thread.CurrentThread.ManagedThreadId} {text}");
+                }
             }
-            try
-            {
-                writer ??= target.Open(FileMode.Append);
-                writer.WriteLine($"{level} {Thread.CurrentThread.ManagedThreadId} {text}");
-                writer.Flush();
-            }
-            catch (Exception)
-            {
-                givenUp = true;
-            }
+        }
+        catch (ThreadInterruptedException)
+        {
+            // Of the program's next wait, which it was meant for.
+            Thread.CurrentThread.Interrupt();
+        }
+    }
+
+    private void WriteLine(string line)
+    {
+        try
+        {
+            writer ??= target.Open(FileMode.Append);
+            writer.WriteLine(line);
+            writer.Flush();
+        }
+        catch (Exception exception) when (exception is not ThreadInterruptedException)
+        {
+            givenUp = true;
         }
     }
 }
