@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <new>
 #include <span>
 
 namespace corvane {
@@ -17,6 +18,14 @@ public:
     static constexpr std::size_t kReserved = 1024;
 
     FrameList() noexcept = default; // the room is not cleared
+    // Begins with these. Throws std::bad_alloc.
+    explicit FrameList(std::span<const FunctionID> frames) {
+        for (const FunctionID frame : frames) {
+            if (!append(frame)) {
+                throw std::bad_alloc();
+            }
+        }
+    }
     FrameList(const FrameList&) = delete;
     FrameList& operator=(const FrameList&) = delete;
 

@@ -81,11 +81,12 @@ HRESULT Thread_Do_Stack_Snapshot(CorvaneSnapshot* request) {
     const auto os_thread = static_cast<DWORD>(request->osThreadId);
     const ThreadID target = find_thread(os_thread);
     // The id of a thread that has ended may be another's by now, which the runtime does not know,
-    // or this worker's own.
+    // or this worker's own. One that ends between here and its suspension is not seen: what tells
+    // of it is behind a lock, which the suspended thread may hold.
     if (target == 0 || !is_running(target, os_thread) || os_thread == GetCurrentThreadId()) {
         return kNotWalked;
     }
-    FrameList frames;
+    FrameList frames(request->frames);
     OwnedHandle thread(OpenThread(kThreadAccess, FALSE, os_thread));
     if (!thread) {
         return kNotWalked;
@@ -114,6 +115,7 @@ HRESULT Thread_Do_Stack_Snapshot(CorvaneSnapshot* request) {
     thread.reset();
     set_snapshot_target(kNoSnapshotTarget);
     if (walked != S_OK) {
+        // Not told before: the target might hold what writing a line takes.
         log_result(
             default_log,
             L"CClrProfiler::Thread_Do_Stack_Snapshot().DoStackSnapshot() did not return S_OK %s",

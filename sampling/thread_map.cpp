@@ -23,8 +23,8 @@ bool is_snapshot_target(std::int64_t thread) {
 
 void on_thread_assigned(ThreadID thread, DWORD os_thread) {
     const Lock lock(ThreadMapMutex);
-    ThreadMap[os_thread] = thread;
     running_threads[thread] = os_thread;
+    ThreadMap[os_thread] = thread; // last: who is found there is running
 }
 
 // Wanted, however odd: both steps take the runtime's id of a thread where the system's is kept. So

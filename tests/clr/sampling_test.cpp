@@ -2,9 +2,12 @@
 // What it saw it prints, without what differs from run to run; that goes to the standard error. A
 // program that hangs is ended and fails its test: a thread that stays suspended, or a lock that is
 // taken while another one is, shows as that.
-#include "tests/clr/program_run.h"
+#include "tests/clr/runtime_test.h"
+#include "tools/corvane/debuggee.h"
 
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 
 namespace corvane::testing {
 namespace {
@@ -31,34 +34,40 @@ protected:
     // this behind the runtime's version.
     void expect_output(const std::wstring& what, int count, const std::string& expected) const {
         // Far more than a snapshot takes on a busy machine.
-        const std::chrono::seconds timeout(90 + count / 10);
+        const std::chrono::milliseconds timeout(90'000 + 30 * count);
         const fs::path dotnet_root =
             fs::absolute(fs::path(_wgetenv(L"CORVANE_DOTNET_ROOTS")) / std::to_string(GetParam()))
                 .make_preferred();
-        const ProgramRun run =
-            run_program(built_file(L"managed") / "sampled" / "sampled.exe",
-                        what + L' ' + std::to_wstring(count),
-                        {{L"DOTNET_ROOT", dotnet_root.wstring()},
-                         {L"DOTNET_ROOT_X64", std::nullopt},
-                         {L"DOTNET_MULTILEVEL_LOOKUP", L"0"},
-                         {L"CORECLR_ENABLE_PROFILING", L"1"},
-                         {L"CORECLR_PROFILER", L"{5D3A9C71-0B6E-4F28-9A41-7C2E8B04D1F6}"},
-                         {L"CORECLR_PROFILER_PATH", library.wstring()},
-                         {L"CORECLR_PROFILER_PATH_64", std::nullopt},
-                         {L"CORVANE_HOME_APM_DOTNET", home.wstring()}},
-                        timeout);
-        EXPECT_FALSE(run.timed_out) << "it hung";
-        EXPECT_EQ(run.exit_code, kExitCode);
-        const std::size_t line_end = run.output.find('\n');
-        EXPECT_TRUE(run.output.starts_with("runtime " + std::to_string(GetParam()) + '.'));
-        std::string rest = line_end == std::string::npos ? "" : run.output.substr(line_end + 1);
+        DebuggeeOptions options;
+        options.program = built_file(L"managed").append("sampled").append("sampled.exe").wstring();
+        options.arguments = {what, std::to_wstring(count)};
+        options.environment = {{L"DOTNET_ROOT", dotnet_root.wstring()},
+                               {L"DOTNET_ROOT_X64", std::nullopt},
+                               {L"DOTNET_MULTILEVEL_LOOKUP", L"0"},
+                               {L"CORECLR_ENABLE_PROFILING", L"1"},
+                               {L"CORECLR_PROFILER", L"{5D3A9C71-0B6E-4F28-9A41-7C2E8B04D1F6}"},
+                               {L"CORECLR_PROFILER_PATH", library.wstring()},
+                               {L"CORECLR_PROFILER_PATH_64", std::nullopt},
+                               {L"CORVANE_HOME_APM_DOTNET", home.wstring()}};
+        options.output_file = (folder() / "output.txt").wstring();
+        options.passes_errors = true;
+        options.timeout = timeout;
+        const DebuggeeResult result = run_debuggee(options);
+        EXPECT_FALSE(result.timed_out) << "it hung";
+        EXPECT_EQ(result.exit_code, kExitCode);
+        std::ifstream stream(fs::path(options.output_file), std::ios::binary);
+        const std::string output(std::istreambuf_iterator<char>(stream), {});
+        const std::size_t line_end = output.find('\n');
+        EXPECT_TRUE(output.starts_with("runtime " + std::to_string(GetParam()) + '.'));
+        std::string rest = line_end == std::string::npos ? "" : output.substr(line_end + 1);
         std::erase(rest, '\r');
         EXPECT_EQ(rest, expected);
     }
 };
 INSTANTIATE_TEST_SUITE_P(Runtimes, Sampling, ::testing::ValuesIn(kRuntimes), runtime_name);
 
-// Frame for frame, innermost first; each thread in fifty snapshots, which all have to agree.
+// Frame for frame, innermost first; threads that stay where they are in fifty snapshots, which all
+// have to agree.
 TEST_P(Sampling, ShowsKnownCallChains) {
     const bool is_10 = GetParam() == 10;
     // What the runtime's own code is on the way to and from the program's differs by version.
@@ -85,21 +94,25 @@ TEST_P(Sampling, ShowsKnownCallChains) {
             "no functions: 0\n");
 }
 
-// From their first instruction until after their end.
+// Until after their end.
 TEST_P(Sampling, LeavesThreadsThatComeAndGoAlone) {
     expect_output(L"threads", 100, "threads: walked\n");
 }
 
 TEST_P(Sampling, ServesTwoSamplersOfEachOther) {
-    expect_output(L"samplers", 500, "samplers: walked\nsamplers: walked\n");
+    expect_output(L"samplers", 500,
+                  "one by one: walked\nother by one: walked\nbusy by one: walked\n"
+                  "one by other: walked\nother by other: walked\nbusy by other: walked\n");
 }
 
 TEST_P(Sampling, DoesNotHangOnALockOfTheHeap) {
-    expect_output(L"allocating", snapshots(1000), "allocating: walked\n");
+    expect_output(L"allocating", snapshots(1000),
+                  "allocating: walked\nallocating natively: walked\n");
 }
 
 TEST_P(Sampling, LivesWithTheCollector) {
-    expect_output(L"collecting", 200, "collecting: walked\n");
+    expect_output(L"collecting", 50,
+                  "allocating: walked\nbusy: walked\ncollecting: walked\nsampling: walked\n");
 }
 
 TEST_P(Sampling, LeavesTheStartOfAProgramAsItIs) {

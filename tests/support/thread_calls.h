@@ -2,10 +2,11 @@
 // lets one of these calls fail. One at a time, for one snapshot at a time; it takes no memory.
 #pragma once
 
-#include "tests/support/allocations.h"
 #include "tests/support/patched_import.h"
 
+#include <atomic>
 #include <cstddef>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -13,8 +14,7 @@ namespace corvane::testing {
 
 class ThreadCalls {
 public:
-    ThreadCalls() { current = this; }
-    ~ThreadCalls() { current = nullptr; }
+    ThreadCalls() = default;
     ThreadCalls(const ThreadCalls&) = delete;
     ThreadCalls& operator=(const ThreadCalls&) = delete;
 
@@ -40,11 +40,12 @@ public:
     // OpenThread gives a handle of this thread, whatever it is asked for, unless it is 0.
     DWORD opened_instead = 0;
 
-    // Requests of memory between the suspension and the resumption of the thread.
-    std::size_t requests_while_suspended() const { return at_resumption_ - at_suspension_; }
+    // Requests of memory between the suspension and the resumption of the thread, by any thread.
+    std::size_t requests_while_suspended() const { return requests_; }
 
 private:
     static inline ThreadCalls* current = nullptr;
+    ThreadCalls* const own_ = current = this; // before the first call comes
 
     bool fails(std::string_view call) const { return call == failing; }
 
@@ -68,7 +69,7 @@ private:
             return static_cast<DWORD>(-1);
         }
         const DWORD count = calls.suspend_.original()(thread);
-        calls.at_suspension_ = allocations();
+        calls.is_suspended_ = true;
         return count;
     }
     static BOOL WINAPI get_context(HANDLE thread, CONTEXT* context) {
@@ -81,7 +82,7 @@ private:
         ThreadCalls& calls = *current;
         if (thread == calls.handle) { // and not a new thread that starts
             calls.note('R');
-            calls.at_resumption_ = allocations();
+            calls.is_suspended_ = false;
         }
         return calls.resume_.original()(thread);
     }
@@ -94,16 +95,28 @@ private:
         return calls.close_.original()(handle);
     }
 
+    // All that this program takes from a heap comes through one of these.
+    static void* take(std::size_t size) {
+        current->requests_ += current->is_suspended_ ? 1 : 0;
+        return current->malloc_.original()(size);
+    }
+    static void* WINAPI take_of_heap(HANDLE heap, DWORD flags, SIZE_T size) {
+        current->requests_ += current->is_suspended_ ? 1 : 0;
+        return current->heap_alloc_.original()(heap, flags, size);
+    }
+
     char sequence_[64] = {};
     std::size_t length_ = 0;
-    std::size_t at_suspension_ = 0;
-    std::size_t at_resumption_ = 0;
+    std::atomic<bool> is_suspended_ = false;
+    std::atomic<std::size_t> requests_ = 0;
 
     PatchedImport<decltype(OpenThread)> open_{"OpenThread", &open};
     PatchedImport<decltype(SuspendThread)> suspend_{"SuspendThread", &suspend};
     PatchedImport<decltype(GetThreadContext)> context_{"GetThreadContext", &get_context};
     PatchedImport<decltype(ResumeThread)> resume_{"ResumeThread", &resume};
     PatchedImport<decltype(CloseHandle)> close_{"CloseHandle", &close};
+    PatchedImport<void*(std::size_t)> malloc_{"malloc", &take};
+    PatchedImport<decltype(HeapAlloc)> heap_alloc_{"HeapAlloc", &take_of_heap};
 };
 
 } // namespace corvane::testing

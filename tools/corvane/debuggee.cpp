@@ -189,7 +189,7 @@ DebuggeeResult run_debuggee(const DebuggeeOptions& options) {
         startup.dwFlags = STARTF_USESTDHANDLES;
         startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
         startup.hStdOutput = output.get();
-        startup.hStdError = output.get();
+        startup.hStdError = options.passes_errors ? GetStdHandle(STD_ERROR_HANDLE) : output.get();
     }
     std::wstring line = command_line(options);
     std::wstring environment = environment_block(options);

@@ -19,8 +19,9 @@ struct DebuggeeOptions {
     std::vector<std::wstring> arguments; // behind the program's name
     // Changes to the environment that the program inherits; no value removes a variable.
     std::map<std::wstring, std::optional<std::wstring>> environment;
-    std::wstring directory;   // working directory; empty: the caller's
-    std::wstring output_file; // standard output and error; empty: the caller's
+    std::wstring directory;     // working directory; empty: the caller's
+    std::wstring output_file;   // standard output and error; empty: the caller's
+    bool passes_errors = false; // standard error is the caller's in any case
     std::chrono::milliseconds timeout = std::chrono::minutes(2);
     std::function<void(const std::wstring& line)> on_debug_output; // none: no debugger
 };

@@ -39,11 +39,14 @@ internal static unsafe class Program
                 + $" {one.End,6:F1} {one.Array,6:F1} | {one.Suspended,8:F1}");
         }
 
-        double[] slowdowns = MeasureSlowdowns(rounds);
+        var samplings = new Sampling[s_intervals.Length];
+        double[] slowdowns = MeasureSlowdowns(rounds, samplings);
         Console.WriteLine($"A busy thread, sampled: medians of {rounds} rounds");
         for (int i = 1; i < s_intervals.Length; i++)
         {
-            Console.WriteLine($"every {s_intervals[i],3} ms: {slowdowns[i]:F3} times as long");
+            Sampling of = samplings[i];
+            Console.WriteLine($"every {s_intervals[i],3} ms: {slowdowns[i]:F3} times as long; {of.Taken} snapshots,"
+                + $" one in {of.Milliseconds / of.Taken:F1} ms, {of.Walked} of them walked");
         }
         Console.WriteLine($"sampling: bare={measured[0].Total / measured[0].ByHand:F2}"
             + $" suspended_us={measured[0].Suspended:F1} slowdown_10ms={slowdowns[2]:F3}");
@@ -67,7 +70,10 @@ internal static unsafe class Program
         // Around the frames of the descent lie those of the thread's start and of the wait.
         int others = (int)MeasureThread(0, 10).Frames;
         MeasureThread(frames - others, 10);
-        return MeasureThread(frames - others, snapshots);
+        Measured measured = MeasureThread(frames - others, snapshots);
+        return measured.Frames == frames
+            ? measured
+            : throw new InvalidOperationException($"{measured.Frames} frames instead of {frames}");
     }
 
     private static Measured MeasureThread(int descents, int snapshots)
@@ -110,39 +116,54 @@ internal static unsafe class Program
 
     // --- A busy thread
 
+    // What came of the snapshots at one interval.
+    private struct Sampling
+    {
+        public int Taken, Walked;
+        public double Milliseconds;
+    }
+
     // By interval. Every round works once without samples, which the others of that round are held against.
-    private static double[] MeasureSlowdowns(int rounds)
+    private static double[] MeasureSlowdowns(int rounds, Sampling[] samplings)
     {
         var ratios = new double[s_intervals.Length][];
         for (int i = 0; i < ratios.Length; i++)
         {
             ratios[i] = new double[rounds];
         }
-        WorkSampled(1);
+        Sampling none = default;
+        WorkSampled(1, ref none);
         for (int round = 0; round < rounds; round++)
         {
-            double alone = WorkSampled(0);
+            double alone = WorkSampled(0, ref none);
             for (int i = 1; i < ratios.Length; i++)
             {
-                ratios[i][round] = WorkSampled(s_intervals[i]) / alone;
+                ratios[i][round] = WorkSampled(s_intervals[i], ref samplings[i]) / alone;
             }
+        }
+        if (samplings.Skip(1).Any(sampling => sampling.Walked < 0.9 * sampling.Taken))
+        {
+            throw new InvalidOperationException("too many snapshots failed for their cost to mean anything");
         }
         return [.. ratios.Select(values => values.Order().ElementAt(rounds / 2))];
     }
 
     // How long a fixed amount of work takes, in milliseconds.
-    private static double WorkSampled(int interval)
+    private static double WorkSampled(int interval, ref Sampling sampling)
     {
         uint id = GetCurrentThreadId();
         bool isToStop = false;
+        int taken = 0;
+        int walked = 0;
         var sampler = new Thread(() =>
         {
             while (!Volatile.Read(ref isToStop))
             {
                 Thread.Sleep(interval);
-                if (TakeSnapshot(id, out double[]? _, out int _, out ulong _) == 1)
+                taken++;
+                if (TakeSnapshot(id, out double[]? _, out int frames, out ulong _) == 0 && frames > 0)
                 {
-                    throw new InvalidOperationException("no snapshot");
+                    walked++;
                 }
             }
         });
@@ -158,6 +179,9 @@ internal static unsafe class Program
         {
             sampler.Join();
         }
+        sampling.Taken += taken;
+        sampling.Walked += walked;
+        sampling.Milliseconds += time;
         return time;
     }
 

@@ -9,12 +9,12 @@ using System.Threading;
 using System.Threading.Tasks;
 
 /// <summary>Samples at bad moments: what matters is that everything goes on. Whether a stack could be walked at
-/// such a moment is the runtime's affair, but some have to be.</summary>
+/// such a moment is the runtime's affair, but some of each thread have to be.</summary>
 internal static class Races
 {
     private static int s_samples;
 
-    /// <summary>Threads sampled from their first instruction until after their end.</summary>
+    /// <summary>Threads sampled from where they first can tell who they are until after their end.</summary>
     public static void ThreadsThatComeAndGo(int count)
     {
         var statuses = new Statuses();
@@ -60,7 +60,8 @@ internal static class Races
     /// <summary>Two samplers of the same threads, which are also those of each other.</summary>
     public static void TwoSamplers(int count)
     {
-        var statuses = new[] { new Statuses(), new Statuses() };
+        string[] who = ["one", "other", "busy"];
+        var statuses = Enumerable.Range(0, 2).Select(_ => who.Select(_ => new Statuses()).ToArray()).ToArray();
         var ids = new uint[3];
         using var ready = new Barrier(2);
         using (var busy = new Target(Busy))
@@ -72,7 +73,12 @@ internal static class Races
                 ready.SignalAndWait();
                 for (int i = 0; i < count; i++)
                 {
-                    statuses[own].Add(Sampler.Take(ids[i % 3]));
+                    Snapshot snapshot = Sampler.Take(ids[i % 3]);
+                    statuses[own][i % 3].Add(snapshot);
+                    if (snapshot.Frames is not null && Sampler.Names(snapshot.Frames).Contains("?.?"))
+                    {
+                        Console.WriteLine("a function without a name");
+                    }
                 }
             }))];
             foreach (Thread sampler in samplers)
@@ -85,45 +91,57 @@ internal static class Races
             }
             ExpectAlive(busy);
         }
-        statuses[0].Print("samplers");
-        statuses[1].Print("samplers");
+        for (int own = 0; own < 2; own++)
+        {
+            for (int i = 0; i < 3; i++)
+            {
+                statuses[own][i].Print($"{who[i]} by {who[own]}");
+            }
+        }
     }
 
     /// <summary>A thread that may hold the lock of the heap at any moment, of the runtime's or of the system's.</summary>
     public static void Allocating(int count)
     {
-        var statuses = new Statuses();
+        var ofManaged = new Statuses();
+        var ofNative = new Statuses();
         using (var managed = new Target(Allocate))
         using (var native = new Target(AllocateNatively))
         {
             for (int i = 0; i < count; i++)
             {
-                statuses.Add(Sampler.Take(i % 2 == 0 ? managed.Id : native.Id));
+                ofManaged.Add(Sampler.Take(managed.Id));
+                ofNative.Add(Sampler.Take(native.Id));
             }
             ExpectAlive(managed);
             ExpectAlive(native);
         }
-        statuses.Print("allocating");
+        ofManaged.Print("allocating");
+        ofNative.Print("allocating natively");
     }
 
     /// <summary>Threads that the collector stops as well.</summary>
     public static void Collecting(int count)
     {
-        var statuses = new Statuses();
+        string[] who = ["allocating", "busy", "collecting", "sampling"];
+        Statuses[] statuses = [.. who.Select(_ => new Statuses())];
         using (var allocating = new Target(Allocate))
         using (var busy = new Target(Busy))
         using (var collecting = new Target(Collect))
         {
             uint[] ids = [allocating.Id, busy.Id, collecting.Id, Platform.GetCurrentThreadId()];
-            for (int i = 0; i < count; i++)
+            for (int i = 0; i < count * ids.Length; i++)
             {
-                statuses.Add(Sampler.Take(ids[i % ids.Length]));
+                statuses[i % ids.Length].Add(Sampler.Take(ids[i % ids.Length]));
             }
             ExpectAlive(allocating);
             ExpectAlive(busy);
             ExpectAlive(collecting);
         }
-        statuses.Print("collecting");
+        for (int i = 0; i < who.Length; i++)
+        {
+            statuses[i].Print(who[i]);
+        }
     }
 
     /// <summary>Samples the calling thread from another one from now on, as often as it can, until the program

@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+#include <vector>
+
 namespace corvane {
 namespace {
 
@@ -44,6 +47,18 @@ TEST(FrameList, HasRoomForUsualStacksAndSaysWhenThereIsNoMore) {
     EXPECT_FALSE(list.append(1));
     EXPECT_EQ(pages_asked_for, 1);
     EXPECT_EQ(list.frames().size(), 1024U);
+}
+
+TEST(FrameList, BeginsWithWhatItIsGiven) {
+    const std::vector<FunctionID> given(1024, 5);
+    FrameList list(given);
+    EXPECT_TRUE(list.append(6));
+    EXPECT_EQ(list.frames().size(), 1025U);
+    EXPECT_EQ(list.frames().front(), 5U);
+    EXPECT_EQ(list.frames().back(), 6U);
+
+    const testing::PatchedImport patch("VirtualAlloc", &no_pages);
+    EXPECT_THROW(FrameList(std::vector<FunctionID>(1025)), std::bad_alloc);
 }
 
 } // namespace

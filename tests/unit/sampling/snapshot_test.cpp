@@ -18,8 +18,10 @@
 
 #include <atomic>
 #include <new>
+#include <set>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 namespace corvane {
 namespace {
@@ -230,10 +232,9 @@ TEST_F(SnapshotTest, SuspendsTheTargetForTheWalk) {
     runtime.during_walk = [&] {
         calls.note('W');
         suspended = target.suspend_count();
-        are_locks_free = ThreadMapMutex.try_lock() && SnapshotTargetMutex.try_lock();
+        using Lock = boost::mutex::scoped_try_lock;
+        are_locks_free = Lock(ThreadMapMutex).owns_lock() && Lock(SnapshotTargetMutex).owns_lock();
         sampled = snapshotTargetThread;
-        ThreadMapMutex.unlock();
-        SnapshotTargetMutex.unlock();
     };
     taken.take(target.id());
     taken.expect_success({0x10, 0x20, 0x30});
@@ -248,13 +249,29 @@ TEST_F(SnapshotTest, SuspendsTheTargetForTheWalk) {
 }
 
 TEST_F(SnapshotTest, WalksOnAFreshThreadEachTime) {
-    taken.take(target.id());
-    const DWORD first = runtime.walker;
-    EXPECT_NE(first, GetCurrentThreadId());
-    EXPECT_NE(first, target.id());
-    // It is gone, or its id would not be free for another.
-    const OwnedHandle worker(OpenThread(SYNCHRONIZE, FALSE, first));
-    EXPECT_TRUE(!worker || WaitForSingleObject(worker.get(), 0) == WAIT_OBJECT_0);
+    // While a thread is open no other one gets its id.
+    std::vector<OwnedHandle> workers;
+    std::set<DWORD> ids = {GetCurrentThreadId(), target.id()};
+    runtime.during_walk = [&] {
+        workers.emplace_back(OpenThread(SYNCHRONIZE, FALSE, GetCurrentThreadId()));
+    };
+    for (int i = 0; i < 3; ++i) {
+        Taken one;
+        one.take(target.id());
+        EXPECT_TRUE(ids.insert(runtime.walker).second);
+    }
+    ASSERT_EQ(workers.size(), 3U);
+    for (const OwnedHandle& worker : workers) {
+        EXPECT_EQ(WaitForSingleObject(worker.get(), 0), WAIT_OBJECT_0);
+    }
+}
+
+TEST_F(SnapshotTest, AppendsToWhatTheRequestHolds) {
+    CorvaneSnapshot request;
+    request.frames = {1, 2};
+    request.osThreadId = static_cast<std::int32_t>(target.id());
+    EXPECT_EQ(Thread_Do_Stack_Snapshot(&request), S_OK);
+    EXPECT_THAT(request.frames, ElementsAre(1, 2, 0x10, 0x20, 0x30));
 }
 
 TEST_F(SnapshotTest, KeepsTheSignOfTheTargetsId) {
@@ -300,18 +317,20 @@ TEST_F(SnapshotTest, LeavesNoHandleBehind) {
 TEST_F(SnapshotTest, ServesManyCallersAtOnce) {
     const ParkedThread other;
     on_thread_assigned(kThread + 8, other.id());
+    runtime.frames_of[kThread + 8] = {0x40, 0x50};
+    const std::vector<double> of_target = {0x10, 0x20, 0x30};
+    const std::vector<double> of_other = {0x40, 0x50};
     std::atomic<int> succeeded = 0;
     {
         std::vector<std::jthread> callers;
         for (int caller = 0; caller < 4; ++caller) {
-            callers.emplace_back([&, caller] {
+            callers.emplace_back([&, is_target = caller % 2 == 0] {
                 for (int i = 0; i < 50; ++i) {
                     Taken one;
-                    one.take(caller % 2 == 0 ? target.id() : other.id());
+                    one.take(is_target ? target.id() : other.id());
                     succeeded +=
-                        one.status == 0 && one.values() == std::vector<double>{0x10, 0x20, 0x30}
-                            ? 1
-                            : 0;
+                        one.status == 0 && one.values() == (is_target ? of_target : of_other) ? 1
+                                                                                              : 0;
                 }
             });
         }
