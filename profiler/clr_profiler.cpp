@@ -10,6 +10,7 @@
 #include "profiler/type_library.h"
 #include "rewrite/left_methods.h"
 #include "rewrite/managed_library.h"
+#include "rewrite/module_holds.h"
 #include "rewrite/module_references.h"
 #include "rewrite/rewrite_settings.h"
 #include "sampling/thread_map.h"
@@ -205,6 +206,7 @@ HRESULT CClrProfiler::ModuleLoadFinished(ModuleID module, HRESULT) noexcept {
 
 // Another module may get the same id.
 HRESULT CClrProfiler::ModuleUnloadStarted(ModuleID module) noexcept {
+    wait_for_module_holds();
     forget_left_methods(module);
     return S_OK;
 }

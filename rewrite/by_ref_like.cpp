@@ -1,6 +1,7 @@
 #include "rewrite/by_ref_like.h"
 
 #include "clr/com_ptr.h"
+#include "rewrite/module_holds.h"
 
 #include <array>
 #include <string>
@@ -74,6 +75,7 @@ ByRefLike by_ref_like(ICorProfilerInfo* info, IMetaDataImport* metadata, mdToken
     if (FAILED(info->QueryInterface(__uuidof(ICorProfilerInfo3), info3.put_void()))) {
         return ByRefLike::kNo;
     }
+    const auto hold = hold_modules();
     ComPtr<ICorProfilerModuleEnum> modules;
     if (FAILED(info3->EnumModules(modules.put()))) {
         return ByRefLike::kUnknown;

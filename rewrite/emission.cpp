@@ -36,8 +36,8 @@ void EmitReceiver(IlBuilder& il, const MethodShape& shape) {
 
 namespace {
 
-// The argument is on the stack. What a reference to a reference type refers to is not looked at:
-// null goes in its place, which is wanted.
+// The argument is on the stack. What a reference to a string, class or object refers to is not
+// looked at: null goes in its place, which is wanted.
 void emit_as_object(IlBuilder& il, const PassedValue& value) {
     const bool is_boxed = value.as == PassedValue::As::kBoxed;
     if (is_boxed && value.by_ref) {

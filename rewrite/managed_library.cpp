@@ -23,7 +23,11 @@ bool is_core_clr(ICorProfilerInfo* info) {
 }
 
 bool is_beside(std::wstring_view module_name) {
-    std::wstring file(module_name.substr(0, module_name.find_last_of(L"\\/") + 1));
+    const std::size_t separator = module_name.find_last_of(L"\\/");
+    if (separator == module_name.npos) {
+        return false; // a module that was loaded from memory
+    }
+    std::wstring file(module_name.substr(0, separator + 1));
     file += kManagedLibrary;
     file += L".dll";
     return GetFileAttributesW(file.c_str()) != INVALID_FILE_ATTRIBUTES;

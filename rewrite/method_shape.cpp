@@ -24,7 +24,8 @@ struct BoxingType {
     const wchar_t* name;
 };
 
-// What primitives are boxed as.
+// What primitives are boxed as, and the references that are boxed as well, which leaves them as
+// they are.
 constexpr BoxingType kBoxingTypes[] = {
     {kElementBoolean, L"System.Boolean"}, {kElementChar, L"System.Char"},
     {kElementI1, L"System.SByte"},        {kElementU1, L"System.Byte"},
@@ -33,6 +34,8 @@ constexpr BoxingType kBoxingTypes[] = {
     {kElementI8, L"System.Int64"},        {kElementU8, L"System.UInt64"},
     {kElementR4, L"System.Single"},       {kElementR8, L"System.Double"},
     {kElementI, L"System.IntPtr"},        {kElementU, L"System.UIntPtr"},
+    {kElementArray, L"System.Object"},    {kElementGenericInst, L"System.Object"},
+    {kElementSzArray, L"System.Object"},
 };
 
 const wchar_t* boxing_type_name(std::uint8_t element_type) {
@@ -90,6 +93,9 @@ private:
         }
         shape.returns_value = true;
         shape.result_type = type.blob;
+        if (type.passing() == Passing::kOtherReference) {
+            return S_OK; // handed over as it is
+        }
         return read_value(type, L"its result", shape.result);
     }
 
@@ -103,6 +109,9 @@ private:
                 !type.by_ref && (element_type == kElementObject || value.type != mdTokenNil);
             return S_OK;
         }
+        case Passing::kOtherReference:
+            value.as = PassedValue::As::kBoxed;
+            return find_boxing_type(type.element_type(), what, value.type);
         case Passing::kPrimitive:
             value.as = PassedValue::As::kBoxed;
             value.replaceable = value.unboxed_back = !type.by_ref;

@@ -67,12 +67,13 @@ Passing SignatureType::passing() const {
     switch (element_type()) {
     case kElementString:
     case kElementClass:
-    case kElementArray:
     case kElementObject:
-    case kElementSzArray:
         return Passing::kReference;
+    case kElementArray:
+    case kElementSzArray:
+        return Passing::kOtherReference;
     case kElementGenericInst:
-        return blob[1] == kElementClass ? Passing::kReference : Passing::kGenericValueType;
+        return blob[1] == kElementClass ? Passing::kOtherReference : Passing::kGenericValueType;
     case kElementValueType:
         return Passing::kValueType;
     case kElementBoolean:

@@ -10,9 +10,10 @@ namespace corvane {
 
 // How a value of a type gets into an object.
 enum class Passing {
-    kReference, // it is one
-    kPrimitive, // boxed as the type of the runtime's library that its element type stands for
-    kValueType, // boxed as the type that its token names
+    kReference,      // it is one: a string, class or object
+    kOtherReference, // it is one, treated as any object: an array, an instantiation of a class
+    kPrimitive,      // boxed as the type of the runtime's library that its element type stands for
+    kValueType,      // boxed as the type that its token names
     kGenericValueType, // boxed as the instantiation
     kNotAtAll          // a pointer, a TypedReference, a type variable
 };

@@ -37,7 +37,6 @@ public:
           module_name_(method.module_name) {}
 
     [[nodiscard]] HRESULT result() const { return result_; }
-    [[nodiscard]] IMetaDataImport* import() const { return import_.get(); }
 
     bool open() {
         constexpr const wchar_t* kNoMetadata = L"Failed to get module metadata interface (%s)";
@@ -51,7 +50,7 @@ public:
                          kNoMetadata);
     }
 
-    // No call of the metadata either, as far as the result goes.
+    // The result stays that of the call before.
     bool can_find_library() {
         ComPtr<IMetaDataAssemblyImport> assembly_import;
         if (SUCCEEDED(emit_.query(assembly_import)) &&
@@ -78,7 +77,7 @@ public:
                          message);
     }
 
-    // No call of the metadata: the result stays that of the one before.
+    // Here as well.
     bool compress(mdTypeRef type, BlobForm form, CompressedToken& compressed,
                   const wchar_t* message) {
         const auto token = form == BlobForm::kExact ? std::optional(compress_token_exactly(type))
@@ -212,9 +211,16 @@ HRESULT DefineInstrumentationReferences(RewriteContext& context, ICorProfilerInf
     }
     Definer definer(context, info, method);
     InstrumentationReferences references;
-    // What becomes of the method is logged where it is decided.
-    if (!define(definer, strictIl, references) ||
-        FAILED(RewriteMethod(context, references, mode))) {
+    bool is_done = false;
+    try {
+        // What becomes of the method is logged where it is decided.
+        is_done = define(definer, strictIl, references) &&
+                  SUCCEEDED(RewriteMethod(context, references, mode));
+    } catch (...) {
+        leave_for_good(method.module_id, method.method_token);
+        throw;
+    }
+    if (!is_done) {
         leave_for_good(method.module_id, method.method_token);
     }
     return definer.result();

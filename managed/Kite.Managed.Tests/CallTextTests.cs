@@ -30,8 +30,9 @@ public class CallTextTests
     [Fact]
     public void WhatIsPassedByReferenceShowsItsModeAndWhatIsKnownOfItsValue() =>
         Assert.Equal(
-            "Kite.Managed.Tests.Shop.Swap(ref count: 1, ref name, out total, in price: 2.5)",
-            Line(typeof(Shop), "Swap", null, [1, null, 9, 2.5]));
+            "Kite.Managed.Tests.Shop.Swap(ref count: 1, ref name, ref others: {System.Int32[]}, out total, " +
+            "in price: 2.5)",
+            Line(typeof(Shop), "Swap", null, [1, null, new[] { 3 }, 9, 2.5]));
 
     [Fact]
     public void AGenericMethodIsNamedAsItsDefinition() =>

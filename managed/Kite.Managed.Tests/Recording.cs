@@ -80,7 +80,7 @@ public class Shop
 
     public static string? Find(object wanted, DayOfWeek day) => null;
 
-    public static void Swap(ref int count, ref string name, out int total, in double price) => total = 0;
+    public static void Swap(ref int count, ref string name, ref int[] others, out int total, in double price) => total = 0;
 
     public static T Pick<T, TOther>(T first, TOther other) => first;
 

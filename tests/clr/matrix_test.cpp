@@ -224,6 +224,7 @@ const Row kProbings[] = {
     {"values-replaced", {L"values", L"quiet"}, kReplaces},
     {"byreference-replaced", {L"byreference", L"quiet"}, kReplaces},
     {"counts-replaced", {L"counts", L"quiet"}, kReplaces},
+    {"receivers-in-full", {L"receivers"}, {{L"CORVANE_PROBE_TELLS", L"1"}}},
     // Replacements that are not of the parameters' types are no better than a failure.
     {"guards-misreplaced", {L"guards"}, {{L"CORVANE_PROBE_REPLACES", L"wrongly"}}},
     failing("guards-constructor", L".ctor"),

@@ -3,11 +3,15 @@
 #include "rewrite/method_instrumenter.h"
 
 #include "profiler/runtime_state.h"
+#include "rewrite/module_holds.h"
 #include "tests/clr/scratch_module_test.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/il_text.h"
 
+#include <atomic>
+#include <new>
 #include <set>
+#include <thread>
 
 namespace corvane::testing {
 namespace {
@@ -125,7 +129,7 @@ TEST_F(MethodInstrumenterTest, ReplacesClassesAndObjectsOnly) {
                         "references");
 }
 
-TEST_F(MethodInstrumenterTest, LooksThroughReferencesToValuesOnly) {
+TEST_F(MethodInstrumenterTest, LooksThroughReferencesToAllButStringsClassesAndObjects) {
     // void Place(ref int32, ref string, ref Customer, ref object, ref Point, ref int32[],
     // ref KeyValuePair<string, int32[]>)
     expect_instrumented(add(L"Place",
@@ -482,6 +486,37 @@ TEST_F(MethodInstrumenterTest, LeavesMethodsWithByRefLikeTypes) {
     module->can_enumerate_modules = false;
     instrument(add(L"E", join({{0x00, 0}, span_of_int}), tiny({0x2A})));
     EXPECT_EQ(module->installations, 1);
+}
+
+// They might be unloaded meanwhile, and their ids then stand for nothing.
+TEST_F(MethodInstrumenterTest, HoldsTheModulesThatItLooksAt) {
+    std::atomic<bool> may_go = false;
+    std::jthread unloading;
+    module->on_other_opened = [&] {
+        unloading = std::jthread([&] {
+            wait_for_module_holds();
+            may_go = true;
+        });
+        Sleep(100);
+        EXPECT_FALSE(may_go);
+    };
+    instrument(add(L"Place", join({{0x00, 1, 0x01, 0x11}, coded(guid)}), tiny({0x2A})));
+    EXPECT_EQ(module->other_opened, 1);
+    EXPECT_EQ(module->installations, 1);
+    unloading.join();
+    EXPECT_TRUE(may_go);
+}
+
+// It is compiled plain, and may be running when it is compiled again.
+TEST_F(MethodInstrumenterTest, LeavesAMethodForGoodWhenMemoryRunsOut) {
+    const mdMethodDef method =
+        add(L"Place", join({{0x00, 1, 0x01, 0x11}, coded(guid)}), tiny({0x2A}));
+    module->on_other_opened = [] { throw std::bad_alloc(); };
+    EXPECT_THROW(instrument(method), std::bad_alloc);
+    module->on_other_opened = [] {};
+    EXPECT_EQ(compile(method), S_OK);
+    EXPECT_EQ(module->installations, 0);
+    EXPECT_THAT(log(), IsEmpty());
 }
 
 TEST_F(MethodInstrumenterTest, FindsNestedValueTypes) {

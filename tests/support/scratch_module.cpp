@@ -361,6 +361,7 @@ HRESULT ScratchModule::GetModuleMetaData(ModuleID module, DWORD flags, REFIID ii
                                          IUnknown** metadata) {
     if (module == kOtherModule) {
         ++other_opened;
+        on_other_opened();
         return other().QueryInterface(iid, reinterpret_cast<void**>(metadata));
     }
     EXPECT_EQ(module, kModule);

@@ -45,6 +45,7 @@ public:
     std::map<mdMethodDef, Bytes> bodies;
     int installations = 0;
     int other_opened = 0; // how often the second module's metadata was asked for
+    std::function<void()> on_other_opened = [] {};
 
     // Answers of the calls of the metadata that are written down, by their number. A failing call
     // does not reach the engine.

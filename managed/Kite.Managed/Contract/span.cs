@@ -33,7 +33,7 @@ public static class span
     /// The object it was called on, or null. In a constructor it is not constructed yet. In a method of a
     /// value type it may be no object at all, so that it is never looked at there.
     /// </param>
-    /// <param name="arguments">The arguments, boxed; null for one of a reference type passed by reference.</param>
+    /// <param name="arguments">The arguments, boxed; null for a string, an object or a class passed by reference.</param>
     /// <param name="directives">Where the callbacks ask for other arguments.</param>
     public static void GenericPrologue(
         uint index, object? receiver, object?[]? arguments, InstrumentationDirectives? directives)

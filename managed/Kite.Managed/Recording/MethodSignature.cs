@@ -76,11 +76,12 @@ internal sealed class MethodSignature
         return mode + (string.IsNullOrEmpty(parameter.Name) ? $"arg{parameter.Position}" : parameter.Name);
     }
 
-    // What is passed by reference is handed over only where it is a value, and is worth showing only where
-    // the callee may read it.
+    // What is passed by reference is handed over only where it is no string, object or class, and is worth
+    // showing only where the callee may read it.
     private static bool IsHandedOver(ParameterInfo parameter)
     {
         var type = parameter.ParameterType;
-        return !type.IsByRef || (!parameter.IsOut && type.GetElementType()!.IsValueType);
+        return !type.IsByRef ||
+            (!parameter.IsOut && type.GetElementType() is { IsValueType: true } or { IsArray: true } or { IsGenericType: true });
     }
 }

@@ -1,5 +1,5 @@
-// Parameters that are passed by reference, of each kind of type: the value arrives where the referenced
-// type is a value type, and what the method writes reaches its caller.
+// Parameters that are passed by reference, of each kind of type, as ref, out and in: the value arrives where
+// the referenced type is a value type, and what the method writes reaches its caller.
 using System;
 using System.Collections.Generic;
 using System.Runtime.InteropServices;
@@ -19,94 +19,71 @@ internal static class ByReference
         Virtual();
     }
 
+    private delegate void Changes<T>(ref T value);
+    private delegate void Sets<T>(out T value);
+    private delegate T Reads<T>(in T value);
+
+    private static void Change<T>(T value, Changes<T> method)
+    {
+        method(ref value);
+        Show(value, method.Method.Name);
+    }
+
+    private static void Set<T>(Sets<T> method)
+    {
+        method(out T value);
+        Show(value, method.Method.Name);
+    }
+
+    private static void Read<T>(T value, Reads<T> method) => Show(method(in value), method.Method.Name);
+
     private static void Reference()
     {
-        bool flag = false;
-        RefBoolean(ref flag);
-        Show(flag);
-        char character = 'a';
-        RefChar(ref character);
-        Show(character);
-        sbyte small = -1;
-        RefSByte(ref small);
-        Show(small);
-        byte tiny = 1;
-        RefByte(ref tiny);
-        Show(tiny);
-        short narrow = -2;
-        RefInt16(ref narrow);
-        Show(narrow);
-        ushort unsignedNarrow = 2;
-        RefUInt16(ref unsignedNarrow);
-        Show(unsignedNarrow);
+        Change(false, RefBoolean);
+        Change('a', RefChar);
+        Change<sbyte>(-1, RefSByte);
+        Change<byte>(1, RefByte);
+        Change<short>(-2, RefInt16);
+        Change<ushort>(2, RefUInt16);
         int number = 3;
         Show(RefInt32(ref number));
         Show(number);
-        uint unsigned = 3;
-        RefUInt32(ref unsigned);
-        Show(unsigned);
-        long wide = 4;
-        RefInt64(ref wide);
-        Show(wide);
-        ulong unsignedWide = 4;
-        RefUInt64(ref unsignedWide);
-        Show(unsignedWide);
-        float single = 0.5f;
-        RefSingle(ref single);
-        Show(single);
-        double twofold = 0.25;
-        RefDouble(ref twofold);
-        Show(twofold);
-        nint native = 5;
-        RefNativeInt(ref native);
-        Show(native);
-        nuint unsignedNative = 5;
-        RefNativeUInt(ref unsignedNative);
-        Show(unsignedNative);
+        Change(3u, RefUInt32);
+        Change(4L, RefInt64);
+        Change(4UL, RefUInt64);
+        Change(0.5f, RefSingle);
+        Change(0.25, RefDouble);
+        Change<nint>(5, RefNativeInt);
+        Change<nuint>(5, RefNativeUInt);
 
-        string? text = "before";
-        RefString(ref text);
-        Show(text);
-        object? thing = 1;
-        RefObject(ref thing);
-        Show(thing);
-        Animal? animal = new Dog();
-        RefClass(ref animal);
-        Show(animal);
-        INamed named = new Dog();
-        RefInterface(ref named);
-        Show(named);
-        int[] array = { 1 };
-        RefArray(ref array);
-        Show(array);
-        int[,] table = new int[1, 1];
-        RefTable(ref table);
-        Show(table.Length);
-        List<int> list = new();
-        RefList(ref list);
-        Show(list);
+        Change<string?>("before", RefString);
+        Change<object?>(1, RefObject);
+        Change<Animal?>(new Dog(), RefClass);
+        Change<INamed>(new Dog(), RefInterface);
+        Change<Measure>(Length, RefDelegate);
+        Change(new List<int> { 3 }, RefList);
+        Change(Tuple.Create(1, "one"), RefTupleClass);
 
-        Colour colour = Colour.Red;
-        RefEnum(ref colour);
-        Show(colour);
-        Point point = new(1, 2);
-        RefStruct(ref point);
-        Show(point);
-        Elsewhere.Size size = new() { Width = 1, Height = 2 };
-        RefStructOfAnotherModule(ref size);
-        Show(size);
-        decimal money = 1.5m;
-        RefDecimal(ref money);
-        Show(money);
-        int? optional = null;
-        RefOptional(ref optional);
-        Show(optional);
-        var pair = new KeyValuePair<string, int>("a", 1);
-        RefPair(ref pair);
-        Show(pair);
-        (int, Point) tuple = (1, default);
-        RefTuple(ref tuple);
-        Show(tuple);
+        Change(Colour.Red, RefEnum);
+        Change(new Point(1, 2), RefStruct);
+        Change(new Elsewhere.Size { Width = 1, Height = 2 }, RefStructOfAnotherModule);
+        Change(1.5m, RefDecimal);
+        Change(new DateTime(2001, 2, 3), RefDate);
+        Change(Guid.Empty, RefGuid);
+        Change<int?>(null, RefOptional);
+        Change(new KeyValuePair<string, int>("a", 1), RefPair);
+        Change((1, new Point(2, 3)), RefTuple);
+
+        Change(new[] { 1 }, RefArray);
+        Change(new[] { "a" }, RefStrings);
+        Change(new[] { new Point(1, 2) }, RefStructs);
+        Change(new[] { Colour.Red }, RefEnums);
+        Change(new[] { new[] { 1 }, new[] { 2 } }, RefJagged);
+        Change(new[,] { { 1, 2 } }, RefTable);
+        Change(new[,,] { { { "deep" } } }, RefThreeDimensional);
+        Change(new[] { new[,] { { 1 } } }, RefTables);
+        Change(new[] { new List<int> { 1 } }, RefLists);
+        Change(new int?[] { 1, null }, RefOptionals);
     }
 
     [Trace] private static void RefBoolean(ref bool value) => value = !value;
@@ -127,44 +104,127 @@ internal static class ByReference
     [Trace] private static void RefObject(ref object? value) => value = "after";
     [Trace] private static void RefClass(ref Animal? value) => value = null;
     [Trace] private static void RefInterface(ref INamed value) => value = new Animal();
-    [Trace] private static void RefArray(ref int[] value) => value = new[] { 2, 3 };
-    [Trace] private static void RefTable(ref int[,] value) => value = new int[2, 2];
+    [Trace] private static void RefDelegate(ref Measure value) => value = Twice;
     [Trace] private static void RefList(ref List<int> value) => value = new() { 4 };
+    [Trace] private static void RefTupleClass(ref Tuple<int, string> value) => value = Tuple.Create(2, "two");
     [Trace] private static void RefEnum(ref Colour value) => value = Colour.Green;
     [Trace] private static void RefStruct(ref Point value) => value.X = 10;
     [Trace] private static void RefStructOfAnotherModule(ref Elsewhere.Size value) => value.Width = 10;
     [Trace] private static void RefDecimal(ref decimal value) => value += 1;
+    [Trace] private static void RefDate(ref DateTime value) => value = value.AddDays(1);
+    [Trace] private static void RefGuid(ref Guid value) => value = someGuid;
     [Trace] private static void RefOptional(ref int? value) => value = 1;
     [Trace] private static void RefPair(ref KeyValuePair<string, int> value) => value = new(value.Key + "b", 2);
-    [Trace] private static void RefTuple(ref (int, Point) value) => value.Item2.Y = 3;
+    [Trace] private static void RefTuple(ref (int, Point) value) => value.Item2.Y = 4;
+    [Trace] private static void RefArray(ref int[] value) => value = new[] { 2, 3 };
+    [Trace] private static void RefStrings(ref string[] value) => value = new[] { "b", "c" };
+    [Trace] private static void RefStructs(ref Point[] value) => value = new Point[2];
+    [Trace] private static void RefEnums(ref Colour[] value) => value = new[] { Colour.Green };
+    [Trace] private static void RefJagged(ref int[][] value) => value = new[] { new[] { 3 } };
+    [Trace] private static void RefTable(ref int[,] value) => value = new int[2, 2];
+    [Trace] private static void RefThreeDimensional(ref string[,,] value) => value = new[,,] { { { "deeper" } } };
+    [Trace] private static void RefTables(ref int[][,] value) => value = new[] { new int[1, 2] };
+    [Trace] private static void RefLists(ref List<int>[] value) => value = new[] { new List<int> { 2 } };
+    [Trace] private static void RefOptionals(ref int?[] value) => value = new int?[] { null };
 
     // What an out parameter refers to before it is assigned is nothing that the method may read.
     private static void Out()
     {
-        OutInt32(out int number);
-        Show(number);
+        Set<bool>(OutBoolean);
+        Set<char>(OutChar);
+        Set<sbyte>(OutSByte);
+        Set<byte>(OutByte);
+        Set<short>(OutInt16);
+        Set<ushort>(OutUInt16);
+        Set<int>(OutInt32);
+        Set<uint>(OutUInt32);
+        Set<long>(OutInt64);
+        Set<ulong>(OutUInt64);
+        Set<float>(OutSingle);
+        Set<double>(OutDouble);
+        Set<nint>(OutNativeInt);
+        Set<nuint>(OutNativeUInt);
+
+        Set<string>(OutString);
+        Set<object>(OutObject);
+        Set<Animal>(OutClass);
+        Set<INamed>(OutInterface);
+        Set<Measure>(OutDelegate);
+        Set<List<int>>(OutList);
+        Set<Tuple<int, string>>(OutTupleClass);
+
+        Set<Colour>(OutEnum);
+        Set<Point>(OutStruct);
+        Set<Elsewhere.Size>(OutStructOfAnotherModule);
+        Set<decimal>(OutDecimal);
+        Set<DateTime>(OutDate);
+        Set<Guid>(OutGuid);
+        Set<int?>(OutOptional);
+        Set<int?>(OutNoOptional);
+        Set<KeyValuePair<string, int>>(OutPair);
+        Set<(int, Point)>(OutTuple);
+
+        Set<int[]>(OutArray);
+        Set<string[]>(OutStrings);
+        Set<Point[]>(OutStructs);
+        Set<Colour[]>(OutEnums);
+        Set<int[][]>(OutJagged);
+        Set<int[,]>(OutTable);
+        Set<string[,,]>(OutThreeDimensional);
+        Set<int[][,]>(OutTables);
+        Set<List<int>[]>(OutLists);
+        Set<int?[]>(OutOptionals);
+
         Show(TryParse("12", out int parsed));
         Show(parsed);
-        OutString(out string text);
-        Show(text);
-        OutStruct(out Point point);
-        Show(point);
-        OutOptional(out int? optional);
-        Show(optional);
-        OutEnum(out Colour colour);
-        Show(colour);
         OutMany(out int first, out string second, out Guid third);
         Show(first);
         Show(second);
         Show(third);
     }
 
-    [Trace] private static void OutInt32(out int value) => value = 5;
-    [Trace] private static bool TryParse(string text, out int value) => int.TryParse(text, out value);
+    [Trace] private static void OutBoolean(out bool value) => value = true;
+    [Trace] private static void OutChar(out char value) => value = 'b';
+    [Trace] private static void OutSByte(out sbyte value) => value = sbyte.MinValue;
+    [Trace] private static void OutByte(out byte value) => value = byte.MaxValue;
+    [Trace] private static void OutInt16(out short value) => value = short.MinValue;
+    [Trace] private static void OutUInt16(out ushort value) => value = ushort.MaxValue;
+    [Trace] private static void OutInt32(out int value) => value = int.MinValue;
+    [Trace] private static void OutUInt32(out uint value) => value = uint.MaxValue;
+    [Trace] private static void OutInt64(out long value) => value = long.MinValue;
+    [Trace] private static void OutUInt64(out ulong value) => value = ulong.MaxValue;
+    [Trace] private static void OutSingle(out float value) => value = 1.5f;
+    [Trace] private static void OutDouble(out double value) => value = -0.1;
+    [Trace] private static void OutNativeInt(out nint value) => value = -3;
+    [Trace] private static void OutNativeUInt(out nuint value) => value = 3;
     [Trace] private static void OutString(out string value) => value = "out";
-    [Trace] private static void OutStruct(out Point value) => value = new Point(7, 8);
-    [Trace] private static void OutOptional(out int? value) => value = null;
+    [Trace] private static void OutObject(out object value) => value = 5;
+    [Trace] private static void OutClass(out Animal value) => value = new Animal();
+    [Trace] private static void OutInterface(out INamed value) => value = new Dog();
+    [Trace] private static void OutDelegate(out Measure value) => value = Twice;
+    [Trace] private static void OutList(out List<int> value) => value = new() { 1, 2 };
+    [Trace] private static void OutTupleClass(out Tuple<int, string> value) => value = Tuple.Create(1, "one");
     [Trace] private static void OutEnum(out Colour value) => value = Colour.Green;
+    [Trace] private static void OutStruct(out Point value) => value = new Point(7, 8);
+    [Trace] private static void OutStructOfAnotherModule(out Elsewhere.Size value) => value = new() { Width = 5, Height = 6 };
+    [Trace] private static void OutDecimal(out decimal value) => value = 12.50m;
+    [Trace] private static void OutDate(out DateTime value) => value = new(2001, 2, 3);
+    [Trace] private static void OutGuid(out Guid value) => value = someGuid;
+    [Trace] private static void OutOptional(out int? value) => value = 1;
+    [Trace] private static void OutNoOptional(out int? value) => value = null;
+    [Trace] private static void OutPair(out KeyValuePair<string, int> value) => value = new("key", 1);
+    [Trace] private static void OutTuple(out (int, Point) value) => value = (1, new(2, 3));
+    [Trace] private static void OutArray(out int[] value) => value = new[] { 1, 2 };
+    [Trace] private static void OutStrings(out string[] value) => value = new[] { "a", "b" };
+    [Trace] private static void OutStructs(out Point[] value) => value = new[] { new Point(1, 2) };
+    [Trace] private static void OutEnums(out Colour[] value) => value = new[] { Colour.Green };
+    [Trace] private static void OutJagged(out int[][] value) => value = new[] { new[] { 1 }, new[] { 2, 3 } };
+    [Trace] private static void OutTable(out int[,] value) => value = new[,] { { 1, 2 }, { 3, 4 } };
+    [Trace] private static void OutThreeDimensional(out string[,,] value) => value = new[,,] { { { "deep" } } };
+    [Trace] private static void OutTables(out int[][,] value) => value = new[] { new[,] { { 5 } } };
+    [Trace] private static void OutLists(out List<int>[] value) => value = new[] { new List<int> { 6 } };
+    [Trace] private static void OutOptionals(out int?[] value) => value = new int?[] { 1, null };
+    [Trace] private static bool TryParse(string text, out int value) => int.TryParse(text, out value);
 
     [Trace]
     private static void OutMany(out int first, out string second, out Guid third)
@@ -176,19 +236,102 @@ internal static class ByReference
 
     private static void In()
     {
+        Read(true, InBoolean);
+        Read('c', InChar);
+        Read<sbyte>(-1, InSByte);
+        Read<byte>(1, InByte);
+        Read<short>(-2, InInt16);
+        Read<ushort>(2, InUInt16);
+        Read(6, InInt32);
+        Read(3u, InUInt32);
+        Read(4L, InInt64);
+        Read(4UL, InUInt64);
+        Read(0.5f, InSingle);
+        Read(0.25, InDouble);
+        Read<nint>(-5, InNativeInt);
+        Read<nuint>(5, InNativeUInt);
+
+        Read("in", InString);
+        Read<object>(5, InObject);
+        Read(new Animal(), InClass);
+        Read<INamed>(new Dog(), InInterface);
+        Read<Measure>(Length, InDelegate);
+        Read(new List<int> { 1, 2 }, InList);
+        Read(Tuple.Create(1, "one"), InTupleClass);
+
+        Read(Colour.Green, InEnum);
+        Read(new Point(3, 4), InStruct);
+        Read(new Elsewhere.Size { Width = 5, Height = 6 }, InStructOfAnotherModule);
+        Read(12.50m, InDecimal);
+        Read(new DateTime(2001, 2, 3), InDate);
+        Read(someGuid, InGuid);
+        Read<int?>(1, InOptional);
+        Read<int?>(null, InOptional);
+        Read(new KeyValuePair<string, int>("key", 1), InPair);
+        Read((1, new Point(2, 3)), InTuple);
+
+        Read(new[] { 1, 2 }, InArray);
+        Read(new[] { "a", "b" }, InStrings);
+        Read(new[] { new Point(1, 2) }, InStructs);
+        Read(new[] { Colour.Green }, InEnums);
+        Read(new[] { new[] { 1 }, new[] { 2, 3 } }, InJagged);
+        Read(new[,] { { 1, 2 }, { 3, 4 } }, InTable);
+        Read(new[,,] { { { "deep" } } }, InThreeDimensional);
+        Read(new[] { new[,] { { 5 } } }, InTables);
+        Read(new[] { new List<int> { 6 } }, InLists);
+        Read(new int?[] { 1, null }, InOptionals);
+
         Show(InInt32(6));
-        Show(InString("in"));
-        Show(InStruct(new Point(3, 4)));
-        Show(InDate(new DateTime(2001, 2, 3)));
         int number = 7;
         Show(RefReadonly(ref number));
     }
 
+    [Trace] private static bool InBoolean(in bool value) => value;
+    [Trace] private static char InChar(in char value) => value;
+    [Trace] private static sbyte InSByte(in sbyte value) => value;
+    [Trace] private static byte InByte(in byte value) => value;
+    [Trace] private static short InInt16(in short value) => value;
+    [Trace] private static ushort InUInt16(in ushort value) => value;
     [Trace] private static int InInt32(in int value) => value + 1;
-    [Trace] private static int InString(in string value) => value.Length;
-    [Trace] private static int InStruct(in Point value) => value.X + value.Y;
-    [Trace] private static int InDate(in DateTime value) => value.Year;
+    [Trace] private static uint InUInt32(in uint value) => value;
+    [Trace] private static long InInt64(in long value) => value;
+    [Trace] private static ulong InUInt64(in ulong value) => value;
+    [Trace] private static float InSingle(in float value) => value;
+    [Trace] private static double InDouble(in double value) => value;
+    [Trace] private static nint InNativeInt(in nint value) => value;
+    [Trace] private static nuint InNativeUInt(in nuint value) => value;
+    [Trace] private static string InString(in string value) => value;
+    [Trace] private static object InObject(in object value) => value;
+    [Trace] private static Animal InClass(in Animal value) => value;
+    [Trace] private static INamed InInterface(in INamed value) => value;
+    [Trace] private static Measure InDelegate(in Measure value) => value;
+    [Trace] private static List<int> InList(in List<int> value) => value;
+    [Trace] private static Tuple<int, string> InTupleClass(in Tuple<int, string> value) => value;
+    [Trace] private static Colour InEnum(in Colour value) => value;
+    [Trace] private static Point InStruct(in Point value) => value;
+    [Trace] private static Elsewhere.Size InStructOfAnotherModule(in Elsewhere.Size value) => value;
+    [Trace] private static decimal InDecimal(in decimal value) => value;
+    [Trace] private static DateTime InDate(in DateTime value) => value;
+    [Trace] private static Guid InGuid(in Guid value) => value;
+    [Trace] private static int? InOptional(in int? value) => value;
+    [Trace] private static KeyValuePair<string, int> InPair(in KeyValuePair<string, int> value) => value;
+    [Trace] private static (int, Point) InTuple(in (int, Point) value) => value;
+    [Trace] private static int[] InArray(in int[] value) => value;
+    [Trace] private static string[] InStrings(in string[] value) => value;
+    [Trace] private static Point[] InStructs(in Point[] value) => value;
+    [Trace] private static Colour[] InEnums(in Colour[] value) => value;
+    [Trace] private static int[][] InJagged(in int[][] value) => value;
+    [Trace] private static int[,] InTable(in int[,] value) => value;
+    [Trace] private static string[,,] InThreeDimensional(in string[,,] value) => value;
+    [Trace] private static int[][,] InTables(in int[][,] value) => value;
+    [Trace] private static List<int>[] InLists(in List<int>[] value) => value;
+    [Trace] private static int?[] InOptionals(in int?[] value) => value;
     [Trace] private static int RefReadonly(ref readonly int value) => value + 1;
+
+    private static readonly Guid someGuid = new("00112233-4455-6677-8899-aabbccddeeff");
+
+    private static int Length(string text) => text.Length;
+    private static int Twice(string text) => text.Length * 2;
 
     // References to fields, array elements and into unmanaged memory.
     private static void Elsewhere()

@@ -30,6 +30,7 @@ internal static class Output
     {
         null => "null",
         string text => $"\"{text}\"",
+        '\0' => "'\\0'",
         char character => $"'{character}'",
         IEnumerable sequence => "[" + string.Join(", ", sequence.Cast<object?>().Select(Describe)) + "]",
         Delegate function => function.Method.Name,

@@ -25,6 +25,7 @@ internal static class Program
         ["repeated"] = CraftedCode.RunRepeated,
         ["modules"] = Modules.Run,
         ["guards"] = Guards.Run,
+        ["receivers"] = Receivers.Run,
         ["threads"] = Threads.Run,
         ["exit"] = Ends.Exit,
         ["end-in-background"] = Ends.LeaveAThreadBehind,

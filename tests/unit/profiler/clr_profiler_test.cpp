@@ -5,6 +5,7 @@
 #include "profiler/hresult_text.h"
 #include "profiler/own_module.h"
 #include "profiler/runtime_state.h"
+#include "rewrite/module_holds.h"
 #include "sampling/thread_map.h"
 #include "selection/excluded_scopes.h"
 #include "selection/target_methods.h"
@@ -16,8 +17,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 namespace corvane {
 namespace {
@@ -464,6 +467,24 @@ protected:
 private:
     std::wstring start_;
 };
+
+// Whoever looks at modules has listed them while they were loaded.
+TEST_F(MethodCallbacks, AModuleGoesWhenNobodyLooksAtModules) {
+    start();
+    std::atomic<bool> may_go = false;
+    std::jthread unloading;
+    {
+        const auto hold = hold_modules();
+        unloading = std::jthread([&] {
+            EXPECT_EQ(profiler->ModuleUnloadStarted(FakeMethod::kModule), S_OK);
+            may_go = true;
+        });
+        Sleep(100);
+        EXPECT_FALSE(may_go);
+    }
+    unloading.join();
+    EXPECT_TRUE(may_go);
+}
 
 // Of a method that is chosen, in a module that cannot be written to.
 std::wstring inserting() {

@@ -1,6 +1,7 @@
 // What injected code calls: a managed library that writes down all that it is handed, in full, and behaves
 // as badly as it is told to. CORVANE_PROBE_FILE names the file, CORVANE_PROBE_FAILS what throws ("Error",
-// "GenericPrologue", ...), and CORVANE_PROBE_REPLACES=1 has every argument replaced ("wrongly": by an object of a foreign type).
+// "GenericPrologue", ...), CORVANE_PROBE_REPLACES=1 has every argument replaced ("wrongly": by an object of a
+// foreign type), and CORVANE_PROBE_TELLS=1 has it write down as well what every call has alike.
 using System;
 using System.Collections.Generic;
 using System.Reflection;
@@ -21,7 +22,7 @@ namespace kite.managed
 
         public static bool Error(string? text, Exception exception)
         {
-            Report.Error(exception);
+            Report.Error(text, exception);
             Report.FailIn(nameof(Error));
             return true;
         }
@@ -37,7 +38,7 @@ namespace kite.managed
             uint index, object? receiver, object?[] arguments, object? result,
             Corvane.Instrumentation.InstrumentationDirectives directives)
         {
-            Report.Leave(index, arguments, result);
+            Report.Leave(index, receiver, arguments, result);
             Report.FailIn(nameof(GenericEpilogue));
         }
     }
