@@ -5,6 +5,7 @@
 // references are made, and the later ones, which find them, are told apart.
 //
 //   instrument_bench [MODULES]      (the runtime is found through CORVANE_DOTNET_ROOTS)
+#include "bench/measuring.h"
 #include "profiler/runtime_state.h"
 #include "rewrite/body_reader.h"
 #include "rewrite/body_writer.h"
@@ -23,6 +24,7 @@
 #include <exception>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 // --- Debugger output
@@ -205,24 +207,7 @@ std::uint64_t median(const std::vector<Parts>& samples, std::uint64_t Parts::*pa
     for (const Parts& sample : samples) {
         values.push_back(sample.*part);
     }
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
-// How long a tick is.
-double microseconds_a_tick() {
-    LARGE_INTEGER frequency;
-    LARGE_INTEGER begin;
-    LARGE_INTEGER end;
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&begin);
-    const std::uint64_t first = __rdtsc();
-    Sleep(200);
-    QueryPerformanceCounter(&end);
-    const std::uint64_t last = __rdtsc();
-    return 1e6 * static_cast<double>(end.QuadPart - begin.QuadPart) /
-           static_cast<double>(frequency.QuadPart) / static_cast<double>(last - first);
+    return measuring::median(std::move(values));
 }
 
 struct Figures {
@@ -267,7 +252,7 @@ int bench(int modules) {
         }
     }
 
-    const double tick = microseconds_a_tick();
+    const double tick = measuring::nanoseconds_a_tick() / 1000; // in microseconds
     const auto us = [&](const std::vector<Parts>& samples, std::uint64_t Parts::*part) {
         return static_cast<double>(median(samples, part)) * tick;
     };

@@ -3,6 +3,7 @@
 // while every call is, and while calls are only counted because the recorder keeps no more.
 // Usage: call_bench [RUNS]; the runtime is found through CORVANE_DOTNET_ROOTS.
 // The three take turns, so that a machine that is busy for a while is busy for all of them.
+#include "bench/measuring.h"
 #include "tests/support/real_methods.h"
 
 #include <process.h>
@@ -24,18 +25,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace corvane;
-
-double median(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
-fs::path own_folder() {
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return fs::path(path).parent_path();
-}
+using measuring::median;
+using measuring::own_folder;
 
 // --- Running
 

@@ -1,7 +1,7 @@
 // What a snapshot costs, and what a program loses by being sampled, in a real runtime. The program
 // that is started here measures and prints; see program/Program.cs.
 // Usage: sampling_bench [SNAPSHOTS [ROUNDS]]; the runtime is found through CORVANE_DOTNET_ROOTS.
-#include <windows.h>
+#include "bench/measuring.h"
 
 #include <process.h>
 
@@ -17,12 +17,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-fs::path own_folder() {
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return fs::path(path).parent_path();
-}
+using corvane::measuring::own_folder;
 
 int bench(const std::wstring& snapshots, const std::wstring& rounds) {
     const wchar_t* const roots = _wgetenv(L"CORVANE_DOTNET_ROOTS");

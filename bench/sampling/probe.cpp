@@ -1,6 +1,7 @@
 // The profiler that the benchmark's runtime loads: it hands the sampled program's thread callbacks
 // on to the profiler CORVANE_PROBE and measures its snapshots, at its imports, and the same calls
 // made by hand. One thread measures at a time.
+#include "bench/measuring.h"
 #include "clr/com_ptr.h"
 #include "tests/support/patched_import.h"
 #include "tests/support/test_profiler.h"
@@ -20,6 +21,8 @@
 namespace {
 
 using corvane::ComPtr;
+using corvane::measuring::median;
+using corvane::measuring::nanoseconds_a_tick;
 using corvane::testing::PatchedImport;
 
 // --- The profiler
@@ -184,28 +187,6 @@ std::uint64_t snapshot_by_hand(ByHand& target) {
     const std::uint64_t after = __rdtsc();
     SafeArrayDestroy(array);
     return after - before;
-}
-
-// --- Results
-
-double nanoseconds_a_tick() {
-    LARGE_INTEGER frequency;
-    LARGE_INTEGER begin;
-    LARGE_INTEGER end;
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&begin);
-    const std::uint64_t first = __rdtsc();
-    Sleep(200);
-    QueryPerformanceCounter(&end);
-    const std::uint64_t last = __rdtsc();
-    return 1e9 * static_cast<double>(end.QuadPart - begin.QuadPart) /
-           static_cast<double>(frequency.QuadPart) / static_cast<double>(last - first);
-}
-
-double median(std::vector<double>& values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
 }
 
 } // namespace

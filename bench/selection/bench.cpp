@@ -3,15 +3,14 @@
 // one that does nothing (idle), and what it takes from the heap.
 // Usage: selection_bench [RUNS [METHODS]]; the runtime is found through CORVANE_DOTNET_ROOTS.
 // The three take turns, so that a machine that is busy for a while is busy for all of them.
+#include "bench/measuring.h"
 #include "selection/jit_flow.h"
 #include "selection/target_methods.h"
 #include "tests/support/allocations.h"
 #include "tests/support/real_methods.h"
 
-#include <intrin.h>
 #include <process.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -27,19 +26,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace corvane;
-
-template <class T>
-T median(std::vector<T> values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
-fs::path own_folder() {
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return fs::path(path).parent_path();
-}
+using measuring::median;
+using measuring::nanoseconds_a_tick;
+using measuring::own_folder;
 
 // --- Time
 
@@ -85,21 +74,6 @@ std::vector<std::uint32_t> run(const Profiler& profiler, const std::wstring& met
         throw std::runtime_error(std::string("'") + profiler.name + "' was hardly called");
     }
     return times;
-}
-
-// How long a tick is.
-double nanoseconds_a_tick() {
-    LARGE_INTEGER frequency;
-    LARGE_INTEGER begin;
-    LARGE_INTEGER end;
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&begin);
-    const std::uint64_t first = __rdtsc();
-    Sleep(200);
-    QueryPerformanceCounter(&end);
-    const std::uint64_t last = __rdtsc();
-    return 1e9 * static_cast<double>(end.QuadPart - begin.QuadPart) /
-           static_cast<double>(frequency.QuadPart) / static_cast<double>(last - first);
 }
 
 // --- Memory
