@@ -73,6 +73,7 @@ TEST_P(Stress, LosesNoCall) {
     EXPECT_EQ(recorded.calls + recorded.dropped, calls);
     EXPECT_GT(calls, 10'000);
     EXPECT_EQ(recorded.failures, 0);
+    EXPECT_EQ(recorded.unended, 0);
     EXPECT_EQ(recorded.threads, 1 + kThreads);
 
     Observations seen = read_observations(report);

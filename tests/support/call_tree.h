@@ -29,6 +29,7 @@ struct CallTree {
     int threads = 0;
     long long dropped = 0;
     long long failures = 0;
+    int unended = 0;               // of those that are printed
     std::set<std::string> methods; // without their arguments
 };
 
@@ -41,6 +42,7 @@ inline CallTree read_call_tree(const std::filesystem::path& file) {
         const std::size_t end = next.find('(');
         if (begin != 0 && begin < end && end != next.npos) {
             tree.methods.insert(next.substr(begin, end - begin));
+            tree.unended += next.substr(0, next.find_last_not_of('\r') + 1).ends_with(") ...");
         }
     }
     static const std::regex last(
