@@ -238,7 +238,8 @@ HRESULT CClrProfiler::note_module(ModuleID module) {
                     assembly_name.c_str());
     if (assembly_name == L"mscorlib") {
         mscorlibModuleId = module;
-    } else if (assembly_name == kManagedLibrary) {
+    } else if (assembly_name == kManagedLibrary.name &&
+               is_managed_library(profilerInfo.get(), module, default_log)) {
         managedLibraryLoaded = true;
     }
     return hr;

@@ -2,8 +2,8 @@
 
 #include "clr/com_ptr.h"
 #include "profiler/runtime_state.h"
-#include "rewrite/assembly_reference.h"
 
+#include <array>
 #include <string>
 
 namespace corvane {
@@ -28,17 +28,42 @@ bool is_beside(std::wstring_view module_name) {
         return false; // a module that was loaded from memory
     }
     std::wstring file(module_name.substr(0, separator + 1));
-    file += kManagedLibrary;
+    file += kManagedLibrary.name;
     file += L".dll";
     return GetFileAttributesW(file.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 } // namespace
 
+bool is_managed_library(ICorProfilerInfo* info, ModuleID module, const DebugLog& log) {
+    ComPtr<IMetaDataAssemblyImport> metadata;
+    mdAssembly assembly = mdTokenNil;
+    const void* key = nullptr;
+    ULONG key_size = 0;
+    ASSEMBLYMETADATA found{};
+    if (FAILED(info->GetModuleMetaData(module, ofRead, __uuidof(IMetaDataAssemblyImport),
+                                       metadata.put_unknown())) ||
+        !metadata || FAILED(metadata->GetAssemblyFromScope(&assembly)) ||
+        FAILED(metadata->GetAssemblyProps(assembly, &key, &key_size, nullptr, nullptr, 0, nullptr,
+                                          &found, nullptr))) {
+        return false;
+    }
+    const std::array version = {found.usMajorVersion, found.usMinorVersion, found.usBuildNumber,
+                                found.usRevisionNumber};
+    if (version >= kManagedLibrary.version && key_size != 0) {
+        return true;
+    }
+    log.log(1,
+            L"A kite.managed that cannot be called was loaded, of version %u.%u.%u.%u%s; the one "
+            L"that came with this file has to be",
+            version[0], version[1], version[2], version[3], key_size == 0 ? L", unsigned" : L"");
+    return false;
+}
+
 bool can_find_managed_library(ICorProfilerInfo* info, IMetaDataAssemblyImport* metadata,
                               std::wstring_view module_name) {
     return managedLibraryLoaded || !is_core_clr(info) ||
-           (refers_to_assembly(metadata, kManagedLibrary) && is_beside(module_name));
+           (refers_to_assembly(metadata, kManagedLibrary.name) && is_beside(module_name));
 }
 
 } // namespace corvane

@@ -16,9 +16,6 @@ namespace corvane {
 
 namespace {
 
-// The token is that of the key in managed/Kite.Managed.
-constexpr AssemblyIdentity kKite = {
-    kManagedLibrary, {3, 9, 0, 0}, {0xC9, 0xCA, 0x73, 0x58, 0x77, 0x97, 0xB1, 0x08}};
 // Every later runtime takes these for its own.
 constexpr AssemblyIdentity kMscorlib = {
     L"mscorlib", {2, 0, 0, 0}, {0xB7, 0x7A, 0x5C, 0x56, 0x19, 0x34, 0xE0, 0x89}};
@@ -130,7 +127,7 @@ bool define(Definer& definer, bool strict, InstrumentationReferences& to) {
     constexpr const wchar_t* kNoAssembly = L"Failed to query module token (%s)";
     constexpr const wchar_t* kNoSpan = L"Failed to get kite.managed.span class reference (%s)";
     if (!(definer.open() && definer.can_find_library() &&
-          definer.assembly(kKite, kite, kNoAssembly) &&
+          definer.assembly(kManagedLibrary, kite, kNoAssembly) &&
           definer.assembly(kMscorlib, to.mscorlib, kNoAssembly) &&
           definer.type(to.mscorlib, L"System.Exception", to.exception_type, kNoSpan) &&
           definer.type(to.mscorlib, L"System.Object", to.object_type,

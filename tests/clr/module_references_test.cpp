@@ -1,8 +1,10 @@
 // The references that injected code needs, in the metadata of the runtime's own engine.
 #include "profiler/runtime_state.h"
+#include "rewrite/managed_library.h"
 #include "tests/clr/runtime_test.h"
 #include "tests/clr/scratch_module_test.h"
 
+#include <array>
 #include <fstream>
 
 namespace corvane::testing {
@@ -12,6 +14,7 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 const Bytes kVoid = {0x00, 0x00, 0x01};
 const Bytes kReturn = {0x06, 0x2A};
@@ -293,6 +296,44 @@ TEST_F(ModuleReferencesTest, AreNotDefinedWithoutTheManagedLibrary) {
     EXPECT_EQ(instrument(token), S_OK);
     managedLibraryLoaded = false;
     EXPECT_EQ(module->installations, 1);
+}
+
+TEST_F(ModuleReferencesTest, BindToASignedLibraryOfThisVersionOrALaterOne) {
+    ComPtr<IMetaDataAssemblyEmit> assembly;
+    ASSERT_EQ(module->other().QueryInterface(__uuidof(IMetaDataAssemblyEmit), assembly.put_void()),
+              S_OK);
+    const DebugLog channel(L"[tag] ");
+    EXPECT_FALSE(
+        is_managed_library(module.get(), ScratchModule::kOtherModule, channel)); // no assembly
+    const Bytes key(160, 1);
+    mdAssembly token = mdTokenNil;
+    ASSEMBLYMETADATA data{};
+    const auto is_it = [&](std::array<USHORT, 4> version, const Bytes& signing_key) {
+        data.usMajorVersion = version[0];
+        data.usMinorVersion = version[1];
+        data.usBuildNumber = version[2];
+        data.usRevisionNumber = version[3];
+        EXPECT_EQ(token == mdTokenNil
+                      ? assembly->DefineAssembly(signing_key.data(),
+                                                 static_cast<ULONG>(signing_key.size()), 0,
+                                                 L"kite.managed", &data, 0, &token)
+                      : assembly->SetAssemblyProps(token, signing_key.data(),
+                                                   static_cast<ULONG>(signing_key.size()), 0,
+                                                   L"kite.managed", &data, 0),
+                  S_OK);
+        return is_managed_library(module.get(), ScratchModule::kOtherModule, channel);
+    };
+    EXPECT_FALSE(is_it({3, 9, 0, 0}, {}));
+    EXPECT_THAT(log(), ElementsAre(L"A kite.managed that cannot be called was loaded, of version "
+                                   L"3.9.0.0, unsigned; the one that came with this file has to "
+                                   L"be"));
+    EXPECT_FALSE(is_it({3, 8, 9, 9}, key));
+    EXPECT_EQ(log().back(), L"A kite.managed that cannot be called was loaded, of version 3.8.9.9; "
+                            L"the one that came with this file has to be");
+    EXPECT_TRUE(is_it({3, 9, 0, 0}, key));
+    EXPECT_TRUE(is_it({3, 9, 0, 1}, key));
+    EXPECT_TRUE(is_it({4, 0, 0, 0}, key));
+    EXPECT_THAT(log(), SizeIs(2));
 }
 
 TEST_F(ModuleReferencesTest, AreDefinedForAModuleThatWasCompiledAgainstTheLibraryBesideIt) {
