@@ -204,10 +204,9 @@ HRESULT CClrProfiler::ModuleLoadFinished(ModuleID module, HRESULT) noexcept {
     }
 }
 
-// Another module may get the same id.
 HRESULT CClrProfiler::ModuleUnloadStarted(ModuleID module) noexcept {
     wait_for_module_holds();
-    forget_left_methods(module);
+    forget_left_methods(module); // another module may get the same id
     return S_OK;
 }
 

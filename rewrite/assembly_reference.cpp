@@ -42,23 +42,30 @@ mdAssemblyRef find(IMetaDataAssemblyImport* metadata, const IsWanted& is_wanted)
     return found;
 }
 
-bool is_same(const Properties& of, const AssemblyIdentity& identity) {
-    const ASSEMBLYMETADATA& data = of.metadata;
-    const std::array version = {data.usMajorVersion, data.usMinorVersion, data.usBuildNumber,
-                                data.usRevisionNumber};
+std::array<USHORT, 4> version_of(const Properties& of) {
+    return {of.metadata.usMajorVersion, of.metadata.usMinorVersion, of.metadata.usBuildNumber,
+            of.metadata.usRevisionNumber};
+}
+
+bool has_name_and_key(const Properties& of, const AssemblyIdentity& identity) {
     const auto* const key = static_cast<const std::uint8_t*>(of.key);
-    // Of a culture only the length is told here: a neutral one has none but the terminator.
-    return std::wstring_view(of.name.data()) == identity.name && version == identity.version &&
-           data.cbLocale <= 1 && of.hash_size == 0 && of.flags == 0 &&
+    return std::wstring_view(of.name.data()) == identity.name &&
            std::equal(identity.public_key_token.begin(), identity.public_key_token.end(), key,
                       key + of.key_size);
 }
 
+bool is_same(const Properties& of, const AssemblyIdentity& identity) {
+    // Of a culture only the length is told here: a neutral one has none but the terminator.
+    return has_name_and_key(of, identity) && version_of(of) == identity.version &&
+           of.metadata.cbLocale <= 1 && of.hash_size == 0 && of.flags == 0;
+}
+
 } // namespace
 
-bool refers_to_assembly(IMetaDataAssemblyImport* metadata, std::wstring_view name) {
-    return find(metadata, [&](const Properties& of) { return of.name.data() == name; }) !=
-           mdTokenNil;
+bool refers_to_assembly(IMetaDataAssemblyImport* metadata, const AssemblyIdentity& identity) {
+    return find(metadata, [&](const Properties& of) {
+               return has_name_and_key(of, identity) && version_of(of) >= identity.version;
+           }) != mdTokenNil;
 }
 
 HRESULT DefineAssemblyRefOnce(IMetaDataAssemblyEmit* emit, const AssemblyIdentity& identity,

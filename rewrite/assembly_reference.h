@@ -5,7 +5,6 @@
 
 #include <array>
 #include <cstdint>
-#include <string_view>
 
 namespace corvane {
 
@@ -16,8 +15,8 @@ struct AssemblyIdentity {
     std::array<std::uint8_t, 8> public_key_token;
 };
 
-// Whether the module refers to an assembly of this name, whatever its version.
-bool refers_to_assembly(IMetaDataAssemblyImport* metadata, std::wstring_view name);
+// Whether the module refers to this assembly, or to a later version of it.
+bool refers_to_assembly(IMetaDataAssemblyImport* metadata, const AssemblyIdentity& identity);
 
 // The module's reference to exactly this assembly, defined if there is none: unlike type and member
 // references, equal assembly references are not made one by the metadata, and every type reference

@@ -63,7 +63,7 @@ bool is_managed_library(ICorProfilerInfo* info, ModuleID module, const DebugLog&
 bool can_find_managed_library(ICorProfilerInfo* info, IMetaDataAssemblyImport* metadata,
                               std::wstring_view module_name) {
     return managedLibraryLoaded || !is_core_clr(info) ||
-           (refers_to_assembly(metadata, kManagedLibrary.name) && is_beside(module_name));
+           (refers_to_assembly(metadata, kManagedLibrary) && is_beside(module_name));
 }
 
 } // namespace corvane

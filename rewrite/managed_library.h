@@ -16,7 +16,8 @@ inline constexpr AssemblyIdentity kManagedLibrary = {
     L"kite.managed", {3, 9, 0, 0}, {0xC9, 0xCA, 0x73, 0x58, 0x77, 0x97, 0xB1, 0x08}};
 
 // Whether a module of an assembly of that name, which has been loaded, is one that the calls bind
-// to: of this version or a later one, and signed. Another one is told to the log.
+// to: of this version or a later one, and signed; with which key is not looked at. Another one is
+// told to the log.
 bool is_managed_library(ICorProfilerInfo* info, ModuleID module, const DebugLog& log);
 
 // True once the library is loaded; for a module that was compiled against it and has its file

@@ -18,7 +18,7 @@ namespace corvane {
 // A parameter, or the result.
 struct PassedValue {
     enum class As {
-        kItself,  // a reference type
+        kItself,  // a string, class or object; of a result any reference
         kBoxed,   // as `type`
         kNothing, // a value type whose token is no type's: null in its place
     };

@@ -19,7 +19,7 @@ inline constexpr std::int32_t kNoSnapshot = 2; // an unknown thread, or a walk t
 
 // A request, handed to the worker.
 struct CorvaneSnapshot {
-    std::vector<FunctionID> frames; // innermost first
+    std::vector<FunctionID> frames; // innermost first; the walk appends
     std::int32_t osThreadId = 0;
     std::int32_t status = kSucceeded;
 };

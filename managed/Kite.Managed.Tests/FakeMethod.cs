@@ -13,6 +13,8 @@ internal sealed class FakeMethod(Func<ParameterInfo[]> parameters) : MethodInfo
 
     public override Type? ReflectedType => null;
 
+    public override Module Module => typeof(FakeMethod).Module;
+
     public override MethodAttributes Attributes => MethodAttributes.Static;
 
     public override RuntimeMethodHandle MethodHandle => throw new NotSupportedException();

@@ -128,6 +128,7 @@ public class RecorderTests
     {
         Exception? thrown = null;
         var isInterrupted = false;
+        var isOnItsWay = false;
         using var isReady = new ManualResetEventSlim();
         using var isLocked = new ManualResetEventSlim();
         var thread = new Thread(() =>
@@ -135,6 +136,7 @@ public class RecorderTests
             before();
             isReady.Set();
             isLocked.Wait();
+            Volatile.Write(ref isOnItsWay, true);
             try
             {
                 action();
@@ -157,7 +159,7 @@ public class RecorderTests
         lock (gate())
         {
             isLocked.Set();
-            Thread.Sleep(100);
+            Assert.True(SpinWait.SpinUntil(() => Volatile.Read(ref isOnItsWay), 30_000));
             Assert.True(SpinWait.SpinUntil(() => thread.ThreadState.HasFlag(ThreadState.WaitSleepJoin), 30_000));
             thread.Interrupt();
             Thread.Sleep(100);

@@ -347,6 +347,19 @@ TEST_F(ModuleReferencesTest, AreDefinedForAModuleThatWasCompiledAgainstTheLibrar
     EXPECT_EQ(module->installations, 0); // it lies there for others
     module->assembly_ref(L"kite.managed");
     instrument(token);
+    EXPECT_EQ(module->installations, 0); // another one of that name
+    ComPtr<IMetaDataAssemblyEmit> assembly;
+    mdAssemblyRef reference = mdAssemblyRefNil;
+    ASSERT_EQ(module->emit().QueryInterface(__uuidof(IMetaDataAssemblyEmit), assembly.put_void()),
+              S_OK);
+    AssemblyIdentity identity = kManagedLibrary;
+    identity.version = {3, 8, 9, 9};
+    ASSERT_EQ(DefineAssemblyRefOnce(assembly.get(), identity, reference), S_OK);
+    instrument(token);
+    EXPECT_EQ(module->installations, 0); // an earlier one
+    identity.version = {3, 9, 1, 0};
+    ASSERT_EQ(DefineAssemblyRefOnce(assembly.get(), identity, reference), S_OK);
+    instrument(token);
     EXPECT_EQ(module->installations, 1);
 
     const mdMethodDef another = add(L"Cancel", kVoid, kReturn);

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
-#include <string>
 #include <string_view>
 
 namespace corvane::testing {
@@ -95,7 +94,7 @@ private:
         return calls.close_.original()(handle);
     }
 
-    // All that this program takes from a heap comes through one of these.
+    // What operator new takes from a heap comes through the first one.
     static void* take(std::size_t size) {
         current->requests_ += current->is_suspended_ ? 1 : 0;
         return current->malloc_.original()(size);

@@ -9,9 +9,9 @@ namespace Corvane.Instrumentation;
 /// <summary>What is known of an instrumented method. It does not keep the method's assembly loaded.</summary>
 public sealed class MethodData
 {
-    // A type lives as long as its assembly; what only describes one of its methods would be collected before.
-    private static readonly ConditionalWeakTable<Type, ConcurrentQueue<MethodBase>> kept =
-        new ConditionalWeakTable<Type, ConcurrentQueue<MethodBase>>();
+    // A type or module lives as long as its assembly; what only describes one of their methods would be collected before.
+    private static readonly ConditionalWeakTable<object, ConcurrentQueue<MethodBase>> kept =
+        new ConditionalWeakTable<object, ConcurrentQueue<MethodBase>>();
 
     private readonly WeakReference<MethodBase>? method;
 
@@ -22,10 +22,7 @@ public sealed class MethodData
         if (method != null)
         {
             this.method = new WeakReference<MethodBase>(method);
-            if (method.DeclaringType != null)
-            {
-                kept.GetOrCreateValue(method.DeclaringType).Enqueue(method);
-            }
+            kept.GetOrCreateValue((object?)method.DeclaringType ?? method.Module).Enqueue(method);
         }
         Signature = MethodSignature.Of(index, method);
     }

@@ -24,7 +24,7 @@ internal sealed class TraceLog
             {
                 if (!givenUp)
                 {
-                    WriteLine($"{level} {Thread.CurrentThread.ManagedThreadId} {text}");
+                    WriteLine(level, text);
                 }
             }
         }
@@ -35,12 +35,12 @@ internal sealed class TraceLog
         }
     }
 
-    private void WriteLine(string line)
+    private void WriteLine(int level, string? text)
     {
         try
         {
             writer ??= target.Open(FileMode.Append);
-            writer.WriteLine(line);
+            writer.WriteLine($"{level} {Thread.CurrentThread.ManagedThreadId} {text}");
             writer.Flush();
         }
         catch (Exception exception) when (exception is not ThreadInterruptedException)

@@ -106,9 +106,17 @@ public sealed class Sampler : IDisposable
     private void StopAtExit(object? sender, EventArgs e)
     {
         // If it is the sampler's own, in a filter, nothing is suspended.
-        if (Thread.CurrentThread != thread)
+        if (Thread.CurrentThread == thread)
+        {
+            return;
+        }
+        try
         {
             Stop(Patience);
+        }
+        catch (ThreadInterruptedException)
+        {
+            Stop(Patience); // an interrupt comes once
         }
     }
 

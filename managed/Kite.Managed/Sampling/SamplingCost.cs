@@ -29,7 +29,9 @@ public sealed class SamplingCost
     /// </summary>
     public TimeSpan InSnapshots { get; internal set; }
 
-    /// <summary>The time spent on all else: listing threads, storing samples, reading names.</summary>
+    /// <summary>
+    /// The time spent on all else: listing threads, trying those that were never seen, storing samples, reading names.
+    /// </summary>
     public TimeSpan Besides { get; internal set; }
 
     /// <summary>The part of the duration that all of it was.</summary>

@@ -98,11 +98,12 @@ internal sealed class SamplingRun
             }
             if (isTaken)
             {
+                thread.WasSeen = true;
                 cost.Snapshots++;
                 clock.Set(microseconds);
                 Keep(thread, count, (long)microseconds);
             }
-            else if (thread.Samples.Count > 0)
+            else if (thread.WasSeen)
             {
                 cost.Missed++;
                 KeepGap(thread);

@@ -77,6 +77,9 @@ internal sealed class WatchedThread : IDisposable
 
     internal SampledThread Thread { get; private set; }
 
+    // Whether there was a snapshot of it. Else it is none of the runtime's, perhaps.
+    internal bool WasSeen { get; set; }
+
     internal List<Sample> Samples { get; } = new List<Sample>();
 
     internal bool HasEnded => open.HasEnded;

@@ -1,5 +1,5 @@
 // Parameters that are passed by reference, of each kind of type, as ref, out and in: the value arrives where
-// the referenced type is a value type, and what the method writes reaches its caller.
+// the referenced type is no string, object or class, and what the method writes reaches its caller.
 using System;
 using System.Collections.Generic;
 using System.Runtime.InteropServices;
