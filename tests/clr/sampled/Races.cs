@@ -103,21 +103,23 @@ internal static class Races
     /// <summary>A thread that may hold the lock of the heap at any moment, of the runtime's or of the system's.</summary>
     public static void Allocating(int count)
     {
-        var ofManaged = new Statuses();
-        var ofNative = new Statuses();
-        using (var managed = new Target(Allocate))
-        using (var native = new Target(AllocateNatively))
+        SampleWhileIn(Allocate, count, "allocating");
+        SampleWhileIn(AllocateNatively, count, "allocating natively");
+    }
+
+    // One thread at a time: more would keep the processors from the sampler.
+    private static void SampleWhileIn(Action<Target> code, int count, string title)
+    {
+        var statuses = new Statuses();
+        using (var target = new Target(code))
         {
             for (int i = 0; i < count; i++)
             {
-                ofManaged.Add(Sampler.Take(managed.Id));
-                ofNative.Add(Sampler.Take(native.Id));
+                statuses.Add(Sampler.Take(target.Id));
             }
-            ExpectAlive(managed);
-            ExpectAlive(native);
+            ExpectAlive(target);
         }
-        ofManaged.Print("allocating");
-        ofNative.Print("allocating natively");
+        statuses.Print(title);
     }
 
     /// <summary>Threads that the collector stops as well.</summary>
