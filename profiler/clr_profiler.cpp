@@ -9,8 +9,8 @@
 #include "profiler/runtime_state.h"
 #include "profiler/type_library.h"
 #include "rewrite/left_methods.h"
+#include "rewrite/loaded_modules.h"
 #include "rewrite/managed_library.h"
-#include "rewrite/module_holds.h"
 #include "rewrite/module_references.h"
 #include "rewrite/rewrite_settings.h"
 #include "sampling/thread_map.h"
@@ -192,20 +192,24 @@ HRESULT CClrProfiler::InitializeForAttach(IUnknown* info, void*, UINT) noexcept 
     return S_OK;
 }
 
-HRESULT CClrProfiler::ModuleLoadFinished(ModuleID module, HRESULT) noexcept {
+HRESULT CClrProfiler::ModuleLoadFinished(ModuleID module, HRESULT status) noexcept {
     default_log.log(4, L"CClrProfiler::ModuleLoadFinished(): Invoked;");
     if (!profilerInfo) {
         return S_OK;
     }
     try {
-        return note_module(module);
+        const HRESULT hr = note_module(module);
+        if (SUCCEEDED(status) && SUCCEEDED(hr)) {
+            add_loaded_module(profilerInfo3.get(), module);
+        }
+        return hr;
     } catch (const std::exception&) {
         return E_OUTOFMEMORY;
     }
 }
 
 HRESULT CClrProfiler::ModuleUnloadStarted(ModuleID module) noexcept {
-    wait_for_module_holds();
+    remove_loaded_module(module);
     forget_left_methods(module); // another module may get the same id
     return S_OK;
 }

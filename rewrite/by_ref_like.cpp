@@ -1,7 +1,7 @@
 #include "rewrite/by_ref_like.h"
 
 #include "clr/com_ptr.h"
-#include "rewrite/module_holds.h"
+#include "rewrite/loaded_modules.h"
 
 #include <array>
 #include <string>
@@ -71,25 +71,14 @@ ByRefLike by_ref_like(ICorProfilerInfo* info, IMetaDataImport* metadata, mdToken
     if (is_unmarked(path)) {
         return ByRefLike::kYes;
     }
-    ComPtr<ICorProfilerInfo3> info3;
-    if (FAILED(info->QueryInterface(__uuidof(ICorProfilerInfo3), info3.put_void()))) {
-        return ByRefLike::kNo;
-    }
-    const auto hold = hold_modules();
-    ComPtr<ICorProfilerModuleEnum> modules;
-    if (FAILED(info3->EnumModules(modules.put()))) {
-        return ByRefLike::kUnknown;
-    }
     // Which module's type is meant is not resolved: a method too many left as it is does no harm,
     // and one that boxes what cannot be boxed ends the program.
     ByRefLike answer = ByRefLike::kUnknown;
-    ModuleID module = 0;
-    ULONG fetched = 0;
-    while (answer != ByRefLike::kYes && modules->Next(1, &module, &fetched) == S_OK &&
-           fetched == 1) {
+    visit_loaded_modules([&](ModuleID module) {
         const ByRefLike there = ask_module(info, module, path);
         answer = there == ByRefLike::kUnknown ? answer : there;
-    }
+        return answer != ByRefLike::kYes;
+    });
     return answer;
 }
 

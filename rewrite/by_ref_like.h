@@ -11,8 +11,8 @@ enum class ByRefLike { kNo, kYes, kUnknown };
 
 // Of the value type that a TypeDef or TypeRef of the module stands for. A value type is loaded
 // before any method that takes one is compiled, so it is found among the loaded modules; kUnknown
-// if it is not. A runtime that cannot enumerate its modules is older than the mark of these types.
-// Of several modules with a type of that name one whose type is by-ref-like answers.
+// if it is not, or if its module may be taken away. Of several modules with a type of that name one
+// whose type is by-ref-like answers.
 ByRefLike by_ref_like(ICorProfilerInfo* info, IMetaDataImport* metadata, mdToken type);
 
 } // namespace corvane

@@ -145,7 +145,8 @@ private:
         case ByRefLike::kUnknown:
             break;
         }
-        return refusal_.refuse(what_is + L" of a value type that no loaded module defines");
+        return refusal_.refuse(what_is +
+                               L" of a value type that no module defines which stays loaded");
     }
 
     HRESULT define_type_spec(std::span<const std::uint8_t> blob, mdToken& token) {

@@ -74,7 +74,7 @@ public:
                          message);
     }
 
-    // Here as well.
+    // The result stays that of the call before.
     bool compress(mdTypeRef type, BlobForm form, CompressedToken& compressed,
                   const wchar_t* message) {
         const auto token = form == BlobForm::kExact ? std::optional(compress_token_exactly(type))

@@ -54,6 +54,7 @@ public:
         AssemblyID assembly;
     };
     std::map<ModuleID, Module> modules;
+    std::map<ModuleID, DWORD> module_flags;
     std::map<AssemblyID, std::wstring> assemblies;
     // What GetAssemblyInfo answers when it is asked for the text and not for the length.
     HRESULT assembly_text_result = S_OK;
@@ -96,6 +97,17 @@ public:
         if (assembly != nullptr) {
             *assembly = found->second.assembly;
         }
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetModuleInfo2(ModuleID module, LPCBYTE*, ULONG, ULONG*, WCHAR*,
+                                             AssemblyID*, DWORD* flags) override {
+        calls.emplace_back("GetModuleInfo2");
+        const auto found = module_flags.find(module);
+        if (found == module_flags.end()) {
+            return E_INVALIDARG;
+        }
+        *flags = found->second;
         return S_OK;
     }
 

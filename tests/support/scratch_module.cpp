@@ -1,5 +1,7 @@
 #include "tests/support/scratch_module.h"
 
+#include "rewrite/loaded_modules.h"
+
 #include "tests/support/fake_method.h"
 
 #include <gtest/gtest.h>
@@ -214,41 +216,6 @@ public:
 
 namespace {
 
-// Over a fixed list; owned by whoever asked for it.
-class Modules final : public ICorProfilerModuleEnum {
-public:
-    explicit Modules(std::vector<ModuleID> modules) : modules_(std::move(modules)) {}
-    virtual ~Modules() = default;
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
-    ULONG STDMETHODCALLTYPE Release() override {
-        const ULONG left = --references_;
-        if (left == 0) {
-            delete this;
-        }
-        return left;
-    }
-    HRESULT STDMETHODCALLTYPE Skip(ULONG) override { return E_FAIL; }
-    HRESULT STDMETHODCALLTYPE Reset() override { return E_FAIL; }
-    HRESULT STDMETHODCALLTYPE Clone(ICorProfilerModuleEnum**) override { return E_FAIL; }
-    HRESULT STDMETHODCALLTYPE GetCount(ULONG* count) override {
-        *count = static_cast<ULONG>(modules_.size());
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Next(ULONG count, ModuleID* modules, ULONG* fetched) override {
-        *fetched = 0;
-        while (*fetched < count && next_ < modules_.size()) {
-            modules[(*fetched)++] = modules_[next_++];
-        }
-        return *fetched == count ? S_OK : S_FALSE;
-    }
-
-private:
-    std::vector<ModuleID> modules_;
-    std::size_t next_ = 0;
-    ULONG references_ = 1;
-};
-
 ComPtr<IMetaDataEmit> define_scope(IMetaDataDispenserEx& dispenser) {
     ComPtr<IMetaDataEmit> emit;
     EXPECT_EQ(dispenser.DefineScope(CLSID_CorMetaDataRuntime, 0, __uuidof(IMetaDataEmit),
@@ -264,13 +231,18 @@ ScratchModule::ScratchModule(IMetaDataDispenserEx& dispenser)
     emit_.query(import_);
     metadata_ = std::make_unique<Metadata>(*this);
     allocator_ = std::make_unique<Allocator>();
+    add_loaded_module(nullptr, kModule);
 }
 
-ScratchModule::~ScratchModule() = default;
+ScratchModule::~ScratchModule() {
+    remove_loaded_module(kModule);
+    remove_loaded_module(kOtherModule);
+}
 
 IMetaDataEmit& ScratchModule::other() {
     if (!other_) {
         other_ = define_scope(dispenser_);
+        add_loaded_module(nullptr, kOtherModule);
     }
     return *other_.get();
 }
@@ -351,7 +323,7 @@ Bytes ScratchModule::member_signature(const std::wstring& name) {
 
 HRESULT ScratchModule::QueryInterface(REFIID iid, void** object) {
     const bool answered = iid == __uuidof(IUnknown) || iid == __uuidof(ICorProfilerInfo) ||
-                          (can_enumerate_modules && iid == __uuidof(ICorProfilerInfo3));
+                          iid == __uuidof(ICorProfilerInfo3);
     *object = answered ? static_cast<ICorProfilerInfo3*>(this) : nullptr;
     references_ += answered ? 1 : 0;
     return answered ? S_OK : E_NOINTERFACE;
@@ -372,15 +344,6 @@ HRESULT ScratchModule::GetModuleMetaData(ModuleID module, DWORD flags, REFIID ii
 HRESULT ScratchModule::GetRuntimeInformation(USHORT*, COR_PRF_RUNTIME_TYPE* type, USHORT*, USHORT*,
                                              USHORT*, USHORT*, ULONG, ULONG*, WCHAR*) {
     *type = runtime_type;
-    return S_OK;
-}
-
-HRESULT ScratchModule::EnumModules(ICorProfilerModuleEnum** modules) {
-    std::vector<ModuleID> loaded = {kModule};
-    if (other_) {
-        loaded.push_back(kOtherModule);
-    }
-    *modules = new Modules(std::move(loaded));
     return S_OK;
 }
 

@@ -53,7 +53,6 @@ public:
     std::vector<std::string> metadata_calls;
     // Whether `metadata_calls` is kept. Without it no call fails but those that the engine refuses.
     bool writes_down = true;
-    bool can_enumerate_modules = true;
     COR_PRF_RUNTIME_TYPE runtime_type = COR_PRF_DESKTOP_CLR;
 
     // The test's own aside.
@@ -69,7 +68,6 @@ public:
                                                     USHORT* major, USHORT* minor, USHORT* build,
                                                     USHORT* qfe, ULONG capacity, ULONG* length,
                                                     WCHAR* version) override;
-    HRESULT STDMETHODCALLTYPE EnumModules(ICorProfilerModuleEnum** modules) override;
     HRESULT STDMETHODCALLTYPE GetILFunctionBody(ModuleID module, mdMethodDef method,
                                                 LPCBYTE* header, ULONG* size) override;
     HRESULT STDMETHODCALLTYPE GetILFunctionBodyAllocator(ModuleID module,

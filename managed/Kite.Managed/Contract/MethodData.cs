@@ -9,7 +9,8 @@ namespace Corvane.Instrumentation;
 /// <summary>What is known of an instrumented method. It does not keep the method's assembly loaded.</summary>
 public sealed class MethodData
 {
-    // A type or module lives as long as its assembly; what only describes one of their methods would be collected before.
+    // A type or module lives as long as its assembly; what only describes one of their methods would be
+    // collected before.
     private static readonly ConditionalWeakTable<object, ConcurrentQueue<MethodBase>> kept =
         new ConditionalWeakTable<object, ConcurrentQueue<MethodBase>>();
 

@@ -53,7 +53,7 @@ internal sealed class Rounds(TimeSpan length)
     public bool IsOver { get; private set; }
 
     // Of the last few assemblies, so that they are still called when they are compiled for the second time.
-    public List<Func<int, int>[]> Methods { get; private set; } = [];
+    public List<Func<int, DateTime, int>[]> Methods { get; private set; } = [];
 
     public Func<int, int>[] Generic { get; private set; } = [];
 
@@ -90,10 +90,10 @@ internal sealed class Plugin
         Methods = assembly.GetType("Plugin")!.GetMethods()
             .Where(method => method.Name.StartsWith("Method", StringComparison.Ordinal))
             .OrderBy(method => method.Name, StringComparer.Ordinal)
-            .Select(method => method.CreateDelegate<Func<int, int>>()).ToArray();
+            .Select(method => method.CreateDelegate<Func<int, DateTime, int>>()).ToArray();
     }
 
-    public Func<int, int>[] Methods { get; }
+    public Func<int, DateTime, int>[] Methods { get; }
 
     // How many assemblies it refers to more than once. What was added to its metadata since it was loaded counts.
     public int CountDuplicates() =>
@@ -144,21 +144,21 @@ internal sealed class Caller(int number, Rounds rounds)
         }
     }
 
-    private void Call(Func<int, int>[] methods, int index)
+    private void Call(Func<int, DateTime, int>[] methods, int index)
     {
         for (var value = 0; value < 4; value++)
         {
             Calls++;
-            Mistakes += methods[index](value) == value + index ? 0 : 1;
+            Mistakes += methods[index](value, default) == value + index ? 0 : 1;
         }
     }
 
-    private void CallInVain(Func<int, int> method)
+    private void CallInVain(Func<int, DateTime, int> method)
     {
         Calls++;
         try
         {
-            method(-1);
+            method(-1, default);
             Mistakes++;
         }
         catch (ArgumentOutOfRangeException)

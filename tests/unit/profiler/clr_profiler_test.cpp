@@ -5,7 +5,7 @@
 #include "profiler/hresult_text.h"
 #include "profiler/own_module.h"
 #include "profiler/runtime_state.h"
-#include "rewrite/module_holds.h"
+#include "rewrite/loaded_modules.h"
 #include "sampling/thread_map.h"
 #include "selection/excluded_scopes.h"
 #include "selection/target_methods.h"
@@ -17,10 +17,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <thread>
+#include <vector>
 
 namespace corvane {
 namespace {
@@ -392,12 +395,41 @@ TEST_F(ModuleLoadFinished, NotesMscorlib) {
     EXPECT_EQ(lines(), L""); // level 4
 }
 
+std::vector<ModuleID> loaded_modules() {
+    std::vector<ModuleID> modules;
+    visit_loaded_modules([&](ModuleID module) {
+        modules.push_back(module);
+        return true;
+    });
+    return modules;
+}
+
+// Those that the garbage collector may take away are not asked about anything.
+TEST_F(ModuleLoadFinished, KeepsModulesThatStayLoaded) {
+    const std::vector<ModuleID> before = loaded_modules();
+    for (const ModuleID module : {0x10, 0x11, 0x12, 0x13, 0x14}) {
+        runtime.modules[module] = runtime.modules[0x10];
+    }
+    runtime.module_flags = {{0x10, COR_PRF_MODULE_DISK},
+                            {0x11, COR_PRF_MODULE_DISK | COR_PRF_MODULE_COLLECTIBLE},
+                            {0x12, COR_PRF_MODULE_DYNAMIC | COR_PRF_MODULE_COLLECTIBLE},
+                            {0x14, COR_PRF_MODULE_DISK}};
+    for (const ModuleID module : {0x10, 0x11, 0x12, 0x13}) { // the last one has no flags
+        EXPECT_EQ(profiler->ModuleLoadFinished(module, S_OK), S_OK);
+    }
+    EXPECT_EQ(profiler->ModuleLoadFinished(0x14, E_FAIL), S_OK); // was not loaded
+    EXPECT_EQ(before, std::vector<ModuleID>());
+    EXPECT_EQ(loaded_modules(), std::vector<ModuleID>{0x10});
+    EXPECT_EQ(profiler->ModuleUnloadStarted(0x10), S_OK);
+    EXPECT_EQ(loaded_modules(), std::vector<ModuleID>());
+}
+
 // The runtime does not tell what it is.
 TEST_F(ModuleLoadFinished, DoesNotTakeEverythingOfItsNameForTheManagedLibrary) {
     runtime.assemblies[0x20] = L"kite.managed";
     EXPECT_EQ(profiler->ModuleLoadFinished(0x10, S_OK), S_OK);
     EXPECT_FALSE(managedLibraryLoaded);
-    EXPECT_EQ(runtime.calls.back(), "GetModuleMetaData");
+    EXPECT_EQ(std::ranges::count(runtime.calls, "GetModuleMetaData"), 1);
 }
 
 TEST_F(ModuleLoadFinished, LetsALaterLoadOverwrite) {
@@ -473,17 +505,20 @@ TEST_F(MethodCallbacks, AModuleGoesWhenNobodyLooksAtModules) {
     start();
     std::atomic<bool> may_go = false;
     std::jthread unloading;
-    {
-        const auto hold = hold_modules();
+    add_loaded_module(nullptr, FakeMethod::kModule);
+    visit_loaded_modules([&](ModuleID module) {
+        EXPECT_EQ(module, FakeMethod::kModule);
         unloading = std::jthread([&] {
             EXPECT_EQ(profiler->ModuleUnloadStarted(FakeMethod::kModule), S_OK);
             may_go = true;
         });
         Sleep(100);
         EXPECT_FALSE(may_go);
-    }
+        return false;
+    });
     unloading.join();
     EXPECT_TRUE(may_go);
+    visit_loaded_modules([](ModuleID) -> bool { throw std::logic_error("it is gone"); });
 }
 
 // Of a method that is chosen, in a module that cannot be written to.
