@@ -5,11 +5,11 @@
 // references are made, and the later ones, which find them, are told apart.
 //
 //   instrument_bench [MODULES]      (the runtime is found through CORVANE_DOTNET_ROOTS)
+#include "base/runtime_state.h"
 #include "bench/measuring.h"
-#include "profiler/runtime_state.h"
-#include "rewrite/body_reader.h"
-#include "rewrite/body_writer.h"
-#include "rewrite/module_references.h"
+#include "rewrite/body/body_reader.h"
+#include "rewrite/body/body_writer.h"
+#include "rewrite/references/module_references.h"
 #include "rewrite/rewrite_settings.h"
 #include "tests/support/real_methods.h"
 #include "tests/support/scratch_module.h"

@@ -4,8 +4,8 @@
 //
 //   rewrite_bench BODIES CECIL      (what tests/tools/il_reader.cs writes by "bodies" and by
 //   "time")
-#include "rewrite/body_reader.h"
-#include "rewrite/body_writer.h"
+#include "rewrite/body/body_reader.h"
+#include "rewrite/body/body_writer.h"
 #include "tests/support/body_corpus.h"
 
 #include <algorithm>

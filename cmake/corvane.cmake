@@ -57,15 +57,23 @@ function(corvane_library name)
   target_link_libraries(${name} PUBLIC corvane_options ${arg_LINK})
 endfunction()
 
-# corvane_test(PROGRAM LABEL): registers a GoogleTest program; its report is reports/PROGRAM.xml.
-function(corvane_test program label)
-  cmake_parse_arguments(arg "" "TIMEOUT" "ENVIRONMENT" ${ARGN})
+# corvane_test(NAME LABEL [PROGRAM program] [FILTER pattern] [TIMEOUT seconds] [ENVIRONMENT variable...]): registers
+# a GoogleTest program, called NAME unless told otherwise, or those of its tests whose names match; the report is
+# reports/NAME.xml.
+function(corvane_test name label)
+  cmake_parse_arguments(arg "" "PROGRAM;FILTER;TIMEOUT" "ENVIRONMENT" ${ARGN})
+  if(NOT arg_PROGRAM)
+    set(arg_PROGRAM ${name})
+  endif()
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 600)
   endif()
-  add_test(NAME ${program} COMMAND ${program} WORKING_DIRECTORY "${CMAKE_BINARY_DIR}")
-  set_tests_properties(${program} PROPERTIES LABELS ${label} TIMEOUT ${arg_TIMEOUT}
-    ENVIRONMENT "GTEST_OUTPUT=xml:reports/${program}.xml;${arg_ENVIRONMENT}")
+  if(arg_FILTER)
+    list(APPEND arg_ENVIRONMENT "GTEST_FILTER=${arg_FILTER}")
+  endif()
+  add_test(NAME ${name} COMMAND ${arg_PROGRAM} WORKING_DIRECTORY "${CMAKE_BINARY_DIR}")
+  set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT ${arg_TIMEOUT}
+    ENVIRONMENT "GTEST_OUTPUT=xml:reports/${name}.xml;${arg_ENVIRONMENT}")
 endfunction()
 
 # corvane_test_profiler(NAME source... [LINK library...]): a library that a runtime loads as its profiler.

@@ -3,7 +3,7 @@
 // question. Runs on the thread that initialises the profiler; no state of its own.
 #pragma once
 
-#include "profiler/log_sink.h"
+#include "base/log_sink.h"
 
 #include <boost/property_tree/ptree.hpp>
 

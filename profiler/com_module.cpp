@@ -1,8 +1,8 @@
 #include "profiler/com_module.h"
 
+#include "base/own_module.h"
 #include "profiler/class_factory.h"
 #include "profiler/class_ids.h"
-#include "profiler/own_module.h"
 #include "profiler/registrar.h"
 #include "profiler/type_library.h"
 

@@ -1,6 +1,6 @@
 #include "profiler/process_facts.h"
 
-#include "profiler/local_memory.h"
+#include "base/local_memory.h"
 
 #include <windows.h>
 

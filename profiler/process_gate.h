@@ -3,8 +3,8 @@
 // reads both, once, on the thread that initialises it.
 #pragma once
 
+#include "base/log_sink.h"
 #include "profiler/agent_config.h"
-#include "profiler/log_sink.h"
 
 #include <optional>
 #include <string>

@@ -1,7 +1,7 @@
 #include "profiler/type_library.h"
 
+#include "base/own_module.h"
 #include "clr/com_ptr.h"
-#include "profiler/own_module.h"
 
 #include <oleauto.h>
 

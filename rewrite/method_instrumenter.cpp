@@ -11,15 +11,15 @@
 
 #include "rewrite/method_instrumenter.h"
 
+#include "base/hresult_text.h"
+#include "base/runtime_state.h"
 #include "clr/com_ptr.h"
 #include "clr/metadata.h"
-#include "profiler/hresult_text.h"
-#include "profiler/runtime_state.h"
-#include "rewrite/emission.h"
-#include "rewrite/epilogue.h"
-#include "rewrite/exception_wrapping.h"
-#include "rewrite/method_rewriter.h"
-#include "rewrite/prologue.h"
+#include "rewrite/body/method_rewriter.h"
+#include "rewrite/emit/emission.h"
+#include "rewrite/emit/epilogue.h"
+#include "rewrite/emit/exception_wrapping.h"
+#include "rewrite/emit/prologue.h"
 #include "rewrite/rewrite_settings.h"
 
 #include <algorithm>

@@ -2,8 +2,8 @@
 // regions, so that all its ends are seen.
 #pragma once
 
-#include "rewrite/instrumentation_references.h"
-#include "rewrite/rewrite_context.h"
+#include "rewrite/references/instrumentation_references.h"
+#include "selection/chosen_method.h"
 
 namespace corvane {
 

@@ -1,8 +1,8 @@
 #include "sampling/function_names.h"
 
+#include "base/hresult_text.h"
+#include "base/runtime_state.h"
 #include "clr/runtime_name.h"
-#include "profiler/hresult_text.h"
-#include "profiler/runtime_state.h"
 #include "sampling/snapshot.h"
 #include "sampling/worker_thread.h"
 

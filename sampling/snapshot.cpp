@@ -1,8 +1,8 @@
 #include "sampling/snapshot.h"
 
-#include "profiler/hresult_text.h"
-#include "profiler/owned_handle.h"
-#include "profiler/runtime_state.h"
+#include "base/hresult_text.h"
+#include "base/owned_handle.h"
+#include "base/runtime_state.h"
 #include "sampling/automation.h"
 #include "sampling/frame_list.h"
 #include "sampling/thread_map.h"

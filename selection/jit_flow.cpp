@@ -1,6 +1,6 @@
 #include "selection/jit_flow.h"
 
-#include "profiler/hresult_text.h"
+#include "base/hresult_text.h"
 #include "selection/target_methods.h"
 
 #include <exception>

@@ -4,7 +4,7 @@
 // described or rewritten is compiled as it stands.
 #pragma once
 
-#include "rewrite/rewrite_context.h"
+#include "selection/chosen_method.h"
 #include "selection/method_info.h"
 
 namespace corvane {

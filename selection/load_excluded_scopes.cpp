@@ -1,5 +1,5 @@
-#include "profiler/debug_log.h"
-#include "profiler/own_module.h"
+#include "base/debug_log.h"
+#include "base/own_module.h"
 #include "selection/excluded_scopes.h"
 
 #include <filesystem>

@@ -1,6 +1,6 @@
 #include "selection/method_info.h"
 
-#include "profiler/hresult_text.h"
+#include "base/hresult_text.h"
 
 namespace corvane {
 

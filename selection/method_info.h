@@ -2,10 +2,10 @@
 // precompiled code. One is built per callback, on that callback's thread, and never kept.
 #pragma once
 
+#include "base/debug_log.h"
 #include "clr/com_ptr.h"
 #include "clr/cor_profiler.h"
 #include "clr/runtime_name.h"
-#include "profiler/debug_log.h"
 
 namespace corvane {
 

@@ -1,6 +1,6 @@
 // Homes, configuration files and scope files as users leave them, good and bad. Whatever they are,
 // the program runs as it does without the profiler.
-#include "tests/clr/runtime_test.h"
+#include "tests/support/runtime_test.h"
 
 #include <functional>
 

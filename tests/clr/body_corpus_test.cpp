@@ -2,8 +2,8 @@
 // edited or not, written, read again. What the reader makes of a body is also compared with what
 // Mono.Cecil makes of it. Bodies and Cecil's reading are listed by tests/tools/il_reader.cs at
 // build time.
-#include "rewrite/body_reader.h"
-#include "rewrite/body_writer.h"
+#include "rewrite/body/body_reader.h"
+#include "rewrite/body/body_writer.h"
 #include "tests/support/body_corpus.h"
 #include "tests/support/body_model.h"
 #include "tests/support/fixtures.h"

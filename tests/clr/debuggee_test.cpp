@@ -1,6 +1,6 @@
-#include "tools/corvane/debuggee.h"
+#include "tests/support/debuggee.h"
 
-#include "tests/clr/runtime_test.h"
+#include "tests/support/runtime_test.h"
 
 #include <shellapi.h>
 

@@ -1,8 +1,8 @@
 // Well-known libraries at work with all of their methods chosen. The program must not notice; what
 // could not be instrumented must be for a reason that is known; and what was must be most of it.
-#include "tests/clr/runtime_test.h"
 #include "tests/support/call_tree.h"
 #include "tests/support/observations.h"
+#include "tests/support/runtime_test.h"
 
 #include <gmock/gmock.h>
 

@@ -2,8 +2,8 @@
 // and what was recorded of their calls must be what their sources say. Golden files for each theme
 // of the program hold the calls and, in refused/, which methods were left as they are and why. What
 // of it is seen only by default has a "-" in front, what only with strict IL a "+".
-#include "tests/clr/runtime_test.h"
 #include "tests/support/marked_lines.h"
+#include "tests/support/runtime_test.h"
 
 #include <algorithm>
 #include <iterator>

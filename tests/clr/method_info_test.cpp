@@ -2,8 +2,8 @@
 // runtime's own engine reads it.
 #include "selection/jit_flow.h"
 #include "selection/target_methods.h"
-#include "tests/clr/runtime_test.h"
 #include "tests/support/real_methods.h"
+#include "tests/support/runtime_test.h"
 
 #include <gmock/gmock.h>
 

@@ -2,11 +2,11 @@
 // a method keeps its own.
 #include "rewrite/method_instrumenter.h"
 
-#include "profiler/runtime_state.h"
-#include "rewrite/loaded_modules.h"
-#include "tests/clr/scratch_module_test.h"
+#include "base/runtime_state.h"
+#include "rewrite/shape/loaded_modules.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/il_text.h"
+#include "tests/support/scratch_module_test.h"
 
 #include <atomic>
 #include <new>

@@ -1,8 +1,8 @@
 // The references that injected code needs, in the metadata of the runtime's own engine.
-#include "profiler/runtime_state.h"
-#include "rewrite/managed_library.h"
-#include "tests/clr/runtime_test.h"
-#include "tests/clr/scratch_module_test.h"
+#include "base/runtime_state.h"
+#include "rewrite/references/managed_library.h"
+#include "tests/support/runtime_test.h"
+#include "tests/support/scratch_module_test.h"
 
 #include <array>
 #include <fstream>

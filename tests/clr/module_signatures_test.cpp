@@ -1,8 +1,8 @@
 // Locals that are added to a body, in metadata that the runtime's own engine keeps.
-#include "rewrite/module_signatures.h"
+#include "rewrite/body/module_signatures.h"
 
 #include "il/element_type.h"
-#include "rewrite/method_body.h"
+#include "rewrite/body/method_body.h"
 #include "tests/support/fake_runtime.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 // The decision to profile a process, taken inside real processes: by executable name, or for an IIS
 // worker (the program under the name of one) by application pool.
-#include "tests/clr/runtime_test.h"
+#include "tests/support/runtime_test.h"
 
 namespace corvane::testing {
 namespace {

@@ -1,6 +1,6 @@
 // Sampling by the managed library in a real runtime: what is written about programs whose behaviour
 // is known. They run without a debugger, which would be told of every snapshot's worker.
-#include "tests/clr/runtime_test.h"
+#include "tests/support/runtime_test.h"
 
 #include <gmock/gmock.h>
 

@@ -1,8 +1,8 @@
 // Registration with the system's own tool, and what it is for: the class is then found by its ids,
 // by this process and by a runtime that is told no path. The registry is left as it was found.
 #include "clr/com_ptr.h"
-#include "tests/clr/runtime_test.h"
-#include "tools/corvane/debuggee.h"
+#include "tests/support/debuggee.h"
+#include "tests/support/runtime_test.h"
 
 #include <oaidl.h>
 #include <ocidl.h>

@@ -1,8 +1,8 @@
 // Every method that a real runtime compiles goes through the model of method bodies on its way, and
 // the program must not notice. The program runs without a debugger: each of its methods writes its
 // dump to the debugger output, which is slow with one.
-#include "tests/clr/runtime_test.h"
 #include "tests/support/agent_home.h"
+#include "tests/support/runtime_test.h"
 
 #include <gmock/gmock.h>
 
@@ -111,8 +111,8 @@ private:
         startup.dwFlags = STARTF_USESTDHANDLES;
         startup.hStdOutput = output.get();
         startup.hStdError = output.get();
-        const fs::path program =
-            built_file(fs::path(CORVANE_WORKLOAD_FOLDER).make_preferred()) / "workload.exe";
+        const fs::path program = built_file(fs::path(CORVANE_PROGRAMS_FOLDER).make_preferred()) /
+                                 "workload" / "workload.exe";
         PROCESS_INFORMATION created = {};
         if (CreateProcessW(program.c_str(), nullptr, nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                            &startup, &created) == FALSE) {

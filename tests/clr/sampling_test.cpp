@@ -2,8 +2,8 @@
 // What it saw it prints, without what differs from run to run; that goes to the standard error. A
 // program that hangs is ended and fails its test: a thread that stays suspended, or a lock that is
 // taken while another one is, shows as that.
-#include "tests/clr/runtime_test.h"
-#include "tools/corvane/debuggee.h"
+#include "tests/support/debuggee.h"
+#include "tests/support/runtime_test.h"
 
 #include <cstdlib>
 #include <fstream>

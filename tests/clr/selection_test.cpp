@@ -2,8 +2,8 @@
 // the target table, real ones and stand-ins, and that the program does not notice.
 // Methods that were chosen for their attribute are named at a level that a default log leaves out;
 // chooser.dll, the same decision with another entry behind it, shows those.
-#include "profiler/hresult_text.h"
-#include "tests/clr/runtime_test.h"
+#include "base/hresult_text.h"
+#include "tests/support/runtime_test.h"
 
 #include <algorithm>
 #include <iterator>

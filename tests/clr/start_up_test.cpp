@@ -1,6 +1,6 @@
 // Start-up in a real runtime: what is logged, subscribed and delivered, and that the program does
 // not notice.
-#include "tests/clr/runtime_test.h"
+#include "tests/support/runtime_test.h"
 
 namespace corvane::testing {
 namespace {

@@ -1,9 +1,9 @@
 // Many threads that compile and call instrumented methods at once: no call may be lost, whatever
 // the runtime compiles in whatever order. CORVANE_STRESS_SECONDS says for how long, 20 seconds if
 // it is not set.
-#include "tests/clr/runtime_test.h"
 #include "tests/support/call_tree.h"
 #include "tests/support/observations.h"
+#include "tests/support/runtime_test.h"
 
 #include <gmock/gmock.h>
 

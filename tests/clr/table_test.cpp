@@ -1,7 +1,7 @@
 // Methods that the built-in table names, at work: their results and exceptions reach the managed
 // library as they reach the caller.
-#include "tests/clr/runtime_test.h"
 #include "tests/support/call_tree.h"
+#include "tests/support/runtime_test.h"
 
 #include <gtest/gtest.h>
 

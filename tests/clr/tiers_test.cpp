@@ -1,10 +1,10 @@
 // Methods that a runtime compiles several times are rewritten once, and whatever is rewritten in a
 // module shares its references: told from the bodies and the metadata that the runtime has in the
 // end.
-#include "rewrite/body_reader.h"
-#include "tests/clr/runtime_test.h"
+#include "rewrite/body/body_reader.h"
 #include "tests/support/call_tree.h"
 #include "tests/support/observations.h"
+#include "tests/support/runtime_test.h"
 
 #include <gmock/gmock.h>
 

@@ -1,8 +1,8 @@
 // Read, edit, write, read: whatever body is accepted can be written, as it is and with nops in all
 // its gaps, and is then read with the same meaning. Writing what was written changes no byte but
 // those of the maximum stack.
-#include "rewrite/body_reader.h"
-#include "rewrite/body_writer.h"
+#include "rewrite/body/body_reader.h"
+#include "rewrite/body/body_writer.h"
 #include "tests/fuzz/require.h"
 #include "tests/support/body_model.h"
 

@@ -1,7 +1,7 @@
 // Any bytes as a method body. A body that is accepted is a whole model: its list is linked both
 // ways, what branches and clauses name is in it, and the maximum stack is the header's plus all
 // pushes. What stands behind a body does not matter.
-#include "rewrite/body_reader.h"
+#include "rewrite/body/body_reader.h"
 #include "tests/fuzz/require.h"
 #include "tests/support/body_model.h"
 

@@ -2,8 +2,8 @@
 // instruction, operand, target and clause of it has its counterpart in the other.
 #pragma once
 
-#include "rewrite/branch_widening.h"
-#include "rewrite/method_body.h"
+#include "rewrite/body/branch_widening.h"
+#include "rewrite/body/method_body.h"
 
 #include <cstdint>
 #include <string>

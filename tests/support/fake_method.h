@@ -4,8 +4,8 @@
 #pragma once
 
 #include "clr/runtime_name.h"
+#include "tests/support/failing_metadata.h"
 #include "tests/support/fake_runtime.h"
-#include "tests/support/metadata_methods.h"
 
 #include <gtest/gtest.h>
 
@@ -27,22 +27,6 @@ inline void PrintTo(const RuntimeName& name, std::ostream* out) {
 } // namespace corvane
 
 namespace corvane::testing {
-
-// Answers every method with E_FAIL.
-class FailingMetadata : public IMetaDataImport, public IMetaDataAssemblyImport {
-public:
-#define CORVANE_FAIL(name, parameters)                                                             \
-    HRESULT STDMETHODCALLTYPE name parameters override {                                           \
-        return E_FAIL;                                                                             \
-    }
-    METADATA_IMPORT_METHODS(CORVANE_FAIL)
-    METADATA_ASSEMBLY_IMPORT_METHODS(CORVANE_FAIL)
-#undef CORVANE_FAIL
-    void STDMETHODCALLTYPE CloseEnum(HCORENUM) override {}
-    BOOL STDMETHODCALLTYPE IsValidToken(mdToken) override {
-        return FALSE;
-    }
-};
 
 class FakeMethod final : public FailingRuntime {
 public:

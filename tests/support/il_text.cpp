@@ -2,7 +2,7 @@
 
 #include "il/byte_reader.h"
 #include "il/element_type.h"
-#include "rewrite/body_reader.h"
+#include "rewrite/body/body_reader.h"
 
 #include <array>
 #include <cstdio>

@@ -1,7 +1,7 @@
 // Collects what a LogSink is told, a line each: level, blank, message.
 #pragma once
 
-#include "profiler/log_sink.h"
+#include "base/log_sink.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
 // ParkedThread: a thread that does nothing while it lives, to be suspended by the code under test.
 #pragma once
 
-#include "profiler/owned_handle.h"
+#include "base/owned_handle.h"
 
 #include <stdexcept>
 

@@ -1,17 +1,28 @@
 #include "tests/support/scratch_module.h"
 
-#include "rewrite/loaded_modules.h"
-
-#include "tests/support/fake_method.h"
-
-#include <gtest/gtest.h>
+#include "rewrite/shape/loaded_modules.h"
+#include "tests/support/failing_metadata.h"
 
 #include <array>
 #include <cstdio>
+#include <stdexcept>
 
 namespace corvane::testing {
 
 namespace {
+
+// Whoever uses a module need not be a test: what must not happen is thrown.
+void require(bool holds) {
+    if (!holds) {
+        throw std::logic_error("a scratch module was not used as its own");
+    }
+}
+
+void check(HRESULT hr) {
+    if (FAILED(hr)) {
+        throw std::runtime_error("the metadata engine answered " + std::to_string(hr));
+    }
+}
 
 std::string narrow(const wchar_t* text) {
     std::string result;
@@ -37,17 +48,6 @@ std::string hex(const void* bytes, ULONG size) {
     }
     return text;
 }
-
-class FailingEmit : public IMetaDataEmit, public IMetaDataAssemblyEmit {
-public:
-#define CORVANE_FAIL(name, parameters)                                                             \
-    HRESULT STDMETHODCALLTYPE name parameters override {                                           \
-        return E_FAIL;                                                                             \
-    }
-    METADATA_EMIT_METHODS(CORVANE_FAIL)
-    METADATA_ASSEMBLY_EMIT_METHODS(CORVANE_FAIL)
-#undef CORVANE_FAIL
-};
 
 } // namespace
 
@@ -218,9 +218,8 @@ namespace {
 
 ComPtr<IMetaDataEmit> define_scope(IMetaDataDispenserEx& dispenser) {
     ComPtr<IMetaDataEmit> emit;
-    EXPECT_EQ(dispenser.DefineScope(CLSID_CorMetaDataRuntime, 0, __uuidof(IMetaDataEmit),
-                                    emit.put_unknown()),
-              S_OK);
+    check(dispenser.DefineScope(CLSID_CorMetaDataRuntime, 0, __uuidof(IMetaDataEmit),
+                                emit.put_unknown()));
     return emit;
 }
 
@@ -252,30 +251,27 @@ mdAssemblyRef ScratchModule::assembly_ref(const std::wstring& name) {
     emit_.query(assembly_emit);
     const ASSEMBLYMETADATA data{};
     mdAssemblyRef token = mdAssemblyRefNil;
-    EXPECT_EQ(
-        assembly_emit->DefineAssemblyRef(nullptr, 0, name.c_str(), &data, nullptr, 0, 0, &token),
-        S_OK);
+    check(assembly_emit->DefineAssemblyRef(nullptr, 0, name.c_str(), &data, nullptr, 0, 0, &token));
     return token;
 }
 
 mdTypeRef ScratchModule::type_ref(mdToken scope, const std::wstring& name) {
     mdTypeRef token = mdTypeRefNil;
-    EXPECT_EQ(emit_->DefineTypeRefByName(scope, name.c_str(), &token), S_OK);
+    check(emit_->DefineTypeRefByName(scope, name.c_str(), &token));
     return token;
 }
 
 mdTypeDef ScratchModule::type_def(const std::wstring& name, mdToken base) {
     mdTypeDef token = mdTypeDefNil;
-    EXPECT_EQ(emit_->DefineTypeDef(name.c_str(), tdPublic, base, nullptr, &token), S_OK);
+    check(emit_->DefineTypeDef(name.c_str(), tdPublic, base, nullptr, &token));
     return token;
 }
 
 mdMethodDef ScratchModule::method_def(mdTypeDef type, const std::wstring& name,
                                       const Bytes& signature) {
     mdMethodDef token = mdMethodDefNil;
-    EXPECT_EQ(emit_->DefineMethod(type, name.c_str(), mdPublic, signature.data(),
-                                  static_cast<ULONG>(signature.size()), 0, 0, &token),
-              S_OK);
+    check(emit_->DefineMethod(type, name.c_str(), mdPublic, signature.data(),
+                              static_cast<ULONG>(signature.size()), 0, 0, &token));
     return token;
 }
 
@@ -284,7 +280,7 @@ std::vector<std::wstring> ScratchModule::type_ref_names() {
     for (mdToken token = mdtTypeRef + 1; import_->IsValidToken(token); ++token) {
         std::array<wchar_t, 200> name{};
         ULONG length = 0;
-        EXPECT_EQ(import_->GetTypeRefProps(token, nullptr, name.data(), 200, &length), S_OK);
+        check(import_->GetTypeRefProps(token, nullptr, name.data(), 200, &length));
         names.emplace_back(name.data());
     }
     return names;
@@ -297,9 +293,8 @@ std::vector<std::wstring> ScratchModule::assembly_ref_names() {
     for (mdToken token = mdtAssemblyRef + 1; import_->IsValidToken(token); ++token) {
         std::array<wchar_t, 200> name{};
         ULONG length = 0;
-        EXPECT_EQ(assembly_import->GetAssemblyRefProps(token, nullptr, nullptr, name.data(), 200,
-                                                       &length, nullptr, nullptr, nullptr, nullptr),
-                  S_OK);
+        check(assembly_import->GetAssemblyRefProps(token, nullptr, nullptr, name.data(), 200,
+                                                   &length, nullptr, nullptr, nullptr, nullptr));
         names.emplace_back(name.data());
     }
     return names;
@@ -311,9 +306,8 @@ Bytes ScratchModule::member_signature(const std::wstring& name) {
         ULONG length = 0;
         PCCOR_SIGNATURE signature = nullptr;
         ULONG size = 0;
-        EXPECT_EQ(import_->GetMemberRefProps(token, nullptr, text.data(), 200, &length, &signature,
-                                             &size),
-                  S_OK);
+        check(import_->GetMemberRefProps(token, nullptr, text.data(), 200, &length, &signature,
+                                         &size));
         if (text.data() == name) {
             return {signature, signature + size};
         }
@@ -336,7 +330,7 @@ HRESULT ScratchModule::GetModuleMetaData(ModuleID module, DWORD flags, REFIID ii
         on_other_opened();
         return other().QueryInterface(iid, reinterpret_cast<void**>(metadata));
     }
-    EXPECT_EQ(module, kModule);
+    require(module == kModule);
     const HRESULT hr = answer([&] { return "GetModuleMetaData flags " + std::to_string(flags); });
     return FAILED(hr) ? hr : metadata_->QueryInterface(iid, reinterpret_cast<void**>(metadata));
 }
@@ -349,7 +343,7 @@ HRESULT ScratchModule::GetRuntimeInformation(USHORT*, COR_PRF_RUNTIME_TYPE* type
 
 HRESULT ScratchModule::GetILFunctionBody(ModuleID module, mdMethodDef method, LPCBYTE* header,
                                          ULONG* size) {
-    EXPECT_EQ(module, kModule);
+    require(module == kModule);
     const auto found = bodies.find(method);
     if (found == bodies.end()) {
         return E_INVALIDARG;
@@ -360,14 +354,14 @@ HRESULT ScratchModule::GetILFunctionBody(ModuleID module, mdMethodDef method, LP
 }
 
 HRESULT ScratchModule::GetILFunctionBodyAllocator(ModuleID module, IMethodMalloc** allocator) {
-    EXPECT_EQ(module, kModule);
+    require(module == kModule);
     *allocator = allocator_.get();
     return S_OK;
 }
 
 HRESULT ScratchModule::SetILFunctionBody(ModuleID module, mdMethodDef method, LPCBYTE header) {
-    EXPECT_EQ(module, kModule);
-    EXPECT_EQ(header, allocator_->memory.data());
+    require(module == kModule);
+    require(header == allocator_->memory.data());
     bodies[method] = allocator_->memory;
     ++installations;
     return S_OK;

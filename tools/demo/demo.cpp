@@ -7,7 +7,7 @@
 // Paths of the program, of a runtime, of the DLL and of the managed library. Exits with 0 when
 // every run went as its configuration asks for.
 #include "profiler/class_ids.h"
-#include "tools/corvane/debuggee.h"
+#include "tests/support/debuggee.h"
 
 #include <windows.h>
 

@@ -6,7 +6,7 @@
 // that it failed for. One object a process; callbacks arrive on any thread.
 #include "clr/com_ptr.h"
 #include "clr/metadata.h"
-#include "rewrite/method_rewriter.h"
+#include "rewrite/body/method_rewriter.h"
 #include "tests/support/test_profiler.h"
 
 #include <cstdio>

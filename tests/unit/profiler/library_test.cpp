@@ -1,7 +1,7 @@
 // Looks at CorvaneProfiler.dll as a file: what it exports, what it needs, what it says of itself.
+#include "base/own_module.h"
 #include "clr/com_ptr.h"
 #include "profiler/class_ids.h"
-#include "profiler/own_module.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "sampling/function_names.h"
 
-#include "profiler/hresult_text.h"
-#include "profiler/runtime_state.h"
+#include "base/hresult_text.h"
+#include "base/runtime_state.h"
 #include "tests/support/allocations.h"
 #include "tests/support/debug_output.h"
 #include "tests/support/fake_method.h"

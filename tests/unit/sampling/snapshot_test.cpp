@@ -1,7 +1,7 @@
 #include "sampling/snapshot.h"
 
-#include "profiler/hresult_text.h"
-#include "profiler/runtime_state.h"
+#include "base/hresult_text.h"
+#include "base/runtime_state.h"
 #include "sampling/thread_map.h"
 #include "tests/support/allocations.h"
 #include "tests/support/debug_output.h"

@@ -1,6 +1,6 @@
 #include "selection/method_info.h"
 
-#include "profiler/hresult_text.h"
+#include "base/hresult_text.h"
 #include "tests/support/allocations.h"
 #include "tests/support/debug_output.h"
 #include "tests/support/fake_method.h"

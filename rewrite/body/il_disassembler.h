@@ -1,0 +1,27 @@
+// The listing of a body that was built, on a log channel of its own. Written for people who look
+// for what went wrong: at the threshold that the channel has by default nothing of it is made.
+// One thread builds, lists and drops an object; the body's bytes must outlive it.
+#pragma once
+
+#include "base/debug_log.h"
+
+#include <cstdint>
+#include <span>
+
+namespace corvane {
+
+class il_disassembler {
+public:
+    // Throws std::bad_alloc only.
+    explicit il_disassembler(std::span<const std::uint8_t> method,
+                             std::int32_t threshold = kDefaultLogThreshold);
+
+    // Throws std::bad_alloc only.
+    void listing() const;
+
+private:
+    std::span<const std::uint8_t> method_;
+    NarrowDebugLog log_;
+};
+
+} // namespace corvane

@@ -1,0 +1,54 @@
+// The way of one method's body from the runtime into its model and back: what the runtime is asked
+// for, and in which order. Everything about the bytes is body_reader.h's and body_writer.h's.
+// Whoever rewrites a method owns one rewriter, on one thread, for as long as the body.
+#pragma once
+
+#include "base/debug_log.h"
+#include "clr/cor_profiler.h"
+#include "rewrite/body/method_body.h"
+#include "rewrite/body/module_signatures.h"
+
+#include <cstdint>
+#include <span>
+
+namespace corvane {
+
+class MethodRewriter {
+public:
+    // The interfaces are borrowed. With `control` the body goes to the compilation that it stands
+    // for, without it to the method.
+    MethodRewriter(ICorProfilerInfo* info, ModuleID module, mdMethodDef method,
+                   ICorProfilerFunctionControl* control = nullptr)
+        : info_(info),
+          control_(control),
+          module_(module),
+          method_(method),
+          signatures_(info, module) {}
+
+    // Fills an empty body, whose locals are the module's from then on. Fails with what the runtime
+    // answers, 0x8013153A for malformed code, or E_OUTOFMEMORY; the body is of no use then.
+    HRESULT Read(MethodBody& body) noexcept;
+
+    // Lays the body out, shows it in the debugger output and installs it. Fails with E_FAIL for a
+    // body that cannot have the tiny header that it asks for, 0x8013153A for a model that no bytes
+    // stand for, E_OUTOFMEMORY where there is no memory for the new body, or what the runtime
+    // answers to it; the method keeps its body then.
+    HRESULT Write(MethodBody& body) noexcept;
+
+    // Of the listing's channel.
+    std::int32_t listing_threshold = kDefaultLogThreshold;
+
+private:
+    using Bytes = std::span<const std::uint8_t>;
+    void show(Bytes bytes) const;
+    HRESULT install_in_module(Bytes bytes) const;
+    HRESULT install_through_control(Bytes bytes) const;
+
+    ICorProfilerInfo* info_;
+    ICorProfilerFunctionControl* control_;
+    ModuleID module_;
+    mdMethodDef method_;
+    ModuleSignatures signatures_;
+};
+
+} // namespace corvane

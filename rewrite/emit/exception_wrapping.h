@@ -1,0 +1,18 @@
+// The two blocks around a method's own code: one reports its exceptions and throws them on, one
+// tells the log that the method has ended.
+#pragma once
+
+#include "rewrite/emit/emission.h"
+
+namespace corvane {
+
+// Each makes a block of everything from `first` to where the builder stands and emits its handler;
+// what is emitted next is where the block goes on. Fail when a local or a text cannot be added to
+// the module.
+
+// The exception is thrown by `throw` and not by `rethrow`: the object is the same, its stack trace
+// begins here.
+HRESULT EmitCatchAndThrow(Emission& emission, IlBuilder& il, Instruction* first);
+HRESULT EmitFinally(Emission& emission, IlBuilder& il, Instruction* first);
+
+} // namespace corvane

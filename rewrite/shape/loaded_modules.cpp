@@ -1,0 +1,70 @@
+#include "rewrite/shape/loaded_modules.h"
+
+#include <mutex>
+#include <set>
+#include <shared_mutex>
+#include <vector>
+
+namespace corvane {
+
+namespace {
+
+struct LoadedModules {
+    std::mutex mutex; // around `modules`, for one access
+    std::set<ModuleID> modules;
+    std::shared_mutex visits; // shared by those who look
+};
+
+// Outlives every thread that compiles.
+LoadedModules& loaded() {
+    static auto& modules = *new LoadedModules();
+    return modules;
+}
+
+bool can_be_collected(ICorProfilerInfo3* info, ModuleID module) {
+    ULONG length = 0;
+    AssemblyID assembly = 0;
+    DWORD flags = 0;
+    return info != nullptr &&
+           (FAILED(info->GetModuleInfo2(module, nullptr, 0, &length, nullptr, &assembly, &flags)) ||
+            (flags & COR_PRF_MODULE_COLLECTIBLE) != 0);
+}
+
+std::vector<ModuleID> list() {
+    LoadedModules& all = loaded();
+    const std::lock_guard lock(all.mutex);
+    return {all.modules.begin(), all.modules.end()};
+}
+
+} // namespace
+
+void add_loaded_module(ICorProfilerInfo3* info, ModuleID module) {
+    if (can_be_collected(info, module)) {
+        return;
+    }
+    LoadedModules& all = loaded();
+    const std::lock_guard lock(all.mutex);
+    all.modules.insert(module);
+}
+
+void remove_loaded_module(ModuleID module) {
+    LoadedModules& all = loaded();
+    {
+        const std::lock_guard lock(all.mutex);
+        if (all.modules.erase(module) == 0) {
+            return;
+        }
+    }
+    const std::lock_guard wait(all.visits); // for those who have it in their list
+}
+
+void visit_loaded_modules(const std::function<bool(ModuleID module)>& visit) {
+    const std::shared_lock looking(loaded().visits);
+    for (const ModuleID module : list()) {
+        if (!visit(module)) {
+            return;
+        }
+    }
+}
+
+} // namespace corvane

@@ -1,0 +1,122 @@
+// The parser announces where every type begins and ends; what lies between is the type.
+
+#include "rewrite/shape/method_signature.h"
+
+#include "il/byte_reader.h"
+#include "il/element_type.h"
+#include "il/sig_parser.h"
+
+namespace corvane {
+
+namespace {
+
+using Bytes = std::span<const std::uint8_t>;
+
+SignatureType strip(Bytes blob) {
+    ByteReader reader(blob);
+    std::uint8_t mark = 0;
+    std::uint32_t token = 0;
+    ByteReader ahead = reader;
+    while (ahead.read(mark) && (mark == kElementCModReqd || mark == kElementCModOpt) &&
+           ahead.read_compressed(token)) {
+        reader = ahead;
+    }
+    SignatureType type;
+    type.by_ref = mark == kElementByRef;
+    type.blob = blob.subspan(reader.position() + (type.by_ref ? 1 : 0));
+    return type;
+}
+
+// A function pointer among the types is a method signature of its own, whose types are not the
+// method's.
+class SignatureReader final : public SigParser {
+public:
+    explicit SignatureReader(MethodSignature& signature) : signature_(signature) {}
+
+private:
+    void on_begin_method(std::uint8_t) override { ++depth_; }
+    void on_end_method() override { --depth_; }
+    void on_begin_return_type() override { begin(); }
+    void on_end_return_type() override {
+        if (depth_ == 1) {
+            signature_.result = strip(type());
+        }
+    }
+    void on_begin_param() override { begin(); }
+    void on_end_param() override {
+        if (depth_ == 1) {
+            signature_.parameters.push_back(strip(type()));
+        }
+    }
+
+    void begin() {
+        if (depth_ == 1) {
+            start_ = cursor;
+        }
+    }
+    [[nodiscard]] Bytes type() const { return {start_, cursor}; }
+
+    MethodSignature& signature_;
+    unsigned depth_ = 0;
+    const std::uint8_t* start_ = nullptr;
+};
+
+} // namespace
+
+Passing SignatureType::passing() const {
+    switch (element_type()) {
+    case kElementString:
+    case kElementClass:
+    case kElementObject:
+        return Passing::kReference;
+    case kElementArray:
+    case kElementSzArray:
+        return Passing::kOtherReference;
+    case kElementGenericInst:
+        return blob[1] == kElementClass ? Passing::kOtherReference : Passing::kGenericValueType;
+    case kElementValueType:
+        return Passing::kValueType;
+    case kElementBoolean:
+    case kElementChar:
+    case kElementI1:
+    case kElementU1:
+    case kElementI2:
+    case kElementU2:
+    case kElementI4:
+    case kElementU4:
+    case kElementI8:
+    case kElementU8:
+    case kElementR4:
+    case kElementR8:
+    case kElementI:
+    case kElementU:
+        return Passing::kPrimitive;
+    default:
+        return Passing::kNotAtAll;
+    }
+}
+
+std::uint32_t SignatureType::token() const {
+    constexpr std::uint32_t kTables[] = {0x02000000, 0x01000000, 0x1B000000};
+    const std::uint8_t type = element_type();
+    if (type != kElementClass && type != kElementValueType && type != kElementGenericInst) {
+        return 0;
+    }
+    ByteReader reader(blob.subspan(type == kElementGenericInst ? 2 : 1));
+    std::uint32_t coded = 0;
+    if (!reader.read_compressed(coded) || (coded & 3) == 3) {
+        return 0;
+    }
+    return kTables[coded & 3] | coded >> 2;
+}
+
+bool read_method_signature(Bytes blob, MethodSignature& signature) {
+    signature = {};
+    SignatureReader reader(signature);
+    const bool whole = reader.Parse(blob.data(), static_cast<std::uint32_t>(blob.size())) &&
+                       reader.cursor == reader.sigEnd && !signature.result.blob.empty();
+    signature.has_this = reader.hasThis != 0;
+    return whole;
+}
+
+} // namespace corvane
