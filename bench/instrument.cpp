@@ -9,7 +9,7 @@
 #include "bench/measuring.h"
 #include "rewrite/body/body_reader.h"
 #include "rewrite/body/body_writer.h"
-#include "rewrite/references/module_references.h"
+#include "rewrite/method_instrumenter.h"
 #include "rewrite/rewrite_settings.h"
 #include "tests/support/real_methods.h"
 #include "tests/support/scratch_module.h"
@@ -186,8 +186,7 @@ Parts instrument(TimedModule& module, mdMethodDef token) {
     const std::size_t lines = output_lines;
 
     const Moment start = Moment::now();
-    const HRESULT hr =
-        DefineInstrumentationReferences(context, &module, method, InstrumentationMode::kAttribute);
+    const HRESULT hr = RewriteMethod(context, &module, method, InstrumentationMode::kAttribute);
     const Moment end = Moment::now();
     if (FAILED(hr) || module.installations != installations + 1) {
         throw std::runtime_error("a method was not instrumented");

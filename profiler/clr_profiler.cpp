@@ -9,8 +9,8 @@
 #include "profiler/process_facts.h"
 #include "profiler/type_library.h"
 #include "rewrite/left_methods.h"
+#include "rewrite/method_instrumenter.h"
 #include "rewrite/references/managed_library.h"
-#include "rewrite/references/module_references.h"
 #include "rewrite/rewrite_settings.h"
 #include "rewrite/shape/loaded_modules.h"
 #include "sampling/thread_map.h"
@@ -251,7 +251,7 @@ HRESULT CClrProfiler::note_module(ModuleID module) {
 HRESULT CClrProfiler::JITCompilationStarted(FunctionID function, BOOL) noexcept {
     return for_method(profilerInfo, [&](ICorProfilerInfo* info) {
         on_jit_compilation_started(info, function, switches_.transparencyInstrumentation,
-                                   DefineInstrumentationReferences);
+                                   RewriteMethod);
     });
 }
 

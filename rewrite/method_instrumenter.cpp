@@ -20,6 +20,8 @@
 #include "rewrite/emit/epilogue.h"
 #include "rewrite/emit/exception_wrapping.h"
 #include "rewrite/emit/prologue.h"
+#include "rewrite/left_methods.h"
+#include "rewrite/references/module_references.h"
 #include "rewrite/rewrite_settings.h"
 
 #include <algorithm>
@@ -228,10 +230,10 @@ HRESULT rewrite(RewriteContext& context, const InstrumentationReferences& refere
     return SUCCEEDED(hr) ? rewriter.Write(body) : hr;
 }
 
-} // namespace
-
-HRESULT RewriteMethod(RewriteContext& context, const InstrumentationReferences& references,
-                      InstrumentationMode mode) {
+// True when the method is instrumented, now or since an earlier compilation. What keeps it from
+// that is logged.
+bool rewrite_or_report(RewriteContext& context, const InstrumentationReferences& references,
+                       InstrumentationMode mode) {
     Refusal refusal;
     const HRESULT hr = rewrite(context, references, mode, refusal);
     if (FAILED(hr)) {
@@ -241,7 +243,27 @@ HRESULT RewriteMethod(RewriteContext& context, const InstrumentationReferences& 
             context.log.log(1, L"Left as it is: %s", refusal.reason().c_str());
         }
     }
-    return hr;
+    return SUCCEEDED(hr);
+}
+
+} // namespace
+
+HRESULT RewriteMethod(RewriteContext& context, ICorProfilerInfo* info, const method_info& method,
+                      InstrumentationMode mode) {
+    if (is_left(method.module_id, method.method_token)) {
+        return S_OK;
+    }
+    try {
+        const DefinedReferences defined =
+            DefineInstrumentationReferences(context, info, method, strictIl);
+        if (!defined.references || !rewrite_or_report(context, *defined.references, mode)) {
+            leave_for_good(method.module_id, method.method_token);
+        }
+        return defined.result;
+    } catch (...) {
+        leave_for_good(method.module_id, method.method_token);
+        throw;
+    }
 }
 
 } // namespace corvane

@@ -2,16 +2,16 @@
 // regions, so that all its ends are seen.
 #pragma once
 
-#include "rewrite/references/instrumentation_references.h"
 #include "selection/chosen_method.h"
 
 namespace corvane {
 
-// Reads the body, rewrites and installs it. A method that fails or that cannot be instrumented
-// safely keeps its body, and one line on the context's channel says why. A body that is
-// instrumented already, because the runtime compiles the method once more, stays as it is; that is
-// a success.
-HRESULT RewriteMethod(RewriteContext& context, const InstrumentationReferences& references,
+// The entry of IL rewriting for one chosen method: defines the references that injected code needs,
+// reads the body, rewrites and installs it. Returns the result of defining; a rewriting that fails
+// is no failure here. A method that fails or that cannot be instrumented safely keeps its body, one
+// line on the context's channel says why, and it is left for good (left_methods.h). A body that is
+// instrumented already, because the runtime compiles the method once more, stays as it is.
+HRESULT RewriteMethod(RewriteContext& context, ICorProfilerInfo* info, const method_info& method,
                       InstrumentationMode mode);
 
 } // namespace corvane

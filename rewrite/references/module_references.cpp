@@ -3,14 +3,11 @@
 #include "base/hresult_text.h"
 #include "clr/com_ptr.h"
 #include "clr/metadata.h"
-#include "rewrite/left_methods.h"
-#include "rewrite/method_instrumenter.h"
 #include "rewrite/references/assembly_reference.h"
 #include "rewrite/references/instrumentation_references.h"
 #include "rewrite/references/managed_library.h"
 #include "rewrite/references/reference_signatures.h"
 #include "rewrite/references/type_search.h"
-#include "rewrite/rewrite_settings.h"
 
 namespace corvane {
 
@@ -201,26 +198,12 @@ bool define(Definer& definer, bool strict, InstrumentationReferences& to) {
 
 } // namespace
 
-HRESULT DefineInstrumentationReferences(RewriteContext& context, ICorProfilerInfo* info,
-                                        const method_info& method, InstrumentationMode mode) {
-    if (is_left(method.module_id, method.method_token)) {
-        return S_OK;
-    }
+DefinedReferences DefineInstrumentationReferences(RewriteContext& context, ICorProfilerInfo* info,
+                                                  const method_info& method, bool strict) {
     Definer definer(context, info, method);
     InstrumentationReferences references;
-    bool is_done = false;
-    try {
-        // What becomes of the method is logged where it is decided.
-        is_done = define(definer, strictIl, references) &&
-                  SUCCEEDED(RewriteMethod(context, references, mode));
-    } catch (...) {
-        leave_for_good(method.module_id, method.method_token);
-        throw;
-    }
-    if (!is_done) {
-        leave_for_good(method.module_id, method.method_token);
-    }
-    return definer.result();
+    const bool is_whole = define(definer, strict, references);
+    return {definer.result(), is_whole ? std::optional(references) : std::nullopt};
 }
 
 } // namespace corvane

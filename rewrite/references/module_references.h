@@ -3,15 +3,24 @@
 // is given again. Runs on the runtime's compiling threads; the metadata serialises its own updates.
 #pragma once
 
+#include "rewrite/references/instrumentation_references.h"
 #include "selection/chosen_method.h"
+
+#include <optional>
 
 namespace corvane {
 
-// Leaves a method that was left before. Else it defines the references in the method's module and,
-// with all of them, rewrites the method. Returns the result of the last call of the metadata: a
-// token that does not fit its signature and a rewriting that fails leave the method as it is, but
-// are no failure here. Whatever goes wrong is logged on the context's channel.
-HRESULT DefineInstrumentationReferences(RewriteContext& context, ICorProfilerInfo* info,
-                                        const method_info& method, InstrumentationMode mode);
+// What became of it.
+struct DefinedReferences {
+    // Of the last call of the metadata. A token that does not fit its signature, and a library that
+    // will not be found, are no failures.
+    HRESULT result = S_OK;
+    std::optional<InstrumentationReferences> references; // all of them, or none
+};
+
+// Defines the references in the method's module. Whatever goes wrong is logged on the context's
+// channel. Strict IL asks for blobs of exact length.
+DefinedReferences DefineInstrumentationReferences(RewriteContext& context, ICorProfilerInfo* info,
+                                                  const method_info& method, bool strict);
 
 } // namespace corvane

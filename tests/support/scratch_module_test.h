@@ -4,7 +4,7 @@
 
 #include "base/hresult_text.h"
 #include "rewrite/left_methods.h"
-#include "rewrite/references/module_references.h"
+#include "rewrite/method_instrumenter.h"
 #include "rewrite/rewrite_settings.h"
 #include "tests/support/debug_output.h"
 #include "tests/support/real_methods.h"
@@ -78,7 +78,7 @@ protected:
         method_info method;
         describe(token, method);
         RewriteContext context{module.get(), method, DebugLog(L"[tag] ")};
-        return DefineInstrumentationReferences(context, module.get(), method, mode);
+        return RewriteMethod(context, module.get(), method, mode);
     }
 
     // What was logged, without the walks over the type references and the dumps of bodies.
