@@ -1,5 +1,5 @@
 // What this process's runtime gave to the profiler. Written by CClrProfiler::Initialize before any
-// other callback, never reset; the last two follow the module loads.
+// other callback, never reset; the last three follow the module loads.
 #pragma once
 
 #include "clr/com_ptr.h"
@@ -18,7 +18,10 @@ extern constinit ComPtr<ICorProfilerInfo3> profilerInfo3;
 // The module of the assembly "mscorlib", 0 until it is loaded; the last one loaded stays.
 extern constinit std::atomic<ModuleID> mscorlibModuleId;
 
-// The assembly that injected code calls has been loaded.
+// In .NET the module of the runtime's own types, 0 until it is loaded.
+extern constinit std::atomic<ModuleID> coreLibraryModuleId;
+
+// The assembly that injected code calls has been loaded, and has all that is called.
 extern constinit std::atomic<bool> managedLibraryLoaded;
 
 } // namespace corvane

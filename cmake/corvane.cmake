@@ -95,12 +95,12 @@ function(corvane_profiler_library name)
   set_target_properties(${name} PROPERTIES PREFIX "")
 endfunction()
 
-# corvane_dotnet_program(NAME DIRECTORY [PROJECT project] [ASSEMBLY assembly] [DEPENDS file...]): builds the C#
-# project DIRECTORY/NAME.csproj into managed/NAME of the build directory, by the target managed_NAME, which
-# whoever runs it depends on. Project and assembly are called NAME unless told otherwise. No build server is
-# left running.
+# corvane_dotnet_program(NAME DIRECTORY [PROJECT project] [ASSEMBLY assembly] [DEPENDS file...]
+# [PUBLISH property...]): builds the C# project DIRECTORY/NAME.csproj into managed/NAME of the build directory, by
+# the target managed_NAME, which whoever runs it depends on; or publishes it, with these properties. Project and
+# assembly are called NAME unless told otherwise. No build server is left running.
 function(corvane_dotnet_program name directory)
-  cmake_parse_arguments(arg "" "PROJECT;ASSEMBLY" "DEPENDS" ${ARGN})
+  cmake_parse_arguments(arg "" "PROJECT;ASSEMBLY" "DEPENDS;PUBLISH" ${ARGN})
   if(NOT arg_PROJECT)
     set(arg_PROJECT ${name})
   endif()
@@ -110,10 +110,19 @@ function(corvane_dotnet_program name directory)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${directory}/*.cs" "${directory}/*.csproj")
   set(output "${CMAKE_BINARY_DIR}/managed/${name}")
   set(assembly "${output}/${arg_ASSEMBLY}.dll")
+  set(command build)
+  if(arg_PUBLISH)
+    set(command publish)
+    list(TRANSFORM arg_PUBLISH PREPEND "-p:")
+    # What is published into a single file is the program itself.
+    if("-p:Publication=SingleFile" IN_LIST arg_PUBLISH)
+      set(assembly "${output}/${arg_ASSEMBLY}.exe")
+    endif()
+  endif()
   add_custom_command(
     OUTPUT "${assembly}"
-    COMMAND dotnet build "${directory}/${arg_PROJECT}.csproj" --configuration Release --output "${output}"
-            --nologo --verbosity quiet -nodeReuse:false -p:UseSharedCompilation=false
+    COMMAND dotnet ${command} "${directory}/${arg_PROJECT}.csproj" --configuration Release --output "${output}"
+            ${arg_PUBLISH} --nologo --verbosity quiet -nodeReuse:false -p:UseSharedCompilation=false
             --artifacts-path "${CMAKE_BINARY_DIR}/managed/obj/${name}"
     # An output that was up to date is not written again.
     COMMAND "${CMAKE_COMMAND}" -E touch "${assembly}"

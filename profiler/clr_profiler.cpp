@@ -241,11 +241,24 @@ HRESULT CClrProfiler::note_module(ModuleID module) {
                     assembly_name.c_str());
     if (assembly_name == L"mscorlib") {
         mscorlibModuleId = module;
-    } else if (assembly_name == kManagedLibrary.name &&
-               is_managed_library(profilerInfo.get(), module, default_log)) {
-        managedLibraryLoaded = true;
+    } else if (assembly_name == L"System.Private.CoreLib") {
+        coreLibraryModuleId = module;
+    } else if (assembly_name == kManagedLibrary.name) {
+        note_managed_library(module);
     }
     return hr;
+}
+
+void CClrProfiler::note_managed_library(ModuleID module) {
+    const std::wstring reason = reason_against_library(profilerInfo.get(), module);
+    if (reason.empty()) {
+        managedLibraryLoaded = true;
+        return;
+    }
+    default_log.log(1,
+                    L"A kite.managed was loaded that cannot be called: it %s; the one that came "
+                    L"with this file has to be",
+                    reason.c_str());
 }
 
 HRESULT CClrProfiler::JITCompilationStarted(FunctionID function, BOOL) noexcept {

@@ -46,6 +46,7 @@ private:
     void read_switches();
     DWORD event_mask() const noexcept;
     HRESULT note_module(ModuleID module);
+    void note_managed_library(ModuleID module);
 
     ComPtr<ICorProfilerInfo> profilerInfo;
     ProfilerSwitches switches_;

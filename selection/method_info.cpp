@@ -99,9 +99,10 @@ HRESULT method_info::get_module_info(ICorProfilerInfo* info) {
 HRESULT method_info::get_assembly_info(ICorProfilerInfo* info) {
     // A name that cannot be read stays empty; the decision does not need it.
     ULONG length = 0;
-    if (SUCCEEDED(info->GetAssemblyInfo(assembly_id, 0, &length, nullptr, nullptr, nullptr))) {
-        info->GetAssemblyInfo(assembly_id, length, &length, assembly_name.resize(length), nullptr,
-                              nullptr);
+    if (SUCCEEDED(info->GetAssemblyInfo(assembly_id, 0, &length, nullptr, nullptr, nullptr)) &&
+        FAILED(info->GetAssemblyInfo(assembly_id, length, &length, assembly_name.resize(length),
+                                     nullptr, nullptr))) {
+        assembly_name = RuntimeName();
     }
 
     ComPtr<IMetaDataImport> metadata;

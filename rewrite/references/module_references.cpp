@@ -47,13 +47,14 @@ public:
     // The result stays that of the call before.
     bool can_find_library() {
         ComPtr<IMetaDataAssemblyImport> assembly_import;
-        if (SUCCEEDED(emit_.query(assembly_import)) &&
-            can_find_managed_library(info_, assembly_import.get(), module_name_)) {
-            return true;
+        const std::wstring reason =
+            SUCCEEDED(emit_.query(assembly_import))
+                ? reason_against_calls(info_, assembly_import.get(), module_name_)
+                : L"its module has no manifest";
+        if (!reason.empty()) {
+            context_.log.log(1, L"Left as it is: %s", reason.c_str());
         }
-        context_.log.log(1, L"Left as it is: kite.managed is not loaded; name its file in "
-                            L"DOTNET_STARTUP_HOOKS");
-        return false;
+        return reason.empty();
     }
 
     bool assembly(const AssemblyIdentity& identity, mdAssemblyRef& token, const wchar_t* message) {

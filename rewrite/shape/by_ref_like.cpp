@@ -2,6 +2,7 @@
 
 #include "clr/com_ptr.h"
 #include "rewrite/shape/loaded_modules.h"
+#include "rewrite/shape/method_signature.h"
 
 #include <array>
 #include <string>
@@ -42,7 +43,9 @@ bool is_unmarked(const TypePath& path) {
             path[0] == L"System.TypedReference");
 }
 
-ByRefLike ask_module(ICorProfilerInfo* info, ModuleID module, const TypePath& path) {
+// A "no" counts of every module, or only of the one that defines the runtime's own types.
+ByRefLike ask_module(ICorProfilerInfo* info, ModuleID module, const TypePath& path,
+                     bool counts_of_all) {
     ComPtr<IMetaDataImport> metadata;
     if (FAILED(info->GetModuleMetaData(module, ofRead, __uuidof(IMetaDataImport),
                                        metadata.put_unknown())) ||
@@ -55,12 +58,45 @@ ByRefLike ask_module(ICorProfilerInfo* info, ModuleID module, const TypePath& pa
             return ByRefLike::kUnknown;
         }
     }
-    return is_marked(metadata.get(), type) ? ByRefLike::kYes : ByRefLike::kNo;
+    if (is_marked(metadata.get(), type)) {
+        return ByRefLike::kYes;
+    }
+    mdTypeDef object = mdTypeDefNil;
+    const bool counts =
+        counts_of_all ||
+        SUCCEEDED(metadata->FindTypeDefByName(L"System.Object", mdTokenNil, &object));
+    return counts ? ByRefLike::kNo : ByRefLike::kUnknown;
+}
+
+// The type that a TypeSpec is an instance of; a type that is no value type is no by-ref-like one.
+ByRefLike ask_type_spec(ICorProfilerInfo* info, ModuleID module, IMetaDataImport* metadata,
+                        mdTypeSpec type) {
+    PCCOR_SIGNATURE blob = nullptr;
+    ULONG size = 0;
+    if (FAILED(metadata->GetTypeSpecFromToken(type, &blob, &size))) {
+        return ByRefLike::kUnknown;
+    }
+    const SignatureType spec{{blob, size}};
+    switch (spec.passing()) {
+    case Passing::kValueType:
+    case Passing::kGenericValueType:
+        return TypeFromToken(spec.token()) != mdtTypeSpec && spec.token() != mdTokenNil
+                   ? by_ref_like(info, module, metadata, spec.token())
+                   : ByRefLike::kUnknown;
+    case Passing::kNotAtAll:
+        return ByRefLike::kUnknown;
+    default:
+        return ByRefLike::kNo;
+    }
 }
 
 } // namespace
 
-ByRefLike by_ref_like(ICorProfilerInfo* info, IMetaDataImport* metadata, mdToken type) {
+ByRefLike by_ref_like(ICorProfilerInfo* info, ModuleID module, IMetaDataImport* metadata,
+                      mdToken type) {
+    if (TypeFromToken(type) == mdtTypeSpec) {
+        return ask_type_spec(info, module, metadata, type);
+    }
     if (TypeFromToken(type) == mdtTypeDef) {
         return is_marked(metadata, type) ? ByRefLike::kYes : ByRefLike::kNo;
     }
@@ -74,8 +110,9 @@ ByRefLike by_ref_like(ICorProfilerInfo* info, IMetaDataImport* metadata, mdToken
     // Which module's type is meant is not resolved: a method too many left as it is does no harm,
     // and one that boxes what cannot be boxed ends the program.
     ByRefLike answer = ByRefLike::kUnknown;
-    visit_loaded_modules([&](ModuleID module) {
-        const ByRefLike there = ask_module(info, module, path);
+    const bool stays = is_loaded_module(module);
+    visit_loaded_modules([&](ModuleID candidate) {
+        const ByRefLike there = ask_module(info, candidate, path, stays);
         answer = there == ByRefLike::kUnknown ? answer : there;
         return answer != ByRefLike::kYes;
     });

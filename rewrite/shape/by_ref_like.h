@@ -9,10 +9,12 @@ namespace corvane {
 
 enum class ByRefLike { kNo, kYes, kUnknown };
 
-// Of the value type that a TypeDef or TypeRef of the module stands for. A value type is loaded
-// before any method that takes one is compiled, so it is found among the loaded modules; kUnknown
-// if it is not, or if its module may be taken away. Of several modules with a type of that name one
-// whose type is by-ref-like answers.
-ByRefLike by_ref_like(ICorProfilerInfo* info, IMetaDataImport* metadata, mdToken type);
+// Of the value type that a TypeDef, TypeRef or TypeSpec of the module stands for. A value type is
+// loaded before any method that takes one is compiled, so it is found among the loaded modules;
+// kUnknown if it is not, or if its module may be taken away. Of several modules with a type of that
+// name one whose type is by-ref-like answers. A module that may be taken away can mean a type of
+// another such module, which is not asked: for it only a "no" of the runtime's own types counts.
+ByRefLike by_ref_like(ICorProfilerInfo* info, ModuleID module, IMetaDataImport* metadata,
+                      mdToken type);
 
 } // namespace corvane

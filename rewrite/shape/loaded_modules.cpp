@@ -58,6 +58,12 @@ void remove_loaded_module(ModuleID module) {
     const std::lock_guard wait(all.visits); // for those who have it in their list
 }
 
+bool is_loaded_module(ModuleID module) {
+    LoadedModules& all = loaded();
+    const std::lock_guard lock(all.mutex);
+    return all.modules.contains(module);
+}
+
 void visit_loaded_modules(const std::function<bool(ModuleID module)>& visit) {
     const std::shared_lock looking(loaded().visits);
     for (const ModuleID module : list()) {

@@ -16,6 +16,9 @@ namespace corvane {
 void add_loaded_module(ICorProfilerInfo3* info, ModuleID module);
 void remove_loaded_module(ModuleID module); // returns when nobody looks at it any more
 
+// Whether it is one of them.
+bool is_loaded_module(ModuleID module);
+
 // Shows the modules until `visit` answers false or throws. Not for long, and nothing is loaded or
 // unloaded in it, which would wait for itself.
 void visit_loaded_modules(const std::function<bool(ModuleID module)>& visit);

@@ -137,7 +137,7 @@ private:
     }
 
     HRESULT refuse_by_ref_like(mdToken type, const std::wstring& what_is) {
-        switch (by_ref_like(source_.info, source_.import, type)) {
+        switch (by_ref_like(source_.info, source_.method.module_id, source_.import, type)) {
         case ByRefLike::kNo:
             return S_OK;
         case ByRefLike::kYes:

@@ -50,7 +50,10 @@ protected:
     // The coded token of a type, as it stands in signatures; of a two-byte token the two.
     static Bytes coded(mdToken token) {
         const auto row = static_cast<std::uint32_t>(RidFromToken(token));
-        const std::uint32_t value = row << 2 | (TypeFromToken(token) == mdtTypeRef ? 1 : 0);
+        const std::uint32_t tag = TypeFromToken(token) == mdtTypeDef   ? 0
+                                  : TypeFromToken(token) == mdtTypeRef ? 1
+                                                                       : 2;
+        const std::uint32_t value = row << 2 | tag;
         if (value < 0x80) {
             return {static_cast<std::uint8_t>(value)};
         }
@@ -488,6 +491,51 @@ TEST_F(MethodInstrumenterTest, LeavesMethodsWithByRefLikeTypes) {
     EXPECT_EQ(log().back(), L"Left as it is: its result is of a value type that no module defines "
                             L"which stays loaded");
     EXPECT_EQ(module->installations, 0);
+}
+
+// One that may be taken away can mean the type of another such module, which is not asked: that a
+// module which stays has an ordinary type of that name says nothing.
+TEST_F(MethodInstrumenterTest, BelievesOnlyTheRuntimesOwnTypesInACollectibleModule) {
+    const mdTypeRef box = module->type_ref(module->assembly_ref(L"Boxes"), L"Boxes.Box");
+    mdTypeDef defined = mdTypeDefNil;
+    ASSERT_EQ(module->other().DefineTypeDef(L"Boxes.Box", tdPublic, mdTokenNil, nullptr, &defined),
+              S_OK);
+    const Bytes signature = join({{0x00, 1, 0x01, 0x11}, coded(box)});
+    instrument(add(L"A", signature, tiny({0x2A})));
+    EXPECT_EQ(module->installations, 1);
+
+    remove_loaded_module(ScratchModule::kModule);
+    instrument(add(L"B", signature, tiny({0x2A})));
+    EXPECT_EQ(log().back(), L"Left as it is: parameter 1 is of a value type that no module defines "
+                            L"which stays loaded");
+    EXPECT_EQ(module->installations, 1);
+    ASSERT_EQ(
+        module->other().DefineTypeDef(L"System.Object", tdPublic, mdTokenNil, nullptr, &defined),
+        S_OK);
+    instrument(add(L"C", signature, tiny({0x2A})));
+    EXPECT_EQ(module->installations, 2);
+}
+
+TEST_F(MethodInstrumenterTest, BoxesAValueTypeThatATypeSpecNames) {
+    const mdTypeDef own = module->type_def(L"Shop.Pair`1", value_type);
+    const auto spec_of = [&](const Bytes& blob) {
+        mdTypeSpec spec = mdTypeSpecNil;
+        EXPECT_EQ(module->emit().GetTokenFromTypeSpec(blob.data(), static_cast<ULONG>(blob.size()),
+                                                      &spec),
+                  S_OK);
+        return spec;
+    };
+    const mdTypeSpec pair = spec_of(join({{0x15, 0x11}, coded(own), {1, 0x08}}));
+    const mdMethodDef method = add(L"A", join({{0x00, 1, 0x01, 0x11}, coded(pair)}), tiny({0x2A}));
+    instrument(method);
+    EXPECT_EQ(module->installations, 1);
+    const Bytes box = {0x8C, static_cast<std::uint8_t>(pair), 0, 0, 0x1B};
+    EXPECT_FALSE(std::ranges::search(module->bodies[method], box).empty());
+
+    const mdTypeSpec pointer = spec_of({0x0F, 0x08});
+    instrument(add(L"B", join({{0x00, 1, 0x01, 0x11}, coded(pointer)}), tiny({0x2A})));
+    EXPECT_EQ(log().back(), L"Left as it is: parameter 1 is of a value type that no module defines "
+                            L"which stays loaded");
 }
 
 // They might be unloaded meanwhile, and their ids then stand for nothing.

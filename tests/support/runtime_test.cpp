@@ -126,16 +126,29 @@ void RuntimeTest::configure(const std::string& agent_config) const {
     write_file(home / "agent.config", agent_config);
 }
 
-RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment) {
-    const fs::path built = built_file(fs::path(CORVANE_PROGRAMS_FOLDER).make_preferred()) / program;
+namespace {
+
+fs::path built_program(const std::wstring& program) {
+    return built_file(fs::path(CORVANE_PROGRAMS_FOLDER).make_preferred()) / program;
+}
+
+} // namespace
+
+fs::path RuntimeTest::program_folder() const {
     const fs::path copy = folder() / "program";
     if (fs::create_directory(copy)) {
-        for (const fs::directory_entry& file : fs::directory_iterator(built)) {
+        for (const fs::directory_entry& file : fs::directory_iterator(built_program(program))) {
             if (file.path().extension() == L".dll" || file.path().extension() == L".json") {
                 fs::copy_file(file.path(), copy / file.path().filename());
             }
         }
     }
+    return copy;
+}
+
+RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment) {
+    const fs::path built = built_program(program);
+    const fs::path copy = program_folder();
     const fs::path executable = copy / launch.executable;
     if (!fs::exists(executable)) {
         const fs::path own = built / launch.executable; // of one of several programs in the folder

@@ -95,6 +95,9 @@ protected:
     // The program that is watched: a folder beside the tests' own, named like the program in it.
     std::wstring program = L"program";
 
+    // The copy of it that the test runs, for tests that change what lies there.
+    std::filesystem::path program_folder() const;
+
     // The library that is tested.
     std::filesystem::path library = built_file(L"CorvaneProfiler.dll");
 

@@ -172,6 +172,10 @@ public:
         return import_->GetMethodProps(method, type, name, capacity, length, flags, signature, size,
                                        address, implementation);
     }
+    HRESULT STDMETHODCALLTYPE GetTypeSpecFromToken(mdTypeSpec token, PCCOR_SIGNATURE* signature,
+                                                   ULONG* size) override {
+        return import_->GetTypeSpecFromToken(token, signature, size);
+    }
     HRESULT STDMETHODCALLTYPE GetSigFromToken(mdSignature token, PCCOR_SIGNATURE* signature,
                                               ULONG* size) override {
         return import_->GetSigFromToken(token, signature, size);

@@ -106,13 +106,9 @@ TEST(Library, NeedsNothingButTheSystem) {
         }
         libraries.insert(name);
     }
-    const std::set<std::string> system = {"advapi32.dll",
-                                          "kernel32.dll",
-                                          "msvcrt.dll",
-                                          "ole32.dll",
-                                          "oleaut32.dll",
-                                          "shell32.dll",
-                                          "api-ms-win-core-synch-l1-2-0.dll"};
+    const std::set<std::string> system = {
+        "advapi32.dll", "bcrypt.dll",   "kernel32.dll", "msvcrt.dll",
+        "ole32.dll",    "oleaut32.dll", "shell32.dll",  "api-ms-win-core-synch-l1-2-0.dll"};
     EXPECT_FALSE(libraries.empty());
     for (const std::string& library : libraries) {
         EXPECT_EQ(system.count(library), 1U) << library;

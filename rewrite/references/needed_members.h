@@ -1,0 +1,24 @@
+// What injected code names in other assemblies, looked for in the assembly that will serve. A
+// trimmed program lacks what none of its own code names, and a method with a call of a member that
+// is not there does not compile.
+#pragma once
+
+#include "clr/metadata.h"
+
+#include <string>
+
+namespace corvane {
+
+// Each returns the first that is missing, by its full name; empty when all are there.
+
+// In the managed library.
+std::wstring missing_from_managed_library(IMetaDataImport* library);
+
+// In mscorlib, which in .NET only says where the types are. Every type that a value may be boxed as
+// counts, because strict IL refers to those that the module does not name.
+std::wstring missing_from_mscorlib(IMetaDataImport* mscorlib);
+
+// In the assembly that defines the runtime's own types.
+std::wstring missing_from_core_library(IMetaDataImport* core);
+
+} // namespace corvane

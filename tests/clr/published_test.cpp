@@ -1,0 +1,104 @@
+// A program that was compiled against the managed library, in the forms in which programs are
+// published: it runs as it does plain, whatever lies beside it.
+#include "tests/support/runtime_test.h"
+
+#include <gmock/gmock.h>
+
+namespace corvane::testing {
+namespace {
+
+using ::testing::Contains;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr const char* kConfiguration = "<configuration><instrumentation><applications>"
+                                       "<application name='published.exe' corvane='Enabled'/>"
+                                       "</applications></instrumentation></configuration>";
+
+Launch strict() {
+    return {.executable = L"published.exe",
+            .environment = {{L"CORVANE_STRICT_IL", L"1"}},
+            .exit_code = 42};
+}
+
+struct Beside : NamedRow {
+    const wchar_t* variant; // of the library; null: a text
+    const wchar_t* reason;
+};
+
+class PublishedWithLibrary : public EachRuntimeRowTest<Beside> {};
+constexpr Beside kBeside[] = {
+    {{"Text"}, nullptr, L"cannot be read as an assembly"},
+    {{"Older"}, L"older", L"is of version 3.8.9.9"},
+    {{"OtherKey"}, L"other-key", L"is signed with another key"},
+    {{"NoDirectives"},
+     L"no-directives",
+     L"lacks Corvane.Instrumentation.InstrumentationDirectives"},
+    {{"NoEpilogue"}, L"no-epilogue", L"lacks kite.managed.span::GenericEpilogue"},
+};
+INSTANTIATE_TEST_SUITE_P(Runtimes, PublishedWithLibrary,
+                         ::testing::Combine(::testing::ValuesIn(kRuntimes),
+                                            ::testing::ValuesIn(kBeside)),
+                         row_name<Beside>);
+
+TEST_P(PublishedWithLibrary, IsLeftAsItIs) {
+    configure(kConfiguration);
+    program = L"published";
+    const auto beside = program_folder() / "kite.managed.dll";
+    if (row().variant == nullptr) {
+        write_file(beside, "a text");
+    } else {
+        std::filesystem::copy_file(built_file(L"managed") / "variants" / row().variant /
+                                       "kite.managed.dll",
+                                   beside, std::filesystem::copy_options::overwrite_existing);
+    }
+    const Lines log = watch(strict()).log;
+    const std::wstring left = L"Left as it is: " + beside.wstring() + L' ' + row().reason;
+    EXPECT_THAT(log, Contains(L"[published]Program:Main() : " + left));
+    EXPECT_THAT(log, Contains(L"[published]Orders:Total() : " + left));
+}
+
+class Published : public EachRuntimeTest {};
+INSTANTIATE_TEST_SUITE_P(Runtimes, Published, ::testing::ValuesIn(kRuntimes), runtime_name);
+
+TEST_P(Published, IsInstrumentedWithTheLibraryBesideIt) {
+    configure(kConfiguration);
+    program = L"published";
+    EXPECT_THAT(watch(strict()).log, Not(Contains(HasSubstr(L"Left as it is"))));
+}
+
+struct Form : NamedRow {
+    const wchar_t* folder;
+    const wchar_t* reason; // null: the method is instrumented
+};
+
+class PublishedForm : public RuntimeTest, public ::testing::WithParamInterface<Form> {
+protected:
+    void SetUp() override { use_runtime(10); }
+};
+constexpr Form kForms[] = {
+    {{"ReadyToRun"}, L"published_ReadyToRun", nullptr},
+    {{"SingleFile"},
+     L"published_SingleFile",
+     L"kite.managed is not loaded; name its file in DOTNET_STARTUP_HOOKS"},
+    {{"Trimmed"},
+     L"published_Trimmed",
+     L"kite.managed.dll lacks Corvane.Instrumentation.InstrumentationDirectives"},
+};
+INSTANTIATE_TEST_SUITE_P(Forms, PublishedForm, ::testing::ValuesIn(kForms),
+                         [](const auto& form) { return std::string(form.param.name); });
+
+TEST_P(PublishedForm, RunsAsItDoesPlain) {
+    configure(kConfiguration);
+    program = GetParam().folder;
+    const Lines log = watch(strict()).log;
+    if (GetParam().reason != nullptr) {
+        EXPECT_THAT(log, Contains(EndsWith(GetParam().reason)));
+    } else {
+        EXPECT_THAT(log, Not(Contains(HasSubstr(L"Left as it is"))));
+    }
+}
+
+} // namespace
+} // namespace corvane::testing
