@@ -8,7 +8,7 @@ namespace Kite.Managed.Tests;
 
 public class InstrumentationDirectivesTests
 {
-    private readonly Recording recording = new Recording().With(0, nameof(Parameters.Take), typeof(Parameters));
+    private readonly RecordedCalls recording = new RecordedCalls().With(0, nameof(Parameters.Take), typeof(Parameters));
 
     private static class Parameters
     {
@@ -151,7 +151,7 @@ public class InstrumentationDirectivesTests
         recording.EnterOn(shop, 1, [dishes]);
         Assert.Equal(1u, method!.Index);
         Assert.Equal("Kite.Managed.Tests.Shop.Serve", method.Name);
-        Assert.Equal(Recording.Method(typeof(Shop), "Serve"), method.Method);
+        Assert.Equal(RecordedCalls.Method(typeof(Shop), "Serve"), method.Method);
         Assert.True(method.Traced);
         Assert.Same(shop, receiver);
         Assert.Equal([dishes], arguments!);

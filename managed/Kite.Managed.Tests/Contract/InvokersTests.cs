@@ -14,9 +14,9 @@ public class InvokersTests
     {
         const uint Index = 4_000_000_000;
         Assert.False(Invokers.ContainsKey(Index));
-        Invokers.RegisterMethod(Index, Recording.Method(typeof(Shop), "Count"), false);
+        Invokers.RegisterMethod(Index, RecordedCalls.Method(typeof(Shop), "Count"), false);
         Assert.True(Invokers.ContainsKey(Index));
-        Invokers.RegisterMethod(Index, Recording.Method(typeof(Shop), "Open"), true);
+        Invokers.RegisterMethod(Index, RecordedCalls.Method(typeof(Shop), "Open"), true);
 
         MethodData? seen = null;
         object?[] arguments = ["tea", 1];
@@ -42,8 +42,8 @@ public class InvokersTests
         const uint Index = 4_000_000_001;
         var receivers = new List<object?>();
         MethodArgumentCallback callback = (_, receiver, _, _) => receivers.Add(receiver);
-        Invokers.RegisterMethod(Index, Recording.Method(typeof(Price), "Add"), false);
-        Invokers.RegisterMethod(Index + 1, Recording.Method(typeof(Shop), "Serve"), false);
+        Invokers.RegisterMethod(Index, RecordedCalls.Method(typeof(Price), "Add"), false);
+        Invokers.RegisterMethod(Index + 1, RecordedCalls.Method(typeof(Shop), "Serve"), false);
         Invokers.AddArgumentCallback(callback);
         var shop = new Shop();
         span.GenericPrologue(Index, new Price(), [1m], new InstrumentationDirectives());

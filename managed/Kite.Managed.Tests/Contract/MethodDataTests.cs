@@ -10,7 +10,7 @@ namespace Kite.Managed.Tests;
 public class MethodDataTests
 {
     private static MethodData Describe(Type type, string method) =>
-        new Recording().With(3, method, type).Methods.Find(3)!;
+        new RecordedCalls().With(3, method, type).Methods.Find(3)!;
 
     [Theory]
     [InlineData(typeof(Shop), "Serve", true, "Kite.Managed.Tests.Shop")]
@@ -43,7 +43,7 @@ public class MethodDataTests
     [Fact]
     public void AMethodIsKeptAsLongAsItsType()
     {
-        var recording = new Recording();
+        var recording = new RecordedCalls();
         Register(recording);
         for (var round = 0; round < 5; round++)
         {
@@ -56,12 +56,12 @@ public class MethodDataTests
     }
 
     [MethodImpl(MethodImplOptions.NoInlining)]
-    private static void Register(Recording recording) => recording.With(0, "Count");
+    private static void Register(RecordedCalls recording) => recording.With(0, "Count");
 
     [Fact]
     public void TheAssemblyOfAMethodCanBeUnloaded()
     {
-        var recording = new Recording();
+        var recording = new RecordedCalls();
         var context = CallInContext(recording);
         for (var round = 0; round < 20 && context.IsAlive; round++)
         {
@@ -80,7 +80,7 @@ public class MethodDataTests
     }
 
     [MethodImpl(MethodImplOptions.NoInlining)]
-    private static WeakReference CallInContext(Recording recording)
+    private static WeakReference CallInContext(RecordedCalls recording)
     {
         var context = new AssemblyLoadContext("short-lived", isCollectible: true);
         var assembly = context.LoadFromAssemblyPath(typeof(Shop).Assembly.Location);

@@ -6,13 +6,13 @@ using System.Threading;
 using Corvane.Instrumentation.Recording;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Recording;
 
 public class CallRecorderTests
 {
     private const int Threads = 8;
 
-    private readonly Recording recording = new Recording().With(0, "Open").With(1, "Count").With(2, "Find");
+    private readonly RecordedCalls recording = new RecordedCalls().With(0, "Open").With(1, "Count").With(2, "Find");
 
     [Fact]
     public void CallsAreNestedAsTheyWereMade()
@@ -151,7 +151,7 @@ public class CallRecorderTests
     [Fact]
     public void CallsBeyondTheCapacityAreCountedAndDoNotUpsetTheOthers()
     {
-        var small = new Recording(capacity: 2).With(0, "Open").With(1, "Count");
+        var small = new RecordedCalls(capacity: 2).With(0, "Open").With(1, "Count");
         small.Enter(0);
         small.Enter(1, "tea", 2);
         small.Enter(1, "cake", 3);
@@ -209,7 +209,7 @@ public class CallRecorderTests
     public void NothingIsCountedTwiceOrNotAtAllWhenManyThreadsCall()
     {
         const int Rounds = 50_000;
-        var small = new Recording(capacity: 1000).With(0, "Open").With(1, "Count").With(2, "Find");
+        var small = new RecordedCalls(capacity: 1000).With(0, "Open").With(1, "Count").With(2, "Find");
         RunOnThreads(small, Rounds).ForEach(thread => thread.Join());
         Assert.Equal(1000, small.Calls.Recorded);
         Assert.Equal((Threads * Rounds * 3) - 1000, small.Calls.Dropped);
@@ -228,7 +228,7 @@ public class CallRecorderTests
         Assert.Equal($"{Threads * 300 * 3} calls, {Threads} threads, 0 dropped", Tree().Last());
     }
 
-    private static List<Thread> RunOnThreads(Recording recording, int rounds)
+    private static List<Thread> RunOnThreads(RecordedCalls recording, int rounds)
     {
         var start = new Barrier(Threads);
         var threads = Enumerable.Range(0, Threads).Select(number => new Thread(() =>

@@ -4,14 +4,14 @@ using System.Linq;
 using System.Runtime.CompilerServices;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Recording;
 
 public class CallTextTests
 {
     // The line of a call with these arguments and this result.
     private static string Line(Type type, string method, object? receiver, object?[] arguments, object? result = null)
     {
-        var recording = new Recording().With(7, method, type);
+        var recording = new RecordedCalls().With(7, method, type);
         recording.EnterOn(receiver, 7, arguments);
         recording.Leave(7, result);
         return recording.Tree()[1].Trim();
@@ -60,7 +60,7 @@ public class CallTextTests
     [Fact]
     public void ManyArgumentsAreCutOff()
     {
-        var recording = new Recording().With(0, "Open");
+        var recording = new RecordedCalls().With(0, "Open");
         recording.Enter(0, [.. Enumerable.Repeat<object?>(new string('x', 60), 255)]);
         recording.Leave(0);
         var line = recording.Tree()[1];
@@ -71,7 +71,7 @@ public class CallTextTests
     [Fact]
     public void NothingOfTheProgramIsCalled()
     {
-        var recording = new Recording().With(0, "Find").With(1, "Serve");
+        var recording = new RecordedCalls().With(0, "Find").With(1, "Serve");
         recording.EnterOn(new Hostile(), 0, new Hostile(), default(HostileValue));
         recording.EnterOn(new Hostile(), 1, new Hostile());
         Assert.True(recording.Recorder.Fail(new HostileException()));

@@ -4,7 +4,7 @@ using System.Threading;
 using Corvane.Instrumentation.Recording;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Recording;
 
 public class CallTreeTests
 {
@@ -17,12 +17,12 @@ public class CallTreeTests
 
     [Fact]
     public void NothingRecordedIsOneLine() =>
-        Assert.Equal(["0 calls, 0 threads, 0 dropped"], new Recording().Tree());
+        Assert.Equal(["0 calls, 0 threads, 0 dropped"], new RecordedCalls().Tree());
 
     [Fact]
     public void ThreadsAreInTheOrderOfTheirFirstCalls()
     {
-        var recording = new Recording().With(0, "Open");
+        var recording = new RecordedCalls().With(0, "Open");
         OnThread("quiet", () => recording.Leave(0));
         OnThread(null, () => recording.Enter(0));
         OnThread("the \"last\"\n", () => recording.Enter(0));
@@ -40,7 +40,7 @@ public class CallTreeTests
     public void DeepRecursionNeitherOverflowsNorGrowsWithItsSquare()
     {
         const int Depth = 50_000;
-        var recording = new Recording().With(0, "Open");
+        var recording = new RecordedCalls().With(0, "Open");
         for (var depth = 0; depth < Depth; depth++)
         {
             recording.Enter(0);
@@ -58,7 +58,7 @@ public class CallTreeTests
     [Fact]
     public void FailuresAreToldOfOnlyIfThereAreAny()
     {
-        var recording = new Recording();
+        var recording = new RecordedCalls();
         recording.Recorder.Log(0, "Failed while attempting to invoke the emitted IL");
         Assert.Equal(["0 calls, 0 threads, 0 dropped, 1 failures"], recording.Tree());
     }

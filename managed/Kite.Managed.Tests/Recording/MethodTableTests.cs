@@ -3,12 +3,12 @@ using Corvane.Instrumentation;
 using Corvane.Instrumentation.Recording;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Recording;
 
 public class MethodTableTests
 {
-    private static readonly MethodBase open = Recording.Method(typeof(Shop), "Open");
-    private static readonly MethodBase count = Recording.Method(typeof(Shop), "Count");
+    private static readonly MethodBase open = RecordedCalls.Method(typeof(Shop), "Open");
+    private static readonly MethodBase count = RecordedCalls.Method(typeof(Shop), "Count");
 
     private readonly MethodTable methods = new();
 

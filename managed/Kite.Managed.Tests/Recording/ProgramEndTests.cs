@@ -4,7 +4,7 @@ using System.IO;
 using System.Linq;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Recording;
 
 public class ProgramEndTests
 {
@@ -13,9 +13,9 @@ public class ProgramEndTests
         "thread 1", "  Program.Add(a: 1, b: 2) = 3", "    Program.Name(name: \"x\") = 3", "2 calls, 1 threads, 0 dropped",
     ];
 
-    private static string[] ReadTree(string path) => Recording.WithoutTimes(File.ReadAllText(path));
+    private static string[] ReadTree(string path) => RecordedCalls.WithoutTimes(File.ReadAllText(path));
 
-    private static string[] TreeIn(string[] lines) => Recording.WithoutTimes(string.Join(Environment.NewLine, lines));
+    private static string[] TreeIn(string[] lines) => RecordedCalls.WithoutTimes(string.Join(Environment.NewLine, lines));
 
     [Fact]
     public void NothingIsPrintedUnlessAskedFor()

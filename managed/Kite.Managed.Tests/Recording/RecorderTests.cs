@@ -8,11 +8,11 @@ using Corvane.Instrumentation;
 using Corvane.Instrumentation.Recording;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Recording;
 
 public class RecorderTests
 {
-    private readonly Recording recording = new Recording().With(0, "Open").With(1, "Count");
+    private readonly RecordedCalls recording = new RecordedCalls().With(0, "Open").With(1, "Count");
 
     [Fact]
     public void WhatACallbackCallsIsNeitherRecordedNorShownToCallbacks()

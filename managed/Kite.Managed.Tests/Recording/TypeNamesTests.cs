@@ -4,7 +4,7 @@ using System.Linq;
 using Corvane.Instrumentation.Recording;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Recording;
 
 public class TypeNamesTests
 {
@@ -30,9 +30,9 @@ public class TypeNamesTests
         "System.Collections.Generic.Dictionary<System.String, System.Collections.Generic.List<System.Char>>")]
     [InlineData(typeof(Dictionary<,>), "System.Collections.Generic.Dictionary<TKey, TValue>")]
     [InlineData(typeof(List<int>.Enumerator), "System.Collections.Generic.List<System.Int32>.Enumerator")]
-    [InlineData(typeof(Outer<int>.Plain), "Kite.Managed.Tests.TypeNamesTests.Outer<System.Int32>.Plain")]
+    [InlineData(typeof(Outer<int>.Plain), "Kite.Managed.Tests.Recording.TypeNamesTests.Outer<System.Int32>.Plain")]
     [InlineData(typeof(Outer<int>.Inner<char, bool[]>),
-        "Kite.Managed.Tests.TypeNamesTests.Outer<System.Int32>.Inner<System.Char, System.Boolean[]>")]
+        "Kite.Managed.Tests.Recording.TypeNamesTests.Outer<System.Int32>.Inner<System.Char, System.Boolean[]>")]
     public void ATypeIsNamedAsInSource(Type type, string name) => Assert.Equal(name, TypeNames.Of(type));
 
     [Fact]

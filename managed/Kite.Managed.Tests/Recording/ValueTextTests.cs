@@ -4,7 +4,7 @@ using System.Text;
 using Corvane.Instrumentation.Recording;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Recording;
 
 public class ValueTextTests
 {

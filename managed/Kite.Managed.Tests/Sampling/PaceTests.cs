@@ -3,7 +3,7 @@ using System.Linq;
 using Corvane.Sampling;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Sampling;
 
 public class PaceTests
 {

@@ -8,7 +8,7 @@ using Corvane.Sampling;
 using Corvane.Sampling.Platform;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Sampling;
 
 public class SamplerTests
 {

@@ -3,7 +3,7 @@ using System.IO;
 using kite.managed;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Sampling;
 
 public class SamplingAtStartTests
 {

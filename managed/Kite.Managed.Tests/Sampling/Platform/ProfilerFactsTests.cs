@@ -5,7 +5,7 @@ using Corvane.Sampling;
 using Corvane.Sampling.Platform;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Sampling.Platform;
 
 public class ProfilerFactsTests
 {

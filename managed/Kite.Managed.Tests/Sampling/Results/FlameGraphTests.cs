@@ -7,7 +7,7 @@ using System.Xml.Linq;
 using Corvane.Sampling.Results;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Sampling.Results;
 
 public class FlameGraphTests
 {

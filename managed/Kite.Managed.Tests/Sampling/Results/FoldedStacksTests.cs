@@ -4,7 +4,7 @@ using System.Linq;
 using Corvane.Sampling;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Sampling.Results;
 
 public class FoldedStacksTests
 {

@@ -5,7 +5,7 @@ using System.Text.Json;
 using Corvane.Sampling;
 using Xunit;
 
-namespace Kite.Managed.Tests;
+namespace Kite.Managed.Tests.Sampling.Results;
 
 public class SpeedscopeFileTests
 {

@@ -11,11 +11,11 @@ using Xunit;
 
 namespace Kite.Managed.Tests;
 
-internal sealed partial class Recording
+internal sealed partial class RecordedCalls
 {
     internal const string Type = "Kite.Managed.Tests.Shop";
 
-    internal Recording(int capacity = CallRecorder.DefaultCapacity)
+    internal RecordedCalls(int capacity = CallRecorder.DefaultCapacity)
     {
         Methods = new MethodTable();
         Calls = new CallRecorder(Methods, capacity);
@@ -31,7 +31,7 @@ internal sealed partial class Recording
     internal static MethodBase Method(Type type, string name) =>
         Assert.Single(type.GetMember(name, (BindingFlags)62).OfType<MethodBase>());
 
-    internal Recording With(uint index, string method, Type? type = null)
+    internal RecordedCalls With(uint index, string method, Type? type = null)
     {
         Recorder.Register(index, Method(type ?? typeof(Shop), method), traced: true);
         return this;
