@@ -60,4 +60,34 @@ public sealed class StartupHookTests : IDisposable
         Assert.Equal(0, run.ExitCode);
         Assert.Equal(["err", "0 calls, 0 threads, 0 dropped"], run.Errors);
     }
+
+    private static string Trimmed(bool refers) =>
+        Path.Combine(Path.GetDirectoryName(ChildProgram.Assembly)!, "trimmed", refers ? "true" : "false", "trimmed");
+
+    // The runtime binds to the copy that the trimmer left, wherever the hook is.
+    [Fact]
+    public void ATrimmedProgramThatRefersToTheLibraryIsRecorded()
+    {
+        var run = ChildProgram.Run(
+            Trimmed(refers: true),
+            ["kite.managed.span", "Corvane.Instrumentation.InstrumentationDirectives", "GenericPrologue", "GenericEpilogue"],
+            ("DOTNET_STARTUP_HOOKS", library), ("CORVANE_CALL_TREE", "stderr"));
+        Assert.Equal(["out"], run.Output);
+        Assert.Equal(
+            ["thread 1", "  method #7(arg0: 1, arg1: \"x\") = 2.5", "1 calls, 1 threads, 0 dropped"],
+            RecordedCalls.WithoutTimes(string.Join(Environment.NewLine, run.Errors)));
+        Assert.Equal(3, run.ExitCode);
+    }
+
+    [Theory]
+    [InlineData("CORVANE_CALL_TREE", "stderr")]
+    [InlineData("CORVANE_TRACE_LOG", "stderr")]
+    [InlineData("CORVANE_SAMPLE", "samples")]
+    public void AProgramFromWhichThePlatformWasTrimmedIsToldSoAndRuns(string variable, string value)
+    {
+        var run = ChildProgram.Run(Trimmed(refers: false), [], ("DOTNET_STARTUP_HOOKS", library), (variable, value));
+        Assert.Equal(["out"], run.Output);
+        Assert.Equal(["kite.managed: nothing will be recorded, because the program was trimmed"], run.Errors);
+        Assert.Equal(3, run.ExitCode);
+    }
 }

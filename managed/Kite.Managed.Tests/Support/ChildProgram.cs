@@ -14,9 +14,11 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
     internal static ChildProgram Run(string[] arguments, params (string Name, string Value)[] variables) =>
         Run(Assembly, arguments, variables);
 
-    internal static ChildProgram Run(string assembly, string[] arguments, params (string Name, string Value)[] variables)
+    internal static ChildProgram Run(string program, string[] arguments, params (string Name, string Value)[] variables)
     {
-        var start = new ProcessStartInfo(Environment.ProcessPath!, [assembly, .. arguments])
+        var isAssembly = program.EndsWith(".dll", StringComparison.Ordinal);
+        var start = new ProcessStartInfo(
+            isAssembly ? Environment.ProcessPath! : program, isAssembly ? [program, .. arguments] : arguments)
         {
             RedirectStandardOutput = true,
             RedirectStandardError = true,

@@ -10,7 +10,7 @@ public static class Invokers
 {
     /// <summary>Whether a method is registered under this number.</summary>
     /// <param name="index">The number that the method got when it was instrumented.</param>
-    public static bool ContainsKey(uint index) => Recorder.Current.Methods.Find(index) != null;
+    public static bool ContainsKey(uint index) => Recorder.Current?.Methods.Find(index) != null;
 
     /// <summary>
     /// Registers a method at its first call. Two methods that were compiled at the same moment may have got
@@ -20,17 +20,18 @@ public static class Invokers
     /// <param name="method">The method; for a generic one its definition.</param>
     /// <param name="traced">Whether it was chosen for its trace attribute.</param>
     public static void RegisterMethod(uint index, MethodBase? method, bool traced) =>
-        Recorder.Current.Register(index, method, traced);
+        Recorder.Current?.Register(index, method, traced);
 
     /// <summary>
     /// Registers a callback for every call of every instrumented method from now on. Callbacks run in the
     /// order of their registration, each seeing the arguments as the one before left them.
     /// </summary>
     /// <param name="callback">The callback; null is passed over.</param>
-    public static void AddArgumentCallback(MethodArgumentCallback? callback) => Recorder.Current.Callbacks.Add(callback);
+    public static void AddArgumentCallback(MethodArgumentCallback? callback) => Recorder.Current?.Callbacks.Add(callback);
 
     /// <summary>Takes back one registration of a callback.</summary>
     /// <param name="callback">What was registered.</param>
     /// <returns>Whether it was registered.</returns>
-    public static bool RemoveArgumentCallback(MethodArgumentCallback? callback) => Recorder.Current.Callbacks.Remove(callback);
+    public static bool RemoveArgumentCallback(MethodArgumentCallback? callback) =>
+        Recorder.Current?.Callbacks.Remove(callback) == true;
 }

@@ -16,13 +16,13 @@ public static class span
     /// <summary>Takes a trace line of the injected code; 0 is the most important level.</summary>
     /// <param name="level">0 for what fails or is about to be reported, 4 for the course of a call.</param>
     /// <param name="text">The line.</param>
-    public static void Log(int level, string? text) => Recorder.Current.Log(level, text);
+    public static void Log(int level, string? text) => Recorder.Current?.Log(level, text);
 
     /// <summary>Ends the innermost call of this thread with the exception that its own code threw.</summary>
     /// <param name="text">A remark; the injected code passes null.</param>
     /// <param name="exception">What was thrown; the injected code throws it again afterwards.</param>
     /// <returns>Whether the call was recorded. The injected code does not look at it.</returns>
-    public static bool Error(string? text, Exception? exception) => Recorder.Current.Fail(exception);
+    public static bool Error(string? text, Exception? exception) => Recorder.Current?.Fail(exception) == true;
 
     /// <summary>
     /// Begins a call: the argument callbacks run, and then it is recorded. Replaced values are in
@@ -39,7 +39,7 @@ public static class span
         uint index, object? receiver, object?[]? arguments, InstrumentationDirectives? directives)
     {
         var recorder = Recorder.Current;
-        if (recorder.IsIdle)
+        if (recorder == null || recorder.IsIdle)
         {
             return;
         }
@@ -61,6 +61,6 @@ public static class span
         uint index, object? receiver, object?[]? arguments, object? result, InstrumentationDirectives? directives)
     {
         receiver = null; // as in the prologue
-        Recorder.Current.Leave(index, arguments, result);
+        Recorder.Current?.Leave(index, arguments, result);
     }
 }

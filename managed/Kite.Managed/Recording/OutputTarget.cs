@@ -20,7 +20,7 @@ internal sealed class OutputTarget
             null or "" => null,
             "stderr" => new OutputTarget("stderr"),
             "stdout" => new OutputTarget("stdout"),
-            var path => new OutputTarget(Path.GetFullPath(path.Replace("{pid}", ProcessId()))),
+            var path => ForFile(path),
         };
 
     internal StreamWriter Open(FileMode mode) =>
@@ -41,20 +41,7 @@ internal sealed class OutputTarget
         }
         catch (Exception exception)
         {
-            Complain($"kite.managed: nothing was written to {name}: {exception.GetType()}: {exception.Message}");
-        }
-    }
-
-    internal static void Complain(string line)
-    {
-        try
-        {
-            using var writer = new StreamWriter(Console.OpenStandardError());
-            writer.WriteLine(line);
-        }
-        catch (Exception)
-        {
-            // There is nobody left to tell.
+            Complaint.Write($"nothing was written to {name}", exception);
         }
     }
 
@@ -62,5 +49,19 @@ internal sealed class OutputTarget
     {
         using var process = Process.GetCurrentProcess();
         return process.Id.ToString(CultureInfo.InvariantCulture);
+    }
+
+    private static OutputTarget? ForFile(string path)
+    {
+        try
+        {
+            return new OutputTarget(Path.GetFullPath(path.Replace("{pid}", ProcessId())));
+        }
+        catch (Exception exception)
+        {
+            // The current folder may be gone.
+            Complaint.Write($"nothing will be written to {path}", exception);
+            return null;
+        }
     }
 }

@@ -1,6 +1,8 @@
 using System;
 using System.Globalization;
+using System.IO;
 using System.Reflection;
+using System.Runtime.CompilerServices;
 using System.Threading;
 
 namespace Corvane.Instrumentation.Recording;
@@ -26,7 +28,8 @@ internal sealed class Recorder
         this.log = log;
     }
 
-    internal static Recorder Current { get; } = FromEnvironment();
+    // Null if there cannot be one, and while it is made: what loads assemblies for that may run instrumented code.
+    internal static Recorder? Current { get; } = Make();
 
     internal MethodTable Methods { get; }
 
@@ -149,6 +152,10 @@ internal sealed class Recorder
         {
             log.Write(level, text);
         }
+        catch (Exception)
+        {
+            Interlocked.Increment(ref failures);
+        }
         finally
         {
             busy = false;
@@ -196,26 +203,65 @@ internal sealed class Recorder
         text != null && (text.StartsWith("Failed ", StringComparison.Ordinal) ||
                          text.IndexOf(" Failed ", StringComparison.Ordinal) >= 0);
 
+    private static Recorder? Make()
+    {
+        try
+        {
+            return FromEnvironment();
+        }
+        catch (Exception exception)
+        {
+            Complaint.Write("nothing will be recorded", exception);
+            return null;
+        }
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
     private static Recorder FromEnvironment()
     {
         var methods = new MethodTable();
-        try
+        var tree = OutputTarget.FromVariable("CORVANE_CALL_TREE");
+        var trace = OutputTarget.FromVariable("CORVANE_TRACE_LOG");
+        var recorder = new Recorder(
+            methods, tree == null ? null : new CallRecorder(methods, CallLimit()), trace == null ? null : new TraceLog(trace));
+        Rehearse(records: tree != null);
+        if (tree != null)
         {
-            var tree = OutputTarget.FromVariable("CORVANE_CALL_TREE");
-            var trace = OutputTarget.FromVariable("CORVANE_TRACE_LOG");
-            var recorder = new Recorder(
-                methods, tree == null ? null : new CallRecorder(methods, CallLimit()), trace == null ? null : new TraceLog(trace));
-            if (tree != null)
-            {
-                AtExit.Run(() => recorder.PrintCalls(tree));
-            }
-            return recorder;
+            AtExit.Run(() => recorder.PrintCalls(tree));
         }
-        catch (Exception)
+        return recorder;
+    }
+
+    // What a trimmed program lacks is to be found now, not in the midst of a call or at the end. All of a method
+    // is compiled before any of it runs.
+    private static void Rehearse(bool records)
+    {
+        var methods = new MethodTable();
+        var recorder = new Recorder(methods, null, null);
+        recorder.Register(0, null, traced: false);
+        recorder.Enter(0, null, null, null);
+        recorder.Leave(0, null, null);
+        recorder.Fail(null);
+        recorder.Log(4, null);
+        if (records)
         {
-            return new Recorder(methods, null, null);
+            RehearseRecording();
         }
     }
+
+    private static void RehearseRecording()
+    {
+        var methods = new MethodTable();
+        var calls = new CallRecorder(methods);
+        object?[] arguments = { 0u };
+        methods.Register(0, typeof(Invokers).GetMethod(nameof(Invokers.ContainsKey)), traced: false);
+        calls.Enter(0, null, arguments);
+        calls.Leave(0, arguments, "");
+        calls.Enter(0, null, arguments);
+        calls.Fail(new InvalidOperationException());
+        CallTree.Write(new StringWriter(), calls, 0);
+    }
+
     // A limit that is no number is as good as none.
     private static int CallLimit() =>
         int.TryParse(Environment.GetEnvironmentVariable("CORVANE_CALL_LIMIT"), NumberStyles.None, CultureInfo.InvariantCulture, out var limit)

@@ -1,5 +1,5 @@
+using System;
 using System.Collections.Generic;
-using System.Runtime.InteropServices;
 using Corvane.Sampling.Platform;
 
 namespace Corvane.Sampling;
@@ -21,13 +21,13 @@ internal sealed class FunctionTable
         return function;
     }
 
-    // To be called at once: the id of a method that is unloaded stands for nothing, which crashes the runtime,
+    // Whether all could be asked for. To be called at once: the id of a method that is unloaded stands for nothing, which crashes the runtime,
     // or for another one.
-    internal void Resolve(IProfilerExports exports)
+    internal bool Resolve(IProfilerExports exports)
     {
         if (unresolved.Count == 0)
         {
-            return;
+            return true;
         }
         var functions = unresolved.ToArray();
         unresolved.Clear();
@@ -43,10 +43,12 @@ internal sealed class FunctionTable
             {
                 functions[i].Resolve(names[i].Type, names[i].Method);
             }
+            return true;
         }
-        catch (ExternalException)
+        catch (Exception)
         {
             // They have no names then. Asking again would be for ids that are older still.
+            return false;
         }
     }
 }

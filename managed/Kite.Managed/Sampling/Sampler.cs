@@ -1,5 +1,6 @@
 using System;
 using System.Threading;
+using Corvane.Instrumentation.Recording;
 using Corvane.Sampling.Platform;
 
 namespace Corvane.Sampling;
@@ -19,6 +20,7 @@ public sealed class Sampler : IDisposable
     private readonly ManualResetEvent stop = new ManualResetEvent(false);
     private readonly object gate = new object();
     private bool isStarted;
+    private AtExit? atExit;
     private Profile? profile;
 
     /// <summary>Makes a sampler, which does nothing before it is started.</summary>
@@ -54,8 +56,7 @@ public sealed class Sampler : IDisposable
             }
             thread.Start();
             isStarted = true;
-            AppDomain.CurrentDomain.ProcessExit += StopAtExit;
-            AppDomain.CurrentDomain.UnhandledException += StopAtExit;
+            atExit = AtExit.Run(StopAtExit);
         }
     }
 
@@ -95,15 +96,14 @@ public sealed class Sampler : IDisposable
         }
         lock (gate)
         {
-            AppDomain.CurrentDomain.ProcessExit -= StopAtExit;
-            AppDomain.CurrentDomain.UnhandledException -= StopAtExit;
+            atExit?.Dispose();
             return profile ??= run.ToProfile();
         }
     }
 
     // The system ends all other threads before it ends a process. A thread that is suspended by one of them
     // then stays so, and the process with it if that is the one that ends it.
-    private void StopAtExit(object? sender, EventArgs e)
+    private void StopAtExit()
     {
         // If it is the sampler's own, in a filter, nothing is suspended.
         if (Thread.CurrentThread == thread)

@@ -1,6 +1,7 @@
 using System;
 using System.Globalization;
 using System.IO;
+using System.Runtime.CompilerServices;
 using Corvane.Instrumentation.Recording;
 using Corvane.Sampling.Platform;
 
@@ -21,19 +22,25 @@ internal static class SamplingAtStart
         }
         try
         {
-            folder = Path.GetFullPath(folder);
-            var options = new SamplerOptions { Interval = Interval() };
-            var exports = ProfilerExports.Find();
-            // This is the program's main thread.
-            var threads = new WindowsThreads(mainThread: WindowsThreads.GetCurrentThreadId());
-            var sampler = new Sampler(exports, threads, options);
-            sampler.Start();
-            AtExit.Run(() => End(sampler, folder));
+            Start(folder!);
         }
         catch (Exception exception)
         {
-            OutputTarget.Complain($"kite.managed: no samples are taken: {exception.Message}");
+            Complaint.Write("no samples are taken", exception);
         }
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private static void Start(string folder)
+    {
+        folder = Path.GetFullPath(folder);
+        var options = new SamplerOptions { Interval = Interval() };
+        var exports = ProfilerExports.Find();
+        // This is the program's main thread.
+        var threads = new WindowsThreads(mainThread: WindowsThreads.GetCurrentThreadId());
+        var sampler = new Sampler(exports, threads, options);
+        sampler.Start();
+        AtExit.Run(() => End(sampler, folder));
     }
 
     private static TimeSpan Interval()
@@ -58,14 +65,19 @@ internal static class SamplingAtStart
     {
         try
         {
-            var profile = sampler.Stop(Sampler.Patience) ?? throw new TimeoutException("sampling did not end");
-            profile.Save(folder, Name());
+            Save(sampler, folder);
         }
         catch (Exception exception)
         {
-            OutputTarget.Complain(
-                $"kite.managed: not all samples were written to {folder}: {exception.GetType()}: {exception.Message}");
+            Complaint.Write($"not all samples were written to {folder}", exception);
         }
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private static void Save(Sampler sampler, string folder)
+    {
+        var profile = sampler.Stop(Sampler.Patience) ?? throw new TimeoutException("sampling did not end");
+        profile.Save(folder, Name());
     }
 
     // Of programs that start others, each has files of its own.

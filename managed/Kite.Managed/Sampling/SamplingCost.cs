@@ -20,6 +20,12 @@ public sealed class SamplingCost
     /// </summary>
     public long Missed { get; internal set; }
 
+    /// <summary>
+    /// Calls of the profiler that ended with an error, such as a lack of memory. A snapshot of a thread that was seen
+    /// before is missed as well.
+    /// </summary>
+    public long Failed { get; internal set; }
+
     /// <summary>Snapshots beyond the most that are kept.</summary>
     public long Dropped { get; internal set; }
 
@@ -38,13 +44,17 @@ public sealed class SamplingCost
     public double Share => Duration.Ticks == 0 ? 0 : (InSnapshots + Besides).Ticks / (double)Duration.Ticks;
 
     /// <summary>The figures as one sentence.</summary>
-    public override string ToString() => string.Format(
-        CultureInfo.InvariantCulture,
-        "{0:N0} snapshots in {1:N1} s, {2:N0} missed, {3:N0} dropped; sampling took {4:N1} % of the time, {5:N0} us a snapshot",
-        Snapshots,
-        Duration.TotalSeconds,
-        Missed,
-        Dropped,
-        100 * Share,
-        Snapshots + Missed == 0 ? 0 : 1000 * InSnapshots.TotalMilliseconds / (Snapshots + Missed));
+    public override string ToString()
+    {
+        var text = string.Format(
+            CultureInfo.InvariantCulture,
+            "{0:N0} snapshots in {1:N1} s, {2:N0} missed, {3:N0} dropped; sampling took {4:N1} % of the time, {5:N0} us a snapshot",
+            Snapshots,
+            Duration.TotalSeconds,
+            Missed,
+            Dropped,
+            100 * Share,
+            Snapshots + Missed == 0 ? 0 : 1000 * InSnapshots.TotalMilliseconds / (Snapshots + Missed));
+        return Failed == 0 ? text : text + string.Format(CultureInfo.InvariantCulture, "; {0:N0} calls of the profiler failed", Failed);
+    }
 }

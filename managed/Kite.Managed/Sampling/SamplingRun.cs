@@ -1,7 +1,7 @@
 using System;
 using System.Collections.Generic;
 using System.Diagnostics;
-using System.Runtime.InteropServices;
+using System.Runtime.CompilerServices;
 using System.Threading;
 using Corvane.Sampling.Platform;
 
@@ -36,7 +36,31 @@ internal sealed class SamplingRun
         this.options = options;
     }
 
+    // On a thread of its own nothing may be thrown, not even for what a trimmed program lacks.
     internal void Run(WaitHandle stop)
+    {
+        try
+        {
+            Sample(stop);
+        }
+        catch (Exception exception)
+        {
+            failure = exception;
+        }
+    }
+
+    internal Profile ToProfile()
+    {
+        var threads = new List<ThreadProfile>();
+        foreach (var thread in sampled)
+        {
+            threads.Add(new ThreadProfile(thread.Thread, thread.Samples));
+        }
+        return new Profile(options.Interval, threads, cost, failure);
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private void Sample(WaitHandle stop)
     {
         var running = Stopwatch.StartNew();
         var working = new Stopwatch();
@@ -61,22 +85,11 @@ internal sealed class SamplingRun
                 working.Stop();
             }
         }
-        catch (Exception exception)
+        finally
         {
-            failure = exception;
+            cost.Duration = running.Elapsed;
+            cost.Besides = working.Elapsed - cost.InSnapshots;
         }
-        cost.Duration = running.Elapsed;
-        cost.Besides = working.Elapsed - cost.InSnapshots;
-    }
-
-    internal Profile ToProfile()
-    {
-        var threads = new List<ThreadProfile>();
-        foreach (var thread in sampled)
-        {
-            threads.Add(new ThreadProfile(thread.Thread, thread.Samples));
-        }
-        return new Profile(options.Interval, threads, cost, failure);
     }
 
     private void GoThrough(List<WatchedThread> threads, WaitHandle stop)
@@ -130,7 +143,10 @@ internal sealed class SamplingRun
         }
         samples++;
         thread.Samples.Add(new Sample(microseconds, stacks.Get(buffer, count, functions)));
-        functions.Resolve(exports);
+        if (!functions.Resolve(exports))
+        {
+            cost.Failed++;
+        }
     }
 
     // One gap, however often the thread is missed in a row.
@@ -149,8 +165,10 @@ internal sealed class SamplingRun
         {
             return exports.TakeSnapshot(thread, ref buffer, out count, out microseconds) == 0;
         }
-        catch (ExternalException)
+        catch (Exception)
         {
+            // Whatever it is, it is the profiler's: the next snapshot may succeed.
+            cost.Failed++;
             count = 0;
             microseconds = 0;
             return false;

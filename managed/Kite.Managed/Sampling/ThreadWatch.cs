@@ -34,7 +34,7 @@ internal sealed class ThreadWatch : IDisposable
                 thread.Dispose();
             }
         }
-        foreach (var id in process.Ids())
+        foreach (var id in process.Ids() ?? [])
         {
             if (id != own && !watched.ContainsKey(id) && process.Open(id) is { } open)
             {

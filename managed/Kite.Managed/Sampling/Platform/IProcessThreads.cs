@@ -8,8 +8,8 @@ internal interface IProcessThreads
 {
     uint CurrentId { get; }
 
-    // Of those that run now, more or less.
-    List<uint> Ids();
+    // Of those that run now, more or less; null if they cannot be listed just now.
+    List<uint>? Ids();
 
     // Null if it has ended, or is not one of this process.
     IOpenThread? Open(uint id);

@@ -5,7 +5,7 @@ internal interface IProfilerExports
 {
     // The functions on the stack of a thread, innermost first, in the first `count` elements of the array,
     // which is replaced by a larger one as need be, and the time in microseconds since 1970. Only a status
-    // of 0 gives any. Fails with an ExternalException where the profiler runs out of memory or threads.
+    // of 0 gives any. Throws where the profiler runs out of memory or threads.
     int TakeSnapshot(uint thread, ref double[] functions, out int count, out ulong microseconds);
 
     // The names of as many functions, which have to come from snapshots: others crash the runtime.

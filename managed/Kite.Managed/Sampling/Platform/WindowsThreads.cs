@@ -1,6 +1,5 @@
 using System;
 using System.Collections.Generic;
-using System.ComponentModel;
 using System.Runtime.InteropServices;
 
 namespace Corvane.Sampling.Platform;
@@ -16,20 +15,21 @@ internal sealed class WindowsThreads : IProcessThreads
 
     private readonly uint process = GetCurrentProcessId();
     private readonly uint mainThread;
+    private readonly ThreadNames names = new ThreadNames(Describe);
 
     // The main thread is one that nobody names; zero if it is not known.
     internal WindowsThreads(uint mainThread = 0) => this.mainThread = mainThread;
 
     public uint CurrentId => GetCurrentThreadId();
 
-    public List<uint> Ids()
+    public List<uint>? Ids()
     {
         var ids = new List<uint>();
         // There is no cheaper list: this one is of the whole system.
         var list = CreateToolhelp32Snapshot(SnapThreads, 0);
         if (list == invalidHandle)
         {
-            throw new Win32Exception();
+            return null; // for lack of memory, perhaps
         }
         try
         {
@@ -59,13 +59,24 @@ internal sealed class WindowsThreads : IProcessThreads
         // By now the id may be that of another process's thread, which must not be sampled.
         if (GetProcessIdOfThread(handle) == process)
         {
-            return new OpenedThread(handle, id == mainThread ? "main" : null);
+            return new OpenedThread(handle, names, id == mainThread ? "main" : null);
         }
         CloseHandle(handle);
         return null;
     }
 
     public IDisposable? SharpenClock() => timeBeginPeriod(ClockPeriod) == 0 ? new SharpClock() : null;
+
+    private static string? Describe(IntPtr thread)
+    {
+        if (GetThreadDescription(thread, out var text) < 0)
+        {
+            return null;
+        }
+        var name = Marshal.PtrToStringUni(text);
+        LocalFree(text);
+        return name;
+    }
 
     private sealed class SharpClock : IDisposable
     {
@@ -75,37 +86,19 @@ internal sealed class WindowsThreads : IProcessThreads
     private sealed class OpenedThread : IOpenThread
     {
         private readonly IntPtr handle;
-
+        private readonly ThreadNames names;
         private readonly string? usualName;
 
-        internal OpenedThread(IntPtr handle, string? usualName)
+        internal OpenedThread(IntPtr handle, ThreadNames names, string? usualName)
         {
             this.handle = handle;
+            this.names = names;
             this.usualName = usualName;
         }
 
         public bool HasEnded => WaitForSingleObject(handle, 0) == 0;
 
-        public string? Name
-        {
-            get
-            {
-                try
-                {
-                    if (GetThreadDescription(handle, out var text) < 0)
-                    {
-                        return usualName;
-                    }
-                    var name = Marshal.PtrToStringUni(text);
-                    LocalFree(text);
-                    return string.IsNullOrEmpty(name) ? usualName : name;
-                }
-                catch (EntryPointNotFoundException)
-                {
-                    return usualName; // a Windows that does not name threads
-                }
-            }
-        }
+        public string? Name => names.Of(handle) is { Length: > 0 } name ? name : usualName;
 
         public void Dispose() => CloseHandle(handle);
     }

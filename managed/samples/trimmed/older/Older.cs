@@ -1,0 +1,4 @@
+public class Older
+{
+    public static string Word() => "out";
+}
