@@ -1,6 +1,7 @@
 // The public way through the process's own recorder, which records nothing in a test run.
 using System;
 using System.Collections.Generic;
+using System.Linq;
 using Corvane.Instrumentation;
 using kite.managed;
 using Xunit;
@@ -50,5 +51,14 @@ public class InvokersTests
         span.GenericPrologue(Index + 1, shop, [null], new InstrumentationDirectives());
         Assert.True(Invokers.RemoveArgumentCallback(callback));
         Assert.Equal([null, shop], receivers);
+    }
+
+    [Fact]
+    public void CallsWhileTheLibraryIsFirstUsedAreTaken()
+    {
+        var run = ChildProgram.Run(["call while loading"], ("CORVANE_CALL_TREE", "stderr"), ("CORVANE_TRACE_LOG", "stderr"));
+        Assert.Equal(["out", "called"], run.Output);
+        Assert.Equal(5, run.ExitCode);
+        Assert.EndsWith(" 1 threads, 0 dropped", run.Errors.Last());
     }
 }

@@ -114,15 +114,50 @@ public class SamplerTests
         Assert.Equal(["(no name) Method Global (no name)"], Distinct(process.Sample().Threads[0]));
     }
 
-    [Fact]
-    public void NamesThatCannotBeHadAreDoneWithout()
+    public static TheoryData<Exception> Errors =>
+        new() { new SEHException(), new COMException(), new OutOfMemoryException(), new InvalidOperationException() };
+
+    [Theory]
+    [MemberData(nameof(Errors))]
+    public void NamesThatCannotBeHadAreDoneWithout(Exception error)
     {
-        process.NameOf = _ => throw new SEHException();
+        process.NameOf = _ => throw error;
         process.Add(10, null, 1);
         var profile = process.Sample();
         Assert.Equal(["(no name)"], Distinct(profile.Threads[0]));
         Assert.Null(profile.Failure);
         Assert.Equal([1.0], process.Named);
+        Assert.Equal(1, profile.Cost.Failed);
+    }
+
+    [Theory]
+    [MemberData(nameof(Errors))]
+    public void ASnapshotThatFailsIsCountedAndTriedAgain(Exception error)
+    {
+        var thread = process.Add(10, null, 1);
+        thread.Failure = error;
+        process.OnSnapshot = number => thread.Failure = number is <= 2 or 4 ? error : null;
+        var profile = process.Sample(rounds: 6);
+        Assert.Equal(["Type.F1", "missed", "Type.F1"], profile.Threads[0].Samples.Take(3).Select(Names));
+        Assert.Equal((3, 1), (profile.Cost.Failed, profile.Cost.Missed));
+        Assert.Null(profile.Failure);
+    }
+
+    [Fact]
+    public void ThreadsThatCannotBeListedAreThoseOfTheLastList()
+    {
+        var lists = 0;
+        process.OnList = () => ++lists % 2 == 0;
+        process.Add(10, null, 1);
+        using var sampler = process.NewSampler();
+        sampler.Start();
+        process.WaitForRounds(2);
+        process.Add(20, null, 2);
+        process.WaitForRounds(4);
+        var profile = sampler.Stop();
+        Assert.Equal([10U, 20U], profile.Threads.Select(thread => thread.Thread.Id));
+        Assert.Null(profile.Failure);
+        Assert.Equal(0, process.OpenThreads);
     }
 
     [Fact]
@@ -257,8 +292,8 @@ public class SamplerTests
             Filter = _ => ++asked < 3 ? true : throw new FormatException("on purpose"),
         });
         sampler.Start();
-        process.WaitForRounds(1);
-        SpinWait.SpinUntil(() => process.OpenThreads == 0, 30_000);
+        // The third round does not come: what ends with the sampling is the clock.
+        Assert.True(SpinWait.SpinUntil(() => process is { SharpenedClocks: 1, SharpClocks: 0 }, 30_000));
         var profile = sampler.Stop();
         Assert.IsType<FormatException>(profile.Failure);
         Assert.True(profile.Threads[0].Samples.Count >= 2);
@@ -297,6 +332,18 @@ public class SamplerTests
         process.WaitForLists();
         stopping.Set();
         Assert.Equal(message, sampler.Stop(TimeSpan.FromSeconds(30))?.Failure?.Message);
+    }
+
+    [Theory]
+    [InlineData("return", 5, new[] { "out", "0 threads, 0 clocks" })]
+    [InlineData("interrupt", 5, new[] { "out", "0 threads, 0 clocks" })]
+    [InlineData("throw", 134, new[] { "out", "0 threads, 0 clocks" })]
+    [InlineData("return after an exception that ended nothing", 5, new[] { "out", "1 threads, 1 clocks", "0 threads, 0 clocks" })]
+    public void OneThatIsForgottenEndsBeforeTheProcess(string end, int exitCode, string[] output)
+    {
+        var run = ChildProgram.Run(["forget sampler", end]);
+        Assert.Equal(output, run.Output);
+        Assert.Equal(exitCode, run.ExitCode);
     }
 
     [Fact]
@@ -474,6 +521,8 @@ public class SamplerTests
         Assert.Equal(0.05, cost.Share, 9);
         Assert.Equal("4,000 snapshots in 12.3 s, 1,000 missed, 7 dropped; sampling took 5.0 % of the time, 100 us a snapshot",
             cost.ToString());
+        cost.Failed = 1234;
+        Assert.EndsWith(", 100 us a snapshot; 1,234 calls of the profiler failed", cost.ToString());
         Assert.Equal("0 snapshots in 0.0 s, 0 missed, 0 dropped; sampling took 0.0 % of the time, 0 us a snapshot",
             new SamplingCost().ToString());
         Assert.Equal("0 threads every 2.5 ms: " + cost, new Profile(TimeSpan.FromMilliseconds(2.5), [], cost, null).ToString());
@@ -498,7 +547,7 @@ public class SamplerTests
     {
         public uint CurrentId => process.CurrentId;
 
-        public List<uint> Ids() => [99, .. process.Ids()];
+        public List<uint> Ids() => [99, .. process.Ids()!];
 
         public IOpenThread? Open(uint id) => process.Open(id);
 

@@ -36,6 +36,9 @@ internal sealed class FakeProcess : IProfilerExports, IProcessThreads
     // Called with the number of each snapshot.
     internal Action<int> OnSnapshot { get; set; } = _ => { };
 
+    // Whether the threads can be listed this time.
+    internal Func<bool> OnList { get; set; } = () => true;
+
     internal Func<double, FunctionNames> NameOf { get; set; } = id => new FunctionNames("Type", $"F{id}");
 
     internal FakeThread Add(uint id, string? name = null, params double[] stack)
@@ -127,13 +130,13 @@ internal sealed class FakeProcess : IProfilerExports, IProcessThreads
         }
     }
 
-    public List<uint> Ids()
+    public List<uint>? Ids()
     {
         lock (gate)
         {
             Rounds++;
             progress.Set();
-            return [Sampler, .. threads.Select(thread => thread.Id)];
+            return OnList() ? [Sampler, .. threads.Select(thread => thread.Id)] : null;
         }
     }
 

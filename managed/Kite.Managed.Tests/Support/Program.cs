@@ -54,6 +54,10 @@ internal static class Program
                 return BindFromEveryContext();
             case ["exit in filter"]:
                 return ExitInFilter();
+            case ["forget sampler", var end]:
+                return ForgetSampler(end);
+            case ["call while loading"]:
+                return CallWhileLoading();
             default:
                 return 99;
         }
@@ -169,6 +173,67 @@ internal static class Program
         stopping.Set();
         sampler.Stop();
         return 98;
+    }
+
+    // What comes to its end before it is told of is what the sampler did.
+    private static int ForgetSampler(string end)
+    {
+        var process = new FakeProcess();
+        process.Add(10, null, 1);
+        process.OnSnapshot = _ => Thread.Sleep(20);
+        if (end == "interrupt")
+        {
+            // In an earlier handler: the runtime calls none on a thread that is interrupted already.
+            AppDomain.CurrentDomain.ProcessExit += (_, _) => Thread.CurrentThread.Interrupt();
+        }
+        process.NewSampler().Start();
+        process.WaitForRounds();
+        void Tell() => Console.WriteLine($"{process.OpenThreads} threads, {process.SharpClocks} clocks");
+        AppDomain.CurrentDomain.ProcessExit += (_, _) => Tell();
+        AppDomain.CurrentDomain.UnhandledException += (_, _) => Tell();
+        switch (end)
+        {
+            case "throw":
+                throw new InvalidOperationException("on purpose");
+            case "return after an exception that ended nothing":
+                var handlers = typeof(AppContext).GetField("UnhandledException", BindingFlags.Static | BindingFlags.NonPublic);
+                ((UnhandledExceptionEventHandler)handlers!.GetValue(null)!)(
+                    AppDomain.CurrentDomain, new UnhandledExceptionEventArgs(new Exception(), isTerminating: false));
+                process.WaitForRounds(2);
+                break;
+        }
+        return 5;
+    }
+
+    // The first use of the library loads assemblies, of which the program is told, in methods that may be instrumented.
+    private static int CallWhileLoading()
+    {
+        var calls = 0;
+        AppDomain.CurrentDomain.AssemblyLoad += (_, _) =>
+        {
+            try
+            {
+                MethodArgumentCallback callback = (_, _, _, _) => { };
+                Invokers.AddArgumentCallback(callback);
+                Invokers.RemoveArgumentCallback(callback);
+                if (!Invokers.ContainsKey(9))
+                {
+                    Invokers.RegisterMethod(9, null, false);
+                }
+                span.GenericPrologue(9, null, [], new InstrumentationDirectives());
+                span.Log(4, "line");
+                span.Error(null, null);
+                span.GenericEpilogue(9, null, [], null, new InstrumentationDirectives());
+                calls++;
+            }
+            catch (Exception exception)
+            {
+                Console.WriteLine(exception);
+            }
+        };
+        Call(0, "Add", [1, 2], () => 0);
+        Console.WriteLine(calls > 0 ? "called" : "not called");
+        return 5;
     }
 
     private static Assembly Bind()
