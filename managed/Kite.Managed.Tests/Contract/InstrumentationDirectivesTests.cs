@@ -179,4 +179,18 @@ public class InstrumentationDirectivesTests
         recording.Enter(0, Arguments());
         Assert.Equal(1, shown);
     }
+
+    [Fact]
+    public void AnArgumentThatIsReplacedTwiceIsListedOnce()
+    {
+        recording.Recorder.Callbacks.Add((_, _, _, directives) =>
+        {
+            Assert.True(directives.ReplaceArgument(0, 2));
+            Assert.True(directives.ReplaceArgument(0, 3));
+        });
+        var arguments = Arguments();
+        Assert.Equal([0], recording.Enter(0, arguments));
+        Assert.Equal(3, arguments[0]);
+        Assert.Equal(0, recording.Recorder.Failures);
+    }
 }

@@ -95,13 +95,13 @@ public class CallRecorderTests
     public void EndsThatAlwaysGoMissingDoNotFillTheMemory()
     {
         var thread = new ThreadCalls();
-        for (uint index = 0; index <= ThreadCalls.MaxOpen; index++)
+        for (uint index = 0; index <= 1_048_576; index++)
         {
             thread.Open(index, null);
         }
-        Assert.False(thread.Close(ThreadCalls.MaxOpen / 2 - 1, out _));
-        Assert.True(thread.Close(ThreadCalls.MaxOpen, out _));
-        Assert.True(thread.Close(ThreadCalls.MaxOpen / 2, out _));
+        Assert.False(thread.Close(524_287, out _));
+        Assert.True(thread.Close(1_048_576, out _));
+        Assert.True(thread.Close(524_288, out _));
         Assert.False(thread.CloseInnermost(out _));
     }
 
@@ -249,4 +249,26 @@ public class CallRecorderTests
     }
 
     private string[] Tree() => recording.Tree();
+
+    [Fact]
+    public void AHundredThousandCallsAreRecordedUnlessToldOtherwise()
+    {
+        for (var call = 0; call < 100_003; call++)
+        {
+            recording.Enter(0);
+            recording.Leave(0);
+        }
+        Assert.Equal((100_000, 3), (recording.Calls.Recorded, recording.Calls.Dropped));
+    }
+
+    [Fact]
+    public void ThreadsThatBeginAtOnceHaveEachItsNumber()
+    {
+        for (var round = 0; round < 200; round++)
+        {
+            var many = new RecordedCalls().With(0, "Open").With(1, "Count").With(2, "Find");
+            RunOnThreads(many, 1).ForEach(thread => thread.Join());
+            Assert.Equal(Enumerable.Range(1, Threads), many.Calls.Threads().Select(thread => thread.Number));
+        }
+    }
 }

@@ -1,7 +1,12 @@
 // What a line tells of a call's parameters and result.
 using System;
+using System.Collections.Generic;
+using System.Diagnostics;
+using System.Globalization;
 using System.Linq;
 using System.Runtime.CompilerServices;
+using System.Text;
+using Corvane.Instrumentation.Recording;
 using Xunit;
 
 namespace Kite.Managed.Tests.Recording;
@@ -87,5 +92,50 @@ public class CallTextTests
             ],
             recording.Tree());
         Assert.Equal(0, Hostile.Calls);
+    }
+
+    [Theory]
+    [InlineData(0, "0.0")]
+    [InlineData(12.34, "12.3")]
+    [InlineData(0.96, "1.0")]
+    [InlineData(1234567.8, "1234567.8")]
+    public void ATimeIsInMicroseconds(double microseconds, string text)
+    {
+        var culture = (CultureInfo)CultureInfo.InvariantCulture.Clone();
+        culture.NumberFormat.NumberDecimalSeparator = ",";
+        var before = CultureInfo.CurrentCulture;
+        CultureInfo.CurrentCulture = culture;
+        try
+        {
+            var call = new Call(MethodSignature.Of(7, null), "1");
+            call.Start(1000);
+            call.End(" = 2", 1000 + (long)(microseconds * Stopwatch.Frequency / 1_000_000));
+            Assert.Equal($"method #7(1) = 2  [{text} us]", TimedLine(call));
+        }
+        finally
+        {
+            CultureInfo.CurrentCulture = before;
+        }
+    }
+
+    [Fact]
+    public void ATimeThatIsNotKnownIsAQuestion()
+    {
+        var call = new Call(MethodSignature.Of(7, null), "");
+        call.End(" = 2", 1000);
+        Assert.Equal("method #7() = 2  [? us]", TimedLine(call));
+    }
+
+    [Fact]
+    public void AListByReferenceIsShown() =>
+        Assert.Equal(
+            "Kite.Managed.Tests.Shop.Fill(ref list: {System.Collections.Generic.List<System.Int32>}, out other)",
+            Line(typeof(Shop), "Fill", null, [new List<int>(), new List<int>()]));
+
+    private static string TimedLine(Call call)
+    {
+        var text = new StringBuilder();
+        CallText.AppendLine(text, call);
+        return text.ToString();
     }
 }

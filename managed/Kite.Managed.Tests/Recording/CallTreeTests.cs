@@ -51,7 +51,7 @@ public class CallTreeTests
         }
         var lines = recording.Tree();
         Assert.Equal(Depth + 2, lines.Length);
-        Assert.Equal(Enumerable.Range(1, Depth).Select(depth => 2 * Math.Min(depth, CallTree.MaxIndent)),
+        Assert.Equal(Enumerable.Range(1, Depth).Select(depth => 2 * Math.Min(depth, 100)),
             lines.Skip(1).Take(Depth).Select(line => line.Length - line.TrimStart().Length));
     }
 

@@ -85,6 +85,9 @@ public class ProgramEndTests
     [InlineData("1", "1 calls, 1 threads, 1 dropped")]
     [InlineData("0", "0 calls, 0 threads, 2 dropped")]
     [InlineData("-1", "2 calls, 1 threads, 0 dropped")]
+    [InlineData("+1", "2 calls, 1 threads, 0 dropped")]
+    [InlineData(" 1", "2 calls, 1 threads, 0 dropped")]
+    [InlineData("1.0", "2 calls, 1 threads, 0 dropped")]
     [InlineData("many", "2 calls, 1 threads, 0 dropped")]
     public void AsManyCallsAreRecordedAsAreAllowed(string limit, string summary)
     {
@@ -172,5 +175,18 @@ public class ProgramEndTests
         var run = ChildProgram.Run(["return"], ("CORVANE_TRACE_LOG", folder.FullName));
         Assert.Equal(3, run.ExitCode);
         Assert.Equal(["err"], run.Errors);
+    }
+
+    [Fact]
+    public void AFolderThatIsGoneIsComplainedOfAndNoMore()
+    {
+        using var folder = new TemporaryFolder();
+        var current = Directory.CreateDirectory(folder["current"]).FullName;
+        var run = ChildProgram.Run(["delete folder", current], ("CORVANE_CALL_TREE", "tree.txt"), ("CORVANE_TRACE_LOG", folder["log"]));
+        Assert.Equal(0, run.ExitCode);
+        Assert.Equal("err", run.Errors[0]);
+        Assert.StartsWith("kite.managed: nothing will be written to tree.txt: ", run.Errors[1]);
+        Assert.Equal(2, run.Errors.Length);
+        Assert.Single(File.ReadAllLines(folder["log"]));
     }
 }

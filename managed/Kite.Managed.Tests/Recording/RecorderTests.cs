@@ -3,6 +3,7 @@ using System;
 using System.Collections.Generic;
 using System.IO;
 using System.Linq;
+using System.Reflection;
 using System.Threading;
 using Corvane.Instrumentation;
 using Corvane.Instrumentation.Recording;
@@ -123,8 +124,89 @@ public class RecorderTests
         Assert.EndsWith("kite.managed: System.Threading.ThreadInterruptedException", File.ReadAllLines(folder["log.txt"]).Single());
     }
 
+    // As when what is printed takes long.
+    [Fact]
+    public void AnExceptionInHereKeepsNoLaterCallFromBeingRecorded()
+    {
+        object Gate() => recording.Calls.Threads().Single().Gate;
+        Interrupt(
+            () => recording.Enter(0),
+            Gate,
+            () => recording.Leave(0),
+            () =>
+            {
+                Assert.Equal(1, recording.Recorder.Failures);
+                recording.Enter(1, "tea", 2);
+                recording.Leave(1, 2);
+            });
+        Assert.Equal("  Kite.Managed.Tests.Shop.Count(kind: \"tea\", more: 2) = 2", recording.Tree()[2]);
+    }
+
+    [Fact]
+    public void AFailureInHereKeepsNoLaterOneFromBeingRecorded()
+    {
+        Interrupt(
+            () => recording.Enter(0),
+            () => recording.Calls.Threads().Single().Gate,
+            () => Assert.False(recording.Recorder.Fail(null)),
+            () =>
+            {
+                recording.Enter(1, "tea", 2);
+                Assert.True(recording.Recorder.Fail(null));
+            });
+        Assert.Equal(1, recording.Recorder.Failures);
+        Assert.Equal("  Kite.Managed.Tests.Shop.Count(kind: \"tea\", more: 2) ! unknown", recording.Tree()[2]);
+    }
+
+    private sealed class MethodOfNoModule() : FakeMethod(() => [])
+    {
+        public override Module Module => throw new NotSupportedException();
+    }
+
+    [Fact]
+    public void AMethodThatCannotBeRegisteredIsCountedAndEndsNothing()
+    {
+        recording.Recorder.Register(5, new MethodOfNoModule(), traced: false);
+        Assert.Equal(1, recording.Recorder.Failures);
+        recording.With(5, "Find");
+        Assert.Equal("Kite.Managed.Tests.Shop.Find", recording.Methods.Find(5)!.Name);
+        recording.Enter(5, null, DayOfWeek.Monday);
+        recording.Leave(5);
+        Assert.Equal(["thread 1", "  Kite.Managed.Tests.Shop.Find(wanted: null, day: Monday) = null",
+            "1 calls, 1 threads, 0 dropped, 1 failures"], recording.Tree());
+    }
+
+    [Fact]
+    public void NoFailureIsLostWhenManyThreadsFail()
+    {
+        const int Threads = 8;
+        const int Rounds = 20_000;
+        recording.Recorder.Callbacks.Add((_, _, _, _) => throw onPurpose);
+        using var start = new Barrier(Threads);
+        var threads = Enumerable.Range(0, Threads).Select(number => new Thread(() =>
+        {
+            start.SignalAndWait();
+            for (var round = 0; round < Rounds; round++)
+            {
+                if (number % 2 == 0)
+                {
+                    recording.Recorder.Log(0, "Failed on purpose");
+                }
+                else
+                {
+                    recording.Enter(0);
+                }
+            }
+        })).ToList();
+        threads.ForEach(thread => thread.Start());
+        threads.ForEach(thread => thread.Join());
+        Assert.Equal(Threads * Rounds, recording.Recorder.Failures);
+    }
+
+    private static readonly Exception onPurpose = new InvalidOperationException();
+
     // Interrupts a thread that waits for a lock in here.
-    private static void Interrupt(Action before, Func<object> gate, Action action)
+    private static void Interrupt(Action before, Func<object> gate, Action action, Action? afterwards = null)
     {
         Exception? thrown = null;
         var isInterrupted = false;
@@ -152,6 +234,14 @@ public class RecorderTests
             catch (ThreadInterruptedException)
             {
                 isInterrupted = true;
+            }
+            try
+            {
+                afterwards?.Invoke();
+            }
+            catch (Exception exception)
+            {
+                thrown = exception;
             }
         });
         thread.Start();

@@ -38,6 +38,9 @@ public class ValueTextTests
     [InlineData("", "\"\"")]
     [InlineData("tea", "\"tea\"")]
     [InlineData("a\"b\\c\n\r\t\0\u0001\u2028é", "\"a\\\"b\\\\c\\n\\r\\t\\0\\u0001\\u2028é\"")]
+    [InlineData("\u2029\u202a\ufffe", "\"\\u2029\u202a\ufffe\"")]
+    [InlineData('\u2028', "'\\u2028'")]
+    [InlineData('\u2029', "'\\u2029'")]
     [InlineData("it's", "\"it's\"")]
     [InlineData(DayOfWeek.Friday, "Friday")]
     [InlineData(AttributeTargets.Class | AttributeTargets.Method, "Class | Method")]
@@ -93,6 +96,7 @@ public class ValueTextTests
             Describe(new InvalidOperationException("we are out of \"soup\"\nand \\ cake")));
         Assert.Equal("System.InvalidOperationException", Describe(new InvalidOperationException("")));
         Assert.Equal("unknown", Describe((Exception?)null));
+        Assert.Equal($"System.Exception: {new string('x', 200)}", Describe(new Exception(new string('x', 200))));
         Assert.Equal($"System.Exception: {new string('x', 200)}...", Describe(new Exception(new string('x', 201))));
     }
 

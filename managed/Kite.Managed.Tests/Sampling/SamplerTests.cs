@@ -536,10 +536,12 @@ public class SamplerTests
         Assert.Equal(10_000_000, options.MaxSamples);
         Assert.Null(options.Filter);
         Assert.Throws<ArgumentOutOfRangeException>(() => options.Interval = TimeSpan.FromMilliseconds(0.999));
-        Assert.Throws<ArgumentOutOfRangeException>(() => options.Interval = longest + TimeSpan.FromTicks(1));
+        Assert.Throws<ArgumentOutOfRangeException>(() => options.Interval = TimeSpan.FromSeconds(60) + TimeSpan.FromTicks(1));
         Assert.Throws<ArgumentOutOfRangeException>(() => options.MaxSamples = 0);
         options.Interval = TimeSpan.FromMilliseconds(1);
-        options.Interval = longest;
+        options.Interval = TimeSpan.FromSeconds(60);
+        options.MaxSamples = 1;
+        Assert.Equal(1, options.MaxSamples);
     }
 
     // Rounds are those of the process; one thread more is listed, which has ended before it can be opened.
@@ -552,5 +554,78 @@ public class SamplerTests
         public IOpenThread? Open(uint id) => process.Open(id);
 
         public IDisposable? SharpenClock() => process.SharpenClock();
+    }
+
+    [Fact]
+    public void AThreadIsSampledOnceARound()
+    {
+        process.Add(10, null, 1);
+        process.Add(20, null, 2);
+        process.Sample(rounds: 5);
+        Assert.True(process.Snapshots.Count >= 10);
+        Assert.All(process.Snapshots.Select((id, i) => (id, i)), next => Assert.Equal(next.i % 2 == 0 ? 10U : 20U, next.id));
+    }
+
+    [Fact]
+    public void AGapHasTheTimeAtWhichItBegan()
+    {
+        var thread = process.Add(10, null, 1);
+        process.OnSnapshot = number =>
+        {
+            Thread.Sleep(20);
+            thread.Status = number is 3 or 4 ? 2 : 0;
+        };
+        var running = Stopwatch.StartNew();
+        var samples = process.Sample(rounds: 6).Threads[0].Samples;
+        Assert.Null(samples[2].Stack);
+        Assert.InRange(samples[2].Microseconds - samples[1].Microseconds, 20_000, running.ElapsedMilliseconds * 1000);
+    }
+
+    [Fact]
+    public void AMissedSnapshotCostsToo()
+    {
+        var thread = process.Add(10, null, 1);
+        process.OnSnapshot = number =>
+        {
+            Thread.Sleep(number > 1 ? 10 : 0);
+            thread.Status = number > 1 ? 2 : 0;
+        };
+        var cost = process.Sample(rounds: 4).Cost;
+        Assert.Equal(1, cost.Snapshots);
+        Assert.True(cost.Missed >= 3);
+        Assert.True(cost.InSnapshots >= TimeSpan.FromMilliseconds(10 * cost.Missed), $"{cost.InSnapshots}");
+    }
+
+    // What it takes is to be no more than a twentieth of the time.
+    [Fact]
+    public void ListsThatTakeLongAreSeldom()
+    {
+        process.OnList = () =>
+        {
+            Thread.Sleep(50);
+            return true;
+        };
+        using var sampler = process.NewSampler();
+        var running = Stopwatch.StartNew();
+        sampler.Start();
+        process.WaitForLists();
+        Thread.Sleep(400);
+        sampler.Stop();
+        Assert.InRange(process.Rounds, 1, 1 + (int)(running.ElapsedMilliseconds / 1000));
+    }
+
+    [Fact]
+    public void ListsAreMadeEachSecondWhateverTheyTake()
+    {
+        process.OnList = () =>
+        {
+            Thread.Sleep(process.Rounds == 1 ? 1000 : 0);
+            return true;
+        };
+        using var sampler = process.NewSampler();
+        var running = Stopwatch.StartNew();
+        sampler.Start();
+        process.WaitForRounds();
+        Assert.InRange(running.Elapsed, TimeSpan.FromSeconds(0.99), TimeSpan.FromSeconds(15));
     }
 }

@@ -5,7 +5,7 @@ using System.Reflection;
 
 namespace Kite.Managed.Tests;
 
-internal sealed class FakeMethod(Func<ParameterInfo[]> parameters) : MethodInfo
+internal class FakeMethod(Func<ParameterInfo[]> parameters) : MethodInfo
 {
     public override string Name => "Method";
 

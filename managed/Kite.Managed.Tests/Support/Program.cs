@@ -50,6 +50,10 @@ internal static class Program
                     Directory.SetCurrentDirectory(folder);
                     return 0;
                 });
+            case ["delete folder", var folder]:
+                Directory.SetCurrentDirectory(folder);
+                Directory.Delete(folder);
+                return Call(0, "Add", [1, 2], () => 0);
             case ["bind"]:
                 return BindFromEveryContext();
             case ["exit in filter"]:

@@ -1,5 +1,6 @@
 // A recorder with methods to record calls of, and what it prints, without the times.
 using System;
+using System.Collections.Generic;
 using System.IO;
 using System.Linq;
 using System.Reflection;
@@ -15,10 +16,10 @@ internal sealed partial class RecordedCalls
 {
     internal const string Type = "Kite.Managed.Tests.Shop";
 
-    internal RecordedCalls(int capacity = CallRecorder.DefaultCapacity)
+    internal RecordedCalls(int? capacity = null)
     {
         Methods = new MethodTable();
-        Calls = new CallRecorder(Methods, capacity);
+        Calls = capacity == null ? new CallRecorder(Methods) : new CallRecorder(Methods, capacity.Value);
         Recorder = new Recorder(Methods, Calls, null);
     }
 
@@ -81,6 +82,8 @@ public class Shop
     public static string? Find(object wanted, DayOfWeek day) => null;
 
     public static void Swap(ref int count, ref string name, ref int[] others, out int total, in double price) => total = 0;
+
+    public static void Fill(ref List<int> list, out List<int> other) => other = list;
 
     public static T Pick<T, TOther>(T first, TOther other) => first;
 

@@ -13,7 +13,7 @@ internal static class Complaint
     {
         try
         {
-            WriteLine($"kite.managed: {what}{(IsLack(why) ? ", because the program was trimmed" : "")}: {why.Message}");
+            WriteLine(Line(what, why));
         }
         catch (Exception)
         {
@@ -21,11 +21,15 @@ internal static class Complaint
         }
     }
 
+    internal static string Line(string what, Exception why) =>
+        $"kite.managed: {what}{(IsLack(why) ? ", because the program was trimmed" : "")}: {why.Message}"
+            .Replace("\r", "").Replace('\n', ' ');
+
     [MethodImpl(MethodImplOptions.NoInlining)]
     private static void WriteLine(string line)
     {
         using var writer = new StreamWriter(Console.OpenStandardError());
-        writer.WriteLine(line.Replace("\r", "").Replace('\n', ' '));
+        writer.WriteLine(line);
     }
 
     private static bool IsLack(Exception why) => why switch

@@ -4,6 +4,7 @@ using System.Globalization;
 using System.IO;
 using System.Linq;
 using System.Xml.Linq;
+using Corvane.Sampling;
 using Corvane.Sampling.Results;
 using Xunit;
 
@@ -180,4 +181,15 @@ public class FlameGraphTests
     [InlineData("(no name)", "hsl(159,44%,64%)")]
     public void AColourIsThatOfItsName(string name, string colour) =>
         Assert.Equal(colour, FunctionColor.Of(new StackTree().Root.Child(name)));
+
+    [Fact]
+    public void WhatEndedTheSamplingIsEscaped()
+    {
+        var profile = new Profile(
+            TimeSpan.FromMilliseconds(10), [], new SamplingCost(), new FormatException("<a> & \"b\"\u0001\ufffe\uffff\u2028\t"));
+        using var writer = new StringWriter { NewLine = "\n" };
+        profile.WriteFlameGraph(writer, "shop");
+        Assert.EndsWith("; ended early by System.FormatException: <a> & \"b\"\ufffd\ufffd\ufffd\u2028\ufffd",
+            Notes(writer.ToString()).ElementAt(1));
+    }
 }
