@@ -264,7 +264,7 @@ public class CallRecorderTests
     [Fact]
     public void ThreadsThatBeginAtOnceHaveEachItsNumber()
     {
-        for (var round = 0; round < 200; round++)
+        for (var round = 0; round < 50; round++)
         {
             var many = new RecordedCalls().With(0, "Open").With(1, "Count").With(2, "Find");
             RunOnThreads(many, 1).ForEach(thread => thread.Join());

@@ -180,7 +180,7 @@ public class RecorderTests
     public void NoFailureIsLostWhenManyThreadsFail()
     {
         const int Threads = 8;
-        const int Rounds = 20_000;
+        const int Rounds = 5_000;
         recording.Recorder.Callbacks.Add((_, _, _, _) => throw onPurpose);
         using var start = new Barrier(Threads);
         var threads = Enumerable.Range(0, Threads).Select(number => new Thread(() =>

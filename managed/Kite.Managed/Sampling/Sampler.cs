@@ -1,4 +1,5 @@
 using System;
+using System.Diagnostics;
 using System.Threading;
 using Corvane.Instrumentation.Recording;
 using Corvane.Sampling.Platform;
@@ -14,11 +15,13 @@ public sealed class Sampler : IDisposable
 {
     // Far longer than it takes; but whatever happens, the process has to come to its end.
     internal static readonly TimeSpan Patience = TimeSpan.FromSeconds(10);
+    private static readonly TimeSpan step = TimeSpan.FromMilliseconds(20);
 
     private readonly SamplingRun run;
     private readonly Thread thread;
     private readonly ManualResetEvent stop = new ManualResetEvent(false);
     private readonly object gate = new object();
+    private volatile bool isInFilter;
     private bool isStarted;
     private AtExit? atExit;
     private Profile? profile;
@@ -35,7 +38,12 @@ public sealed class Sampler : IDisposable
 
     internal Sampler(IProfilerExports exports, IProcessThreads process, SamplerOptions options)
     {
-        run = new SamplingRun(exports, process, options.Copy());
+        options = options.Copy();
+        if (options.Filter is { } filter)
+        {
+            options.Filter = candidate => Ask(filter, candidate);
+        }
+        run = new SamplingRun(exports, process, options);
         thread = new Thread(() => run.Run(stop))
         {
             Name = "Corvane sampler",
@@ -105,18 +113,36 @@ public sealed class Sampler : IDisposable
     // then stays so, and the process with it if that is the one that ends it.
     private void StopAtExit()
     {
-        // If it is the sampler's own, in a filter, nothing is suspended.
-        if (Thread.CurrentThread == thread)
-        {
-            return;
-        }
+        stop.Set();
         try
         {
-            Stop(Patience);
+            WaitAtExit();
         }
         catch (ThreadInterruptedException)
         {
-            Stop(Patience); // an interrupt comes once
+            WaitAtExit(); // an interrupt comes once
+        }
+    }
+
+    // A filter that ends the process does not return, on whatever thread this is. Nothing is suspended meanwhile.
+    private void WaitAtExit()
+    {
+        var waiting = Stopwatch.StartNew();
+        while (!isInFilter && waiting.Elapsed < Patience && !thread.Join(step))
+        {
+        }
+    }
+
+    private bool Ask(Func<SampledThread, bool> filter, SampledThread candidate)
+    {
+        isInFilter = true;
+        try
+        {
+            return filter(candidate);
+        }
+        finally
+        {
+            isInFilter = false;
         }
     }
 

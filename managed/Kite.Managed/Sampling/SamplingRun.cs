@@ -80,6 +80,11 @@ internal sealed class SamplingRun
                     var took = running.Elapsed - begin;
                     refreshDue = begin + TimeSpan.FromTicks(Math.Min(RefreshShare * took.Ticks, maxRefreshPeriod.Ticks));
                 }
+                // A filter may have taken its time.
+                if (stop.WaitOne(0))
+                {
+                    break;
+                }
                 GoThrough(threads.Chosen, stop);
                 cost.Rounds++;
                 working.Stop();
