@@ -565,9 +565,8 @@ public class SamplerTests
     {
         process.Add(10, null, 1);
         process.Add(20, null, 2);
-        process.Sample(rounds: 5);
-        Assert.True(process.Snapshots.Count >= 10);
-        Assert.All(process.Snapshots.Select((id, i) => (id, i)), next => Assert.Equal(next.i % 2 == 0 ? 10U : 20U, next.id));
+        var cost = process.Sample(rounds: 5).Cost;
+        Assert.InRange(cost.Snapshots, 2 * cost.Rounds, 2 * cost.Rounds + 2); // the last round may be cut off
     }
 
     [Fact]
