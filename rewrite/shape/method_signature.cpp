@@ -12,6 +12,12 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 
+// The kind of a signature, in its first byte (ECMA-335 II.23.2): a method's, or else that of a
+// field, a property or locals, which may hold a function pointer's signature.
+bool is_method(Bytes blob) {
+    return !blob.empty() && (blob[0] & 0x0F) <= 0x05;
+}
+
 SignatureType strip(Bytes blob) {
     ByteReader reader(blob);
     std::uint8_t mark = 0;
@@ -113,8 +119,9 @@ std::uint32_t SignatureType::token() const {
 bool read_method_signature(Bytes blob, MethodSignature& signature) {
     signature = {};
     SignatureReader reader(signature);
-    const bool whole = reader.Parse(blob.data(), static_cast<std::uint32_t>(blob.size())) &&
-                       reader.cursor == reader.sigEnd && !signature.result.blob.empty();
+    const bool whole = is_method(blob) &&
+                       reader.Parse(blob.data(), static_cast<std::uint32_t>(blob.size())) &&
+                       reader.cursor == reader.sigEnd;
     signature.has_this = reader.hasThis != 0;
     return whole;
 }

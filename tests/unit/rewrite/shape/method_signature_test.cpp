@@ -134,6 +134,8 @@ TEST(MethodSignature, RefusesWhatIsNotOneWholeSignature) {
                               Bytes{0x00, 0x01, 0x01, 0x12}, Bytes{0x00, 0x00, 0x01, 0x00},
                               // a field, and locals
                               Bytes{0x06, 0x08}, Bytes{0x07, 0x01, 0x08},
+                              // a field of a function pointer's type
+                              Bytes{0x06, 0x1B, 0x00, 0x00, 0x01},
                               // int32 modopt behind the mark of a reference
                               Bytes{0x00, 0x01, 0x01, 0x10, 0x20, 0x05, 0x08}}) {
         EXPECT_FALSE(read_method_signature(blob, signature)) << testing::PrintToString(blob);
