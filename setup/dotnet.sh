@@ -43,8 +43,7 @@ END
 
 setup_dotnet() {
     local hint
-    check_dotnet_sdk
     hint="Missing: the NuGet packages Microsoft.NETCore.App.Runtime.win-x64, versions $DOTNET_RUNTIMES."$'\n'
     hint+="They come from the feed that 'dotnet nuget list source' names: check that it can be reached."
-    provide "$dotnet_roots" "fetching the .NET runtimes ${DOTNET_RUNTIMES// /, } for Windows" "$hint" make_dotnet_roots
+    provide dotnet "$dotnet_roots" "fetching the .NET runtimes ${DOTNET_RUNTIMES// /, } for Windows" "$hint" make_dotnet_roots
 }

@@ -18,7 +18,12 @@ make_boost() {
     local into=$1 work=$1/work name=boost${BOOST_VERSION%.*}
     debian_source "$name" "$work"
     mkdir "$work/source"
-    tar -xf "$work/${name}_$BOOST_VERSION.orig.tar.xz" -C "$work/source" --strip-components=1
+    echo "unpacking"
+    tar -xf "$work/${name}_$BOOST_VERSION.orig.tar.xz" -C "$work/source" --strip-components=1 \
+        --exclude='boost*/libs/*/doc' --exclude='boost*/libs/*/example' --exclude='boost*/libs/*/test'
+    # Property trees have serialization, which is most of what would be built, only for its headers.
+    sed -i -E '/^  src\/(archive_exception|xml_wgrammar)\.cpp$/! { /^  src\// d }' \
+        "$work/source/libs/serialization/CMakeLists.txt"
     build_for_target "$work/source" "$work/build" "$into" \
         -DBOOST_INCLUDE_LIBRARIES="filesystem;thread;property_tree;algorithm" -DBOOST_THREAD_THREADAPI=win32
     rm -rf "$work"
@@ -32,13 +37,16 @@ make_googletest() {
     rm -rf "$work"
 }
 
-setup_target_libraries() {
+setup_boost() {
     local hint
     hint="Missing: Boost $BOOST_VERSION for Windows, built from the source package boost${BOOST_VERSION%.*} of Debian"$'\n'
     hint+="$DEBIAN_RELEASE. Check that 'apt-get update' reaches the mirror that this machine's apt sources name."
-    provide "$boost" "building Boost $BOOST_VERSION for Windows (about a minute)" "$hint" make_boost
+    provide boost "$boost" "building Boost $BOOST_VERSION for Windows" "$hint" make_boost
+}
 
+setup_googletest() {
+    local hint
     hint="Missing: GoogleTest $GOOGLETEST_VERSION for Windows, built from /usr/src/googletest. To get that, as root:"$'\n'
     hint+="  apt-get install --reinstall googletest"
-    provide "$googletest" "building GoogleTest $GOOGLETEST_VERSION for Windows" "$hint" make_googletest
+    provide googletest "$googletest" "building GoogleTest $GOOGLETEST_VERSION for Windows" "$hint" make_googletest
 }
