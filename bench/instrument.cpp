@@ -237,7 +237,7 @@ int bench(int modules) {
     if (!engine) {
         throw std::runtime_error("no metadata engine in " + runtime->string());
     }
-    strictIl = true;
+    strict_il = true;
     managedLibraryLoaded = true;
 
     // Sizes take turns, so that a machine that is busy for a while is busy for all of them.

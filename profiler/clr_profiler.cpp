@@ -169,7 +169,7 @@ void CClrProfiler::read_switches() {
     switches_.insertLogTraceId = CheckKey("InsertLogTraceIdIntoLogs", "Enabled");
     switches_.addAttributeLogTraceId = CheckKey("AddAttributeLogTraceId", "Enabled");
     switches_.logTraceIdEnabled = switches_.insertLogTraceId || switches_.addAttributeLogTraceId;
-    strictIl = environment_asks_for_strict_il();
+    strict_il = environment_asks_for_strict_il();
 }
 
 DWORD CClrProfiler::event_mask() const noexcept {

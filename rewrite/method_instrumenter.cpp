@@ -33,19 +33,20 @@ namespace corvane {
 namespace {
 
 // Kept for the process once the runtime has loaded the module; never released, because nothing says
-// when the last compiling thread is done.
-std::atomic<IMetaDataImport*> mscorlibMetadata = nullptr;
+// when the last compiling thread is done. That it is opened and held is fixed; nothing here needs
+// what stands in it.
+std::atomic<IMetaDataImport*> mscorlib_metadata = nullptr;
 
 void open_mscorlib_once(ICorProfilerInfo* info) {
     const ModuleID module = mscorlibModuleId;
-    if (module == 0 || mscorlibMetadata != nullptr) {
+    if (module == 0 || mscorlib_metadata != nullptr) {
         return;
     }
     ComPtr<IMetaDataImport> opened;
     IMetaDataImport* none = nullptr;
     if (SUCCEEDED(info->GetModuleMetaData(module, ofRead, __uuidof(IMetaDataImport),
                                           opened.put_unknown())) &&
-        mscorlibMetadata.compare_exchange_strong(none, opened.get())) {
+        mscorlib_metadata.compare_exchange_strong(none, opened.get())) {
         opened.get()->AddRef();
     }
 }
@@ -220,7 +221,7 @@ HRESULT rewrite(RewriteContext& context, const InstrumentationReferences& refere
     }
     MethodShape shape;
     hr = read_method_shape(
-        {context.info, import.get(), emit.get(), method, context.log, references, strictIl}, shape,
+        {context.info, import.get(), emit.get(), method, context.log, references, strict_il}, shape,
         refusal);
     if (FAILED(hr)) {
         return hr;
@@ -255,7 +256,7 @@ HRESULT RewriteMethod(RewriteContext& context, ICorProfilerInfo* info, const met
     }
     try {
         const DefinedReferences defined =
-            DefineInstrumentationReferences(context, info, method, strictIl);
+            DefineInstrumentationReferences(context, info, method, strict_il);
         if (!defined.references || !rewrite_or_report(context, *defined.references, mode)) {
             leave_for_good(method.module_id, method.method_token);
         }

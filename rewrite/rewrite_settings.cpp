@@ -5,12 +5,12 @@
 
 namespace corvane {
 
-constinit std::atomic<bool> strictIl = false;
-constinit std::atomic<std::uint32_t> instrumentationIndex = 0;
+constinit std::atomic<bool> strict_il = false;
+constinit std::atomic<std::uint32_t> instrumentation_index = 0;
 
 std::uint32_t take_instrumentation_index() noexcept {
-    const std::uint32_t index = instrumentationIndex.load(std::memory_order_relaxed);
-    instrumentationIndex.store(index + 1, std::memory_order_relaxed);
+    const std::uint32_t index = instrumentation_index.load(std::memory_order_relaxed);
+    instrumentation_index.store(index + 1, std::memory_order_relaxed);
     return index;
 }
 

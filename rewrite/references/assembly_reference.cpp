@@ -68,8 +68,8 @@ bool refers_to_assembly(IMetaDataAssemblyImport* metadata, const AssemblyIdentit
            }) != mdTokenNil;
 }
 
-HRESULT DefineAssemblyRefOnce(IMetaDataAssemblyEmit* emit, const AssemblyIdentity& identity,
-                              mdAssemblyRef& assembly) {
+HRESULT define_assembly_ref_once(IMetaDataAssemblyEmit* emit, const AssemblyIdentity& identity,
+                                 mdAssemblyRef& assembly) {
     // Two methods of a module may be compiled at once. No code of the program runs in here.
     static std::mutex mutex;
     const std::lock_guard lock(mutex);

@@ -21,7 +21,7 @@ bool refers_to_assembly(IMetaDataAssemblyImport* metadata, const AssemblyIdentit
 // The module's reference to exactly this assembly, defined if there is none: unlike type and member
 // references, equal assembly references are not made one by the metadata, and every type reference
 // would be made again with them.
-HRESULT DefineAssemblyRefOnce(IMetaDataAssemblyEmit* emit, const AssemblyIdentity& identity,
-                              mdAssemblyRef& assembly);
+HRESULT define_assembly_ref_once(IMetaDataAssemblyEmit* emit, const AssemblyIdentity& identity,
+                                 mdAssemblyRef& assembly);
 
 } // namespace corvane

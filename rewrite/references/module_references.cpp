@@ -58,7 +58,7 @@ public:
     }
 
     bool assembly(const AssemblyIdentity& identity, mdAssemblyRef& token, const wchar_t* message) {
-        return succeeded(DefineAssemblyRefOnce(assembly_emit_.get(), identity, token), message);
+        return succeeded(define_assembly_ref_once(assembly_emit_.get(), identity, token), message);
     }
 
     bool type(mdAssemblyRef scope, const wchar_t* name, mdTypeRef& token, const wchar_t* message) {

@@ -81,7 +81,7 @@ protected:
         EXPECT_EQ(module->installations, 0);
         EXPECT_EQ(module->bodies[method], before);
         EXPECT_THAT(log(), ElementsAre(L"Left as it is: " + reason));
-        EXPECT_EQ(instrumentationIndex, 1U);
+        EXPECT_EQ(instrumentation_index, 1U);
     }
 
     mdTypeRef value_type = mdTypeRefNil;
@@ -235,13 +235,13 @@ TEST_F(MethodInstrumenterTest, AddsItsLocalsBehindTheMethodsOwn) {
 }
 
 TEST_F(MethodInstrumenterTest, BoxesTheReceiverOfAValueTypeInStrictIl) {
-    strictIl = true;
+    strict_il = true;
     expect_instrumented(add(point, L"Move", {0x20, 0, 0x01}, tiny({0x2A})),
                         "value-receiver.strict");
 }
 
 TEST_F(MethodInstrumenterTest, BoxesTheReceiverOfAGenericValueTypeInStrictIl) {
-    strictIl = true;
+    strict_il = true;
     const mdTypeDef pair = module->type_def(L"Shop.Pair`2", value_type);
     ComPtr<IMetaDataEmit2> emit2;
     ASSERT_EQ(module->emit().QueryInterface(IID_IMetaDataEmit2, emit2.put_void()), S_OK);
@@ -257,7 +257,7 @@ TEST_F(MethodInstrumenterTest, DefinesBoxingTypesInStrictIl) {
     // A module that names no primitive.
     module = nullptr;
     ScratchModuleTest::SetUp();
-    strictIl = true;
+    strict_il = true;
     expect_instrumented(
         add(L"Place", {0x00, 1, 0x0D, 0x08}, tiny({0x23, 0, 0, 0, 0, 0, 0, 0, 0, 0x2A})),
         "boxing-types.strict");
@@ -268,8 +268,8 @@ TEST_F(MethodInstrumenterTest, IsTheSameInBothFormsWhereBothWork) {
     const mdMethodDef first = add(L"Place", signature, tiny({0x03, 0x2A}));
     const mdMethodDef second = add(L"Place", signature, tiny({0x03, 0x2A}));
     instrument(first);
-    strictIl = true;
-    instrumentationIndex = 0;
+    strict_il = true;
+    instrumentation_index = 0;
     instrument(second);
     EXPECT_EQ(module->bodies[first], module->bodies[second]);
     EXPECT_EQ(module->installations, 2);
@@ -281,7 +281,7 @@ TEST_F(MethodInstrumenterTest, CountsTheMethodsThatItIsGiven) {
     instrument(throws);
     const mdMethodDef third = add(L"Cancel", kVoid, tiny({0x2A}));
     instrument(third, InstrumentationMode::kTable);
-    EXPECT_EQ(instrumentationIndex, 3U);
+    EXPECT_EQ(instrumentation_index, 3U);
     // Index 2, and the mode as the third argument of RegisterMethod.
     const std::string text = il_text(module->bodies[third], module->import());
     EXPECT_THAT(text,
@@ -302,7 +302,7 @@ TEST_F(MethodInstrumenterTest, LeavesABodyThatIsInstrumented) {
     EXPECT_EQ(instrument(method, InstrumentationMode::kTable), META_S_DUPLICATE);
     EXPECT_EQ(module->bodies[method], once);
     EXPECT_EQ(module->installations, 1);
-    EXPECT_EQ(instrumentationIndex, 1U);
+    EXPECT_EQ(instrumentation_index, 1U);
     EXPECT_THAT(log(), IsEmpty());
 }
 
@@ -342,7 +342,7 @@ TEST_F(MethodInstrumenterTest, LeavesAMethodWithTooManyParameters) {
     EXPECT_EQ(module->installations, 1);
 
     module->installations = 0;
-    instrumentationIndex = 0;
+    instrumentation_index = 0;
     signature = {0x00, 0x80, 128, 0x01};
     signature.insert(signature.end(), 128, 0x1C);
     expect_left(add(L"Cancel", signature, tiny({0x2A})), L"it has more than 127 parameters");
@@ -365,7 +365,7 @@ TEST_F(MethodInstrumenterTest, LeavesAMethodWithTooManyLocals) {
             EXPECT_EQ(instrument(method), S_OK);
             EXPECT_EQ(module->installations, 1);
             module->installations = 0;
-            instrumentationIndex = 0;
+            instrumentation_index = 0;
         } else {
             expect_left(method, L"it has too many local variables");
         }
@@ -391,7 +391,7 @@ TEST_F(MethodInstrumenterTest, LeavesAMethodWhoseStackTheHeaderCannotTell) {
     EXPECT_EQ(module->installations, 1);
 
     module->installations = 0;
-    instrumentationIndex = 0;
+    instrumentation_index = 0;
     code.insert(code.begin(), 70'000, 0x00);
     for (std::size_t i = 0; i < 70'000; i += 2) {
         code[i] = 0x16;
@@ -473,7 +473,7 @@ TEST_F(MethodInstrumenterTest, LeavesMethodsWithByRefLikeTypes) {
     const std::wstring reason = L"of a by-ref-like type, which cannot be boxed";
     expect_left(add(L"A", join({{0x00, 1, 0x01, 0x11}, coded(own)}), tiny({0x2A})),
                 L"parameter 1 is " + reason);
-    instrumentationIndex = 0;
+    instrumentation_index = 0;
     const std::wstring written = output.text();
     const Bytes span_of_int = join({{0x15, 0x11}, coded(span), {1, 0x08}});
     instrument(add(L"B", join({{0x00, 0}, span_of_int}), tiny({0x2A})));
@@ -481,7 +481,7 @@ TEST_F(MethodInstrumenterTest, LeavesMethodsWithByRefLikeTypes) {
     instrument(add(L"C", join({{0x00, 1, 0x01, 0x10}, span_of_int}), tiny({0x2A})));
     EXPECT_EQ(log().back(), L"Left as it is: parameter 1 is " + reason);
     for (const bool strict : {false, true}) {
-        strictIl = strict;
+        strict_il = strict;
         instrument(add(own, L"D", {0x20, 0, 0x01}, tiny({0x2A})));
         EXPECT_EQ(log().back(), L"Left as it is: its receiver is " + reason);
     }
@@ -614,7 +614,7 @@ TEST_F(MethodInstrumenterTest, LeavesAMethodWhoseBodyCannotBeRead) {
     instrument(method);
     EXPECT_THAT(log(), ElementsAre(std::wstring(L"Left as it is (") +
                                    hresult_text(E_INVALIDARG).c_str() + L")"));
-    EXPECT_EQ(instrumentationIndex, 0U); // it never got that far
+    EXPECT_EQ(instrumentation_index, 0U); // it never got that far
 }
 
 // Whatever the metadata refuses while the body is made, nothing is installed.

@@ -148,11 +148,11 @@ TEST_F(ModuleReferencesTest, KeepTheirLengthInASmallModule) {
     EXPECT_THAT(log(), ElementsAre(L"Left as it is: Invokers.RegisterMethod cannot be referred to "
                                    L"in a module with so few or so many type references; "
                                    L"CORVANE_STRICT_IL=1 can"));
-    EXPECT_EQ(instrumentationIndex, 1U);
+    EXPECT_EQ(instrumentation_index, 1U);
 }
 
 TEST_F(ModuleReferencesTest, AreExactInASmallModuleInStrictIl) {
-    strictIl = true;
+    strict_il = true;
     EXPECT_EQ(instrument(method()), S_OK);
     EXPECT_THAT(module->member_signature(L"Error"),
                 ElementsAre(0x00, 0x02, 0x02, 0x0E, 0x12, 0x09));
@@ -196,7 +196,7 @@ TEST_F(ModuleReferencesTest, StopWhereTheExceptionDoesNotFitItsSignature) {
 }
 
 TEST_F(ModuleReferencesTest, FitAnyTokenInStrictIl) {
-    strictIl = true;
+    strict_il = true;
     fill_type_refs(4096);
     EXPECT_EQ(instrument(method()), S_OK);
     EXPECT_THAT(log(), IsEmpty());
@@ -270,7 +270,7 @@ TEST_P(ModuleReferenceFailure, IsLoggedAndStopsAll) {
     EXPECT_EQ(module->metadata_calls.size(), GetParam().call + 1);
     EXPECT_EQ(module->installations, 0);
     EXPECT_EQ(module->bodies[token], kReturn);
-    EXPECT_EQ(instrumentationIndex, 0U);
+    EXPECT_EQ(instrumentation_index, 0U);
 
     std::wstring message = GetParam().message;
     message.replace(message.find(L'%'), 1, hresult_text(E_ACCESSDENIED).c_str());
@@ -317,11 +317,11 @@ TEST_F(ModuleReferencesTest, AreDefinedForAModuleThatWasCompiledAgainstTheLibrar
               S_OK);
     AssemblyIdentity identity = kManagedLibrary;
     identity.version = {3, 8, 9, 9};
-    ASSERT_EQ(DefineAssemblyRefOnce(assembly.get(), identity, reference), S_OK);
+    ASSERT_EQ(define_assembly_ref_once(assembly.get(), identity, reference), S_OK);
     instrument(token);
     EXPECT_EQ(module->installations, 0); // an earlier one
     identity.version = {3, 9, 1, 0};
-    ASSERT_EQ(DefineAssemblyRefOnce(assembly.get(), identity, reference), S_OK);
+    ASSERT_EQ(define_assembly_ref_once(assembly.get(), identity, reference), S_OK);
     instrument(token);
     EXPECT_EQ(module->installations, 1);
 

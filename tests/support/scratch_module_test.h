@@ -32,11 +32,11 @@ protected:
         module = std::make_unique<ScratchModule>(*engine.get());
         corlib = module->assembly_ref(L"System.Runtime");
         type = module->type_def(L"Shop.Orders", module->type_ref(corlib, L"System.Object"));
-        instrumentationIndex = 0;
-        strictIl = false;
+        instrumentation_index = 0;
+        strict_il = false;
     }
     void TearDown() override {
-        strictIl = false;
+        strict_il = false;
         if (module) {
             EXPECT_EQ(module->held_references(), 0);
         }
