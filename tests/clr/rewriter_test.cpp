@@ -1,6 +1,7 @@
 // Every method that a real runtime compiles goes through the model of method bodies on its way, and
 // the program must not notice. The program runs without a debugger: each of its methods writes its
 // dump to the debugger output, which is slow with one.
+#include "base/owned_handle.h"
 #include "tests/support/agent_home.h"
 #include "tests/support/runtime_test.h"
 
@@ -10,7 +11,6 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <memory>
 #include <sstream>
 #include <utility>
 
@@ -26,12 +26,6 @@ std::string read_file(const fs::path& file) {
     std::ifstream stream(file, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
 }
-
-struct HandleCloser {
-    using pointer = HANDLE;
-    void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
-};
-using OwnedHandle = std::unique_ptr<void, HandleCloser>;
 
 class Rewriter : public ::testing::TestWithParam<int> {
 protected:

@@ -1,5 +1,7 @@
 #include "tests/support/debuggee.h"
 
+#include "base/owned_handle.h"
+
 #include <cwchar>
 #include <memory>
 #include <system_error>
@@ -10,12 +12,6 @@ extern "C" WINBASEAPI BOOL WINAPI WaitForDebugEventEx(LPDEBUG_EVENT event, DWORD
 
 namespace corvane {
 namespace {
-
-struct HandleCloser {
-    using pointer = HANDLE;
-    void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
-};
-using OwnedHandle = std::unique_ptr<void, HandleCloser>;
 
 [[noreturn]] void throw_last_error(const char* what) {
     throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), what);
