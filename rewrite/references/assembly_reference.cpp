@@ -1,6 +1,7 @@
 #include "rewrite/references/assembly_reference.h"
 
 #include "clr/com_ptr.h"
+#include "rewrite/references/metadata_enumeration.h"
 
 #include <algorithm>
 #include <mutex>
@@ -18,15 +19,15 @@ struct Properties {
     DWORD flags = 0;
 };
 
-// The first reference that `is_wanted` says is, nil if there is none.
-template <class IsWanted>
-mdAssemblyRef find(IMetaDataAssemblyImport* metadata, const IsWanted& is_wanted) {
-    HCORENUM list = nullptr;
+// The first reference that `is_sought` says is, nil if there is none.
+template <class IsSought>
+mdAssemblyRef find(IMetaDataAssemblyImport* metadata, const IsSought& is_sought) {
+    MetadataEnumeration list(metadata);
     mdAssemblyRef candidate = mdAssemblyRefNil;
     ULONG count = 0;
     mdAssemblyRef found = mdTokenNil;
     while (found == mdTokenNil &&
-           metadata->EnumAssemblyRefs(&list, &candidate, 1, &count) == S_OK && count == 1) {
+           metadata->EnumAssemblyRefs(list.put(), &candidate, 1, &count) == S_OK && count == 1) {
         Properties of;
         ULONG length = 0;
         const void* hash = nullptr;
@@ -34,11 +35,10 @@ mdAssemblyRef find(IMetaDataAssemblyImport* metadata, const IsWanted& is_wanted)
                 metadata->GetAssemblyRefProps(candidate, &of.key, &of.key_size, of.name.data(),
                                               static_cast<ULONG>(of.name.size()), &length,
                                               &of.metadata, &hash, &of.hash_size, &of.flags)) &&
-            is_wanted(of)) {
+            is_sought(of)) {
             found = candidate;
         }
     }
-    metadata->CloseEnum(list);
     return found;
 }
 

@@ -9,6 +9,8 @@
 #include "rewrite/references/reference_signatures.h"
 #include "rewrite/references/type_search.h"
 
+#include <variant>
+
 namespace corvane {
 
 namespace {
@@ -18,98 +20,8 @@ constexpr AssemblyIdentity kMscorlib = {
     L"mscorlib", {2, 0, 0, 0}, {0xB7, 0x7A, 0x5C, 0x56, 0x19, 0x34, 0xE0, 0x89}};
 constexpr AssemblyIdentity kSystem = {L"system", kMscorlib.version, kMscorlib.public_key_token};
 
-constexpr const wchar_t* kMethodBase = L"System.Reflection.MethodBase";
-
-// Makes the references one after the other. The first failure is logged and is the last: what
-// follows it answers false without doing anything.
-class Definer {
-public:
-    Definer(RewriteContext& context, ICorProfilerInfo* info, const method_info& method)
-        : context_(context),
-          info_(info),
-          module_(method.module_id),
-          module_name_(method.module_name) {}
-
-    [[nodiscard]] HRESULT result() const { return result_; }
-
-    bool open() {
-        constexpr const wchar_t* kNoMetadata = L"Failed to get module metadata interface (%s)";
-        return succeeded(info_->GetModuleMetaData(module_, ofWrite, __uuidof(IMetaDataEmit),
-                                                  emit_.put_unknown()),
-                         kNoMetadata) &&
-               succeeded(emit_.query(assembly_emit_),
-                         L"Failed to query IMetaDataAssemblyEmit interface (%s)") &&
-               succeeded(context_.info->GetModuleMetaData(
-                             module_, ofRead, __uuidof(IMetaDataImport), import_.put_unknown()),
-                         kNoMetadata);
-    }
-
-    // The result stays that of the call before.
-    bool can_find_library() {
-        ComPtr<IMetaDataAssemblyImport> assembly_import;
-        const std::wstring reason =
-            SUCCEEDED(emit_.query(assembly_import))
-                ? reason_against_calls(info_, assembly_import.get(), module_name_)
-                : L"its module has no manifest";
-        if (!reason.empty()) {
-            context_.log.log(1, L"Left as it is: %s", reason.c_str());
-        }
-        return reason.empty();
-    }
-
-    bool assembly(const AssemblyIdentity& identity, mdAssemblyRef& token, const wchar_t* message) {
-        return succeeded(define_assembly_ref_once(assembly_emit_.get(), identity, token), message);
-    }
-
-    bool type(mdAssemblyRef scope, const wchar_t* name, mdTypeRef& token, const wchar_t* message) {
-        return succeeded(emit_->DefineTypeRefByName(scope, name, &token), message);
-    }
-
-    bool member(mdTypeRef parent, const wchar_t* name, const SignatureBlob& signature,
-                mdMemberRef& token, const wchar_t* message) {
-        return succeeded(emit_->DefineMemberRef(parent, name, signature.data(),
-                                                static_cast<ULONG>(signature.size()), &token),
-                         message);
-    }
-
-    // The result stays that of the call before.
-    bool compress(mdTypeRef type, BlobForm form, CompressedToken& compressed,
-                  const wchar_t* message) {
-        const auto token = form == BlobForm::kExact ? std::optional(compress_token_exactly(type))
-                                                    : compress_token(type);
-        if (!token) {
-            context_.log.log(1, L"%s", message);
-            return false;
-        }
-        compressed = *token;
-        return true;
-    }
-
-    bool find(const wchar_t* name, mdTypeRef& token, const wchar_t* message) {
-        return succeeded(find_type_ref(import_.get(), name, context_.log, token), message);
-    }
-
-private:
-    bool succeeded(HRESULT hr, const wchar_t* message) {
-        result_ = hr;
-        if (FAILED(hr)) {
-            log_result(context_.log, message, hr);
-        }
-        return SUCCEEDED(hr);
-    }
-
-    RewriteContext& context_;
-    ICorProfilerInfo* info_;
-    ModuleID module_;
-    std::wstring_view module_name_;
-    HRESULT result_ = S_OK;
-    ComPtr<IMetaDataEmit> emit_;
-    ComPtr<IMetaDataAssemblyEmit> assembly_emit_;
-    ComPtr<IMetaDataImport> import_;
-};
-
-// Some texts name another thing than the one that failed; they are what people search for.
-bool define(Definer& definer, bool strict, InstrumentationReferences& to) {
+// All that is defined, in one module.
+struct Tokens : InstrumentationReferences {
     mdAssemblyRef kite = mdAssemblyRefNil;
     mdAssemblyRef system = mdAssemblyRefNil;
     mdTypeRef argument_callback = mdTypeRefNil;
@@ -118,93 +30,218 @@ bool define(Definer& definer, bool strict, InstrumentationReferences& to) {
     mdTypeRef method_base = mdTypeRefNil;
     mdTypeRef method_data = mdTypeRefNil;
     mdTypeRef method_base_in_signatures = mdTypeRefNil;
-    CompressedToken directives_token;
-    CompressedToken exception_token;
-    const BlobForm form = strict ? BlobForm::kExact : BlobForm::kFixedLength;
+};
 
-    constexpr const wchar_t* kNoAssembly = L"Failed to query module token (%s)";
-    constexpr const wchar_t* kNoSpan = L"Failed to get kite.managed.span class reference (%s)";
-    if (!(definer.open() && definer.can_find_library() &&
-          definer.assembly(kManagedLibrary, kite, kNoAssembly) &&
-          definer.assembly(kMscorlib, to.mscorlib, kNoAssembly) &&
-          definer.type(to.mscorlib, L"System.Exception", to.exception_type, kNoSpan) &&
-          definer.type(to.mscorlib, L"System.Object", to.object_type,
-                       L"Failed to get System.Object class reference (%s)") &&
-          definer.type(kite, L"Corvane.Instrumentation.InstrumentationDirectives",
-                       to.directives_type,
-                       L"Failed to get Corvane.Instrumentation.InstrumentationDirectives class "
-                       L"reference (%s)") &&
-          definer.type(kite, L"Corvane.Instrumentation.MethodArgumentCallback", argument_callback,
-                       L"Failed to get Corvane.Instrumentation.MethodArgumentCallback class "
-                       L"reference (%s)") &&
-          definer.type(kite, L"kite.managed.span", span, kNoSpan) &&
-          definer.type(kite, L"Corvane.Instrumentation.Invokers", invokers,
-                       L"Failed to get Corvane.Instrumentation.Invokers class reference (%s)") &&
-          definer.type(to.mscorlib, kMethodBase, method_base,
-                       L"Failed to get System.Reflection.MethodBase class reference (%s)") &&
-          definer.member(to.directives_type, L".ctor", constructor_signature(),
-                         to.directives_constructor,
-                         L"Failed to get Corvane.Instrumentation.InstrumentationDirectives::ctor() "
-                         L"construction method reference (%s)") &&
-          definer.member(to.directives_type, L"GetIndexes", get_indexes_signature(), to.get_indexes,
-                         L"Failed to get Corvane.Instrumentation.InstrumentationDirectives::"
-                         L"GetIndexes() method reference (%s)") &&
-          definer.type(kite, L"Corvane.Instrumentation.MethodData", method_data,
-                       L"Failed to get Corvane.Instrumentation.MethodData class reference (%s)") &&
-          definer.assembly(kSystem, system,
-                           L"Failed to query module token of System.dll  Version=4.0.0.0, "
-                           L"Culture=neutral, PublicKeyToken=b77a5c561934e089) (%s)") &&
-          definer.member(
-              span, L"Log", log_signature(), to.log,
-              L"Failed to get System.Diagnostics.Trace::WriteLine(string message) method "
-              L"reference (%s)") &&
-          definer.compress(to.directives_type, form, directives_token,
-                           L"Failed to compress token for "
-                           L"Corvane.Instrumentation.InstrumentationDirectives type. Token size is "
-                           L"bigger than expected.") &&
-          definer.compress(to.exception_type, form, exception_token,
-                           L"Failed to compress token for System.Exception type. Token size is "
-                           L"bigger than expected.") &&
-          definer.member(span, L"Error", error_signature(exception_token, form), to.error,
-                         L"Failed to get span::Error() method reference (%s)") &&
-          definer.find(kMethodBase, method_base_in_signatures,
-                       L"Failed to get token for System.Reflection.MethodBase type (%s)"))) {
-        return false;
+using Token = mdToken Tokens::*;
+
+// The kinds of steps. Each sets its own token.
+struct AssemblyRef {
+    Token token;
+    const AssemblyIdentity& identity;
+};
+struct TypeRef {
+    Token token;
+    Token scope;
+    const wchar_t* name;
+};
+struct MemberRef {
+    Token token;
+    Token parent;
+    const wchar_t* name;
+    std::span<const std::uint8_t> signature;
+    Token type_in_signature = nullptr;
+};
+// The first type reference of the module with that name, whoever defined it.
+struct FirstTypeRef {
+    Token token;
+    const wchar_t* name;
+};
+// Sets none: makes sure that signatures of fixed length have room for the type.
+struct RoomFor {
+    Token type;
+};
+
+struct Step {
+    std::variant<AssemblyRef, TypeRef, MemberRef, FirstTypeRef, RoomFor> what;
+    const wchar_t* message; // of its failure
+};
+
+constexpr const wchar_t* kMethodBase = L"System.Reflection.MethodBase";
+constexpr const wchar_t* kNoAssembly = L"Failed to query module token (%s)";
+constexpr const wchar_t* kNoSpan = L"Failed to get kite.managed.span class reference (%s)";
+
+// In the order in which they are defined. Some texts name another thing than the one that failed;
+// they are what people search for.
+namespace signature = reference_signature;
+constexpr Step kSteps[] = {
+    {AssemblyRef{&Tokens::kite, kManagedLibrary}, kNoAssembly},
+    {AssemblyRef{&Tokens::mscorlib, kMscorlib}, kNoAssembly},
+    {TypeRef{&Tokens::exception_type, &Tokens::mscorlib, L"System.Exception"}, kNoSpan},
+    {TypeRef{&Tokens::object_type, &Tokens::mscorlib, L"System.Object"},
+     L"Failed to get System.Object class reference (%s)"},
+    {TypeRef{&Tokens::directives_type, &Tokens::kite,
+             L"Corvane.Instrumentation.InstrumentationDirectives"},
+     L"Failed to get Corvane.Instrumentation.InstrumentationDirectives class reference (%s)"},
+    {TypeRef{&Tokens::argument_callback, &Tokens::kite,
+             L"Corvane.Instrumentation.MethodArgumentCallback"},
+     L"Failed to get Corvane.Instrumentation.MethodArgumentCallback class reference (%s)"},
+    {TypeRef{&Tokens::span, &Tokens::kite, L"kite.managed.span"}, kNoSpan},
+    {TypeRef{&Tokens::invokers, &Tokens::kite, L"Corvane.Instrumentation.Invokers"},
+     L"Failed to get Corvane.Instrumentation.Invokers class reference (%s)"},
+    {TypeRef{&Tokens::method_base, &Tokens::mscorlib, kMethodBase},
+     L"Failed to get System.Reflection.MethodBase class reference (%s)"},
+    {MemberRef{&Tokens::directives_constructor, &Tokens::directives_type, L".ctor",
+               signature::kConstructor},
+     L"Failed to get Corvane.Instrumentation.InstrumentationDirectives::ctor() construction method "
+     L"reference (%s)"},
+    {MemberRef{&Tokens::get_indexes, &Tokens::directives_type, L"GetIndexes",
+               signature::kGetIndexes},
+     L"Failed to get Corvane.Instrumentation.InstrumentationDirectives::GetIndexes() method "
+     L"reference (%s)"},
+    {TypeRef{&Tokens::method_data, &Tokens::kite, L"Corvane.Instrumentation.MethodData"},
+     L"Failed to get Corvane.Instrumentation.MethodData class reference (%s)"},
+    {AssemblyRef{&Tokens::system, kSystem},
+     L"Failed to query module token of System.dll  Version=4.0.0.0, Culture=neutral, "
+     L"PublicKeyToken=b77a5c561934e089) (%s)"},
+    {MemberRef{&Tokens::log, &Tokens::span, L"Log", signature::kLog},
+     L"Failed to get System.Diagnostics.Trace::WriteLine(string message) method reference (%s)"},
+    {RoomFor{&Tokens::directives_type},
+     L"Failed to compress token for Corvane.Instrumentation.InstrumentationDirectives type. Token "
+     L"size is bigger than expected."},
+    {RoomFor{&Tokens::exception_type},
+     L"Failed to compress token for System.Exception type. Token size is bigger than expected."},
+    {MemberRef{&Tokens::error, &Tokens::span, L"Error", signature::kError, &Tokens::exception_type},
+     L"Failed to get span::Error() method reference (%s)"},
+    {FirstTypeRef{&Tokens::method_base_in_signatures, kMethodBase},
+     L"Failed to get token for System.Reflection.MethodBase type (%s)"},
+    {MemberRef{&Tokens::generic_prologue, &Tokens::span, L"GenericPrologue",
+               signature::kGenericPrologue, &Tokens::directives_type},
+     L"Failed to get span::GenericPrologue() method reference (%s)"},
+    {MemberRef{&Tokens::generic_epilogue, &Tokens::span, L"GenericEpilogue",
+               signature::kGenericEpilogue, &Tokens::directives_type},
+     L"Failed to get span::GenericEpilogue() method reference (%s)"},
+    {MemberRef{&Tokens::contains_key, &Tokens::invokers, L"ContainsKey", signature::kContainsKey},
+     L"Failed to get Corvane.Instrumentation.Invokers::ContainsKey() method reference (%s)"},
+    {MemberRef{&Tokens::get_current_method, &Tokens::method_base, L"GetCurrentMethod",
+               signature::kGetCurrentMethod, &Tokens::method_base_in_signatures},
+     L"Failed to get System.Reflection.MethodBase::GetCurrentMethod() method reference (%s)"},
+    {MemberRef{&Tokens::register_method, &Tokens::invokers, L"RegisterMethod",
+               signature::kRegisterMethod, &Tokens::method_base_in_signatures},
+     L"Failed to get Corvane.Instrumentation.Invokers::Register_Method() method reference (%s)"},
+};
+
+// The metadata of a module, and what has been defined in it. A step that answers false has logged
+// why and is the last.
+class Definer {
+public:
+    Definer(const DebugLog& log, BlobForm form) : log_(log), form_(form) {}
+
+    // Of the last call of the metadata.
+    [[nodiscard]] HRESULT result() const { return result_; }
+
+    bool open(ICorProfilerInfo* writing, ICorProfilerInfo* reading, ModuleID module) {
+        constexpr const wchar_t* kNoMetadata = L"Failed to get module metadata interface (%s)";
+        return succeeded(writing->GetModuleMetaData(module, ofWrite, __uuidof(IMetaDataEmit),
+                                                    emit_.put_unknown()),
+                         kNoMetadata) &&
+               succeeded(emit_.query(assembly_emit_),
+                         L"Failed to query IMetaDataAssemblyEmit interface (%s)") &&
+               succeeded(reading->GetModuleMetaData(module, ofRead, __uuidof(IMetaDataImport),
+                                                    import_.put_unknown()),
+                         kNoMetadata);
     }
 
-    const CompressedToken exact = compress_token_exactly(method_base_in_signatures);
-    const CompressedToken method_base_token =
-        strict ? exact : compress_token_to_two_bytes(method_base_in_signatures);
-    to.register_method_binds = strict || exact.bytes().size() == 2;
+    bool can_find_library(ICorProfilerInfo* info, std::wstring_view module_name) {
+        ComPtr<IMetaDataAssemblyImport> assembly_import;
+        const std::wstring reason =
+            SUCCEEDED(emit_.query(assembly_import))
+                ? reason_against_calls(info, assembly_import.get(), module_name)
+                : L"its module has no manifest";
+        if (!reason.empty()) {
+            log_.log(1, L"Left as it is: %s", reason.c_str());
+        }
+        return reason.empty();
+    }
 
-    return definer.member(span, L"GenericPrologue",
-                          generic_prologue_signature(directives_token, form), to.generic_prologue,
-                          L"Failed to get span::GenericPrologue() method reference (%s)") &&
-           definer.member(span, L"GenericEpilogue",
-                          generic_epilogue_signature(directives_token, form), to.generic_epilogue,
-                          L"Failed to get span::GenericEpilogue() method reference (%s)") &&
-           definer.member(invokers, L"ContainsKey", contains_key_signature(), to.contains_key,
-                          L"Failed to get Corvane.Instrumentation.Invokers::ContainsKey() method "
-                          L"reference (%s)") &&
-           definer.member(method_base, L"GetCurrentMethod",
-                          get_current_method_signature(method_base_token, form),
-                          to.get_current_method,
-                          L"Failed to get System.Reflection.MethodBase::GetCurrentMethod() method "
-                          L"reference (%s)") &&
-           definer.member(invokers, L"RegisterMethod",
-                          register_method_signature(method_base_token, form), to.register_method,
-                          L"Failed to get Corvane.Instrumentation.Invokers::Register_Method() "
-                          L"method reference (%s)");
-}
+    std::optional<InstrumentationReferences> define_all() {
+        for (const auto& [what, message] : kSteps) {
+            const auto define_this = [&, text = message](const auto& step) {
+                return define(step, text);
+            };
+            if (!std::visit(define_this, what)) {
+                return std::nullopt;
+            }
+        }
+        tokens_.register_method_binds =
+            form_ == BlobForm::kExact ||
+            compress_token_exactly(tokens_.method_base_in_signatures).bytes().size() == 2;
+        return tokens_;
+    }
+
+private:
+    bool define(const AssemblyRef& assembly, const wchar_t* message) {
+        return succeeded(define_assembly_ref_once(assembly_emit_.get(), assembly.identity,
+                                                  tokens_.*assembly.token),
+                         message);
+    }
+
+    bool define(const TypeRef& type, const wchar_t* message) {
+        return succeeded(
+            emit_->DefineTypeRefByName(tokens_.*type.scope, type.name, &(tokens_.*type.token)),
+            message);
+    }
+
+    bool define(const MemberRef& member, const wchar_t* message) {
+        const mdToken type =
+            member.type_in_signature == nullptr ? mdTokenNil : tokens_.*member.type_in_signature;
+        const auto blob = signature_blob(member.signature, type, form_);
+        return succeeded(emit_->DefineMemberRef(tokens_.*member.parent, member.name, blob.data(),
+                                                static_cast<ULONG>(blob.size()),
+                                                &(tokens_.*member.token)),
+                         message);
+    }
+
+    bool define(const FirstTypeRef& type, const wchar_t* message) {
+        return succeeded(find_type_ref(import_.get(), type.name, log_, tokens_.*type.token),
+                         message);
+    }
+
+    bool define(const RoomFor& room, const wchar_t* message) {
+        const bool has_room = form_ == BlobForm::kExact || compress_token(tokens_.*room.type);
+        if (!has_room) {
+            log_.log(1, L"%s", message);
+        }
+        return has_room;
+    }
+
+    bool succeeded(HRESULT hr, const wchar_t* message) {
+        result_ = hr;
+        if (FAILED(hr)) {
+            log_result(log_, message, hr);
+        }
+        return SUCCEEDED(hr);
+    }
+
+    const DebugLog& log_;
+    BlobForm form_;
+    HRESULT result_ = S_OK;
+    Tokens tokens_;
+    ComPtr<IMetaDataEmit> emit_;
+    ComPtr<IMetaDataAssemblyEmit> assembly_emit_;
+    ComPtr<IMetaDataImport> import_;
+};
 
 } // namespace
 
 DefinedReferences DefineInstrumentationReferences(RewriteContext& context, ICorProfilerInfo* info,
                                                   const method_info& method, bool strict) {
-    Definer definer(context, info, method);
-    InstrumentationReferences references;
-    const bool is_whole = define(definer, strict, references);
-    return {definer.result(), is_whole ? std::optional(references) : std::nullopt};
+    Definer definer(context.log, strict ? BlobForm::kExact : BlobForm::kFixedLength);
+    std::optional<InstrumentationReferences> references;
+    if (definer.open(info, context.info, method.module_id) &&
+        definer.can_find_library(info, method.module_name)) {
+        references = definer.define_all();
+    }
+    return {definer.result(), references};
 }
 
 } // namespace corvane

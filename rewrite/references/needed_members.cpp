@@ -1,12 +1,12 @@
 #include "rewrite/references/needed_members.h"
 
 #include "clr/com_ptr.h"
-#include "il/token_compression.h"
 #include "rewrite/references/reference_signatures.h"
 
 #include <algorithm>
 #include <array>
-#include <optional>
+#include <cstdint>
+#include <span>
 #include <string_view>
 
 namespace corvane {
@@ -26,63 +26,67 @@ constexpr const wchar_t* kFromMscorlib[] = {
     L"System.IntPtr", L"System.UIntPtr",
 };
 
-// As the assembly itself names the type: by a definition or by a reference.
-std::optional<CompressedToken> token_of(IMetaDataImport* metadata, std::wstring_view name) {
+// As the assembly itself names the type: by a definition or by a reference. Nil if it does not.
+mdToken token_of(IMetaDataImport* metadata, const wchar_t* name) {
     mdToken token = mdTokenNil;
-    if (SUCCEEDED(metadata->FindTypeDefByName(std::wstring(name).c_str(), mdTokenNil, &token))) {
-        return compress_token_exactly(token);
+    if (SUCCEEDED(metadata->FindTypeDefByName(name, mdTokenNil, &token))) {
+        return token;
     }
     constexpr ULONG kNameRoom = 64; // longer ones are none of those that are looked for
     std::array<wchar_t, kNameRoom> text{};
     ULONG length = 0;
     for (token = mdtTypeRef + 1; metadata->IsValidToken(token) != FALSE; ++token) {
         if (SUCCEEDED(metadata->GetTypeRefProps(token, nullptr, text.data(), kNameRoom, &length)) &&
-            text.data() == name) {
-            return compress_token_exactly(token);
+            text.data() == std::wstring_view(name)) {
+            return token;
         }
     }
-    return std::nullopt;
+    return mdTokenNil;
 }
 
+struct Member {
+    const wchar_t* owner;
+    const wchar_t* name;
+    std::span<const std::uint8_t> signature;
+    const wchar_t* type_in_signature = nullptr;
+};
+
 // Empty if the member is there, with exactly this signature.
-std::wstring missing(IMetaDataImport* metadata, const wchar_t* type, const wchar_t* name,
-                     const SignatureBlob& signature) {
+std::wstring missing(IMetaDataImport* metadata, const Member& member) {
     mdTypeDef owner = mdTypeDefNil;
-    if (FAILED(metadata->FindTypeDefByName(type, mdTokenNil, &owner))) {
-        return type;
+    if (FAILED(metadata->FindTypeDefByName(member.owner, mdTokenNil, &owner))) {
+        return member.owner;
     }
-    mdMethodDef member = mdMethodDefNil;
-    const HRESULT hr = metadata->FindMethod(owner, name, signature.data(),
-                                            static_cast<ULONG>(signature.size()), &member);
-    return SUCCEEDED(hr) ? std::wstring() : std::wstring(type) + L"::" + name;
+    mdToken type = mdTokenNil;
+    if (member.type_in_signature != nullptr) {
+        type = token_of(metadata, member.type_in_signature);
+        if (type == mdTokenNil) {
+            return member.type_in_signature;
+        }
+    }
+    const auto blob = signature_blob(member.signature, type, BlobForm::kExact);
+    mdMethodDef found = mdMethodDefNil;
+    const HRESULT hr = metadata->FindMethod(owner, member.name, blob.data(),
+                                            static_cast<ULONG>(blob.size()), &found);
+    return SUCCEEDED(hr) ? std::wstring() : std::wstring(member.owner) + L"::" + member.name;
 }
 
 } // namespace
 
 std::wstring missing_from_managed_library(IMetaDataImport* library) {
-    constexpr BlobForm kForm = BlobForm::kExact;
-    const auto directives = token_of(library, kDirectives);
-    const auto exception = token_of(library, kException);
-    const auto method_base = token_of(library, kMethodBase);
-    if (!directives || !exception || !method_base) {
-        return !directives ? kDirectives : !exception ? kException : kMethodBase;
-    }
-    const struct {
-        const wchar_t* type;
-        const wchar_t* name;
-        SignatureBlob signature;
-    } members[] = {
-        {kDirectives, L".ctor", constructor_signature()},
-        {kDirectives, L"GetIndexes", get_indexes_signature()},
-        {kSpan, L"Log", log_signature()},
-        {kSpan, L"Error", error_signature(*exception, kForm)},
-        {kSpan, L"GenericPrologue", generic_prologue_signature(*directives, kForm)},
-        {kSpan, L"GenericEpilogue", generic_epilogue_signature(*directives, kForm)},
-        {kInvokers, L"ContainsKey", contains_key_signature()},
-        {kInvokers, L"RegisterMethod", register_method_signature(*method_base, kForm)},
+    namespace signature = reference_signature;
+    static constexpr Member kMembers[] = {
+        {kDirectives, L".ctor", signature::kConstructor},
+        {kDirectives, L"GetIndexes", signature::kGetIndexes},
+        {kSpan, L"Log", signature::kLog},
+        {kSpan, L"Error", signature::kError, kException},
+        {kSpan, L"GenericPrologue", signature::kGenericPrologue, kDirectives},
+        {kSpan, L"GenericEpilogue", signature::kGenericEpilogue, kDirectives},
+        {kInvokers, L"ContainsKey", signature::kContainsKey},
+        {kInvokers, L"RegisterMethod", signature::kRegisterMethod, kMethodBase},
     };
-    for (const auto& member : members) {
-        std::wstring name = missing(library, member.type, member.name, member.signature);
+    for (const Member& member : kMembers) {
+        std::wstring name = missing(library, member);
         if (!name.empty()) {
             return name;
         }
@@ -104,10 +108,8 @@ std::wstring missing_from_mscorlib(IMetaDataImport* mscorlib) {
 }
 
 std::wstring missing_from_core_library(IMetaDataImport* core) {
-    const auto method_base = token_of(core, kMethodBase);
-    return method_base ? missing(core, kMethodBase, L"GetCurrentMethod",
-                                 get_current_method_signature(*method_base, BlobForm::kExact))
-                       : kMethodBase;
+    return missing(core, {kMethodBase, L"GetCurrentMethod", reference_signature::kGetCurrentMethod,
+                          kMethodBase});
 }
 
 } // namespace corvane

@@ -1,43 +1,65 @@
 // The signatures of the methods that injected code calls (ECMA-335 II.23.2.1), as blobs for member
-// references. Pure functions.
+// references. Pure.
 //
 // A blob that names a type has a fixed length, the one that a token of two bytes gives it. In a
 // module with so few type references that the token takes one byte, the blob keeps that length and
 // is filled with zeros: at its end, or, where something follows the token, in front of that. This
-// is wanted. A blob with a zero inside names no method that exists; strict IL has exact blobs.
+// is deliberate. A blob with a zero inside names no method that exists; strict IL has exact blobs.
 #pragma once
 
+#include "il/element_type.h"
 #include "il/token_compression.h"
 
+#include <array>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace corvane {
 
-using SignatureBlob = std::vector<std::uint8_t>;
+namespace reference_signature {
+
+inline constexpr std::uint8_t kStatic = 0x00;
+inline constexpr std::uint8_t kInstance = 0x20;
+// Stands where the token of a type comes. No signature has this byte.
+inline constexpr std::uint8_t kToken = 0xFF;
+
+template <class... Byte>
+constexpr auto bytes(Byte... byte) {
+    return std::array{static_cast<std::uint8_t>(byte)...};
+}
+
+// InstrumentationDirectives: instance void .ctor(), instance int32[] GetIndexes()
+inline constexpr auto kConstructor = bytes(kInstance, 0, kElementVoid);
+inline constexpr auto kGetIndexes = bytes(kInstance, 0, kElementSzArray, kElementI4);
+// span: static void Log(int32, string)
+inline constexpr auto kLog = bytes(kStatic, 2, kElementVoid, kElementI4, kElementString);
+// span: static bool Error(string, Exception)
+inline constexpr auto kError =
+    bytes(kStatic, 2, kElementBoolean, kElementString, kElementClass, kToken);
+// span: static void GenericPrologue(uint32, object, object[], InstrumentationDirectives)
+inline constexpr auto kGenericPrologue =
+    bytes(kStatic, 4, kElementVoid, kElementU4, kElementObject, kElementSzArray, kElementObject,
+          kElementClass, kToken);
+// span: static void GenericEpilogue(uint32, object, object[], object, InstrumentationDirectives)
+inline constexpr auto kGenericEpilogue =
+    bytes(kStatic, 5, kElementVoid, kElementU4, kElementObject, kElementSzArray, kElementObject,
+          kElementObject, kElementClass, kToken);
+// Invokers: static bool ContainsKey(uint32)
+inline constexpr auto kContainsKey = bytes(kStatic, 1, kElementBoolean, kElementU4);
+// MethodBase: static MethodBase GetCurrentMethod()
+inline constexpr auto kGetCurrentMethod = bytes(kStatic, 0, kElementClass, kToken);
+// Invokers: static void RegisterMethod(uint32, MethodBase, bool)
+inline constexpr auto kRegisterMethod =
+    bytes(kStatic, 3, kElementVoid, kElementU4, kElementClass, kToken, kElementBoolean);
+
+} // namespace reference_signature
 
 enum class BlobForm { kFixedLength, kExact };
 
-// InstrumentationDirectives: instance void .ctor(), instance int32[] GetIndexes()
-[[nodiscard]] SignatureBlob constructor_signature();
-[[nodiscard]] SignatureBlob get_indexes_signature();
-// span: static void Log(int32, string)
-[[nodiscard]] SignatureBlob log_signature();
-// span: static bool Error(string, Exception)
-[[nodiscard]] SignatureBlob error_signature(const CompressedToken& exception, BlobForm form);
-// span: static void GenericPrologue(uint32, object, object[], InstrumentationDirectives)
-[[nodiscard]] SignatureBlob generic_prologue_signature(const CompressedToken& directives,
-                                                       BlobForm form);
-// span: static void GenericEpilogue(uint32, object, object[], object, InstrumentationDirectives)
-[[nodiscard]] SignatureBlob generic_epilogue_signature(const CompressedToken& directives,
-                                                       BlobForm form);
-// Invokers: static bool ContainsKey(uint32)
-[[nodiscard]] SignatureBlob contains_key_signature();
-// MethodBase: static MethodBase GetCurrentMethod()
-[[nodiscard]] SignatureBlob get_current_method_signature(const CompressedToken& method_base,
-                                                         BlobForm form);
-// Invokers: static void RegisterMethod(uint32, MethodBase, bool)
-[[nodiscard]] SignatureBlob register_method_signature(const CompressedToken& method_base,
-                                                      BlobForm form);
+// One of the signatures, with the type in its place. Of a token that takes four bytes the fixed
+// form has the first two.
+[[nodiscard]] std::vector<std::uint8_t> signature_blob(std::span<const std::uint8_t> signature,
+                                                       std::uint32_t type, BlobForm form);
 
 } // namespace corvane

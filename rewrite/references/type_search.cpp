@@ -1,5 +1,7 @@
 #include "rewrite/references/type_search.h"
 
+#include "rewrite/references/metadata_enumeration.h"
+
 #include <array>
 #include <string_view>
 #include <vector>
@@ -8,32 +10,21 @@ namespace corvane {
 
 namespace {
 
-class TypeRefEnumeration {
-public:
-    explicit TypeRefEnumeration(IMetaDataImport* metadata) : metadata_(metadata) {}
-    TypeRefEnumeration(const TypeRefEnumeration&) = delete;
-    TypeRefEnumeration& operator=(const TypeRefEnumeration&) = delete;
-    ~TypeRefEnumeration() { metadata_->CloseEnum(list_); }
-
-    // Asking for none opens the enumeration, so that it can be counted.
-    HRESULT read(std::vector<mdTypeRef>& types) {
-        ULONG count = 0;
-        HRESULT hr = metadata_->EnumTypeRefs(&list_, nullptr, 0, nullptr);
-        if (SUCCEEDED(hr)) {
-            hr = metadata_->CountEnum(list_, &count);
-        }
-        if (SUCCEEDED(hr)) {
-            types.resize(count);
-            hr = metadata_->EnumTypeRefs(&list_, types.data(), count, &count);
-        }
-        types.resize(SUCCEEDED(hr) ? count : 0);
-        return hr;
+// Asking for none opens the enumeration, so that it can be counted.
+HRESULT read_type_refs(IMetaDataImport* metadata, std::vector<mdTypeRef>& types) {
+    MetadataEnumeration list(metadata);
+    ULONG count = 0;
+    HRESULT hr = metadata->EnumTypeRefs(list.put(), nullptr, 0, nullptr);
+    if (SUCCEEDED(hr)) {
+        hr = list.count(count);
     }
-
-private:
-    IMetaDataImport* metadata_;
-    HCORENUM list_ = nullptr;
-};
+    if (SUCCEEDED(hr)) {
+        types.resize(count);
+        hr = metadata->EnumTypeRefs(list.put(), types.data(), count, &count);
+    }
+    types.resize(SUCCEEDED(hr) ? count : 0);
+    return hr;
+}
 
 } // namespace
 
@@ -43,7 +34,7 @@ HRESULT find_type_ref(IMetaDataImport* metadata, const wchar_t* name, const Debu
 
     log.log(1, L"===============================");
     std::vector<mdTypeRef> types;
-    const HRESULT hr = TypeRefEnumeration(metadata).read(types);
+    const HRESULT hr = read_type_refs(metadata, types);
     if (FAILED(hr)) {
         log.log(1, L"Failed to get type references for type %s", name);
         return hr;

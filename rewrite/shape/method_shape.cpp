@@ -4,6 +4,7 @@
 #include "il/byte_writer.h"
 #include "il/element_type.h"
 #include "il/token_compression.h"
+#include "rewrite/references/metadata_enumeration.h"
 #include "rewrite/references/type_search.h"
 #include "rewrite/shape/by_ref_like.h"
 
@@ -56,6 +57,12 @@ std::wstring kind_of(std::uint8_t element_type) {
     default:
         return L"of an unknown type";
     }
+}
+
+HRESULT count_generic_parameters(IMetaDataImport2* metadata, mdTypeDef type, ULONG& count) {
+    MetadataEnumeration list(metadata);
+    const HRESULT hr = metadata->EnumGenericParams(list.put(), type, nullptr, 0, nullptr);
+    return SUCCEEDED(hr) ? list.count(count) : hr;
 }
 
 class ShapeReader {
@@ -236,17 +243,12 @@ private:
     HRESULT own_type(mdTypeDef type, mdToken& token) {
         token = type;
         ComPtr<IMetaDataImport2> import2;
-        HRESULT hr = source_.import->QueryInterface(__uuidof(IMetaDataImport2), import2.put_void());
-        if (FAILED(hr)) {
+        if (FAILED(
+                source_.import->QueryInterface(__uuidof(IMetaDataImport2), import2.put_void()))) {
             return S_OK; // metadata from before generic types
         }
-        HCORENUM list = nullptr;
         ULONG count = 0;
-        hr = import2->EnumGenericParams(&list, type, nullptr, 0, nullptr);
-        if (SUCCEEDED(hr)) {
-            hr = import2->CountEnum(list, &count);
-        }
-        static_cast<void>(import2->CloseEnum(list));
+        const HRESULT hr = count_generic_parameters(import2.get(), type, count);
         if (FAILED(hr) || count == 0) {
             return hr;
         }
