@@ -24,8 +24,9 @@
 #include "rewrite/references/module_references.h"
 #include "rewrite/rewrite_settings.h"
 
-#include <algorithm>
-#include <array>
+#include <atomic>
+#include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace corvane {
@@ -51,30 +52,6 @@ void open_mscorlib_once(ICorProfilerInfo* info) {
     }
 }
 
-// Whether the code begins as EmitPrologue makes it. Which index it was given does not matter.
-bool is_instrumented(MethodBody& body, const InstrumentationReferences& references) {
-    struct Expected {
-        Opcode opcode;
-        mdToken method = mdTokenNil;
-    };
-    const std::array begin = {Expected{Opcode::kLdcI4},
-                              Expected{Opcode::kCall, references.contains_key},
-                              Expected{Opcode::kBrtrueS},
-                              Expected{Opcode::kLdcI4},
-                              Expected{Opcode::kCall, references.get_current_method},
-                              Expected{Opcode::kLdcI4},
-                              Expected{Opcode::kCall, references.register_method}};
-    auto instruction = body.begin();
-    return std::ranges::all_of(begin, [&](const Expected& expected) {
-        if (instruction == body.end()) {
-            return false;
-        }
-        const Instruction& found = *instruction++;
-        return found.opcode == expected.opcode &&
-               (expected.method == mdTokenNil || found.immediate == expected.method);
-    });
-}
-
 // What stands in the code and decides whether and how it can be put into a block.
 struct CodeFacts {
     std::vector<Instruction*> returns;
@@ -98,33 +75,32 @@ CodeFacts examine(MethodBody& body) {
 // Makes the method end at one return, its last instruction, and emits what comes before that.
 HRESULT wrap(Emission& emission, Instruction* first, const std::vector<Instruction*>& returns) {
     MethodBody& body = emission.body;
-    std::uint32_t result = kNoReturnLocal;
+    std::optional<std::uint8_t> result;
     if (emission.shape.returns_value) {
-        Locals locals(emission);
-        result = locals.add(emission.shape.result_type);
-        if (FAILED(locals.result())) {
-            return locals.result();
+        const HRESULT hr = add_result_local(emission, result.emplace());
+        if (FAILED(hr)) {
+            return hr;
         }
     }
     IlBuilder il(body, body.sentinel());
     Instruction* const end_of_code = body.sentinel()->previous;
     if (end_of_code->opcode == Opcode::kRet) {
         end_of_code->opcode = Opcode::kNop;
-        if (result != kNoReturnLocal) {
-            il.stloc_s(result);
+        if (result) {
+            il.stloc_s(*result);
         }
     }
 
-    HRESULT hr = EmitCatchAndThrow(emission, il, first->next);
+    HRESULT hr = emit_catch_and_throw(emission, il, first->next);
     if (SUCCEEDED(hr)) {
-        hr = EmitFinally(emission, il, first);
+        hr = emit_finally(emission, il, first);
     }
     Instruction* const exit = il.nop();
     if (SUCCEEDED(hr)) {
         hr = EmitEpilogue(emission, il, result);
     }
-    if (result != kNoReturnLocal) {
-        il.ldloc_s(result);
+    if (result) {
+        il.ldloc_s(*result);
     }
     il.ret();
 
@@ -133,15 +109,15 @@ HRESULT wrap(Emission& emission, Instruction* first, const std::vector<Instructi
             continue; // the end of the code, which runs into the exit by itself
         }
         Instruction* leave = instruction;
-        if (result != kNoReturnLocal) {
+        if (result) {
             instruction->opcode = Opcode::kStlocS;
-            instruction->immediate = result;
+            instruction->immediate = *result;
             leave = body.insert_before(instruction->next, Opcode::kLeaveS);
         }
         leave->opcode = Opcode::kLeaveS;
         leave->target = exit;
     }
-    return SUCCEEDED(hr) ? CheckOperands(emission, il) : hr;
+    return hr;
 }
 
 // A tail call ends in a return of its own, which it no longer has. Another prefix stays with the
@@ -176,7 +152,8 @@ HRESULT instrument(Emission& emission) {
     Instruction* const first = body.insert_before(own_code, Opcode::kNop);
     body.insert_before(own_code, Opcode::kNop);
 
-    HRESULT hr = EmitPrologue(emission, first);
+    IlBuilder prologue(body, first);
+    HRESULT hr = EmitPrologue(emission, prologue);
     if (SUCCEEDED(hr)) {
         hr = wrap(emission, first, facts.returns);
     }

@@ -1,24 +1,46 @@
 // What emitters write IL with: each member function appends one instruction behind the one before,
-// all of them in front of an anchor, so that an emitter reads like the code that it emits. Local
-// and argument numbers that their one-byte operand cannot hold are not wrapped: in_range() turns
-// false. One emitter on one thread uses a builder; the body must outlive it.
+// all of them in front of an anchor, so that an emitter reads like the code that it emits. A number
+// has the type that it is written as: whoever counts locals or arguments refuses what does not fit.
+// One emitter on one thread uses a builder; the body must outlive it.
 #pragma once
 
 #include "rewrite/body/method_body.h"
 
 #include <cstdint>
-#include <limits>
 #include <utility>
 #include <vector>
 
 namespace corvane {
 
+// A block whose handler is being emitted.
+struct ProtectedBlock {
+    Instruction* first;
+    Instruction* leave; // the last instruction of the block; its handler comes next
+};
+
 class IlBuilder {
 public:
     IlBuilder(MethodBody& body, Instruction* anchor) : body_(body), anchor_(anchor) {}
 
-    // False once an operand did not fit: the method is to be left as it was.
-    [[nodiscard]] bool in_range() const { return in_range_; }
+    // Makes a block of everything from `first` on, which ends by leaving to what follows its
+    // handler. What is emitted next is the handler.
+    [[nodiscard]] ProtectedBlock begin_handler(Instruction* first) { return {first, leave_s()}; }
+
+    // The handler ends here. It is the caller's that its last instruction goes nowhere.
+    void end_handler(const ProtectedBlock& block, ClauseKind kind, std::uint32_t class_token = 0) {
+        Instruction* const handler = block.leave->next;
+        Instruction** const handler_end = body_.add_slot();
+        bind(*handler_end);
+        bind(block.leave->target);
+        body_.AddClause(kind, block.first, handler, handler, handler_end, class_token);
+    }
+
+    // The same for a catch handler that goes on where the block does.
+    void leave_handler(const ProtectedBlock& block, std::uint32_t class_token) {
+        Instruction* const leave = leave_s();
+        bind(leave->target);
+        end_handler(block, kClauseCatch, class_token);
+    }
 
     // The reference names the instruction that follows here: the next one emitted, or else the
     // anchor. Serves the target of a branch that jumps forward and the slot of a handler's end; it
@@ -36,16 +58,16 @@ public:
     Instruction* ldc_i4_0() { return emit(Opcode::kLdcI40); }
     Instruction* ldc_i4_1() { return emit(Opcode::kLdcI41); }
     Instruction* ldc_i4(std::uint32_t value) { return emit(Opcode::kLdcI4, value); }
-    Instruction* ldc_i4_s(std::uint32_t value) {
-        return emit_byte(Opcode::kLdcI4S, value, std::numeric_limits<std::int8_t>::max());
+    Instruction* ldc_i4_s(std::int8_t value) {
+        return emit(Opcode::kLdcI4S, static_cast<std::uint8_t>(value));
     }
     Instruction* ldstr(std::uint32_t string) { return emit(Opcode::kLdstr, string); }
 
     Instruction* ldarg_0() { return emit(Opcode::kLdarg0); }
-    Instruction* ldarg_s(std::uint32_t argument) { return emit_byte(Opcode::kLdargS, argument); }
-    Instruction* starg_s(std::uint32_t argument) { return emit_byte(Opcode::kStargS, argument); }
-    Instruction* ldloc_s(std::uint32_t local) { return emit_byte(Opcode::kLdlocS, local); }
-    Instruction* stloc_s(std::uint32_t local) { return emit_byte(Opcode::kStlocS, local); }
+    Instruction* ldarg_s(std::uint8_t argument) { return emit(Opcode::kLdargS, argument); }
+    Instruction* starg_s(std::uint8_t argument) { return emit(Opcode::kStargS, argument); }
+    Instruction* ldloc_s(std::uint8_t local) { return emit(Opcode::kLdlocS, local); }
+    Instruction* stloc_s(std::uint8_t local) { return emit(Opcode::kStlocS, local); }
 
     Instruction* add() { return emit(Opcode::kAdd); }
     Instruction* ceq() { return emit(Opcode::kCeq); }
@@ -76,19 +98,14 @@ public:
     Instruction* throw_() { return emit(Opcode::kThrow); }
     Instruction* endfinally() { return emit(Opcode::kEndfinally); }
 
-private:
+    // Any other instruction.
     Instruction* emit(Opcode opcode, std::uint64_t immediate = 0) {
         return arrive(body_.insert_before(anchor_, opcode, immediate));
     }
 
+private:
     Instruction* emit(Opcode opcode, Instruction* target) {
         return arrive(body_.insert_before(anchor_, opcode, target));
-    }
-
-    Instruction* emit_byte(Opcode opcode, std::uint32_t value,
-                           std::uint32_t limit = std::numeric_limits<std::uint8_t>::max()) {
-        in_range_ = in_range_ && value <= limit;
-        return emit(opcode, std::uint64_t{value});
     }
 
     Instruction* arrive(Instruction* emitted) {
@@ -101,7 +118,6 @@ private:
     MethodBody& body_;
     Instruction* anchor_;
     std::vector<Instruction**> unbound_;
-    bool in_range_ = true;
 };
 
 } // namespace corvane

@@ -4,7 +4,7 @@
 
 namespace corvane {
 
-HRESULT DefineTraceText(const Emission& emission, const TraceText& text, mdString& token) {
+HRESULT define_trace_text(const Emission& emission, const TraceText& text, mdString& token) {
     std::wstring whole = text.prefix;
     whole += std::wstring_view(emission.method.type_name);
     whole += L'.';
@@ -16,28 +16,23 @@ HRESULT DefineTraceText(const Emission& emission, const TraceText& text, mdStrin
                                                &token);
 }
 
-HRESULT CheckOperands(Emission& emission, const IlBuilder& il) {
-    return il.in_range()
-               ? S_OK
-               : emission.refusal.refuse(L"it has too many parameters or local variables");
-}
-
-void EmitReceiver(IlBuilder& il, const MethodShape& shape) {
-    if (!shape.has_this) {
-        il.ldnull();
-        return;
-    }
-    il.ldarg_0();
-    if (shape.boxed_receiver != mdTokenNil) {
-        il.ldobj(shape.boxed_receiver);
-        il.box(shape.boxed_receiver);
-    }
-}
-
 namespace {
 
+// An index alone does not tell whether there is a local: a new signature does.
+template <class... Type>
+HRESULT add_local(Emission& emission, std::uint8_t& index, Type... type) {
+    MethodBody& body = emission.body;
+    const std::uint32_t before = body.local_signature;
+    const std::uint32_t added = body.AddLocal(type...);
+    if (body.local_signature == before) {
+        return emission.refusal.refuse(L"a local variable cannot be added to it");
+    }
+    index = static_cast<std::uint8_t>(added);
+    return index == added ? S_OK : emission.refusal.refuse(L"it has too many local variables");
+}
+
 // The argument is on the stack. What a reference to a string, class or object refers to is not
-// looked at: null goes in its place, which is wanted.
+// looked at: null goes in its place, which is deliberate.
 void emit_as_object(IlBuilder& il, const PassedValue& value) {
     const bool is_boxed = value.as == PassedValue::As::kBoxed;
     if (is_boxed && value.by_ref) {
@@ -53,36 +48,55 @@ void emit_as_object(IlBuilder& il, const PassedValue& value) {
 
 } // namespace
 
-void EmitArgumentArray(IlBuilder& il, const Emission& emission, std::uint32_t array) {
+HRESULT add_locals(Emission& emission, std::initializer_list<NewLocal> locals) {
+    for (const auto& [index, type, kind] : locals) {
+        const HRESULT hr = kind == 0 ? add_local(emission, index, static_cast<std::uint8_t>(type))
+                                     : add_local(emission, index, type, kind);
+        if (FAILED(hr)) {
+            return hr;
+        }
+    }
+    return S_OK;
+}
+
+HRESULT add_result_local(Emission& emission, std::uint8_t& index) {
+    return add_local(emission, index, emission.shape.result_type);
+}
+
+void emit_receiver(const Emission& emission, IlBuilder& il) {
     const MethodShape& shape = emission.shape;
-    const auto count = static_cast<std::uint32_t>(shape.parameters.size());
-    il.ldc_i4_s(count);
+    if (!shape.has_this) {
+        il.ldnull();
+        return;
+    }
+    il.ldarg_0();
+    if (shape.boxed_receiver != mdTokenNil) {
+        il.ldobj(shape.boxed_receiver);
+        il.box(shape.boxed_receiver);
+    }
+}
+
+void emit_argument_array(const Emission& emission, IlBuilder& il, std::uint8_t array) {
+    const MethodShape& shape = emission.shape;
+    const std::size_t count = shape.parameters.size();
+    il.ldc_i4_s(static_cast<std::int8_t>(count));
     il.newarr(emission.references.object_type);
     il.stloc_s(array);
-    for (std::uint32_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
         il.ldloc_s(array);
-        il.ldc_i4(i);
+        il.ldc_i4(static_cast<std::uint32_t>(i));
         il.ldarg_s(shape.argument_number(i));
         emit_as_object(il, shape.parameters[i]);
         il.stelem_ref();
     }
 }
 
-void EmitGuard(IlBuilder& il, Emission& emission, Instruction* first, mdString text) {
-    MethodBody& body = emission.body;
-    Instruction* const leave_block = il.leave_s();
-
-    Instruction* const handler = il.ldc_i4(0);
+void emit_guard(const Emission& emission, IlBuilder& il, Instruction* first, mdString text) {
+    const ProtectedBlock block = il.begin_handler(first);
+    il.ldc_i4(0);
     il.ldstr(text);
     il.call(emission.references.log);
-    Instruction* const leave_handler = il.leave_s();
-
-    Instruction** const handler_end = body.add_slot();
-    il.bind(*handler_end);
-    il.bind(leave_block->target);
-    il.bind(leave_handler->target);
-    body.AddClause(kClauseCatch, first, handler, handler, handler_end,
-                   emission.references.exception_type);
+    il.leave_handler(block, emission.references.exception_type);
 }
 
 } // namespace corvane

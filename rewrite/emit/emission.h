@@ -8,6 +8,7 @@
 #include "selection/chosen_method.h"
 
 #include <cstdint>
+#include <initializer_list>
 
 namespace corvane {
 
@@ -30,45 +31,30 @@ struct TraceText {
 };
 
 // Defined as a user string of the method's module.
-HRESULT DefineTraceText(const Emission& emission, const TraceText& text, mdString& token);
+HRESULT define_trace_text(const Emission& emission, const TraceText& text, mdString& token);
 
-// Adds locals to the method, in the order in which they are asked for. Asking goes on after one
-// that could not be added; the result tells.
-class Locals {
-public:
-    explicit Locals(Emission& emission) : emission_(emission) {}
-
-    template <class... Type>
-    std::uint32_t add(Type... type) {
-        MethodBody& body = emission_.body;
-        const std::uint32_t before = body.local_signature;
-        const std::uint32_t index = body.AddLocal(type...);
-        if (body.local_signature == before) {
-            result_ = emission_.refusal.refuse(L"a local variable cannot be added to it");
-        } else if (index > 0xFF) {
-            result_ = emission_.refusal.refuse(L"it has too many local variables");
-        }
-        return index;
-    }
-
-    [[nodiscard]] HRESULT result() const { return result_; }
-
-private:
-    Emission& emission_;
-    HRESULT result_ = S_OK;
+struct NewLocal {
+    std::uint8_t& index; // is set once the local is there
+    std::uint32_t token_or_element_type;
+    std::uint8_t kind = 0; // as MethodBody::AddLocal takes it; 0 for an element type alone
 };
 
-// Fails if a local or an argument has a number that an instruction cannot hold.
-HRESULT CheckOperands(Emission& emission, const IlBuilder& il);
+// Adds locals to the method, in this order. The first that cannot be added is the last; so is the
+// first with a number that an instruction cannot hold.
+HRESULT add_locals(Emission& emission, std::initializer_list<NewLocal> locals);
+// Adds one for the result.
+HRESULT add_result_local(Emission& emission, std::uint8_t& index);
+
+// The emitters append where the builder stands.
 
 // Loads the receiver, or null for a static method.
-void EmitReceiver(IlBuilder& il, const MethodShape& shape);
+void emit_receiver(const Emission& emission, IlBuilder& il);
 
 // Fills a new object[] with the arguments and keeps it in a local.
-void EmitArgumentArray(IlBuilder& il, const Emission& emission, std::uint32_t array);
+void emit_argument_array(const Emission& emission, IlBuilder& il, std::uint8_t array);
 
 // Makes a block of everything from `first` on: an exception in it is caught, and the text is
 // logged. Either way goes on with what is emitted next.
-void EmitGuard(IlBuilder& il, Emission& emission, Instruction* first, mdString text);
+void emit_guard(const Emission& emission, IlBuilder& il, Instruction* first, mdString text);
 
 } // namespace corvane

@@ -7,12 +7,14 @@ namespace corvane {
 
 namespace {
 
-void emit_result(IlBuilder& il, const PassedValue& result, std::uint32_t return_local) {
-    if (return_local == kNoReturnLocal || result.as == PassedValue::As::kNothing) {
+void emit_result(const Emission& emission, IlBuilder& il,
+                 std::optional<std::uint8_t> return_local) {
+    const PassedValue& result = emission.shape.result;
+    if (!return_local || result.as == PassedValue::As::kNothing) {
         il.ldnull();
         return;
     }
-    il.ldloc_s(return_local);
+    il.ldloc_s(*return_local);
     if (result.as == PassedValue::As::kBoxed) {
         il.box(result.type);
     }
@@ -20,15 +22,15 @@ void emit_result(IlBuilder& il, const PassedValue& result, std::uint32_t return_
 
 } // namespace
 
-HRESULT EmitEpilogue(Emission& emission, IlBuilder& il, std::uint32_t return_local) {
+HRESULT EmitEpilogue(Emission& emission, IlBuilder& il, std::optional<std::uint8_t> return_local) {
     const InstrumentationReferences& to = emission.references;
-    Locals locals(emission);
-    const std::uint32_t array = locals.add(kElementObject, kElementSzArray);
-    const std::uint32_t directives = locals.add(to.directives_type, kElementClass);
+    std::uint8_t array = 0;
+    std::uint8_t directives = 0;
     mdString text = mdStringNil;
-    HRESULT hr = locals.result();
+    HRESULT hr = add_locals(emission, {{array, kElementObject, kElementSzArray},
+                                       {directives, to.directives_type, kElementClass}});
     if (SUCCEEDED(hr)) {
-        hr = DefineTraceText(emission, kEpilogueFailed, text);
+        hr = define_trace_text(emission, kEpilogueFailed, text);
     }
     if (FAILED(hr)) {
         return hr;
@@ -37,13 +39,13 @@ HRESULT EmitEpilogue(Emission& emission, IlBuilder& il, std::uint32_t return_loc
     Instruction* const first = il.ldc_i4(emission.index);
     il.newobj(to.directives_constructor);
     il.stloc_s(directives);
-    EmitReceiver(il, emission.shape);
-    EmitArgumentArray(il, emission, array);
+    emit_receiver(emission, il);
+    emit_argument_array(emission, il, array);
     il.ldloc_s(array);
-    emit_result(il, emission.shape.result, return_local);
+    emit_result(emission, il, return_local);
     il.ldloc_s(directives);
     il.call(to.generic_epilogue);
-    EmitGuard(il, emission, first, text);
+    emit_guard(emission, il, first, text);
     return S_OK;
 }
 

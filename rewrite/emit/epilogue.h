@@ -4,12 +4,13 @@
 
 #include "rewrite/emit/emission.h"
 
+#include <cstdint>
+#include <optional>
+
 namespace corvane {
 
-// In place of the local of a method without a result.
-inline constexpr std::uint32_t kNoReturnLocal = 0xFFFFFFFF;
-
-// Emits where the builder stands. Fails when a local or a text cannot be added to the module.
-HRESULT EmitEpilogue(Emission& emission, IlBuilder& il, std::uint32_t return_local);
+// Emits where the builder stands. A method without a result has no local for it. Fails when a local
+// or a text cannot be added to the module.
+HRESULT EmitEpilogue(Emission& emission, IlBuilder& il, std::optional<std::uint8_t> return_local);
 
 } // namespace corvane

@@ -12,7 +12,7 @@ namespace corvane {
 
 // The exception is thrown by `throw` and not by `rethrow`: the object is the same, its stack trace
 // begins here.
-HRESULT EmitCatchAndThrow(Emission& emission, IlBuilder& il, Instruction* first);
-HRESULT EmitFinally(Emission& emission, IlBuilder& il, Instruction* first);
+HRESULT emit_catch_and_throw(Emission& emission, IlBuilder& il, Instruction* first);
+HRESULT emit_finally(Emission& emission, IlBuilder& il, Instruction* first);
 
 } // namespace corvane

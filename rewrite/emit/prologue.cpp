@@ -3,69 +3,87 @@
 #include "il/element_type.h"
 #include "rewrite/emit/trace_texts.h"
 
+#include <algorithm>
+#include <array>
+
 namespace corvane {
 
 namespace {
 
 struct PrologueLocals {
-    std::uint32_t array = 0;      // object[], the arguments
-    std::uint32_t directives = 0; // InstrumentationDirectives
-    std::uint32_t indexes = 0;    // int32[], of the arguments that were replaced
-    std::uint32_t counter = 0;    // int32, over those
-    std::uint32_t goes_on = 0;    // bool, the loop's condition
-    std::uint32_t index = 0;      // int32, the current one
-    std::uint32_t is_null = 0;    // bool, its value is
+    std::uint8_t array = 0;      // object[], the arguments
+    std::uint8_t directives = 0; // InstrumentationDirectives
+    std::uint8_t indexes = 0;    // int32[], of the arguments that were replaced
+    std::uint8_t counter = 0;    // int32, over those
+    std::uint8_t goes_on = 0;    // bool, the loop's condition
+    std::uint8_t index = 0;      // int32, the current one
+    std::uint8_t is_null = 0;    // bool, its value is
 };
 
-HRESULT add_locals(Emission& emission, PrologueLocals& to) {
-    Locals locals(emission);
-    to.array = locals.add(kElementObject, kElementSzArray);
-    to.directives = locals.add(emission.references.directives_type, kElementClass);
-    to.indexes = locals.add(kElementI4, kElementSzArray);
-    to.counter = locals.add(kElementI4);
-    to.goes_on = locals.add(kElementBoolean);
-    to.index = locals.add(kElementI4);
-    to.is_null = locals.add(kElementBoolean);
-    return locals.result();
+HRESULT add_prologue_locals(Emission& emission, PrologueLocals& to) {
+    return add_locals(emission,
+                      {{to.array, kElementObject, kElementSzArray},
+                       {to.directives, emission.references.directives_type, kElementClass},
+                       {to.indexes, kElementI4, kElementSzArray},
+                       {to.counter, kElementI4},
+                       {to.goes_on, kElementBoolean},
+                       {to.index, kElementI4},
+                       {to.is_null, kElementBoolean}});
 }
 
-// On the method's first call.
-Instruction* emit_registration(IlBuilder& il, const Emission& emission) {
-    const InstrumentationReferences& to = emission.references;
-    Instruction* const first = il.ldc_i4(emission.index);
-    il.call(to.contains_key);
-    Instruction* const is_known = il.brtrue_s();
+struct Step {
+    Opcode opcode;
+    std::uint32_t operand = 0;
+};
 
-    il.ldc_i4(emission.index);
-    il.call(to.get_current_method);
-    il.ldc_i4(static_cast<std::uint32_t>(emission.mode));
-    il.call(to.register_method);
+// What the code begins with: on its first call the method is registered. The branch goes behind it.
+std::array<Step, 7> registration(const InstrumentationReferences& to, std::uint32_t index,
+                                 InstrumentationMode mode) {
+    return {{{Opcode::kLdcI4, index},
+             {Opcode::kCall, to.contains_key},
+             {Opcode::kBrtrueS},
+             {Opcode::kLdcI4, index},
+             {Opcode::kCall, to.get_current_method},
+             {Opcode::kLdcI4, static_cast<std::uint32_t>(mode)},
+             {Opcode::kCall, to.register_method}}};
+}
+
+Instruction* emit_registration(const Emission& emission, IlBuilder& il) {
+    Instruction* first = nullptr;
+    Instruction* is_known = nullptr;
+    for (const auto& [opcode, operand] :
+         registration(emission.references, emission.index, emission.mode)) {
+        Instruction* const emitted = il.emit(opcode, operand);
+        first = first == nullptr ? emitted : first;
+        is_known = opcode == Opcode::kBrtrueS ? emitted : is_known;
+    }
     il.bind(is_known->target);
     return first;
 }
 
-void emit_call(IlBuilder& il, const Emission& emission, const PrologueLocals& locals) {
+void emit_call(const Emission& emission, IlBuilder& il, const PrologueLocals& locals) {
     const InstrumentationReferences& to = emission.references;
     il.ldc_i4(emission.index);
     il.newobj(to.directives_constructor);
     il.stloc_s(locals.directives);
-    EmitReceiver(il, emission.shape);
-    EmitArgumentArray(il, emission, locals.array);
+    emit_receiver(emission, il);
+    emit_argument_array(emission, il, locals.array);
     il.ldloc_s(locals.array);
     il.ldloc_s(locals.directives);
     il.call(to.generic_prologue);
 }
 
 // Goes on behind it unless the current index is the parameter's and its new value is not null.
-void emit_write_back_of(IlBuilder& il, const Emission& emission, const PrologueLocals& locals,
-                        std::uint32_t parameter) {
+void emit_write_back_of(const Emission& emission, IlBuilder& il, const PrologueLocals& locals,
+                        std::size_t parameter) {
+    const auto number = static_cast<std::int8_t>(parameter);
     const PassedValue& value = emission.shape.parameters[parameter];
     il.ldloc_s(locals.index);
-    il.ldc_i4_s(parameter);
+    il.ldc_i4_s(number);
     Instruction* const is_another = il.bne_un_s();
 
     il.ldloc_s(locals.array);
-    il.ldc_i4_s(parameter);
+    il.ldc_i4_s(number);
     il.ldelem_ref();
     il.ldnull();
     il.ceq();
@@ -74,7 +92,7 @@ void emit_write_back_of(IlBuilder& il, const Emission& emission, const PrologueL
     Instruction* const is_null = il.brtrue_s();
 
     il.ldloc_s(locals.array);
-    il.ldc_i4_s(parameter);
+    il.ldc_i4_s(number);
     il.ldelem_ref();
     if (value.unboxed_back) {
         il.unbox_any(value.type);
@@ -86,7 +104,7 @@ void emit_write_back_of(IlBuilder& il, const Emission& emission, const PrologueL
     il.bind(is_null->target);
 }
 
-void emit_write_back(IlBuilder& il, const Emission& emission, const PrologueLocals& locals) {
+void emit_write_back(const Emission& emission, IlBuilder& il, const PrologueLocals& locals) {
     il.ldloc_s(locals.directives);
     il.callvirt(emission.references.get_indexes);
     il.stloc_s(locals.indexes);
@@ -99,9 +117,9 @@ void emit_write_back(IlBuilder& il, const Emission& emission, const PrologueLoca
     il.ldloc_s(locals.counter);
     il.ldelem_i4();
     il.stloc_s(locals.index);
-    for (std::uint32_t i = 0; i < emission.shape.parameters.size(); ++i) {
+    for (std::size_t i = 0; i < emission.shape.parameters.size(); ++i) {
         if (emission.shape.parameters[i].replaceable) {
-            emit_write_back_of(il, emission, locals, i);
+            emit_write_back_of(emission, il, locals, i);
         }
     }
     il.ldloc_s(locals.counter);
@@ -122,22 +140,33 @@ void emit_write_back(IlBuilder& il, const Emission& emission, const PrologueLoca
 
 } // namespace
 
-HRESULT EmitPrologue(Emission& emission, Instruction* own_code) {
+HRESULT EmitPrologue(Emission& emission, IlBuilder& il) {
     PrologueLocals locals;
     mdString text = mdStringNil;
-    HRESULT hr = add_locals(emission, locals);
+    HRESULT hr = add_prologue_locals(emission, locals);
     if (SUCCEEDED(hr)) {
-        hr = DefineTraceText(emission, kPrologueFailed, text);
+        hr = define_trace_text(emission, kPrologueFailed, text);
     }
     if (FAILED(hr)) {
         return hr;
     }
-    IlBuilder il(emission.body, own_code);
-    Instruction* const first = emit_registration(il, emission);
-    emit_call(il, emission, locals);
-    emit_write_back(il, emission, locals);
-    EmitGuard(il, emission, first, text);
-    return CheckOperands(emission, il);
+    Instruction* const first = emit_registration(emission, il);
+    emit_call(emission, il, locals);
+    emit_write_back(emission, il, locals);
+    emit_guard(emission, il, first, text);
+    return S_OK;
+}
+
+bool is_instrumented(const MethodBody& body, const InstrumentationReferences& references) {
+    auto instruction = body.begin();
+    return std::ranges::all_of(registration(references, {}, {}), [&](const Step& expected) {
+        if (instruction == body.end()) {
+            return false;
+        }
+        const Instruction& found = *instruction++;
+        return found.opcode == expected.opcode &&
+               (expected.opcode != Opcode::kCall || found.immediate == expected.operand);
+    });
 }
 
 } // namespace corvane

@@ -6,7 +6,11 @@
 
 namespace corvane {
 
-// Inserts in front of `own_code`. Fails when a local or a text cannot be added to the module.
-HRESULT EmitPrologue(Emission& emission, Instruction* own_code);
+// Emits where the builder stands. Fails when a local or a text cannot be added to the module.
+HRESULT EmitPrologue(Emission& emission, IlBuilder& il);
+
+// Whether the body begins with such code. Which index and mode it was given does not matter.
+[[nodiscard]] bool is_instrumented(const MethodBody& body,
+                                   const InstrumentationReferences& references);
 
 } // namespace corvane

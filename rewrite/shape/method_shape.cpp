@@ -70,8 +70,6 @@ public:
     ShapeReader(const ShapeSource& source, Refusal& refusal) : source_(source), refusal_(refusal) {}
 
     HRESULT read(MethodShape& shape) {
-        constexpr std::size_t kMostParameters = 127; // ldc.i4.s counts no further
-
         const method_info& method = source_.method;
         MethodSignature signature;
         if (!read_method_signature({method.signature, method.signature_size}, signature)) {

@@ -10,6 +10,7 @@
 #include "rewrite/shape/refusal.h"
 #include "selection/method_info.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -29,17 +30,20 @@ struct PassedValue {
     mdToken type = mdTokenNil; // nil: no cast
 };
 
+// ldc.i4.s counts no further.
+inline constexpr std::size_t kMostParameters = 127;
+
 struct MethodShape {
     bool has_this = false;
     mdToken boxed_receiver = mdTokenNil; // the receiver is a reference to a value of this type
-    std::vector<PassedValue> parameters;
+    std::vector<PassedValue> parameters; // kMostParameters at most
     bool returns_value = false;
     PassedValue result;
     std::span<const std::uint8_t> result_type; // the blob of its type, for a local
 
     // The receiver comes first.
-    [[nodiscard]] std::uint32_t argument_number(std::size_t parameter) const {
-        return static_cast<std::uint32_t>(parameter) + (has_this ? 1 : 0);
+    [[nodiscard]] std::uint8_t argument_number(std::size_t parameter) const {
+        return static_cast<std::uint8_t>(parameter + (has_this ? 1 : 0));
     }
 };
 

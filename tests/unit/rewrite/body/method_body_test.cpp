@@ -161,7 +161,6 @@ TEST(IlBuilder, EmitsEveryInstruction) {
     il.throw_();
     il.endfinally();
     il.ret();
-    EXPECT_TRUE(il.in_range());
     const Bytes expected = {0x00, 0x26, 0x14, 0x16, 0x17,                               //
                             0x20, 0x04, 0x03, 0x02, 0x01, 0x1F, 0x7F,                   //
                             0x72, 0x01, 0x00, 0x00, 0x70,                               //
@@ -194,23 +193,61 @@ TEST(IlBuilder, BindsForwardReferencesToWhatFollows) {
     EXPECT_THAT(code_of(body), ElementsAre(0x2D, 0x02, 0xDE, 0x02, 0x00, 0x26, 0x2A));
 }
 
-TEST(IlBuilder, NeverWrapsANumber) {
-    using Emit = Instruction* (IlBuilder::*)(std::uint32_t);
-    const std::pair<Emit, std::uint32_t> limits[] = {{&IlBuilder::ldarg_s, 255},
-                                                     {&IlBuilder::starg_s, 255},
-                                                     {&IlBuilder::ldloc_s, 255},
-                                                     {&IlBuilder::stloc_s, 255},
-                                                     {&IlBuilder::ldc_i4_s, 127}};
-    for (const auto& [emit, limit] : limits) {
-        MethodBody body;
-        IlBuilder il(body, body.sentinel());
-        (il.*emit)(limit);
-        EXPECT_TRUE(il.in_range());
-        (il.*emit)(limit + 1);
-        EXPECT_FALSE(il.in_range());
-        (il.*emit)(0);
-        EXPECT_FALSE(il.in_range());
-    }
+TEST(IlBuilder, WritesAByteAsItIs) {
+    MethodBody body;
+    IlBuilder il(body, body.sentinel());
+    il.ldarg_s(255);
+    il.starg_s(255);
+    il.ldloc_s(255);
+    il.stloc_s(255);
+    il.ldc_i4_s(127);
+    il.ldc_i4_s(-1);
+    EXPECT_THAT(code_of(body), ElementsAre(0x0E, 0xFF, 0x10, 0xFF, 0x11, 0xFF, 0x13, 0xFF, 0x1F,
+                                           0x7F, 0x1F, 0xFF));
+}
+
+TEST(IlBuilder, MakesABlockWithACatchHandlerThatGoesOnBehindBoth) {
+    MethodBody body;
+    Instruction* const anchor = body.insert_before(body.sentinel(), Opcode::kRet);
+    IlBuilder il(body, anchor);
+    Instruction* const first = il.nop();
+    const ProtectedBlock block = il.begin_handler(first);
+    Instruction* const handler = il.pop();
+    il.leave_handler(block, 0x01000007);
+    Instruction* const behind = il.nop();
+    EXPECT_THAT(code_of(body), ElementsAre(0x00, 0xDE, 0x03, 0x26, 0xDE, 0x00, 0x00, 0x2A));
+    ASSERT_EQ(body.clauses.size(), 1u);
+    const ExceptionClause& clause = body.clauses[0];
+    EXPECT_EQ(clause.flags, kClauseCatch);
+    EXPECT_EQ(clause.try_first, first);
+    EXPECT_EQ(clause.try_end, handler);
+    EXPECT_EQ(clause.handler_first, handler);
+    EXPECT_EQ(*clause.handler_end, behind);
+    EXPECT_EQ(clause.class_token, 0x01000007u);
+}
+
+// The handler of the outer block holds the inner one and ends by itself.
+TEST(IlBuilder, NestsBlocks) {
+    MethodBody body;
+    Instruction* const anchor = body.insert_before(body.sentinel(), Opcode::kRet);
+    IlBuilder il(body, anchor);
+    const ProtectedBlock outer = il.begin_handler(il.nop());
+    Instruction* const inner_first = il.nop();
+    const ProtectedBlock inner = il.begin_handler(inner_first);
+    il.pop();
+    il.leave_handler(inner, 0x01000007);
+    Instruction* const behind_inner = il.nop();
+    il.endfinally();
+    il.end_handler(outer, kClauseFinally);
+    EXPECT_THAT(code_of(body), ElementsAre(0x00, 0xDE, 0x08, 0x00, 0xDE, 0x03, 0x26, 0xDE, 0x00,
+                                           0x00, 0xDC, 0x2A));
+    ASSERT_EQ(body.clauses.size(), 2u);
+    EXPECT_EQ(body.clauses[0].try_first, inner_first);
+    EXPECT_EQ(*body.clauses[0].handler_end, behind_inner);
+    EXPECT_EQ(body.clauses[1].flags, kClauseFinally);
+    EXPECT_EQ(body.clauses[1].handler_first, inner_first);
+    EXPECT_EQ(*body.clauses[1].handler_end, anchor);
+    EXPECT_EQ(body.clauses[1].class_token, 0u);
 }
 
 } // namespace
