@@ -1,7 +1,7 @@
 // The one bounded reader of everything that comes in as raw metadata or IL: signatures, bodies,
 // sections. It compares a length with what is left, so that no pointer past the end is ever formed.
-// A read that fails moves nothing and leaves its result alone. It owns no bytes; a value is used by
-// one thread.
+// A read that fails gives nothing and moves nothing. It owns no bytes; a value is used by one
+// thread.
 #pragma once
 
 #include <bit>
@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <span>
 
 namespace corvane {
@@ -34,38 +35,37 @@ public:
         return true;
     }
 
-    // A little-endian integer as wide as the variable that takes it.
+    // A little-endian integer.
     template <std::integral T>
-    [[nodiscard]] bool read(T& value) {
+    [[nodiscard]] std::optional<T> read() {
         static_assert(std::endian::native == std::endian::little);
         if (sizeof(T) > remaining()) {
-            return false;
+            return std::nullopt;
         }
+        T value{};
         std::memcpy(&value, cursor_, sizeof(T));
         cursor_ += sizeof(T);
-        return true;
+        return value;
     }
 
     // A compressed unsigned integer (ECMA-335 II.23.2): 0xxxxxxx, 10xxxxxx and one byte more, or
     // 110xxxxx and three more, most significant byte first. An encoding longer than necessary is
     // accepted.
-    [[nodiscard]] bool read_compressed(std::uint32_t& value) {
-        std::uint8_t lead = 0;
-        ByteReader ahead = *this;
-        if (!ahead.read(lead) || lead >= 0xE0) {
-            return false;
+    [[nodiscard]] std::optional<std::uint32_t> read_compressed() {
+        if (remaining() == 0 || *cursor_ >= 0xE0) {
+            return std::nullopt;
         }
+        const std::uint8_t lead = *cursor_;
         const std::size_t more = lead < 0x80 ? 0 : lead < 0xC0 ? 1 : 3;
-        if (more > ahead.remaining()) {
-            return false;
+        if (1 + more > remaining()) {
+            return std::nullopt;
         }
-        std::uint32_t bits = lead & (more == 0 ? 0x7Fu : more == 1 ? 0x3Fu : 0x1Fu);
-        for (std::size_t i = 0; i < more; ++i) {
-            bits = bits << 8 | ahead.cursor_[i];
+        std::uint32_t value = lead & (more == 0 ? 0x7Fu : more == 1 ? 0x3Fu : 0x1Fu);
+        for (std::size_t i = 1; i <= more; ++i) {
+            value = value << 8 | cursor_[i];
         }
         cursor_ += 1 + more;
-        value = bits;
-        return true;
+        return value;
     }
 
 private:

@@ -54,21 +54,23 @@ ExceptionTables exception_tables(Bytes body, const MethodHeader& header) {
     bool more = header.has_sections();
     while (more) {
         ByteReader reader(clipped(body, offset, body.size()));
-        SectionHeader section;
-        if (!decode_section(reader, section)) {
+        const auto section = decode_section(reader);
+        if (!section) {
             break;
         }
-        if (section.is_exception_table()) {
+        if (section->is_exception_table()) {
             tables.present = true;
-            ClauseRecord clause;
-            for (std::uint32_t left = section.clause_count();
-                 left != 0 && decode_clause(reader, section.is_fat(), clause); --left) {
-                tables.clauses.push_back(clause);
+            for (std::uint32_t left = section->clause_count(); left != 0; --left) {
+                const auto clause = decode_clause(reader, section->is_fat());
+                if (!clause) {
+                    break;
+                }
+                tables.clauses.push_back(*clause);
             }
         }
         // A section that claims to be smaller than its header would never end.
-        offset = aligned_section(offset + std::max(section.data_size, kSectionHeaderSize));
-        more = section.has_successor();
+        offset = aligned_section(offset + std::max(section->data_size, kSectionHeaderSize));
+        more = section->has_successor();
     }
     return tables;
 }
@@ -157,19 +159,18 @@ std::wstring dumpBody(const std::uint8_t* body, std::uint32_t length) {
     const Bytes bytes(body, length);
     std::string text = format("(%u bytes)\n    ", length) + hex_list(bytes) + "\n    ";
     ByteReader reader(bytes);
-    MethodHeader header;
-    if (decode_header(reader, header)) {
-        text += "Header type: " + header_text(header);
-        text += format("Code section (%u bytes): ", header.code_size);
-        text += hex_list(bytes.subspan(header.code_offset(), header.code_size)) + "\n";
-        const std::uint32_t excess = header.code_size % kSectionAlignment;
-        if (!header.tiny && excess != 0) {
+    if (const auto header = decode_header(reader)) {
+        text += "Header type: " + header_text(*header);
+        text += format("Code section (%u bytes): ", header->code_size);
+        text += hex_list(bytes.subspan(header->code_offset(), header->code_size)) + "\n";
+        const std::uint32_t excess = header->code_size % kSectionAlignment;
+        if (!header->tiny && excess != 0) {
             // Padding is shown as zeros, whatever it holds.
             const std::vector<std::uint8_t> padding(kSectionAlignment - excess);
             text += format("    Code section padded by %u bytes: ", kSectionAlignment - excess);
             text += hex_list(padding) + "\n";
         }
-        for (const ClauseRecord& clause : exception_tables(bytes, header).clauses) {
+        for (const ClauseRecord& clause : exception_tables(bytes, *header).clauses) {
             text += clause_text(clause);
         }
     }
@@ -178,18 +179,18 @@ std::wstring dumpBody(const std::uint8_t* body, std::uint32_t length) {
 
 void list_body(std::span<const std::uint8_t> body, const ListingSink& sink) {
     ByteReader reader(body);
-    MethodHeader header;
-    if (!decode_header(reader, header)) {
+    const auto header = decode_header(reader);
+    if (!header) {
         return;
     }
-    const std::size_t code = header.code_offset();
+    const std::size_t code = header->code_offset();
     sink("Code section:\n");
-    walk(body, code, header.code_size,
+    walk(body, code, header->code_size,
          [&sink](unsigned offset, const OpcodeInfo& opcode, Bytes bytes) {
              sink(format(" IL_%04x: %s \t\t %s\n", offset, opcode.name, hex_list(bytes).c_str()));
          });
     sink("Exception handling section:\n");
-    const ExceptionTables tables = exception_tables(body, header);
+    const ExceptionTables tables = exception_tables(body, *header);
     if (!tables.present) {
         sink("<empty>");
         return;

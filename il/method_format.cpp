@@ -8,42 +8,49 @@ namespace {
 
 constexpr int kHeaderSizeShift = 12; // the top four bits of the flags word count 4-byte words
 
-template <typename Offset, typename Length>
-bool decode_range(ByteReader& reader, std::uint32_t& offset, std::uint32_t& length) {
-    Offset raw_offset = 0;
-    Length raw_length = 0;
-    if (!reader.read(raw_offset) || !reader.read(raw_length)) {
-        return false;
+// The reader has room for all of it.
+template <typename Flags, typename Offset, typename Length>
+ClauseRecord decode_clause_as(ByteReader& reader) {
+    ClauseRecord clause;
+    clause.flags = *reader.read<Flags>();
+    clause.try_offset = *reader.read<Offset>();
+    clause.try_length = *reader.read<Length>();
+    clause.handler_offset = *reader.read<Offset>();
+    clause.handler_length = *reader.read<Length>();
+    clause.token_or_filter = *reader.read<std::uint32_t>();
+    return clause;
+}
+
+std::optional<MethodHeader> decode_fat_header(ByteReader& reader) {
+    if (reader.remaining() < kFatHeaderSize) {
+        return std::nullopt;
     }
-    offset = raw_offset;
-    length = raw_length;
-    return true;
+    MethodHeader header;
+    header.flags = *reader.read<std::uint16_t>();
+    header.max_stack = *reader.read<std::uint16_t>();
+    header.code_size = *reader.read<std::uint32_t>();
+    header.local_signature = *reader.read<std::uint32_t>();
+    return header.flags >> kHeaderSizeShift == kFatHeaderSize / 4 ? std::optional(header)
+                                                                  : std::nullopt;
+}
+
+std::optional<MethodHeader> decode_tiny_header(ByteReader& reader) {
+    MethodHeader header;
+    header.tiny = true;
+    header.max_stack = kTinyMaxStack;
+    header.code_size = *reader.read<std::uint8_t>() >> 2;
+    return header;
 }
 
 } // namespace
 
-bool decode_header(ByteReader& reader, MethodHeader& header) {
-    header = {};
-    std::uint8_t first = 0;
-    if (!ByteReader(reader).read(first)) {
-        return false;
-    }
-    switch (first & header_flag::kFormatMask) {
-    case header_flag::kTinyFormat:
-        header.tiny = true;
-        header.max_stack = kTinyMaxStack;
-        header.code_size = first >> 2;
-        return reader.skip(kTinyHeaderSize) && header.code_size <= reader.remaining();
-    case header_flag::kFatFormat:
-        if (!reader.read(header.flags) || !reader.read(header.max_stack) ||
-            !reader.read(header.code_size) || !reader.read(header.local_signature)) {
-            return false;
-        }
-        return header.flags >> kHeaderSizeShift == kFatHeaderSize / 4 &&
-               header.code_size <= reader.remaining();
-    default:
-        return false;
-    }
+std::optional<MethodHeader> decode_header(ByteReader& reader) {
+    const auto first = ByteReader(reader).read<std::uint8_t>();
+    const unsigned format = first.value_or(0) & header_flag::kFormatMask;
+    const auto header = format == header_flag::kTinyFormat  ? decode_tiny_header(reader)
+                        : format == header_flag::kFatFormat ? decode_fat_header(reader)
+                                                            : std::nullopt;
+    return header && header->code_size <= reader.remaining() ? header : std::nullopt;
 }
 
 void encode_header(ByteWriter& writer, const MethodHeader& header) {
@@ -59,14 +66,15 @@ void encode_header(ByteWriter& writer, const MethodHeader& header) {
     writer.write(header.local_signature);
 }
 
-bool decode_section(ByteReader& reader, SectionHeader& section) {
-    std::uint32_t word = 0;
-    if (!reader.read(word)) {
-        return false;
+std::optional<SectionHeader> decode_section(ByteReader& reader) {
+    const auto word = reader.read<std::uint32_t>();
+    if (!word) {
+        return std::nullopt;
     }
-    section.flags = static_cast<std::uint8_t>(word);
-    section.data_size = section.is_fat() ? word >> 8 : word >> 8 & 0xFF;
-    return true;
+    SectionHeader section;
+    section.flags = static_cast<std::uint8_t>(*word);
+    section.data_size = section.is_fat() ? *word >> 8 : *word >> 8 & 0xFF;
+    return section;
 }
 
 void encode_section(ByteWriter& writer, std::uint32_t clause_count) {
@@ -74,25 +82,12 @@ void encode_section(ByteWriter& writer, std::uint32_t clause_count) {
     writer.write((clause_count * kFatClauseSize + kSectionHeaderSize) << 8 | kFatTable);
 }
 
-bool decode_clause(ByteReader& reader, bool fat, ClauseRecord& clause) {
-    if (fat) {
-        return reader.read(clause.flags) &&
-               decode_range<std::uint32_t, std::uint32_t>(reader, clause.try_offset,
-                                                          clause.try_length) &&
-               decode_range<std::uint32_t, std::uint32_t>(reader, clause.handler_offset,
-                                                          clause.handler_length) &&
-               reader.read(clause.token_or_filter);
+std::optional<ClauseRecord> decode_clause(ByteReader& reader, bool fat) {
+    if (reader.remaining() < (fat ? kFatClauseSize : kSmallClauseSize)) {
+        return std::nullopt;
     }
-    std::uint16_t flags = 0;
-    if (!reader.read(flags)) {
-        return false;
-    }
-    clause.flags = flags;
-    return decode_range<std::uint16_t, std::uint8_t>(reader, clause.try_offset,
-                                                     clause.try_length) &&
-           decode_range<std::uint16_t, std::uint8_t>(reader, clause.handler_offset,
-                                                     clause.handler_length) &&
-           reader.read(clause.token_or_filter);
+    return fat ? decode_clause_as<std::uint32_t, std::uint32_t, std::uint32_t>(reader)
+               : decode_clause_as<std::uint16_t, std::uint16_t, std::uint8_t>(reader);
 }
 
 void encode_clause(ByteWriter& writer, const ClauseRecord& clause) {

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace corvane {
 
@@ -47,8 +48,8 @@ struct MethodHeader {
     }
 };
 
-// Leaves the reader at the code. False for an unknown format, or if the code does not fit.
-[[nodiscard]] bool decode_header(ByteReader& reader, MethodHeader& header);
+// Leaves the reader at the code. Nothing for an unknown format, or if the code does not fit.
+[[nodiscard]] std::optional<MethodHeader> decode_header(ByteReader& reader);
 void encode_header(ByteWriter& writer, const MethodHeader& header);
 
 namespace section_flag {
@@ -79,7 +80,7 @@ struct SectionHeader {
 };
 
 // The reader stands on a section and is left behind its four header bytes.
-[[nodiscard]] bool decode_section(ByteReader& reader, SectionHeader& section);
+[[nodiscard]] std::optional<SectionHeader> decode_section(ByteReader& reader);
 // A fat exception table of up to kMaxClauses clauses.
 void encode_section(ByteWriter& writer, std::uint32_t clause_count);
 
@@ -105,7 +106,7 @@ struct ClauseRecord {
     std::uint32_t token_or_filter = 0; // class token, or offset of the filter
 };
 
-[[nodiscard]] bool decode_clause(ByteReader& reader, bool fat, ClauseRecord& clause);
+[[nodiscard]] std::optional<ClauseRecord> decode_clause(ByteReader& reader, bool fat);
 void encode_clause(ByteWriter& writer, const ClauseRecord& clause);
 
 } // namespace corvane

@@ -23,22 +23,22 @@ bool SigParser::Parse(const std::uint8_t* blob, std::uint32_t length) {
     cursor = blob;
     sigEnd = blob + length;
 
-    std::uint8_t first = 0;
-    if (!read_byte(first)) {
+    const auto first = read_byte();
+    if (!first) {
         return false;
     }
-    const std::uint8_t kind = first & kKindMask;
+    const std::uint8_t kind = *first & kKindMask;
     if (kind <= kVarArg) {
-        hasThis = (first & kHasThis) != 0;
-        return parse_method(first);
+        hasThis = (*first & kHasThis) != 0;
+        return parse_method(*first);
     }
     switch (kind) {
     case kField:
-        return parse_field(first);
+        return parse_field(*first);
     case kLocals:
-        return parse_locals(first);
+        return parse_locals(*first);
     case kProperty:
-        return parse_property(first);
+        return parse_property(*first);
     default:
         return false;
     }
@@ -46,17 +46,18 @@ bool SigParser::Parse(const std::uint8_t* blob, std::uint32_t length) {
 
 bool SigParser::parse_method(std::uint8_t convention) {
     on_begin_method(convention);
-    std::uint32_t count = 0;
     if ((convention & kGeneric) != 0) {
-        if (!read_compressed(count)) {
+        const auto generic_count = read_compressed();
+        if (!generic_count) {
             return false;
         }
-        on_generic_param_count(count);
+        on_generic_param_count(*generic_count);
     }
-    if (!read_compressed(count)) {
+    const auto count = read_compressed();
+    if (!count) {
         return false;
     }
-    on_param_count(count);
+    on_param_count(*count);
     if (!parse_return_type()) {
         return false;
     }
@@ -64,7 +65,7 @@ bool SigParser::parse_method(std::uint8_t convention) {
     // Nothing is reserved for the count: it is the blob's claim, which only the bytes that follow
     // make good.
     bool sentinel_met = false;
-    for (std::uint32_t i = 0; i < count; ++i) {
+    for (std::uint32_t i = 0; i < *count; ++i) {
         if (next_is(kElementSentinel)) {
             if (sentinel_met) {
                 return false;
@@ -137,12 +138,12 @@ bool SigParser::parse_field(std::uint8_t kind) {
 
 bool SigParser::parse_locals(std::uint8_t kind) {
     on_begin_locals(kind);
-    std::uint32_t count = 0;
-    if (!read_compressed(count)) {
+    const auto count = read_compressed();
+    if (!count) {
         return false;
     }
-    on_local_count(count);
-    for (std::uint32_t i = 0; i < count; ++i) {
+    on_local_count(*count);
+    for (std::uint32_t i = 0; i < *count; ++i) {
         if (!parse_local()) {
             return false;
         }
@@ -177,17 +178,17 @@ bool SigParser::parse_local() {
 
 bool SigParser::parse_property(std::uint8_t kind) {
     on_begin_property(kind);
-    std::uint32_t count = 0;
-    if (!read_compressed(count)) {
+    const auto count = read_compressed();
+    if (!count) {
         return false;
     }
-    on_param_count(count);
+    on_param_count(*count);
     if (!parse_custom_modifiers()) {
         return false;
     }
     // The property's own type is taken for the first of the counted parameters, so the last one
     // stays unread.
-    for (std::uint32_t i = 0; i < count; ++i) {
+    for (std::uint32_t i = 0; i < *count; ++i) {
         if (!parse_param()) {
             return false;
         }
@@ -199,12 +200,11 @@ bool SigParser::parse_property(std::uint8_t kind) {
 bool SigParser::parse_custom_modifiers() {
     while (next_is(kElementCModReqd) || next_is(kElementCModOpt)) {
         const std::uint8_t type = *cursor++;
-        std::uint32_t table = 0;
-        std::uint32_t row = 0;
-        if (!read_token(table, row)) {
+        const auto token = read_token();
+        if (!token) {
             return false;
         }
-        on_custom_modifier(type, table, row);
+        on_custom_modifier(type, token->tag, token->row);
     }
     return true;
 }
@@ -223,12 +223,12 @@ bool SigParser::parse_type() {
     }
     ++depth_;
     on_begin_type();
-    std::uint8_t type = 0;
-    if (!read_byte(type)) {
+    const auto type = read_byte();
+    if (!type) {
         return false;
     }
-    current.elementType = type;
-    if (!parse_type_after(type)) {
+    current.elementType = *type;
+    if (!parse_type_after(*type)) {
         return false;
     }
     on_end_type();
@@ -276,23 +276,26 @@ bool SigParser::parse_type_after(std::uint8_t type) {
         } else {
             on_class(type);
         }
-        if (!read_token(current.tokenTable, current.tokenRow)) {
+        const auto token = read_token();
+        if (!token) {
             return false;
         }
+        current.tokenTable = token->tag;
+        current.tokenRow = token->row;
         on_type_def_or_ref(current.tokenTable, current.tokenRow);
         return true;
     }
 
     case kElementVar:
     case kElementMVar: {
-        std::uint32_t number = 0;
-        if (!read_compressed(number)) {
+        const auto number = read_compressed();
+        if (!number) {
             return false;
         }
         if (type == kElementVar) {
-            on_type_variable(number);
+            on_type_variable(*number);
         } else {
-            on_method_variable(number);
+            on_method_variable(*number);
         }
         return true;
     }
@@ -314,8 +317,8 @@ bool SigParser::parse_type_after(std::uint8_t type) {
         // The inner signature goes into the same summary: its parameters join the list, ahead of
         // the one that they belong to, and its return type replaces the method's.
         on_function_pointer(type);
-        std::uint8_t convention = 0;
-        return read_byte(convention) && parse_method(convention);
+        const auto convention = read_byte();
+        return convention && parse_method(*convention);
     }
 
     default:
@@ -325,33 +328,36 @@ bool SigParser::parse_type_after(std::uint8_t type) {
 
 bool SigParser::parse_array_shape() {
     on_begin_array_shape();
-    std::uint32_t value = 0;
-    if (!read_compressed(value)) {
+    const auto rank = read_compressed();
+    if (!rank) {
         return false;
     }
-    on_rank(value);
+    on_rank(*rank);
 
-    std::uint32_t count = 0;
-    if (!read_compressed(count)) {
+    const auto size_count = read_compressed();
+    if (!size_count) {
         return false;
     }
-    on_size_count(count);
-    for (std::uint32_t i = 0; i < count; ++i) {
-        if (!read_compressed(value)) {
+    on_size_count(*size_count);
+    for (std::uint32_t i = 0; i < *size_count; ++i) {
+        const auto size = read_compressed();
+        if (!size) {
             return false;
         }
-        on_size(value);
+        on_size(*size);
     }
 
-    if (!read_compressed(count)) {
+    const auto bound_count = read_compressed();
+    if (!bound_count) {
         return false;
     }
-    on_lower_bound_count(count);
-    for (std::uint32_t i = 0; i < count; ++i) {
-        if (!read_compressed(value)) {
+    on_lower_bound_count(*bound_count);
+    for (std::uint32_t i = 0; i < *bound_count; ++i) {
+        const auto bound = read_compressed();
+        if (!bound) {
             return false;
         }
-        on_lower_bound(value);
+        on_lower_bound(*bound);
     }
     on_end_array_shape();
     return true;
@@ -360,28 +366,27 @@ bool SigParser::parse_array_shape() {
 bool SigParser::parse_generic_inst() {
     const std::uint8_t* const start = cursor - 1;
     current.genericStart = start;
-    std::uint8_t kind = 0;
-    if (!read_byte(kind) || (kind != kElementValueType && kind != kElementClass)) {
+    const auto kind = read_byte();
+    if (kind != kElementValueType && kind != kElementClass) {
         return false;
     }
     current.isGenericInst = 1;
-    current.genericKind = kind;
+    current.genericKind = *kind;
 
-    std::uint32_t table = 0;
-    std::uint32_t row = 0;
-    std::uint32_t argument_count = 0;
-    if (!read_token(table, row) || !read_compressed(argument_count)) {
+    const auto token = read_token();
+    const auto argument_count = token ? read_compressed() : std::nullopt;
+    if (!argument_count) {
         return false;
     }
-    on_generic_inst(kind, table, row, argument_count);
-    for (std::uint32_t i = 0; i < argument_count; ++i) {
+    on_generic_inst(*kind, token->tag, token->row, *argument_count);
+    for (std::uint32_t i = 0; i < *argument_count; ++i) {
         if (!parse_type()) {
             return false;
         }
     }
     // What stood among the arguments has left its own marks; callers want the whole.
     current.isGenericInst = 1;
-    current.genericKind = kind;
+    current.genericKind = *kind;
     current.genericStart = start;
     current.genericLength = static_cast<std::uint32_t>(cursor - start);
     return true;
@@ -391,28 +396,23 @@ bool SigParser::next_is(std::uint8_t type) const {
     return cursor != sigEnd && *cursor == type;
 }
 
-bool SigParser::read_byte(std::uint8_t& byte) {
+std::optional<std::uint8_t> SigParser::read_byte() {
     ByteReader reader(cursor, sigEnd);
-    const bool done = reader.read(byte);
+    const auto byte = reader.read<std::uint8_t>();
     cursor = reader.cursor();
-    return done;
+    return byte;
 }
 
-bool SigParser::read_compressed(std::uint32_t& value) {
+std::optional<std::uint32_t> SigParser::read_compressed() {
     ByteReader reader(cursor, sigEnd);
-    const bool done = reader.read_compressed(value);
+    const auto value = reader.read_compressed();
     cursor = reader.cursor();
-    return done;
+    return value;
 }
 
-bool SigParser::read_token(std::uint32_t& table, std::uint32_t& row) {
-    std::uint32_t coded = 0;
-    if (!read_compressed(coded)) {
-        return false;
-    }
-    table = coded & 3;
-    row = coded >> 2;
-    return true;
+std::optional<CodedToken> SigParser::read_token() {
+    const auto coded = read_compressed();
+    return coded ? std::optional(split_coded_token(*coded)) : std::nullopt;
 }
 
 } // namespace corvane

@@ -5,7 +5,10 @@
 // thread.
 #pragma once
 
+#include "il/token_compression.h"
+
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace corvane {
@@ -115,9 +118,9 @@ private:
     bool parse_generic_inst();
 
     [[nodiscard]] bool next_is(std::uint8_t type) const;
-    bool read_byte(std::uint8_t& byte);
-    bool read_compressed(std::uint32_t& value);
-    bool read_token(std::uint32_t& table, std::uint32_t& row);
+    std::optional<std::uint8_t> read_byte();
+    std::optional<std::uint32_t> read_compressed();
+    std::optional<CodedToken> read_token();
 
     unsigned depth_ = 0;
 };

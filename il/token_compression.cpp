@@ -1,65 +1,56 @@
 #include "il/token_compression.h"
 
+#include "il/byte_writer.h"
+
+#include <algorithm>
+#include <vector>
+
 namespace corvane {
 
 namespace {
 
-constexpr std::uint32_t kLimitOfOneByte = 0x80;
-constexpr std::uint32_t kLimitOfTwoBytes = 0x4000;
+constexpr std::size_t kTwoBytes = 2;
 
-std::uint32_t coded_or_zero(std::uint32_t token) {
-    return coded_type_token(token).value_or(0);
-}
-
-CompressedToken one_byte(std::uint32_t coded) {
-    return {{static_cast<std::uint8_t>(coded)}, 1};
-}
-
-CompressedToken two_bytes(std::uint32_t coded) {
-    return {{static_cast<std::uint8_t>(coded >> 8 | 0x80), static_cast<std::uint8_t>(coded)}, 2};
-}
-
-CompressedToken four_bytes(std::uint32_t coded, std::uint8_t size) {
-    return {{static_cast<std::uint8_t>(coded >> 24 | 0xC0), static_cast<std::uint8_t>(coded >> 16),
-             static_cast<std::uint8_t>(coded >> 8), static_cast<std::uint8_t>(coded)},
-            size};
-}
-
-CompressedToken compress(std::uint32_t coded, std::uint8_t size_of_long_ones = 4) {
-    return coded < kLimitOfOneByte    ? one_byte(coded)
-           : coded < kLimitOfTwoBytes ? two_bytes(coded)
-                                      : four_bytes(coded, size_of_long_ones);
-}
+// In the order of their tags. The last one is the base type's, which is written and never read.
+constexpr std::uint32_t kTables[] = {0x02, 0x01, 0x1B, 0x72};
+constexpr std::uint32_t kReadTables = 3;
 
 } // namespace
 
 std::optional<std::uint32_t> coded_type_token(std::uint32_t token) {
-    const std::uint32_t row = token & 0x00FFFFFF;
-    switch (token >> 24) {
-    case 0x02: // TypeDef
-        return row << 2;
-    case 0x01: // TypeRef
-        return row << 2 | 1;
-    case 0x1B: // TypeSpec
-        return row << 2 | 2;
-    case 0x72: // base type
-        return row << 2 | 3;
-    default:
+    const auto* const table = std::ranges::find(kTables, token >> 24);
+    if (table == std::end(kTables)) {
         return std::nullopt;
     }
+    const auto tag = static_cast<std::uint32_t>(table - std::begin(kTables));
+    return (token & 0x00FFFFFF) << 2 | tag;
+}
+
+std::optional<std::uint32_t> type_token(std::uint32_t coded) {
+    const auto [tag, row] = split_coded_token(coded);
+    return tag < kReadTables ? std::optional(kTables[tag] << 24 | row) : std::nullopt;
+}
+
+CompressedToken::CompressedToken(std::span<const std::uint8_t> bytes)
+    : size_(static_cast<std::uint8_t>(bytes.size())) {
+    std::ranges::copy(bytes, bytes_.begin());
 }
 
 std::optional<CompressedToken> compress_token(std::uint32_t token) {
-    const std::uint32_t coded = coded_or_zero(token);
-    return coded < kLimitOfTwoBytes ? std::optional(compress(coded)) : std::nullopt;
+    const CompressedToken compressed = compress_token_exactly(token);
+    return compressed.bytes().size() <= kTwoBytes ? std::optional(compressed) : std::nullopt;
 }
 
 CompressedToken compress_token_to_two_bytes(std::uint32_t token) {
-    return compress(coded_or_zero(token), 2);
+    const CompressedToken compressed = compress_token_exactly(token);
+    const auto bytes = compressed.bytes();
+    return CompressedToken(bytes.first(std::min(bytes.size(), kTwoBytes)));
 }
 
 CompressedToken compress_token_exactly(std::uint32_t token) {
-    return compress(coded_or_zero(token));
+    std::vector<std::uint8_t> bytes;
+    ByteWriter(bytes).write_compressed(coded_type_token(token).value_or(0));
+    return CompressedToken(bytes);
 }
 
 } // namespace corvane

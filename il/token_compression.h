@@ -1,5 +1,5 @@
-// Type tokens as they stand in signatures (ECMA-335 II.23.2.8): the row shifted left by two bits,
-// the table in the bits set free. Pure functions.
+// Type tokens as they stand in signatures (ECMA-335 II.23.2.8): the row shifted left by two bits, a
+// tag for the table in the bits set free. Pure functions.
 #pragma once
 
 #include <array>
@@ -9,15 +9,26 @@
 
 namespace corvane {
 
-// TypeDefOrRefOrSpecEncoded, before compression. Nothing for a token that is no type's.
+// TypeDefOrRefOrSpecEncoded, before compression.
+struct CodedToken {
+    std::uint32_t tag; // 0 TypeDef, 1 TypeRef, 2 TypeSpec
+    std::uint32_t row;
+};
+[[nodiscard]] constexpr CodedToken split_coded_token(std::uint32_t coded) {
+    return {coded & 3, coded >> 2};
+}
+
+// Nothing for a token that is no type's.
 [[nodiscard]] std::optional<std::uint32_t> coded_type_token(std::uint32_t token);
+// The way back. Nothing for the tag that stands for none of the three tables.
+[[nodiscard]] std::optional<std::uint32_t> type_token(std::uint32_t coded);
 
 // A token within a signature blob.
 class CompressedToken {
 public:
     CompressedToken() = default;
-    CompressedToken(std::array<std::uint8_t, 4> bytes, std::uint8_t size)
-        : bytes_(bytes), size_(size) {}
+    // The first bytes of an encoding.
+    explicit CompressedToken(std::span<const std::uint8_t> bytes);
 
     [[nodiscard]] std::span<const std::uint8_t> bytes() const {
         return std::span(bytes_).first(size_);

@@ -16,6 +16,7 @@
 #include "clr/com_ptr.h"
 #include "clr/metadata.h"
 #include "rewrite/body/method_rewriter.h"
+#include "rewrite/body/module_signatures.h"
 #include "rewrite/emit/emission.h"
 #include "rewrite/emit/epilogue.h"
 #include "rewrite/emit/exception_wrapping.h"
@@ -180,7 +181,9 @@ HRESULT rewrite(RewriteContext& context, const InstrumentationReferences& refere
     open_mscorlib_once(context.info);
 
     MethodRewriter rewriter(context.info, method.module_id, method.method_token);
+    ModuleSignatures signatures(import.get(), emit.get());
     MethodBody body;
+    body.local_signatures = &signatures;
     hr = rewriter.Read(body);
     if (FAILED(hr)) {
         return hr;

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <vector>
 
 namespace corvane {
@@ -21,9 +22,11 @@ public:
 
 private:
     bool read_header() {
-        if (!decode_header(reader_, header_)) {
+        const auto header = decode_header(reader_);
+        if (!header) {
             return false;
         }
+        header_ = *header;
         body_.max_stack = header_.max_stack;
         body_.local_signature = header_.local_signature;
         body_.init_locals = (header_.flags & header_flag::kInitLocals) != 0;
@@ -45,15 +48,14 @@ private:
 
     bool decode_instruction(ByteReader& reader) {
         const std::size_t offset = reader.position();
-        std::uint16_t number = 0;
-        if (!decode_opcode(reader, number)) {
+        const auto opcode = decode_opcode(reader);
+        if (!opcode) {
             return false;
         }
-        const auto opcode = static_cast<Opcode>(number);
-        Instruction* const instruction = body_.insert_before(body_.sentinel(), opcode);
+        Instruction* const instruction = body_.insert_before(body_.sentinel(), *opcode);
         at_offset_[offset] = instruction;
 
-        const std::uint8_t kind = operand_kind_of(opcode);
+        const std::uint8_t kind = operand_kind_of(*opcode);
         if (kind == operand_kind::Switch) {
             return decode_switch(reader, *instruction);
         }
@@ -72,45 +74,40 @@ private:
         return true;
     }
 
-    static bool decode_opcode(ByteReader& reader, std::uint16_t& number) {
-        std::uint8_t byte = 0;
-        if (!reader.read(byte)) {
-            return false;
-        }
-        number = byte;
+    static std::optional<Opcode> decode_opcode(ByteReader& reader) {
+        std::uint32_t page = 0;
+        auto byte = reader.read<std::uint8_t>();
         if (byte == kTwoByteEscape) {
-            if (!reader.read(byte)) {
-                return false;
-            }
-            number = static_cast<std::uint16_t>(kTwoByteOpcodes + byte);
+            page = kTwoByteOpcodes;
+            byte = reader.read<std::uint8_t>();
         }
-        return is_code_opcode(number);
+        if (!byte || !is_code_opcode(page + *byte)) {
+            return std::nullopt;
+        }
+        return static_cast<Opcode>(page + *byte);
     }
 
     template <typename Delta>
     static bool decode_target(ByteReader& reader, Instruction& branch) {
-        Delta delta = 0;
-        if (!reader.read(delta)) {
+        const auto delta = reader.read<Delta>();
+        if (!delta) {
             return false;
         }
-        branch.immediate = reader.position() + static_cast<std::uint64_t>(std::int64_t{delta});
+        branch.immediate = reader.position() + static_cast<std::uint64_t>(std::int64_t{*delta});
         return true;
     }
 
     bool decode_switch(ByteReader& reader, Instruction& instruction) {
-        std::uint32_t count = 0;
-        if (!reader.read(count) || count > reader.remaining() / sizeof(std::int32_t)) {
+        const auto count = reader.read<std::uint32_t>();
+        if (!count || *count > reader.remaining() / sizeof(std::int32_t)) {
             return false;
         }
-        instruction.immediate = count;
-        const std::uint64_t end = reader.position() + sizeof(std::int32_t) * std::uint64_t{count};
-        for (std::uint32_t i = 0; i < count; ++i) {
-            std::int32_t delta = 0;
-            if (!reader.read(delta)) {
-                return false;
-            }
+        instruction.immediate = *count;
+        const std::uint64_t end = reader.position() + sizeof(std::int32_t) * std::uint64_t{*count};
+        for (std::uint32_t i = 0; i < *count; ++i) {
+            const std::int64_t delta = *reader.read<std::int32_t>();
             body_.insert_before(body_.sentinel(), Opcode::kSwitchTarget,
-                                end + static_cast<std::uint64_t>(std::int64_t{delta}));
+                                end + static_cast<std::uint64_t>(delta));
         }
         return true;
     }
@@ -132,16 +129,18 @@ private:
         if (!header_.has_sections()) {
             return true;
         }
-        SectionHeader section;
-        if (!reader_.skip(header_.sections_offset() - reader_.position()) ||
-            !decode_section(reader_, section) || !section.is_exception_table() ||
-            section.has_successor() || section.data_size < kSectionHeaderSize ||
-            section.data_size - kSectionHeaderSize > reader_.remaining()) {
+        if (!reader_.skip(header_.sections_offset() - reader_.position())) {
             return false;
         }
-        for (std::uint32_t left = section.clause_count(); left != 0; --left) {
-            ClauseRecord record;
-            if (!decode_clause(reader_, section.is_fat(), record) || !resolve_clause(record)) {
+        const auto section = decode_section(reader_);
+        if (!section || !section->is_exception_table() || section->has_successor() ||
+            section->data_size < kSectionHeaderSize ||
+            section->data_size - kSectionHeaderSize > reader_.remaining()) {
+            return false;
+        }
+        for (std::uint32_t left = section->clause_count(); left != 0; --left) {
+            const auto record = decode_clause(reader_, section->is_fat());
+            if (!record || !resolve_clause(*record)) {
                 return false;
             }
         }

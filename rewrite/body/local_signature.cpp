@@ -21,60 +21,66 @@ int count_length(std::uint32_t count) {
 
 } // namespace
 
-bool encode_local_type(std::uint32_t token_or_element_type, std::uint8_t kind,
-                       LocalSignatures& signatures, std::vector<std::uint8_t>& type) {
+std::optional<std::vector<std::uint8_t>> encode_local_type(std::uint32_t token_or_element_type,
+                                                           std::uint8_t kind,
+                                                           LocalSignatures& signatures) {
+    std::vector<std::uint8_t> type;
     ByteWriter writer(type);
     switch (kind) {
     case kElementValueType:
     case kElementClass: {
         const auto coded = coded_type_token(token_or_element_type);
         if (!coded) {
-            return false;
+            return std::nullopt;
         }
         writer.write(kind);
         writer.write_compressed(*coded);
-        return true;
+        return type;
     }
     case kElementGenericInst: {
-        std::span<const std::uint8_t> blob;
-        if (!signatures.type_spec(token_or_element_type, blob)) {
-            return false;
+        const auto blob = signatures.type_spec(token_or_element_type);
+        if (!blob || blob->empty()) {
+            return std::nullopt;
         }
-        writer.write(blob);
-        return !blob.empty();
+        writer.write(*blob);
+        return type;
     }
     case kElementSzArray:
         if (token_or_element_type > 0xFF) {
-            return false;
+            return std::nullopt;
         }
         writer.write(kind);
         writer.write(static_cast<std::uint8_t>(token_or_element_type));
-        return true;
+        return type;
     default:
-        return false;
+        return std::nullopt;
     }
 }
 
-bool append_local(std::span<const std::uint8_t> old_blob, std::span<const std::uint8_t> type,
-                  std::vector<std::uint8_t>& new_blob, std::uint32_t& index) {
+std::optional<AppendedLocal> append_local(std::span<const std::uint8_t> old_blob,
+                                          std::span<const std::uint8_t> type) {
     ByteReader reader(old_blob);
-    std::uint32_t count = 0;
+    std::uint32_t index = 0;
     if (!old_blob.empty()) {
-        std::uint8_t mark = 0;
-        if (!reader.read(mark) || mark != kLocalSignature || !reader.read_compressed(count)) {
-            return false;
+        if (reader.read<std::uint8_t>() != kLocalSignature) {
+            return std::nullopt;
         }
+        const auto count = reader.read_compressed();
+        if (!count) {
+            return std::nullopt;
+        }
+        index = *count;
     }
-    if (count + 1 >= kMaxCompressed) {
-        return false;
+    if (index + 1 >= kMaxCompressed) {
+        return std::nullopt;
     }
-    ByteWriter writer(new_blob);
+    AppendedLocal local{{}, index};
+    ByteWriter writer(local.blob);
     writer.write(kLocalSignature);
-    writer.write_compressed(count + 1, count_length(count + 1));
+    writer.write_compressed(index + 1, count_length(index + 1));
     writer.write(old_blob.subspan(reader.position()));
     writer.write(type);
-    index = count;
-    return true;
+    return local;
 }
 
 } // namespace corvane

@@ -68,19 +68,19 @@ std::uint32_t MethodBody::AddLocal(std::span<const std::uint8_t> type) {
         return 0;
     }
     std::span<const std::uint8_t> old_blob;
-    if (local_signature != 0 &&
-        (!local_signatures->signature(local_signature, old_blob) || old_blob.empty())) {
+    if (local_signature != 0) {
+        old_blob = local_signatures->signature(local_signature).value_or(old_blob);
+        if (old_blob.empty()) {
+            return 0;
+        }
+    }
+    const auto local = append_local(old_blob, type);
+    const auto token = local ? local_signatures->token_of(local->blob) : std::nullopt;
+    if (!token) {
         return 0;
     }
-    std::vector<std::uint8_t> new_blob;
-    std::uint32_t index = 0;
-    std::uint32_t token = 0;
-    if (!append_local(old_blob, type, new_blob, index) ||
-        !local_signatures->token_of(new_blob, token)) {
-        return 0;
-    }
-    local_signature = token;
-    return index;
+    local_signature = *token;
+    return local->index;
 }
 
 std::uint32_t MethodBody::AddLocal(std::uint8_t element_type) {
@@ -88,12 +88,11 @@ std::uint32_t MethodBody::AddLocal(std::uint8_t element_type) {
 }
 
 std::uint32_t MethodBody::AddLocal(std::uint32_t token_or_element_type, std::uint8_t kind) {
-    std::vector<std::uint8_t> type;
-    if (local_signatures == nullptr ||
-        !encode_local_type(token_or_element_type, kind, *local_signatures, type)) {
+    if (local_signatures == nullptr) {
         return 0;
     }
-    return AddLocal(type);
+    const auto type = encode_local_type(token_or_element_type, kind, *local_signatures);
+    return type ? AddLocal(*type) : 0;
 }
 
 } // namespace corvane

@@ -31,7 +31,6 @@ HRESULT MethodRewriter::Read(MethodBody& body) noexcept {
     if (FAILED(hr)) {
         return hr;
     }
-    body.local_signatures = &signatures_;
     return as_hresult(read_body({header, size}, body));
 }
 

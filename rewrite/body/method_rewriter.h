@@ -4,9 +4,9 @@
 #pragma once
 
 #include "base/debug_log.h"
+#include "clr/com_ptr.h"
 #include "clr/cor_profiler.h"
 #include "rewrite/body/method_body.h"
-#include "rewrite/body/module_signatures.h"
 
 #include <cstdint>
 #include <span>
@@ -19,14 +19,10 @@ public:
     // for, without it to the method.
     MethodRewriter(ICorProfilerInfo* info, ModuleID module, mdMethodDef method,
                    ICorProfilerFunctionControl* control = nullptr)
-        : info_(info),
-          control_(control),
-          module_(module),
-          method_(method),
-          signatures_(info, module) {}
+        : info_(info), control_(control), module_(module), method_(method) {}
 
-    // Fills an empty body, whose locals are the module's from then on. Fails with what the runtime
-    // answers, 0x8013153A for malformed code, or E_OUTOFMEMORY; the body is of no use then.
+    // Fills an empty body. Fails with what the runtime answers, 0x8013153A for malformed code, or
+    // E_OUTOFMEMORY; the body is of no use then.
     HRESULT Read(MethodBody& body) noexcept;
 
     // Lays the body out, shows it in the debugger output and installs it. Fails with E_FAIL for a
@@ -48,7 +44,6 @@ private:
     ICorProfilerFunctionControl* control_;
     ModuleID module_;
     mdMethodDef method_;
-    ModuleSignatures signatures_;
 };
 
 } // namespace corvane

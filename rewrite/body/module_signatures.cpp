@@ -4,42 +4,27 @@
 
 namespace corvane {
 
-// For writing from the start: whoever reads a signature here does so to define the next one.
-bool ModuleSignatures::open() {
-    return emit_ ||
-           (SUCCEEDED(info_->GetModuleMetaData(module_, ofRead | ofWrite, __uuidof(IMetaDataImport),
-                                               import_.put_unknown())) &&
-            SUCCEEDED(import_.query(emit_)));
-}
-
-bool ModuleSignatures::signature(std::uint32_t token, std::span<const std::uint8_t>& blob) {
+std::optional<LocalSignatures::Blob> ModuleSignatures::signature(std::uint32_t token) {
     PCCOR_SIGNATURE bytes = nullptr;
     ULONG size = 0;
-    if (!open() || FAILED(import_->GetSigFromToken(token, &bytes, &size))) {
-        return false;
-    }
-    blob = {bytes, size};
-    return true;
+    return SUCCEEDED(import_->GetSigFromToken(token, &bytes, &size))
+               ? std::optional(Blob(bytes, size))
+               : std::nullopt;
 }
 
-bool ModuleSignatures::type_spec(std::uint32_t token, std::span<const std::uint8_t>& blob) {
+std::optional<LocalSignatures::Blob> ModuleSignatures::type_spec(std::uint32_t token) {
     PCCOR_SIGNATURE bytes = nullptr;
     ULONG size = 0;
-    if (!open() || FAILED(import_->GetTypeSpecFromToken(token, &bytes, &size))) {
-        return false;
-    }
-    blob = {bytes, size};
-    return true;
+    return SUCCEEDED(import_->GetTypeSpecFromToken(token, &bytes, &size))
+               ? std::optional(Blob(bytes, size))
+               : std::nullopt;
 }
 
-bool ModuleSignatures::token_of(std::span<const std::uint8_t> blob, std::uint32_t& token) {
-    mdSignature defined = mdSignatureNil;
-    if (!open() ||
-        FAILED(emit_->GetTokenFromSig(blob.data(), static_cast<ULONG>(blob.size()), &defined))) {
-        return false;
-    }
-    token = defined;
-    return true;
+std::optional<std::uint32_t> ModuleSignatures::token_of(Blob blob) {
+    mdSignature token = mdSignatureNil;
+    return SUCCEEDED(emit_->GetTokenFromSig(blob.data(), static_cast<ULONG>(blob.size()), &token))
+               ? std::optional(token)
+               : std::nullopt;
 }
 
 } // namespace corvane

@@ -80,8 +80,8 @@ ByRefLike ask_type_spec(ICorProfilerInfo* info, ModuleID module, IMetaDataImport
     switch (spec.passing()) {
     case Passing::kValueType:
     case Passing::kGenericValueType:
-        return TypeFromToken(spec.token()) != mdtTypeSpec && spec.token() != mdTokenNil
-                   ? by_ref_like(info, module, metadata, spec.token())
+        return spec.token() && TypeFromToken(*spec.token()) != mdtTypeSpec
+                   ? by_ref_like(info, module, metadata, *spec.token())
                    : ByRefLike::kUnknown;
     case Passing::kNotAtAll:
         return ByRefLike::kUnknown;

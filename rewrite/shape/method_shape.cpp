@@ -59,6 +59,10 @@ std::wstring kind_of(std::uint8_t element_type) {
     }
 }
 
+mdToken token_of(const SignatureType& type) {
+    return type.token().value_or(mdTokenNil);
+}
+
 HRESULT count_generic_parameters(IMetaDataImport2* metadata, mdTypeDef type, ULONG& count) {
     MetadataEnumeration list(metadata);
     const HRESULT hr = metadata->EnumGenericParams(list.put(), type, nullptr, 0, nullptr);
@@ -71,21 +75,22 @@ public:
 
     HRESULT read(MethodShape& shape) {
         const method_info& method = source_.method;
-        MethodSignature signature;
-        if (!read_method_signature({method.signature, method.signature_size}, signature)) {
+        const auto signature = read_method_signature({method.signature, method.signature_size});
+        if (!signature) {
             return refusal_.refuse(L"its signature cannot be read", META_E_BAD_SIGNATURE);
         }
-        if (signature.parameters.size() > kMostParameters) {
+        if (signature->parameters.size() > kMostParameters) {
             return refusal_.refuse(L"it has more than 127 parameters");
         }
-        shape.has_this = signature.has_this;
+        shape.has_this = signature->has_this;
         HRESULT hr = read_receiver(shape);
-        for (std::size_t i = 0; i < signature.parameters.size() && SUCCEEDED(hr); ++i) {
+        for (std::size_t i = 0; i < signature->parameters.size() && SUCCEEDED(hr); ++i) {
             PassedValue value;
-            hr = read_value(signature.parameters[i], L"parameter " + std::to_wstring(i + 1), value);
+            hr =
+                read_value(signature->parameters[i], L"parameter " + std::to_wstring(i + 1), value);
             shape.parameters.push_back(value);
         }
-        return SUCCEEDED(hr) ? read_result(signature.result, shape) : hr;
+        return SUCCEEDED(hr) ? read_result(signature->result, shape) : hr;
     }
 
 private:
@@ -109,7 +114,7 @@ private:
         switch (type.passing()) {
         case Passing::kReference: {
             const std::uint8_t element_type = type.element_type();
-            value.type = element_type == kElementClass ? type.token() : mdTokenNil;
+            value.type = element_type == kElementClass ? token_of(type) : mdTokenNil;
             value.replaceable =
                 !type.by_ref && (element_type == kElementObject || value.type != mdTokenNil);
             return S_OK;
@@ -122,7 +127,7 @@ private:
             value.replaceable = value.unboxed_back = !type.by_ref;
             return find_boxing_type(type.element_type(), what, value.type);
         case Passing::kValueType:
-            value.type = type.token();
+            value.type = token_of(type);
             if (value.type == mdTokenNil) {
                 value.as = PassedValue::As::kNothing;
                 return S_OK;
@@ -131,7 +136,7 @@ private:
             return refuse_by_ref_like(value.type, what + L" is");
         case Passing::kGenericValueType: {
             value.as = PassedValue::As::kBoxed;
-            const HRESULT hr = refuse_by_ref_like(type.token(), what + L" is");
+            const HRESULT hr = refuse_by_ref_like(token_of(type), what + L" is");
             return FAILED(hr) ? hr : define_type_spec(type.blob, value.type);
         }
         case Passing::kNotAtAll:

@@ -5,6 +5,7 @@
 #include "il/byte_reader.h"
 #include "il/element_type.h"
 #include "il/sig_parser.h"
+#include "il/token_compression.h"
 
 namespace corvane {
 
@@ -19,17 +20,18 @@ bool is_method(Bytes blob) {
 }
 
 SignatureType strip(Bytes blob) {
-    ByteReader reader(blob);
-    std::uint8_t mark = 0;
-    std::uint32_t token = 0;
-    ByteReader ahead = reader;
-    while (ahead.read(mark) && (mark == kElementCModReqd || mark == kElementCModOpt) &&
-           ahead.read_compressed(token)) {
-        reader = ahead;
+    ByteReader behind_modifiers(blob);
+    auto mark = std::uint8_t{0};
+    for (ByteReader ahead = behind_modifiers;;) {
+        mark = ahead.read<std::uint8_t>().value_or(0);
+        if ((mark != kElementCModReqd && mark != kElementCModOpt) || !ahead.read_compressed()) {
+            break;
+        }
+        behind_modifiers = ahead;
     }
     SignatureType type;
     type.by_ref = mark == kElementByRef;
-    type.blob = blob.subspan(reader.position() + (type.by_ref ? 1 : 0));
+    type.blob = blob.subspan(behind_modifiers.position() + (type.by_ref ? 1 : 0));
     return type;
 }
 
@@ -102,28 +104,25 @@ Passing SignatureType::passing() const {
     }
 }
 
-std::uint32_t SignatureType::token() const {
-    constexpr std::uint32_t kTables[] = {0x02000000, 0x01000000, 0x1B000000};
+std::optional<std::uint32_t> SignatureType::token() const {
     const std::uint8_t type = element_type();
     if (type != kElementClass && type != kElementValueType && type != kElementGenericInst) {
-        return 0;
+        return std::nullopt;
     }
     ByteReader reader(blob.subspan(type == kElementGenericInst ? 2 : 1));
-    std::uint32_t coded = 0;
-    if (!reader.read_compressed(coded) || (coded & 3) == 3) {
-        return 0;
-    }
-    return kTables[coded & 3] | coded >> 2;
+    const auto coded = reader.read_compressed();
+    return coded ? type_token(*coded) : std::nullopt;
 }
 
-bool read_method_signature(Bytes blob, MethodSignature& signature) {
-    signature = {};
+std::optional<MethodSignature> read_method_signature(Bytes blob) {
+    MethodSignature signature;
     SignatureReader reader(signature);
-    const bool whole = is_method(blob) &&
-                       reader.Parse(blob.data(), static_cast<std::uint32_t>(blob.size())) &&
-                       reader.cursor == reader.sigEnd;
+    if (!is_method(blob) || !reader.Parse(blob.data(), static_cast<std::uint32_t>(blob.size())) ||
+        reader.cursor != reader.sigEnd) {
+        return std::nullopt;
+    }
     signature.has_this = reader.hasThis != 0;
-    return whole;
+    return signature;
 }
 
 } // namespace corvane

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -26,8 +27,8 @@ struct SignatureType {
     [[nodiscard]] std::uint8_t element_type() const { return blob.empty() ? 0 : blob[0]; }
     [[nodiscard]] Passing passing() const;
     // Of a class or value type, and of the generic type of an instantiation: its TypeDef, TypeRef
-    // or TypeSpec token. 0 for other types and for a token of another table.
-    [[nodiscard]] std::uint32_t token() const;
+    // or TypeSpec token. Nothing for other types and for a token of another table.
+    [[nodiscard]] std::optional<std::uint32_t> token() const;
 };
 
 struct MethodSignature {
@@ -36,8 +37,8 @@ struct MethodSignature {
     std::vector<SignatureType> parameters;
 };
 
-// False for a blob that is not one whole method signature.
-[[nodiscard]] bool read_method_signature(std::span<const std::uint8_t> blob,
-                                         MethodSignature& signature);
+// Nothing for a blob that is not one whole method signature.
+[[nodiscard]] std::optional<MethodSignature>
+read_method_signature(std::span<const std::uint8_t> blob);
 
 } // namespace corvane

@@ -53,9 +53,9 @@ TEST(BodyCorpus, IsWrittenAsItWasRead) {
 
         // The code is the very same; only header and sections have one format now.
         ByteReader reader(original.bytes);
-        MethodHeader header;
-        ASSERT_TRUE(decode_header(reader, header));
-        const auto code = original.bytes.subspan(header.code_offset(), header.code_size);
+        const auto header = decode_header(reader);
+        ASSERT_TRUE(header);
+        const auto code = original.bytes.subspan(header->code_offset(), header->code_size);
         ASSERT_EQ(body.sentinel()->offset, code.size()) << name_of(original);
         ASSERT_TRUE(std::equal(code.begin(), code.end(), written.begin() + kFatHeaderSize))
             << name_of(original);

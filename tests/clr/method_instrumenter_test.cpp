@@ -8,7 +8,9 @@
 #include "tests/support/il_text.h"
 #include "tests/support/scratch_module_test.h"
 
+#include <algorithm>
 #include <atomic>
+#include <iterator>
 #include <new>
 #include <set>
 #include <thread>
@@ -642,6 +644,24 @@ TEST_F(MethodInstrumenterTest, InstallsNothingAfterAnyFailure) {
     }
     EXPECT_THAT(failed, ElementsAre("DefineUserString", "EnumTypeRefs", "GetModuleMetaData",
                                     "GetTokenFromSig", "GetTokenFromTypeSpec"));
+}
+
+TEST_F(MethodInstrumenterTest, OpensTheMetadataOnceForEachJob) {
+    // int32 Place(int32), with a local of its own
+    mdSignature locals = mdSignatureNil;
+    const Bytes blob = {0x07, 0x01, 0x08};
+    ASSERT_EQ(module->emit().GetTokenFromSig(blob.data(), 3, &locals), S_OK);
+    Bytes body = {0x13, 0x30, 1, 0, 2, 0, 0, 0, 0, 0, 0, 0x11, 0x06, 0x2A};
+    body[8] = static_cast<std::uint8_t>(locals);
+    instrument(add(L"Place", {0x00, 1, 0x08, 0x08}, body));
+    ASSERT_EQ(module->installations, 1);
+    std::vector<std::string> opened;
+    std::ranges::copy_if(
+        module->metadata_calls, std::back_inserter(opened),
+        [](const std::string& call) { return call.starts_with("GetModuleMetaData"); });
+    // To define references, to look for types, and to rewrite.
+    EXPECT_THAT(opened, ElementsAre("GetModuleMetaData flags 1", "GetModuleMetaData flags 0",
+                                    "GetModuleMetaData flags 1"));
 }
 
 // The other module stands for mscorlib. What is opened stays open for the process, so that this can

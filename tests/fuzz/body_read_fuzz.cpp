@@ -57,9 +57,9 @@ void check(std::span<const std::uint8_t> bytes) {
     const BodyResult longer_result = read_body(longer, with_tail);
     if (result == BodyResult::kOk) {
         ByteReader reader(bytes);
-        MethodHeader header;
-        require(decode_header(reader, header), "a body that is read has a header");
-        check_list(body, header.max_stack);
+        const auto header = decode_header(reader);
+        require(header.has_value(), "a body that is read has a header");
+        check_list(body, header->max_stack);
         require(longer_result == BodyResult::kOk && difference(body, with_tail).empty(),
                 "what follows the body does not matter");
     }

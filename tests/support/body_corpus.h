@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -28,13 +29,14 @@ public:
         file_.assign(std::istreambuf_iterator<char>(stream), {});
         ByteReader reader({reinterpret_cast<const std::uint8_t*>(file_.data()), file_.size()});
         while (reader.remaining() != 0) {
-            CorpusBody body{};
-            std::span<const std::uint8_t> name;
-            if (!take(reader, name) || !reader.read(body.token) || !take(reader, body.bytes)) {
+            const auto name = take(reader);
+            const auto token = reader.read<std::uint32_t>();
+            const auto bytes = take(reader);
+            if (!name || !token || !bytes) {
                 throw std::runtime_error(path + " is cut off");
             }
-            body.assembly = {reinterpret_cast<const char*>(name.data()), name.size()};
-            bodies_.push_back(body);
+            bodies_.push_back(
+                {{reinterpret_cast<const char*>(name->data()), name->size()}, *token, *bytes});
         }
         if (bodies_.empty()) {
             throw std::runtime_error(path + " holds no bodies");
@@ -46,13 +48,10 @@ public:
     [[nodiscard]] const std::vector<CorpusBody>& bodies() const { return bodies_; }
 
 private:
-    static bool take(ByteReader& reader, std::span<const std::uint8_t>& bytes) {
-        std::uint32_t size = 0;
-        if (!reader.read(size)) {
-            return false;
-        }
-        bytes = {reader.cursor(), size};
-        return reader.skip(size);
+    static std::optional<std::span<const std::uint8_t>> take(ByteReader& reader) {
+        const auto size = reader.read<std::uint32_t>();
+        const std::uint8_t* const bytes = reader.cursor();
+        return size && reader.skip(*size) ? std::optional(std::span(bytes, *size)) : std::nullopt;
     }
 
     std::string file_;

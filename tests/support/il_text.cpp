@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <stdexcept>
 
 namespace corvane::testing {
@@ -70,9 +71,8 @@ public:
         ULONG size = 0;
         metadata_.GetSigFromToken(token, &blob, &size);
         ByteReader reader(blob, blob + size);
-        std::uint8_t mark = 0;
-        std::uint32_t count = 0;
-        check(reader.read(mark) && mark == 0x07 && reader.read_compressed(count));
+        check(reader.read<std::uint8_t>() == 0x07);
+        const std::uint32_t count = checked(reader.read_compressed());
         std::string text;
         for (std::uint32_t i = 0; i < count; ++i) {
             text += "  " + std::to_string(i) + ' ' + type(reader) + '\n';
@@ -88,10 +88,16 @@ private:
         }
     }
 
+    template <class T>
+    static T checked(std::optional<T> value) {
+        check(value.has_value());
+        return *value;
+    }
+
     std::string coded_token(ByteReader& reader) {
         constexpr mdToken kTables[] = {mdtTypeDef, mdtTypeRef, mdtTypeSpec};
-        std::uint32_t coded = 0;
-        check(reader.read_compressed(coded) && (coded & 3) != 3);
+        const std::uint32_t coded = checked(reader.read_compressed());
+        check((coded & 3) != 3);
         return token(kTables[coded & 3] | coded >> 2);
     }
 
@@ -104,12 +110,10 @@ private:
             {kElementI, "native int"},  {kElementU, "native uint"}, {kElementString, "string"},
             {kElementObject, "object"},
         };
-        std::uint8_t element = 0;
-        check(reader.read(element));
+        const auto element = checked(reader.read<std::uint8_t>());
         if (const auto simple = kSimple.find(element); simple != kSimple.end()) {
             return simple->second;
         }
-        std::uint32_t count = 0;
         switch (element) {
         case kElementClass:
             return "class " + coded_token(reader);
@@ -118,11 +122,10 @@ private:
         case kElementSzArray:
             return type(reader) + "[]";
         case kElementVar:
-            check(reader.read_compressed(count));
-            return '!' + std::to_string(count);
+            return '!' + std::to_string(checked(reader.read_compressed()));
         case kElementGenericInst: {
             std::string text = type(reader) + '<';
-            check(reader.read_compressed(count));
+            const std::uint32_t count = checked(reader.read_compressed());
             for (std::uint32_t i = 0; i < count; ++i) {
                 text += (i == 0 ? "" : ", ") + type(reader);
             }

@@ -7,6 +7,7 @@
 #include "clr/com_ptr.h"
 #include "clr/metadata.h"
 #include "rewrite/body/method_rewriter.h"
+#include "rewrite/body/module_signatures.h"
 #include "tests/support/test_profiler.h"
 
 #include <cstdio>
@@ -14,6 +15,7 @@
 #include <fstream>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -113,8 +115,20 @@ public:
         if (const HRESULT read = rewriter.Read(body); FAILED(read)) {
             return failed("Read", read, module, method);
         }
-        if (grows_ && is_first(module, method) && !grow(body)) {
-            return failed("AddLocal", E_FAIL, module, method);
+        ComPtr<IMetaDataImport> import;
+        ComPtr<IMetaDataEmit> emit;
+        std::optional<ModuleSignatures> signatures;
+        if (grows_ && is_first(module, method)) {
+            HRESULT opened = info_->GetModuleMetaData(
+                module, ofRead | ofWrite, __uuidof(IMetaDataImport), import.put_unknown());
+            opened = SUCCEEDED(opened) ? import.query(emit) : opened;
+            if (FAILED(opened)) {
+                return failed("GetModuleMetaData", opened, module, method);
+            }
+            body.local_signatures = &signatures.emplace(import.get(), emit.get());
+            if (!grow(body)) {
+                return failed("AddLocal", E_FAIL, module, method);
+            }
         }
         if (const HRESULT written = rewriter.Write(body); FAILED(written)) {
             return failed("Write", written, module, method);

@@ -15,6 +15,13 @@ TEST(TokenCompression, TagsTheTable) {
     EXPECT_EQ(coded_type_token(0x06000003), std::nullopt);
 }
 
+TEST(TokenCompression, GivesTheTokenBack) {
+    for (const std::uint32_t token : {0x02000003u, 0x01000003u, 0x1B000003u, 0x1BFFFFFFu}) {
+        EXPECT_EQ(type_token(*coded_type_token(token)), token);
+    }
+    EXPECT_EQ(type_token(0x0F), std::nullopt); // of a table that no signature names
+}
+
 TEST(TokenCompression, TakesOneByteBelow128) {
     for (const auto& token : {*compress_token(0x0100001F), compress_token_to_two_bytes(0x0100001F),
                               compress_token_exactly(0x0100001F)}) {

@@ -17,7 +17,6 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using testing::IsEmpty;
 
 // Keeps blobs like a metadata engine that never folds two of them.
 class Store : public LocalSignatures {
@@ -26,30 +25,22 @@ public:
     std::map<std::uint32_t, Bytes> type_specs;
     bool refuses_new = false;
 
-    bool signature(std::uint32_t token, std::span<const std::uint8_t>& blob) override {
-        return find(blobs, token, blob);
-    }
-    bool type_spec(std::uint32_t token, std::span<const std::uint8_t>& blob) override {
-        return find(type_specs, token, blob);
-    }
-    bool token_of(std::span<const std::uint8_t> blob, std::uint32_t& token) override {
+    std::optional<Blob> signature(std::uint32_t token) override { return find(blobs, token); }
+    std::optional<Blob> type_spec(std::uint32_t token) override { return find(type_specs, token); }
+    std::optional<std::uint32_t> token_of(Blob blob) override {
         if (refuses_new) {
-            return false;
+            return std::nullopt;
         }
-        token = 0x11000001 + static_cast<std::uint32_t>(blobs.size());
+        const std::uint32_t token = 0x11000001 + static_cast<std::uint32_t>(blobs.size());
         blobs[token] = Bytes(blob.begin(), blob.end());
-        return true;
+        return token;
     }
 
 private:
-    static bool find(const std::map<std::uint32_t, Bytes>& from, std::uint32_t token,
-                     std::span<const std::uint8_t>& blob) {
+    static std::optional<Blob> find(const std::map<std::uint32_t, Bytes>& from,
+                                    std::uint32_t token) {
         const auto found = from.find(token);
-        if (found == from.end()) {
-            return false;
-        }
-        blob = found->second;
-        return true;
+        return found != from.end() ? std::optional<Blob>(found->second) : std::nullopt;
     }
 };
 
@@ -153,11 +144,10 @@ TEST_P(LocalCounts, GrowWhereTheirLengthChanges) {
     expected.insert(expected.end(), new_encoding.begin(), new_encoding.end());
     expected.insert(expected.end(), {0x0E, 0x02, 0x1C, 0x08});
     const Bytes type = {0x08};
-    Bytes new_blob;
-    std::uint32_t index = 0;
-    ASSERT_TRUE(append_local(old_blob, type, new_blob, index));
-    EXPECT_EQ(index, old_count);
-    EXPECT_EQ(new_blob, expected);
+    const auto local = append_local(old_blob, type);
+    ASSERT_TRUE(local);
+    EXPECT_EQ(local->index, old_count);
+    EXPECT_EQ(local->blob, expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -172,19 +162,15 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(LocalCount, EndsBelowTheLargestCompressedNumber) {
     const Bytes old_blob = {0x07, 0xDF, 0xFF, 0xFF, 0xFE};
     const Bytes type = {0x08};
-    Bytes new_blob;
-    std::uint32_t index = 0;
-    EXPECT_FALSE(append_local(old_blob, type, new_blob, index));
-    EXPECT_THAT(new_blob, IsEmpty());
+    EXPECT_FALSE(append_local(old_blob, type));
 }
 
 TEST(LocalCount, StartsFromNoBlob) {
     const Bytes type = {0x11, 0x05};
-    Bytes new_blob;
-    std::uint32_t index = 7;
-    ASSERT_TRUE(append_local({}, type, new_blob, index));
-    EXPECT_THAT(new_blob, ElementsAre(0x07, 0x01, 0x11, 0x05));
-    EXPECT_EQ(index, 0u);
+    const auto local = append_local({}, type);
+    ASSERT_TRUE(local);
+    EXPECT_THAT(local->blob, ElementsAre(0x07, 0x01, 0x11, 0x05));
+    EXPECT_EQ(local->index, 0u);
 }
 
 } // namespace

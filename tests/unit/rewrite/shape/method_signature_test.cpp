@@ -18,16 +18,16 @@ using Bytes = std::vector<std::uint8_t>;
 
 // The blob outlives the signature.
 MethodSignature read(const Bytes& blob) {
-    MethodSignature signature;
-    EXPECT_TRUE(read_method_signature(blob, signature));
-    return signature;
+    const auto signature = read_method_signature(blob);
+    EXPECT_TRUE(signature);
+    return signature.value_or(MethodSignature{});
 }
 
 // Of a static method with one parameter.
 struct TypeRow {
     Bytes type;
     Passing passing;
-    std::uint32_t token = 0;
+    std::optional<std::uint32_t> token = std::nullopt;
 };
 
 TEST(MethodSignature, TellsHowATypeIsPassed) {
@@ -51,7 +51,7 @@ TEST(MethodSignature, TellsHowATypeIsPassed) {
         {{0x12, 0x08}, Passing::kReference, 0x02000002},
         {{0x12, 0x09}, Passing::kReference, 0x01000002},
         {{0x12, 0x0A}, Passing::kReference, 0x1B000002},
-        {{0x12, 0x0B}, Passing::kReference, 0},
+        {{0x12, 0x0B}, Passing::kReference, std::nullopt},
         {{0x11, 0x81, 0x21}, Passing::kValueType, 0x01000048},
         {{0x1D, 0x08}, Passing::kOtherReference},
         {{0x1D, 0x11, 0x08}, Passing::kOtherReference},
@@ -129,7 +129,6 @@ TEST(MethodSignature, ReadsOneWithoutParameters) {
 }
 
 TEST(MethodSignature, RefusesWhatIsNotOneWholeSignature) {
-    MethodSignature signature;
     for (const Bytes& blob : {Bytes{}, Bytes{0x00}, Bytes{0x00, 0x00}, Bytes{0x00, 0x01, 0x01},
                               Bytes{0x00, 0x01, 0x01, 0x12}, Bytes{0x00, 0x00, 0x01, 0x00},
                               // a field, and locals
@@ -138,7 +137,7 @@ TEST(MethodSignature, RefusesWhatIsNotOneWholeSignature) {
                               Bytes{0x06, 0x1B, 0x00, 0x00, 0x01},
                               // int32 modopt behind the mark of a reference
                               Bytes{0x00, 0x01, 0x01, 0x10, 0x20, 0x05, 0x08}}) {
-        EXPECT_FALSE(read_method_signature(blob, signature)) << testing::PrintToString(blob);
+        EXPECT_FALSE(read_method_signature(blob)) << testing::PrintToString(blob);
     }
 }
 
