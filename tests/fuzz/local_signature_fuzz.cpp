@@ -31,12 +31,11 @@ class Store : public LocalSignatures {
 public:
     explicit Store(Bytes blob) : blob_(blob) {}
 
-    bool signature(std::uint32_t /*token*/, Bytes& /*blob*/) override { return false; }
-    bool type_spec(std::uint32_t token, Bytes& blob) override {
-        blob = blob_;
-        return token >> 24 == 0x1B;
+    std::optional<Bytes> signature(std::uint32_t /*token*/) override { return std::nullopt; }
+    std::optional<Bytes> type_spec(std::uint32_t token) override {
+        return token >> 24 == 0x1B ? std::optional(blob_) : std::nullopt;
     }
-    bool token_of(Bytes /*blob*/, std::uint32_t& /*token*/) override { return false; }
+    std::optional<std::uint32_t> token_of(Bytes /*blob*/) override { return std::nullopt; }
 
 private:
     Bytes blob_;
@@ -61,18 +60,14 @@ bool is_type(Bytes blob) {
 
 // The count of a signature that has one; the reader is then at the first type.
 std::optional<std::uint32_t> count_of(ByteReader& reader) {
-    std::uint8_t mark = 0;
-    std::uint32_t count = 0;
-    if (!reader.read(mark) || mark != kLocals || !reader.read_compressed(count)) {
-        return std::nullopt;
-    }
-    return count;
+    return reader.read<std::uint8_t>() == kLocals ? reader.read_compressed() : std::nullopt;
 }
 
 Blob check_kind(std::uint32_t token, std::uint8_t kind, Bytes type_spec) {
     Store store(type_spec);
-    Blob type;
-    const bool done = encode_local_type(token, kind, store, type);
+    const auto encoded = encode_local_type(token, kind, store);
+    const bool done = encoded.has_value();
+    const Blob type = encoded.value_or(Blob{kElementObject});
     const std::uint32_t table = token >> 24;
     switch (kind) {
     case kElementValueType:
@@ -80,7 +75,8 @@ Blob check_kind(std::uint32_t token, std::uint8_t kind, Bytes type_spec) {
         require(done == (table == 0x01 || table == 0x02 || table == 0x1B || table == 0x72),
                 "a type's token gives a local");
         require(!done || (type[0] == kind && is_type(type) &&
-                          SignatureType{type}.token() == (table == 0x72 ? 0 : token)),
+                          SignatureType{type}.token() ==
+                              (table == 0x72 ? std::nullopt : std::optional(token))),
                 "the local has the token's type");
         break;
     case kElementGenericInst:
@@ -95,22 +91,21 @@ Blob check_kind(std::uint32_t token, std::uint8_t kind, Bytes type_spec) {
     default:
         require(!done, "other kinds are refused");
     }
-    return done ? type : Blob{kElementObject};
+    return type;
 }
 
 // The new signature, empty without one.
 Blob check_append(Bytes old_blob, Bytes type) {
     ByteReader old_reader(old_blob);
     const auto count = old_blob.empty() ? std::optional<std::uint32_t>(0) : count_of(old_reader);
-    Blob blob;
-    std::uint32_t index = 0;
-    const bool done = append_local(old_blob, type, blob, index);
-    require(done == (count && *count < kMaxCount - 1), "a count that can grow grows");
-    if (!done) {
-        require(blob.empty(), "nothing is written without a local");
+    const auto appended = append_local(old_blob, type);
+    require(appended.has_value() == (count && *count < kMaxCount - 1),
+            "a count that can grow grows");
+    if (!appended) {
         return {};
     }
-    require(index == *count, "the index is the old count");
+    const Blob& blob = appended->blob;
+    require(appended->index == *count, "the index is the old count");
     ByteReader reader(blob);
     require(count_of(reader) == *count + 1, "the count grows by one");
     require(std::ranges::equal(Bytes(blob).subspan(reader.position()),

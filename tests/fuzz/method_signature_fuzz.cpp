@@ -25,7 +25,8 @@ bool is_whole(SigParser& parser, Bytes blob) {
 // The first class, value type or generic type that is met.
 class FirstToken : public SigParser {
 public:
-    std::optional<std::uint32_t> token; // 0: of a table that has no types
+    bool is_met = false;
+    std::optional<std::uint32_t> token; // none in a table that has no types
 
 protected:
     void on_type_def_or_ref(std::uint32_t table, std::uint32_t row) override { note(table, row); }
@@ -37,9 +38,10 @@ protected:
 private:
     void note(std::uint32_t table, std::uint32_t row) {
         constexpr std::uint32_t kTables[] = {0x02000000, 0x01000000, 0x1B000000};
-        if (!token) {
-            token = table < 3 ? kTables[table] | row : 0;
+        if (!is_met && table < 3) {
+            token = kTables[table] | row;
         }
+        is_met = true;
     }
 };
 
@@ -59,7 +61,7 @@ void check_type(const SignatureType& type) {
     field.insert(field.end(), type.blob.begin(), type.blob.end());
     FirstToken parser;
     require(is_whole(parser, field), "a type is one whole type");
-    require(type.token() == (names_a_type(element) ? parser.token : 0),
+    require(type.token() == (names_a_type(element) ? parser.token : std::nullopt),
             "the token is the outermost type's");
     require(type.passing() != Passing::kValueType || element == kElementValueType,
             "what is boxed by its token is a value type");
@@ -75,14 +77,13 @@ void take_type(ByteReader& reader, Bytes blob, const SignatureType& type) {
             "types follow each other within the blob");
     bool by_ref = false;
     while (reader.position() < begin) {
-        std::uint8_t mark = 0;
-        std::uint32_t token = 0;
-        require(reader.read(mark) && !by_ref, "the mark of a reference stands last");
+        const auto mark = reader.read<std::uint8_t>();
+        require(mark && !by_ref, "the mark of a reference stands last");
         by_ref = mark == kElementByRef;
-        require(by_ref || mark == kElementSentinel ||
-                    ((mark == kElementCModReqd || mark == kElementCModOpt) &&
-                     reader.read_compressed(token)),
-                "only modifiers and marks stand between types");
+        require(
+            by_ref || mark == kElementSentinel ||
+                ((mark == kElementCModReqd || mark == kElementCModOpt) && reader.read_compressed()),
+            "only modifiers and marks stand between types");
     }
     require(reader.position() == begin && by_ref == type.by_ref,
             "a type begins behind its modifiers and its mark");
@@ -91,19 +92,18 @@ void take_type(ByteReader& reader, Bytes blob, const SignatureType& type) {
 
 void check(Bytes blob) {
     constexpr std::uint8_t kLastMethodKind = 0x05;
-    MethodSignature signature;
-    const bool read = read_method_signature(blob, signature);
+    const auto read = read_method_signature(blob);
     SigParser parser;
     const bool whole = is_whole(parser, blob) && (blob[0] & 0x0F) <= kLastMethodKind;
-    require(read == whole, "one whole method signature is read, and nothing else");
+    require(read.has_value() == whole, "one whole method signature is read, and nothing else");
     if (!read) {
         return;
     }
+    const MethodSignature& signature = *read;
     require(signature.has_this == ((blob[0] & 0x20) != 0), "the first byte says who is called");
     ByteReader reader(blob);
-    std::uint32_t count = 0;
-    require(reader.skip(1) && ((blob[0] & 0x10) == 0 || reader.read_compressed(count)) &&
-                reader.read_compressed(count) && signature.parameters.size() == count,
+    require(reader.skip(1) && ((blob[0] & 0x10) == 0 || reader.read_compressed()) &&
+                reader.read_compressed() == signature.parameters.size(),
             "all parameters are read");
     check_type(signature.result);
     take_type(reader, blob, signature.result);

@@ -29,11 +29,8 @@ std::size_t length_of(std::uint32_t value) {
 // Nothing unless the bytes are one number.
 std::optional<std::uint32_t> whole_number(Bytes bytes) {
     ByteReader reader(bytes);
-    std::uint32_t value = 0;
-    if (!reader.read_compressed(value) || reader.remaining() != 0) {
-        return std::nullopt;
-    }
-    return value;
+    const auto value = reader.read_compressed();
+    return reader.remaining() == 0 ? value : std::nullopt;
 }
 
 void check_token(std::uint32_t token) {
@@ -63,7 +60,7 @@ void check_token(std::uint32_t token) {
     if (coded) {
         std::vector<std::uint8_t> type = {kElementClass};
         type.insert(type.end(), exact.bytes().begin(), exact.bytes().end());
-        require(SignatureType{type}.token() == (table < 3 ? token : 0),
+        require(SignatureType{type}.token() == (table < 3 ? std::optional(token) : std::nullopt),
                 "a signature's token is the one that was written");
         type.insert(type.begin(), 0x06); // a field
         SigParser parser;
@@ -76,14 +73,15 @@ void check_token(std::uint32_t token) {
 
 void check_number(Bytes bytes) {
     ByteReader reader(bytes);
-    std::uint32_t value = 0;
-    if (!reader.read_compressed(value)) {
-        require(reader.position() == 0 && value == 0, "a read that fails moves nothing");
+    const auto read = reader.read_compressed();
+    if (!read) {
+        require(reader.position() == 0, "a read that fails moves nothing");
         require(bytes.empty() || bytes[0] >= 0xE0 || (bytes[0] >= 0x80 && bytes.size() < 2) ||
                     (bytes[0] >= 0xC0 && bytes.size() < 4),
                 "what is not cut short is a number");
         return;
     }
+    const std::uint32_t value = *read;
     require(value < 0x20000000, "a number has 29 bits");
     std::vector<std::uint8_t> shortest;
     ByteWriter(shortest).write_compressed(value);
