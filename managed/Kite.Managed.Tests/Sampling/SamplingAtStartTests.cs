@@ -1,5 +1,7 @@
 // What a program meets that is to be sampled without knowing of it, where there is no profiler.
+using System;
 using System.IO;
+using Corvane.Sampling;
 using kite.managed;
 using Xunit;
 
@@ -61,4 +63,21 @@ public class SamplingAtStartTests
         Assert.Equal(3, run.ExitCode);
         Assert.Equal(["err"], run.Errors);
     }
+
+    [Theory]
+    [InlineData(null, 10)]
+    [InlineData("", 10)]
+    [InlineData("1", 1)]
+    [InlineData("2.5", 2.5)]
+    [InlineData("60000", 60_000)]
+    public void AnIntervalIsInMilliseconds(string? text, double milliseconds) =>
+        Assert.Equal(TimeSpan.FromMilliseconds(milliseconds), SamplingAtStart.Interval(text));
+
+    [Theory]
+    [InlineData("Shop.exe", "Shop")]
+    [InlineData("Shop.EXE", "Shop")]
+    [InlineData("Shop", "Shop")]
+    [InlineData("a/b\0c", "a_b_c")]
+    public void FilesAreNamedAfterTheProgramAndItsNumber(string program, string name) =>
+        Assert.Equal($"{name}-{Environment.ProcessId}", SamplingAtStart.Name(program));
 }

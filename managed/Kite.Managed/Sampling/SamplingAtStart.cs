@@ -30,22 +30,8 @@ internal static class SamplingAtStart
         }
     }
 
-    [MethodImpl(MethodImplOptions.NoInlining)]
-    private static void Start(string folder)
+    internal static TimeSpan Interval(string? text)
     {
-        folder = Path.GetFullPath(folder);
-        var options = new SamplerOptions { Interval = Interval() };
-        var exports = ProfilerExports.Find();
-        // This is the program's main thread.
-        var threads = new WindowsThreads(mainThread: WindowsThreads.GetCurrentThreadId());
-        var sampler = new Sampler(exports, threads, options);
-        sampler.Start();
-        AtExit.Run(() => End(sampler, folder));
-    }
-
-    private static TimeSpan Interval()
-    {
-        var text = Environment.GetEnvironmentVariable(IntervalVariable);
         if (string.IsNullOrEmpty(text))
         {
             return SamplerOptions.DefaultInterval;
@@ -59,6 +45,29 @@ internal static class SamplingAtStart
         }
         throw new FormatException(
             $"{IntervalVariable} is \"{text}\"; it has to be a number of milliseconds from 1 to 60000, such as 10.");
+    }
+
+    // Of programs that start others, each has files of its own.
+    internal static string Name(string program)
+    {
+        if (program.EndsWith(".exe", StringComparison.OrdinalIgnoreCase))
+        {
+            program = program.Substring(0, program.Length - 4);
+        }
+        return $"{string.Join("_", program.Split(Path.GetInvalidFileNameChars()))}-{OutputTarget.ProcessId()}";
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private static void Start(string folder)
+    {
+        folder = Path.GetFullPath(folder);
+        var options = new SamplerOptions { Interval = Interval(Environment.GetEnvironmentVariable(IntervalVariable)) };
+        var exports = ProfilerExports.Find();
+        // This is the program's main thread.
+        var threads = new WindowsThreads(mainThread: WindowsThreads.GetCurrentThreadId());
+        var sampler = new Sampler(exports, threads, options);
+        sampler.Start();
+        AtExit.Run(() => End(sampler, folder));
     }
 
     private static void End(Sampler sampler, string folder)
@@ -77,17 +86,6 @@ internal static class SamplingAtStart
     private static void Save(Sampler sampler, string folder)
     {
         var profile = sampler.Stop(Sampler.Patience) ?? throw new TimeoutException("sampling did not end");
-        profile.Save(folder, Name());
-    }
-
-    // Of programs that start others, each has files of its own.
-    private static string Name()
-    {
-        var name = AppDomain.CurrentDomain.FriendlyName;
-        if (name.EndsWith(".exe", StringComparison.OrdinalIgnoreCase))
-        {
-            name = name.Substring(0, name.Length - 4);
-        }
-        return $"{string.Join("_", name.Split(Path.GetInvalidFileNameChars()))}-{OutputTarget.ProcessId()}";
+        profile.Save(folder, Name(AppDomain.CurrentDomain.FriendlyName));
     }
 }

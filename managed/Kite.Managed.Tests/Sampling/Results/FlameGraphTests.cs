@@ -136,6 +136,24 @@ public class FlameGraphTests
     }
 
     [Theory]
+    [InlineData(12, null)]
+    [InlineData(11, "none")]
+    public void ABoxOfMoreThanOneInAHundredHasRoom(int samples, string? display)
+    {
+        var boxes = Boxes(Draw(new Profiles().Thread(1, "t",
+            [.. Enumerable.Repeat("A.Main", 1000 - samples), .. Enumerable.Repeat("A.Main|B.Rare", samples)])));
+        Assert.Equal(display, boxes[3].Element(svg + "text")!.Attribute("display")?.Value);
+    }
+
+    [Theory]
+    [InlineData(1, "1 sample, 100.0 %")]
+    [InlineData(2, "2 samples, 100.0 %")]
+    [InlineData(1200, "1,200 samples, 100.0 %")]
+    public void ABoxSaysHowManySamplesItHas(int samples, string text) =>
+        Assert.Equal(text, Boxes(Draw(new Profiles().Thread(1, "t", [.. Enumerable.Repeat("A.Main", samples)])))[0]
+            .Element(svg + "title")!.Value.Split('\n')[1]);
+
+    [Theory]
     [InlineData("Namespace.Inner.Type.Method", "Type.Method")]
     [InlineData("Namespace.Type..ctor", "Type..ctor")]
     [InlineData("Type..cctor", "Type..cctor")]
@@ -177,6 +195,8 @@ public class FlameGraphTests
     [InlineData("Shop.Stock.Add", "hsl(150,43%,63%)")]
     [InlineData("System.Math.Sqrt", "hsl(231,30%,82%)")]
     [InlineData("Microsoft.Win32.Registry.GetValue", "hsl(240,31%,82%)")]
+    [InlineData("Internal.Console.Write", "hsl(229,35%,84%)")]
+    [InlineData("Interop.Sys.Read", "hsl(253,32%,83%)")]
     [InlineData("SystemShop.Cart.Add", "hsl(166,52%,72%)")]
     [InlineData("(no name)", "hsl(159,44%,64%)")]
     public void AColourIsThatOfItsName(string name, string colour) =>
