@@ -8,8 +8,9 @@ prefix=$checkout/build/wineprefix
 
 make_wine_root() {
     local root=$1 work=$1/work program version
-    # Wine's scripts need a shell and its tools, and /bin and /lib are links that base-files has.
-    debian_root "$root" "$work" "$WINE_DEBIAN_RELEASE" base-files coreutils dash wine wine64
+    # Wine's scripts need a shell and its tools, and /bin and /lib are links that base-files has. Names beyond
+    # ASCII need the locale of libc-bin.
+    debian_root "$root" "$work" "$WINE_DEBIAN_RELEASE" base-files coreutils dash libc-bin wine wine64
     # What its packages would have run: one puts a DLL of another package among Wine's own, one names programs.
     dpkg-deb --control "$work"/cache/archives/libwine_*.deb "$root/var/libwine"
     bwrap --bind "$root" / sh /var/libwine/postinst configure

@@ -341,7 +341,7 @@ TEST_F(ModuleReferencesTest, AreNotDefinedForWhatOnlyHasTheLibrarysName) {
     mdAssemblyRef reference = mdAssemblyRefNil;
     ASSERT_EQ(module->emit().QueryInterface(__uuidof(IMetaDataAssemblyEmit), assembly.put_void()),
               S_OK);
-    ASSERT_EQ(DefineAssemblyRefOnce(assembly.get(), kManagedLibrary, reference), S_OK);
+    ASSERT_EQ(define_assembly_ref_once(assembly.get(), kManagedLibrary, reference), S_OK);
     const auto beside = folder.path() / L"kite.managed.dll";
     write_file(beside, "a file");
     instrument(token);

@@ -16,7 +16,11 @@ if (args is not [var input, var output])
 Write("other-name", assembly => assembly.Name.Name = "kite.other");
 Write("older", assembly => assembly.Name.Version = new Version(3, 8, 9, 9));
 Write("later", assembly => assembly.Name.Version = new Version(4, 0, 0, 0));
-Write("unsigned", assembly => assembly.Name.PublicKey = []);
+Write("unsigned", assembly =>
+{
+    assembly.Name.PublicKey = [];
+    assembly.MainModule.Attributes &= ~ModuleAttributes.StrongNameSigned;
+});
 Write("other-key", assembly => assembly.Name.PublicKey = [.. assembly.Name.PublicKey[..^1], 0x2A]);
 Rename("no-directives", "Corvane.Instrumentation.InstrumentationDirectives");
 Rename("no-span", "kite.managed.span");
