@@ -153,6 +153,7 @@ const Row kThemes[] = {
     {"crafted", {L"crafted"}},
     {"repeated", {L"repeated"}},
     {"modules", {L"modules"}},
+    {"shapes", {L"shapes"}},
     {"threads", {L"threads"}},
     {"exit", {L"exit"}, {}, 77},
     {"exit-elsewhere", {L"exit-elsewhere"}, {}, 77},

@@ -15,6 +15,7 @@ internal static class Modules
 {
     public static void Run()
     {
+        Show(Few.initialized);
         Show(Few.Add(1, 2));
         Show(Few.Text("few"));
         Show(Crowded.Add(1, 2));

@@ -24,6 +24,7 @@ internal static class Program
         ["crafted"] = CraftedCode.Run,
         ["repeated"] = CraftedCode.RunRepeated,
         ["modules"] = Modules.Run,
+        ["shapes"] = Shapes.Run,
         ["guards"] = Guards.Run,
         ["receivers"] = Receivers.Run,
         ["threads"] = Threads.Run,
