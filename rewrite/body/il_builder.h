@@ -26,7 +26,7 @@ public:
     // handler. What is emitted next is the handler.
     [[nodiscard]] ProtectedBlock begin_handler(Instruction* first) { return {first, leave_s()}; }
 
-    // The handler ends here. It is the caller's that its last instruction goes nowhere.
+    // The handler ends here, with an instruction that no code runs past.
     void end_handler(const ProtectedBlock& block, ClauseKind kind, std::uint32_t class_token = 0) {
         Instruction* const handler = block.leave->next;
         Instruction** const handler_end = body_.add_slot();

@@ -145,14 +145,19 @@ public:
                                            ULONG* count) override {
         const HRESULT hr = module_.answer(
             [&] { return capacity == 0 ? "EnumTypeRefs to count" : "EnumTypeRefs to read"; });
-        return FAILED(hr) ? hr : import_->EnumTypeRefs(list, types, capacity, count);
+        return FAILED(hr) ? hr : counting(list, [&] {
+            return import_->EnumTypeRefs(list, types, capacity, count);
+        });
     }
 
     // Not written down: rewriting reads in passing.
     HRESULT STDMETHODCALLTYPE CountEnum(HCORENUM list, ULONG* count) override {
         return import_->CountEnum(list, count);
     }
-    void STDMETHODCALLTYPE CloseEnum(HCORENUM list) override { import_->CloseEnum(list); }
+    void STDMETHODCALLTYPE CloseEnum(HCORENUM list) override {
+        module_.open_enumerations -= list != nullptr ? 1 : 0;
+        import_->CloseEnum(list);
+    }
     HRESULT STDMETHODCALLTYPE GetTypeRefProps(mdTypeRef type, mdToken* scope, LPWSTR name,
                                               ULONG capacity, ULONG* length) override {
         return import_->GetTypeRefProps(type, scope, name, capacity, length);
@@ -186,7 +191,9 @@ public:
     }
     HRESULT STDMETHODCALLTYPE EnumAssemblyRefs(HCORENUM* list, mdAssemblyRef* assemblies,
                                                ULONG capacity, ULONG* count) override {
-        return assembly_import_->EnumAssemblyRefs(list, assemblies, capacity, count);
+        return counting(list, [&] {
+            return assembly_import_->EnumAssemblyRefs(list, assemblies, capacity, count);
+        });
     }
     HRESULT STDMETHODCALLTYPE GetAssemblyRefProps(mdAssemblyRef assembly, const void** key,
                                                   ULONG* key_size, LPWSTR name, ULONG capacity,
@@ -198,6 +205,15 @@ public:
     }
 
 private:
+    // A call that may open an enumeration.
+    template <class Call>
+    HRESULT counting(const HCORENUM* list, const Call& call) {
+        const bool was_open = *list != nullptr;
+        const HRESULT hr = call();
+        module_.open_enumerations += !was_open && *list != nullptr ? 1 : 0;
+        return hr;
+    }
+
     ScratchModule& module_;
     ComPtr<IMetaDataEmit> emit_;
     ComPtr<IMetaDataAssemblyEmit> assembly_emit_;

@@ -50,6 +50,7 @@ public:
     // Answers of the calls of the metadata that are written down, by their number. A failing call
     // does not reach the engine.
     std::map<std::size_t, HRESULT> results;
+    int open_enumerations = 0; // of type and assembly references
     std::vector<std::string> metadata_calls;
     // Whether `metadata_calls` is kept. Without it no call fails but those that the engine refuses.
     bool writes_down = true;

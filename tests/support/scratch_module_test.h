@@ -39,6 +39,7 @@ protected:
         strict_il = false;
         if (module) {
             EXPECT_EQ(module->held_references(), 0);
+            EXPECT_EQ(module->open_enumerations, 0);
         }
     }
 
