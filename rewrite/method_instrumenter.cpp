@@ -15,6 +15,7 @@
 #include "base/runtime_state.h"
 #include "clr/com_ptr.h"
 #include "clr/metadata.h"
+#include "rewrite/body/body_writer.h"
 #include "rewrite/body/method_rewriter.h"
 #include "rewrite/body/module_signatures.h"
 #include "rewrite/emit/emission.h"
@@ -25,6 +26,7 @@
 #include "rewrite/references/module_references.h"
 #include "rewrite/rewrite_settings.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <optional>
@@ -134,8 +136,6 @@ void drop_prefix(Instruction* tail) {
 }
 
 HRESULT instrument(Emission& emission) {
-    constexpr std::uint32_t kMostStack = 0xFFFF; // the header's field is no wider
-
     MethodBody& body = emission.body;
     const CodeFacts facts = examine(body);
     if (facts.returns.empty()) {
@@ -158,7 +158,8 @@ HRESULT instrument(Emission& emission) {
     if (SUCCEEDED(hr)) {
         hr = wrap(emission, first, facts.returns);
     }
-    if (SUCCEEDED(hr) && body.max_stack > kMostStack) {
+    if (SUCCEEDED(hr) &&
+        written_max_stack(body) < std::max(body.max_stack_as_read, kInjectedStack)) {
         return emission.refusal.refuse(L"its code pushes too often for the header to say how much "
                                        L"stack it takes");
     }

@@ -28,6 +28,7 @@ private:
         }
         header_ = *header;
         body_.max_stack = header_.max_stack;
+        body_.max_stack_as_read = header_.max_stack;
         body_.local_signature = header_.local_signature;
         body_.init_locals = (header_.flags & header_flag::kInitLocals) != 0;
         return true;

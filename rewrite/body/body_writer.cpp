@@ -13,7 +13,6 @@ namespace corvane {
 
 namespace {
 
-constexpr std::uint32_t kMinMaxStack = 6;
 // Within it every distance fits the four bytes of a branch.
 constexpr std::uint64_t kMaxCodeSize = std::numeric_limits<std::int32_t>::max();
 
@@ -140,8 +139,7 @@ private:
         header.flags =
             static_cast<std::uint16_t>((body_.init_locals ? header_flag::kInitLocals : 0) |
                                        (body_.clauses.empty() ? 0 : header_flag::kMoreSects));
-        // Wanted as it is: a sum beyond 16 bits loses its upper part.
-        header.max_stack = static_cast<std::uint16_t>(std::max(body_.max_stack, kMinMaxStack));
+        header.max_stack = written_max_stack(body_);
         header.code_size = code_size();
         header.local_signature = body_.local_signature;
         encode_header(writer, header);
@@ -204,6 +202,11 @@ private:
 };
 
 } // namespace
+
+std::uint16_t written_max_stack(const MethodBody& body) {
+    constexpr std::uint32_t kLeast = 6;
+    return static_cast<std::uint16_t>(std::max(body.max_stack, kLeast));
+}
 
 BodyResult write_body(MethodBody& body, std::vector<std::uint8_t>& bytes) {
     try {

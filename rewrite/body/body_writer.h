@@ -16,4 +16,8 @@ namespace corvane {
 // code than the format can count); kOutOfMemory. `bytes` stay as they are then.
 BodyResult write_body(MethodBody& body, std::vector<std::uint8_t>& bytes);
 
+// The maximum stack that its header gets: six at least, and of a sum beyond 16 bits the lower ones
+// only, which is deliberate. It may be less than the code takes then.
+[[nodiscard]] std::uint16_t written_max_stack(const MethodBody& body);
+
 } // namespace corvane

@@ -132,7 +132,8 @@ public:
 
     LocalSignatures* local_signatures = nullptr; // borrowed; without it no local can be added
     std::uint32_t local_signature = 0;           // token
-    std::uint32_t max_stack = 0;
+    std::uint32_t max_stack = 0;         // what was read, and every push since: more than it takes
+    std::uint32_t max_stack_as_read = 0; // of the header, what the method's own code takes
     bool init_locals = false;
     bool tiny = false; // asks for a tiny header; reading never does
     std::vector<ExceptionClause> clauses;

@@ -12,6 +12,10 @@
 
 namespace corvane {
 
+// What injected code has on the stack at most: while the prologue or the epilogue fills the array,
+// the index, the receiver, the array, a position and an argument. GenericEpilogue takes as many.
+inline constexpr std::uint32_t kInjectedStack = 5;
+
 struct Emission {
     const method_info& method;
     const MethodShape& shape;

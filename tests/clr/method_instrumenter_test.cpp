@@ -3,6 +3,8 @@
 #include "rewrite/method_instrumenter.h"
 
 #include "base/runtime_state.h"
+#include "rewrite/body/body_reader.h"
+#include "rewrite/emit/emission.h"
 #include "rewrite/shape/loaded_modules.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/il_text.h"
@@ -374,33 +376,188 @@ TEST_F(MethodInstrumenterTest, LeavesAMethodWithTooManyLocals) {
     }
 }
 
-TEST_F(MethodInstrumenterTest, LeavesAMethodWhoseStackTheHeaderCannotTell) {
-    Bytes code(70'000, 0x00);
-    for (std::size_t i = 0; i + 1 < code.size(); i += 2) {
-        code[i] = 0x16;     // ldc.i4.0
-        code[i + 1] = 0x26; // pop
+// So many times ldc.i4.0; pop, then ret.
+Bytes pushing(std::size_t pushes, std::uint16_t max_stack) {
+    const std::size_t size = 2 * pushes + 1;
+    Bytes body = {0x03, 0x30, static_cast<std::uint8_t>(max_stack),
+                  static_cast<std::uint8_t>(max_stack >> 8)};
+    for (int i = 0; i < 4; ++i) {
+        body.push_back(static_cast<std::uint8_t>(size >> (8 * i)));
     }
-    code.back() = 0x2A;
-    const auto fat = [](const Bytes& il) {
-        Bytes body = {0x03, 0x30, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-        for (int i = 0; i < 4; ++i) {
-            body[4 + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(il.size() >> (8 * i));
-        }
-        body.insert(body.end(), il.begin(), il.end());
-        return body;
-    };
-    EXPECT_EQ(instrument(add(L"Place", kVoid, fat(code))), S_OK);
-    EXPECT_EQ(module->installations, 1);
+    body.resize(12);
+    for (std::size_t i = 0; i < pushes; ++i) {
+        body.insert(body.end(), {0x16, 0x26});
+    }
+    body.push_back(0x2A);
+    return body;
+}
 
-    module->installations = 0;
-    instrumentation_index = 0;
-    code.insert(code.begin(), 70'000, 0x00);
-    for (std::size_t i = 0; i < 70'000; i += 2) {
-        code[i] = 0x16;
-        code[i + 1] = 0x26;
+std::uint32_t max_stack_of(const Bytes& body) {
+    return body.at(2) | std::uint32_t{body.at(3)} << 8;
+}
+
+// The header has 16 bits of the sum of all pushes. That is enough as long as it is not less than
+// the method's own code takes, or the injected.
+TEST_F(MethodInstrumenterTest, LeavesAMethodWhoseStackTheHeaderCannotTell) {
+    const mdMethodDef small = add(L"Small", kVoid, pushing(0, 1));
+    instrument(small);
+    const std::uint32_t injected = max_stack_of(module->bodies[small]) - 1;
+    struct Row {
+        std::uint16_t own;
+        std::uint32_t sum;
+        bool fits;
+    };
+    for (const auto& [own, sum, fits] :
+         {Row{1, 0xFFFF, true}, Row{1, 0x10000, false}, Row{1, 0x10004, false},
+          Row{1, 0x10005, true}, Row{5, 0x10005, true}, Row{6, 0x10005, false},
+          Row{200, 0x100C7, false}, Row{200, 0x100C8, true}, Row{1, 0x20004, false},
+          Row{1, 0x20005, true}}) {
+        SCOPED_TRACE(::testing::Message() << own << " of " << sum);
+        const mdMethodDef method = add(L"Place", kVoid, pushing(sum - own - injected, own));
+        const Bytes before = module->bodies[method];
+        module->installations = 0;
+        EXPECT_GE(instrument(method), 0);
+        EXPECT_EQ(module->installations, fits ? 1 : 0);
+        if (fits) {
+            EXPECT_EQ(max_stack_of(module->bodies[method]), sum & 0xFFFF);
+        } else {
+            EXPECT_EQ(module->bodies[method], before);
+            EXPECT_EQ(log().back(), L"Left as it is: its code pushes too often for the header to "
+                                    L"say how much stack it takes");
+        }
     }
-    expect_left(add(L"Cancel", kVoid, fat(code)),
-                L"its code pushes too often for the header to say how much stack it takes");
+    EXPECT_EQ(log().size(), 5U);
+}
+
+// The greatest depth of a stack while instructions are walked in the order of the list: no branch
+// of the code that is walked has anything on the stack but what it takes.
+class StackWalk {
+public:
+    StackWalk(IMetaDataImport& metadata, bool returns_value)
+        : metadata_(metadata), returns_value_(returns_value) {}
+
+    int deepest(MethodBody& body) {
+        int deepest = 0;
+        int depth = 0;
+        for (const Instruction& instruction : body) {
+            for (const ExceptionClause& clause : body.clauses) {
+                if (clause.handler_first == &instruction) {
+                    depth = clause.flags == kClauseCatch ? 1 : 0;
+                }
+            }
+            const auto [pops, pushes] = effect(instruction);
+            EXPECT_GE(depth, pops)
+                << OpcodeTable[static_cast<std::size_t>(instruction.opcode)].name;
+            const bool leaves =
+                instruction.opcode == Opcode::kLeaveS || instruction.opcode == Opcode::kLeave;
+            depth = leaves ? 0 : depth + pushes - pops;
+            deepest = std::max(deepest, depth);
+        }
+        EXPECT_EQ(depth, 0);
+        return deepest;
+    }
+
+private:
+    struct Effect {
+        int pops;
+        int pushes;
+    };
+
+    Effect effect(const Instruction& instruction) {
+        switch (instruction.opcode) {
+        case Opcode::kNop:
+        case Opcode::kBrS:
+        case Opcode::kBr:
+        case Opcode::kLeaveS:
+        case Opcode::kLeave:
+        case Opcode::kEndfinally:
+            return {0, 0};
+        case Opcode::kLdnull:
+        case Opcode::kLdstr:
+        case Opcode::kLdcI4:
+        case Opcode::kLdcI4S:
+        case Opcode::kLdcI40:
+        case Opcode::kLdcI41:
+        case Opcode::kLdarg0:
+        case Opcode::kLdargS:
+        case Opcode::kLdlocS:
+            return {0, 1};
+        case Opcode::kPop:
+        case Opcode::kStlocS:
+        case Opcode::kStargS:
+        case Opcode::kBrtrueS:
+        case Opcode::kBrtrue:
+        case Opcode::kThrow:
+            return {1, 0};
+        case Opcode::kRet:
+            return {returns_value_ ? 1 : 0, 0};
+        case Opcode::kBneUnS:
+        case Opcode::kBneUn:
+            return {2, 0};
+        case Opcode::kNewarr:
+        case Opcode::kLdlen:
+        case Opcode::kConvI4:
+        case Opcode::kLdobj:
+        case Opcode::kBox:
+        case Opcode::kUnboxAny:
+        case Opcode::kCastclass:
+            return {1, 1};
+        case Opcode::kAdd:
+        case Opcode::kCeq:
+        case Opcode::kClt:
+        case Opcode::kLdelemI4:
+        case Opcode::kLdelemRef:
+            return {2, 1};
+        case Opcode::kStelemRef:
+            return {3, 0};
+        case Opcode::kCall:
+        case Opcode::kCallvirt:
+        case Opcode::kNewobj:
+            return call(instruction);
+        default:
+            ADD_FAILURE() << OpcodeTable[static_cast<std::size_t>(instruction.opcode)].name;
+            return {0, 0};
+        }
+    }
+
+    Effect call(const Instruction& instruction) {
+        PCCOR_SIGNATURE signature = nullptr;
+        ULONG size = 0;
+        EXPECT_EQ(metadata_.GetMemberRefProps(static_cast<mdMemberRef>(instruction.immediate),
+                                              nullptr, nullptr, 0, nullptr, &signature, &size),
+                  S_OK);
+        const bool creates = instruction.opcode == Opcode::kNewobj;
+        const bool takes_receiver = !creates && (signature[0] & 0x20) != 0;
+        return {signature[1] + (takes_receiver ? 1 : 0), creates || signature[2] != 0x01 ? 1 : 0};
+    }
+
+    IMetaDataImport& metadata_;
+    bool returns_value_;
+};
+
+TEST_F(MethodInstrumenterTest, TakesAsMuchStackAsItSays) {
+    const Bytes point_type = join({{0x11}, coded(point)});
+    struct Row {
+        Bytes signature;
+        Bytes code;
+        bool returns_value;
+    };
+    for (const auto& [signature, code, returns_value] :
+         {Row{kVoid, {0x2A}, false},
+          // instance int32 Place(int32, ref int32, ref string, Customer, object)
+          Row{join({{0x20, 5, 0x08, 0x08, 0x10, 0x08, 0x10, 0x0E, 0x12}, coded(customer), {0x1C}}),
+              {0x16, 0x2A},
+              true},
+          // Point Place(Point)
+          Row{join({{0x00, 1}, point_type, point_type}), {0x02, 0x2A}, true}}) {
+        const mdMethodDef method = add(L"Place", signature, tiny(code));
+        instrument(method);
+        MethodBody body;
+        ASSERT_EQ(read_body(module->bodies[method], body), BodyResult::kOk);
+        ASSERT_EQ(body.clauses.size(), 5U);
+        EXPECT_EQ(StackWalk(module->import(), returns_value).deepest(body),
+                  static_cast<int>(kInjectedStack));
+    }
 }
 
 struct RefusedTypeRow {

@@ -68,6 +68,7 @@ internal static class CraftedCode
         Show(Large.ManyCalls(1));
         Show(Large.ManyPushes(2));
         Show(Large.TooManyPushes(3));
+        Show(Large.PushesBeyond16Bits(4));
         Show(Large.ShortBranchOver126(0));
         Show(Large.ShortBranchOver126(4));
         Show(Large.ShortBranchOver127(0));
