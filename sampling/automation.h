@@ -7,14 +7,25 @@
 #include <oleauto.h>
 
 #include <cstddef>
-#include <system_error>
+#include <exception>
 #include <utility>
 
 namespace corvane {
 
-// Passes through the exports to their caller, who finds the result in its code.
+// A result that is an error.
+class ResultError final : public std::exception {
+public:
+    explicit ResultError(HRESULT result) noexcept : result_(result) {}
+    HRESULT result() const noexcept { return result_; }
+    const char* what() const noexcept override { return "a call failed"; }
+
+private:
+    HRESULT result_;
+};
+
+// Has nothing to unwind (sampling/export_result.h).
 [[noreturn]] inline void raise_result(HRESULT result) {
-    throw std::system_error(result, std::system_category());
+    throw ResultError(result);
 }
 
 // An owned BSTR, or null. Nothing but the pointer, so that records of them can be handed out.

@@ -3,6 +3,7 @@
 #include "base/hresult_text.h"
 #include "base/runtime_state.h"
 #include "clr/runtime_name.h"
+#include "sampling/export_result.h"
 #include "sampling/snapshot.h"
 #include "sampling/worker_thread.h"
 
@@ -94,6 +95,20 @@ FunctionNameRecord* as_result(const CorvaneFunctionNames& records, std::int32_t 
     return result.release();
 }
 
+std::int32_t get_names(const double* const* ids, std::int32_t count, FunctionNameRecord** records) {
+    if (ids == nullptr || records == nullptr) {
+        return kNullArgument;
+    }
+    *records = nullptr;
+    CorvaneFunctionNames request(count > 0 ? static_cast<std::size_t>(count) : 0);
+    for (std::size_t i = 0; i < request.size(); ++i) {
+        request[i].functionId = *ids[i];
+    }
+    run_worker(&Thread_Function_Names_App, request);
+    *records = as_result(request, count);
+    return kSucceeded;
+}
+
 } // namespace
 
 HRESULT Thread_Function_Names_App(CorvaneFunctionNames* request) {
@@ -107,16 +122,6 @@ HRESULT Thread_Function_Names_App(CorvaneFunctionNames* request) {
 
 std::int32_t GetFunctionNames(const double* const* ids, std::int32_t count,
                               corvane::FunctionNameRecord** records) {
-    using namespace corvane;
-    if (ids == nullptr || records == nullptr) {
-        return kNullArgument;
-    }
-    *records = nullptr;
-    CorvaneFunctionNames request(count > 0 ? static_cast<std::size_t>(count) : 0);
-    for (std::size_t i = 0; i < request.size(); ++i) {
-        request[i].functionId = *ids[i];
-    }
-    run_worker(&Thread_Function_Names_App, request);
-    *records = as_result(request, count);
-    return kSucceeded;
+    return corvane::finish_export(
+        corvane::attempt_export([&] { return corvane::get_names(ids, count, records); }));
 }

@@ -27,7 +27,7 @@ HRESULT Thread_Function_Names_App(CorvaneFunctionNames* request);
 } // namespace corvane
 
 // Names the functions whose ids are pointed to. The array of `count` records is the caller's from
-// then on, without an export to free it. Throws when memory or a worker cannot be had, which a
-// negative count amounts to.
+// then on, without an export to free it. Raises an ResultError when memory or a worker cannot be
+// had; a negative count is more than there is memory for.
 extern "C" std::int32_t GetFunctionNames(const double* const* ids, std::int32_t count,
                                          corvane::FunctionNameRecord** records);

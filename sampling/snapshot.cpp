@@ -4,6 +4,7 @@
 #include "base/owned_handle.h"
 #include "base/runtime_state.h"
 #include "sampling/automation.h"
+#include "sampling/export_result.h"
 #include "sampling/frame_list.h"
 #include "sampling/thread_map.h"
 #include "sampling/wall_clock.h"
@@ -73,6 +74,32 @@ SAFEARRAY* as_array(const std::vector<FunctionID>& frames) {
     return array.release();
 }
 
+std::int32_t take_snapshot(std::uint32_t os_thread, SAFEARRAY** frames, std::int32_t* count,
+                           std::uint64_t* timestamp) {
+    if (frames == nullptr) {
+        return kNullArgument;
+    }
+    *frames = nullptr;
+    if (count == nullptr) {
+        return kNullArgument;
+    }
+    *count = 0;
+    if (timestamp == nullptr) {
+        return kNullArgument;
+    }
+    *timestamp = 0;
+
+    std::vector<FunctionID> functions;
+    const std::int32_t status = request_snapshot(os_thread, functions);
+    if (status > 0) {
+        return status;
+    }
+    *count = static_cast<std::int32_t>(functions.size());
+    *frames = as_array(functions);
+    *timestamp = WallClock::of_process().now();
+    return kSucceeded;
+}
+
 } // namespace
 
 // Where it gives up before the walk the status stays, so that the snapshot succeeds without frames:
@@ -131,27 +158,6 @@ HRESULT Thread_Do_Stack_Snapshot(CorvaneSnapshot* request) {
 
 std::int32_t TakeSnapshot(std::uint32_t osThreadId, SAFEARRAY** frames, std::int32_t* frameCount,
                           std::uint64_t* timestamp) {
-    using namespace corvane;
-    if (frames == nullptr) {
-        return kNullArgument;
-    }
-    *frames = nullptr;
-    if (frameCount == nullptr) {
-        return kNullArgument;
-    }
-    *frameCount = 0;
-    if (timestamp == nullptr) {
-        return kNullArgument;
-    }
-    *timestamp = 0;
-
-    std::vector<FunctionID> functions;
-    const std::int32_t status = request_snapshot(osThreadId, functions);
-    if (status > 0) {
-        return status;
-    }
-    *frameCount = static_cast<std::int32_t>(functions.size());
-    *frames = as_array(functions);
-    *timestamp = WallClock::of_process().now();
-    return kSucceeded;
+    return corvane::finish_export(corvane::attempt_export(
+        [&] { return corvane::take_snapshot(osThreadId, frames, frameCount, timestamp); }));
 }

@@ -31,6 +31,7 @@ HRESULT Thread_Do_Stack_Snapshot(CorvaneSnapshot* request);
 
 // Takes the managed frames of the thread, innermost first, as an array of doubles that is the
 // caller's from then on (VT_R8, from 0; ids above 2^53 lose their low bits), and the time in
-// microseconds since 1970-01-01 00:00 UTC. Throws when a worker or the array cannot be had.
+// microseconds since 1970-01-01 00:00 UTC. Raises an ResultError when a worker or the array cannot
+// be had.
 extern "C" std::int32_t TakeSnapshot(std::uint32_t osThreadId, SAFEARRAY** frames,
                                      std::int32_t* frameCount, std::uint64_t* timestamp);

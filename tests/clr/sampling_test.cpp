@@ -94,6 +94,14 @@ TEST_P(Sampling, ShowsKnownCallChains) {
             "no functions: 0\n");
 }
 
+// A caller in C# catches them.
+TEST_P(Sampling, RaisesErrorsThatAManagedCallerSurvives) {
+    expect_output(L"failures", 0,
+                  "negative count: SEHException\nno array: SEHException\n"
+                  "no thread: SEHException\nno thread for names: SEHException\n"
+                  "it goes on\nsuspended 0\n");
+}
+
 // Until after their end.
 TEST_P(Sampling, LeavesThreadsThatComeAndGoAlone) {
     expect_output(L"threads", 100, "threads: walked\n");

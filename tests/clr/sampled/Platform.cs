@@ -51,6 +51,16 @@ internal static unsafe class Platform
             : throw new NotSupportedException();
     }
 
+    /// <summary>Lets memory of an image be written.</summary>
+    public static void MakeWritable(void* memory, nuint size)
+    {
+        const uint ReadWrite = 4;
+        if (VirtualProtect(memory, size, ReadWrite, out _) == 0)
+        {
+            throw new NotSupportedException();
+        }
+    }
+
     [StructLayout(LayoutKind.Sequential)]
     private struct MemoryCounters
     {
@@ -76,6 +86,9 @@ internal static unsafe class Platform
     [DllImport("kernel32.dll")]
     [SuppressGCTransition]
     private static extern uint ResumeThread(nint thread);
+
+    [DllImport("kernel32.dll")]
+    private static extern int VirtualProtect(void* memory, nuint size, uint protection, out uint former);
 
     [DllImport("kernel32.dll")]
     private static extern int CloseHandle(nint handle);

@@ -19,6 +19,9 @@ internal static class Program
             case "chains":
                 Chains.PrintAll();
                 break;
+            case "failures":
+                Failures.ShowAll();
+                break;
             case "threads":
                 Races.ThreadsThatComeAndGo(count);
                 break;

@@ -18,6 +18,9 @@ internal static unsafe class Sampler
             (name, _, _) => name == Library ? NativeLibrary.Load(path) : 0);
     }
 
+    /// <summary>Where that library stands.</summary>
+    public static nint Module => NativeLibrary.Load(Environment.GetEnvironmentVariable("CORECLR_PROFILER_PATH")!);
+
     /// <summary>Takes one snapshot and checks that its parts agree.</summary>
     public static Snapshot Take(uint thread)
     {
@@ -78,6 +81,13 @@ internal static unsafe class Sampler
                 return names;
             }
         }
+    }
+
+    /// <summary>Asks for the names of less than no function.</summary>
+    public static void NamesOfNegativeCount()
+    {
+        double* none = null;
+        GetFunctionNames(&none, -1, out _);
     }
 
     private static string Text(nint name)

@@ -50,8 +50,8 @@ TEST(DoubleArray, RefusesAnIndexOutside) {
     try {
         array.set(2, 1);
         FAIL() << "it was taken";
-    } catch (const std::system_error& error) {
-        EXPECT_EQ(error.code().value(), E_INVALIDARG);
+    } catch (const ResultError& error) {
+        EXPECT_EQ(error.result(), E_INVALIDARG);
     }
 }
 

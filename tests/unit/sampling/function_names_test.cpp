@@ -6,10 +6,9 @@
 #include "tests/support/debug_output.h"
 #include "tests/support/fake_method.h"
 #include "tests/support/patched_import.h"
+#include "tests/support/raised.h"
 
 #include <gmock/gmock.h>
-
-#include <boost/thread/exceptions.hpp>
 
 #include <process.h>
 
@@ -17,15 +16,15 @@
 #include <cstddef>
 #include <limits>
 #include <memory>
-#include <new>
-#include <system_error>
 #include <thread>
 
 namespace corvane {
 namespace {
 
 using testing::FakeMethod;
+using testing::kNoThread;
 using testing::PatchedImport;
+using testing::raised_by;
 
 static_assert(offsetof(FunctionNameRecord, functionId) == 0);
 static_assert(offsetof(FunctionNameRecord, typeName) == 8);
@@ -103,7 +102,7 @@ TEST_F(FunctionNamesTest, RaisesThatThereIsNoMemoryForANegativeCount) {
     for (const std::int32_t count : {-1, std::numeric_limits<std::int32_t>::min()}) {
         FunctionNameRecord untouched;
         FunctionNameRecord* records = &untouched;
-        EXPECT_THROW(GetFunctionNames(&none, count, &records), std::bad_alloc);
+        EXPECT_EQ(raised_by([&] { GetFunctionNames(&none, count, &records); }), E_OUTOFMEMORY);
         EXPECT_EQ(records, nullptr);
     }
     EXPECT_TRUE(runtime.calls.empty());
@@ -248,7 +247,7 @@ std::uintptr_t no_thread(void*, unsigned, unsigned(__stdcall*)(void*), void*, un
 TEST_F(FunctionNamesTest, RaisesWhatKeepsTheWorkerFromStarting) {
     const PatchedImport patch("_beginthreadex", &no_thread);
     Names names({1});
-    EXPECT_THROW(names.get(), boost::thread_resource_error);
+    EXPECT_EQ(raised_by([&] { names.get(); }), kNoThread);
     EXPECT_EQ(names.records, nullptr);
 }
 
@@ -292,13 +291,8 @@ TEST_F(FunctionNamesTest, RaisesThatThereIsNoStringAndFreesTheOthers) {
         watched.granted = granted;
         {
             Names names({1, 2});
-            HRESULT result = S_OK;
-            try {
-                names.get();
-            } catch (const std::system_error& error) {
-                result = error.code().value();
-            }
-            EXPECT_EQ(result, granted < 8 ? E_OUTOFMEMORY : S_OK) << granted;
+            EXPECT_EQ(raised_by([&] { names.get(); }), granted < 8 ? E_OUTOFMEMORY : S_OK)
+                << granted;
             EXPECT_EQ(names.records == nullptr, granted < 8);
             EXPECT_EQ(watched.alive, granted < 8 ? 0 : 4);
         }
@@ -313,17 +307,13 @@ TEST_F(FunctionNamesTest, RaisesThatThereIsNoMemory) {
     std::size_t granted = 0;
     for (bool has_failed = true; has_failed; ++granted) {
         Names names({1, 2});
-        bool is_raised = false;
+        HRESULT result = S_OK;
         {
             const testing::FailingAllocation failing(granted);
-            try {
-                EXPECT_EQ(names.get(), 0);
-            } catch (const std::bad_alloc&) {
-                is_raised = true;
-            }
+            result = raised_by([&] { EXPECT_EQ(names.get(), 0); });
             has_failed = testing::FailingAllocation::has_come();
         }
-        EXPECT_EQ(is_raised, has_failed);
+        EXPECT_EQ(result, has_failed ? E_OUTOFMEMORY : S_OK);
         EXPECT_EQ(names.records == nullptr, has_failed);
         EXPECT_EQ(runtime.metadata_references, 1U);
     }

@@ -8,18 +8,15 @@
 #include "tests/support/fake_stack.h"
 #include "tests/support/parked_thread.h"
 #include "tests/support/patched_import.h"
+#include "tests/support/raised.h"
 #include "tests/support/thread_calls.h"
 
 #include <gmock/gmock.h>
 
-#include <boost/thread/exceptions.hpp>
-
 #include <process.h>
 
 #include <atomic>
-#include <new>
 #include <set>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -28,9 +25,11 @@ namespace {
 
 using ::testing::ElementsAre;
 using testing::FakeStack;
+using testing::kNoThread;
 using ::testing::Pair;
 using testing::ParkedThread;
 using testing::PatchedImport;
+using testing::raised_by;
 using testing::ThreadCalls;
 
 constexpr ThreadID kThread = 0x7FF0000000D1;
@@ -516,7 +515,7 @@ std::uintptr_t no_thread(void*, unsigned, unsigned(__stdcall*)(void*), void*, un
 
 TEST_F(SnapshotTest, RaisesWhatKeepsTheWorkerFromStarting) {
     const PatchedImport patch("_beginthreadex", &no_thread);
-    EXPECT_THROW(taken.take(target.id()), boost::thread_resource_error);
+    EXPECT_EQ(raised_by([&] { taken.take(target.id()); }), kNoThread);
     EXPECT_EQ(taken.frames, nullptr);
     EXPECT_EQ(taken.count, 0);
     EXPECT_EQ(taken.timestamp, 0U);
@@ -524,12 +523,7 @@ TEST_F(SnapshotTest, RaisesWhatKeepsTheWorkerFromStarting) {
 
 // The code of the error that a snapshot raises when it has the frames.
 HRESULT raised(Taken& taken, DWORD os_thread) {
-    HRESULT result = S_OK;
-    try {
-        taken.take(os_thread);
-    } catch (const std::system_error& error) {
-        result = error.code().value();
-    }
+    const HRESULT result = raised_by([&] { taken.take(os_thread); });
     EXPECT_EQ(taken.frames, nullptr);
     EXPECT_EQ(taken.count, 3);
     EXPECT_EQ(taken.timestamp, 0U);
@@ -591,9 +585,7 @@ TEST_F(SnapshotTest, RaisesThatThereIsNoMemory) {
         Taken one;
         {
             const testing::FailingAllocation failing(granted);
-            try {
-                one.take(target.id());
-            } catch (const std::bad_alloc&) {
+            if (raised_by([&] { one.take(target.id()); }) == E_OUTOFMEMORY) {
                 EXPECT_EQ(one.frames, nullptr);
                 EXPECT_EQ(one.timestamp, 0U);
             }
