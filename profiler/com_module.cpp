@@ -46,7 +46,6 @@ HRESULT first_failure(HRESULT first, HRESULT second) {
     return FAILED(first) ? first : second;
 }
 
-// Without readable resources, or without memory, nothing is begun.
 template <class Action>
 HRESULT guarded(const Action& action) noexcept {
     try {
@@ -73,18 +72,19 @@ HRESULT CCorvaneProfiler::get_class_object(REFCLSID clsid, REFIID iid, void** ob
 }
 
 HRESULT CCorvaneProfiler::register_server() noexcept {
-    return guarded([this] {
+    return guarded([] {
         const RegistryKey module_keys = load_script(kModuleScript);
         const RegistryKey class_keys = load_script(kClassScript);
-        HRESULT hr = write_registry_keys(module_keys);
+        NewRegistryKeys made;
+        HRESULT hr = write_registry_keys(module_keys, made);
         if (SUCCEEDED(hr)) {
-            hr = write_registry_keys(class_keys);
+            hr = write_registry_keys(class_keys, made);
         }
         if (SUCCEEDED(hr)) {
             hr = register_type_library();
         }
-        if (FAILED(hr)) {
-            unregister_server();
+        if (SUCCEEDED(hr)) {
+            made.keep();
         }
         return hr;
     });

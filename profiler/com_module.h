@@ -24,7 +24,8 @@ public:
     }
 
     // Write and remove the registry entries of the scripts and of the type library. A failed
-    // registration takes back what it wrote and returns the HRESULT of the call that failed.
+    // registration takes back the keys that it made, no others, and returns the HRESULT of the call
+    // that failed.
     HRESULT register_server() noexcept;
     HRESULT unregister_server() noexcept;
 

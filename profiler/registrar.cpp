@@ -16,18 +16,30 @@ LSTATUS set_string(HKEY key, const wchar_t* name, const std::wstring& text) {
     return RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()), bytes);
 }
 
-LSTATUS write_below(HKEY parent, const RegistryKey& key) {
+// `path` is the parent's; `made` is null below a key that is new itself.
+LSTATUS write_below(HKEY parent, const std::wstring& path, const RegistryKey& key,
+                    NewRegistryKeys* made) {
     for (const auto& [name, text] : key.values) {
         if (const LSTATUS status = set_string(parent, name.c_str(), text)) {
             return status;
         }
     }
     for (const RegistryKey& child : key.keys) {
+        const std::wstring child_path = path.empty() ? child.name : path + L'\\' + child.name;
+        if (made != nullptr) {
+            made->begin(child_path); // before it is there, so that it cannot be there unknown
+        }
         HKEY opened = nullptr;
-        if (const LSTATUS status =
-                RegCreateKeyExW(parent, child.name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                KEY_READ | KEY_WRITE, nullptr, &opened, nullptr)) {
-            return status;
+        DWORD disposition = 0;
+        const LSTATUS created =
+            RegCreateKeyExW(parent, child.name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                            KEY_READ | KEY_WRITE, nullptr, &opened, &disposition);
+        const bool is_new = created == ERROR_SUCCESS && disposition == REG_CREATED_NEW_KEY;
+        if (made != nullptr && !is_new) {
+            made->forget_last();
+        }
+        if (created != ERROR_SUCCESS) {
+            return created;
         }
         const OwnedKey owned(opened);
         if (child.default_value) {
@@ -35,7 +47,8 @@ LSTATUS write_below(HKEY parent, const RegistryKey& key) {
                 return status;
             }
         }
-        if (const LSTATUS status = write_below(opened, child)) {
+        if (const LSTATUS status =
+                write_below(opened, child_path, child, is_new ? nullptr : made)) {
             return status;
         }
     }
@@ -72,8 +85,15 @@ LSTATUS remove_below(HKEY parent, const RegistryKey& key) {
 
 } // namespace
 
-HRESULT write_registry_keys(const RegistryKey& root) noexcept {
-    const LSTATUS status = write_below(HKEY_CLASSES_ROOT, root); // the macro evaluates it twice
+NewRegistryKeys::~NewRegistryKeys() {
+    for (const std::wstring& path : paths_) {
+        RegDeleteTreeW(HKEY_CLASSES_ROOT, path.c_str());
+    }
+}
+
+HRESULT write_registry_keys(const RegistryKey& root, NewRegistryKeys& made) {
+    // The macro evaluates it twice.
+    const LSTATUS status = write_below(HKEY_CLASSES_ROOT, L"", root, &made);
     return HRESULT_FROM_WIN32(status);
 }
 

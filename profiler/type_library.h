@@ -7,9 +7,10 @@
 
 namespace corvane {
 
+// A failure leaves what was there before.
 HRESULT register_type_library();
 
-// Removing what is not registered is a success.
+// Removing what is not registered is a success, and nothing else that fails is.
 HRESULT unregister_type_library();
 
 // Describes the coclass `clsid`, for IProvideClassInfo. E_POINTER for a null `info`.

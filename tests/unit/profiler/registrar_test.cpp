@@ -19,6 +19,14 @@ protected:
         return parse_registry_script(L"HKCR { NoRemove " + kTestKey + L" { " + keys + L" } }", {});
     }
 
+    // To stay, whether it failed or not.
+    static HRESULT write(const RegistryKey& keys) {
+        NewRegistryKeys made;
+        const HRESULT hr = write_registry_keys(keys, made);
+        made.keep();
+        return hr;
+    }
+
     // The text of a value below the test's key; "-" when it is not there.
     static std::wstring text(const std::wstring& key, const wchar_t* value) {
         wchar_t buffer[100] = {};
@@ -41,8 +49,7 @@ protected:
 };
 
 TEST_F(RegistrarTest, WritesKeysAndValues) {
-    EXPECT_EQ(write_registry_keys(script(L"a = s 'default' { val name = s 'it''s' b = s '' c }")),
-              S_OK);
+    EXPECT_EQ(write(script(L"a = s 'default' { val name = s 'it''s' b = s '' c }")), S_OK);
     EXPECT_EQ(text(L"\\a", nullptr), L"default");
     EXPECT_EQ(text(L"\\a", L"name"), L"it's");
     EXPECT_EQ(text(L"\\a\\b", nullptr), L"");
@@ -51,20 +58,38 @@ TEST_F(RegistrarTest, WritesKeysAndValues) {
 }
 
 TEST_F(RegistrarTest, OverwritesAndKeepsWhatIsNotInTheScript) {
-    EXPECT_EQ(write_registry_keys(script(L"a = s '1' { val other = s 'x' }")), S_OK);
-    EXPECT_EQ(write_registry_keys(script(L"a = s '2'")), S_OK);
+    EXPECT_EQ(write(script(L"a = s '1' { val other = s 'x' }")), S_OK);
+    EXPECT_EQ(write(script(L"a = s '2'")), S_OK);
     EXPECT_EQ(text(L"\\a", nullptr), L"2");
     EXPECT_EQ(text(L"\\a", L"other"), L"x");
 }
 
 TEST_F(RegistrarTest, RemovesAllButProtectedKeys) {
     const RegistryKey keys = script(L"a = s '1' { b { c } } NoRemove d { e }");
-    EXPECT_EQ(write_registry_keys(keys), S_OK);
+    EXPECT_EQ(write(keys), S_OK);
     EXPECT_EQ(remove_registry_keys(keys), S_OK);
     EXPECT_FALSE(exists(L"\\a"));
     EXPECT_TRUE(exists(L"\\d"));
     EXPECT_FALSE(exists(L"\\d\\e"));
     EXPECT_EQ(remove_registry_keys(keys), S_OK); // what is not there is no failure
+}
+
+TEST_F(RegistrarTest, TakesBackWhatIsNew) {
+    EXPECT_EQ(write(script(L"a = s '1' { b }")), S_OK);
+    {
+        NewRegistryKeys made;
+        EXPECT_EQ(
+            write_registry_keys(script(L"a = s '2' { b { c } d { e } } NoRemove f { g }"), made),
+            S_OK);
+        EXPECT_TRUE(exists(L"\\a\\b\\c"));
+        EXPECT_TRUE(exists(L"\\a\\d\\e"));
+        EXPECT_TRUE(exists(L"\\f\\g"));
+    }
+    EXPECT_TRUE(exists(L"\\a\\b"));
+    EXPECT_FALSE(exists(L"\\a\\b\\c"));
+    EXPECT_FALSE(exists(L"\\a\\d"));
+    EXPECT_FALSE(exists(L"\\f")); // protected against removal, but it was not there
+    EXPECT_EQ(text(L"\\a", nullptr), L"2");
 }
 
 TEST_F(RegistrarTest, ReturnsTheFailureOfACall) {
@@ -75,7 +100,7 @@ TEST_F(RegistrarTest, ReturnsTheFailureOfACall) {
         RegCreateKeyExW(HKEY_CLASSES_ROOT, name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
                         KEY_READ | KEY_WRITE, nullptr, &opened, nullptr);
     ASSERT_NE(status, ERROR_SUCCESS);
-    EXPECT_EQ(write_registry_keys(script(L"a " + name + L" z")), HRESULT_FROM_WIN32(status));
+    EXPECT_EQ(write(script(L"a " + name + L" z")), HRESULT_FROM_WIN32(status));
     EXPECT_TRUE(exists(L"\\a"));
     EXPECT_FALSE(exists(L"\\z")); // nothing behind the failure is written
 }
