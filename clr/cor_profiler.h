@@ -10,13 +10,16 @@ struct ICorProfilerObjectEnum;
 struct ICorProfilerFunctionEnum;
 
 // Handed out by the runtime; never asked for by id.
-struct ICorProfilerModuleEnum : public IUnknown {
+template <class Own>
+struct ICorProfilerEnum : public IUnknown {
     virtual HRESULT STDMETHODCALLTYPE Skip(ULONG count) = 0;
     virtual HRESULT STDMETHODCALLTYPE Reset() = 0;
-    virtual HRESULT STDMETHODCALLTYPE Clone(ICorProfilerModuleEnum** copy) = 0;
+    virtual HRESULT STDMETHODCALLTYPE Clone(Own** copy) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetCount(ULONG* count) = 0;
-    virtual HRESULT STDMETHODCALLTYPE Next(ULONG count, ModuleID* modules, ULONG* fetched) = 0;
+    virtual HRESULT STDMETHODCALLTYPE Next(ULONG count, UINT_PTR* ids, ULONG* fetched) = 0;
 };
+struct ICorProfilerModuleEnum : public ICorProfilerEnum<ICorProfilerModuleEnum> {};
+struct ICorProfilerThreadEnum : public ICorProfilerEnum<ICorProfilerThreadEnum> {};
 
 // Allocates memory for new method bodies; the address fits the module it was asked for.
 MIDL_INTERFACE("A0EFB28B-6EE2-4D7B-B983-A75EF7BEEDB8")
@@ -58,6 +61,12 @@ ICorProfilerInfo3 : public ICorProfilerInfo2 {
     CLR_PROFILER_INFO3_METHODS(CLR_DECLARE_METHOD)
 };
 
+// The first of its methods; the others are not called.
+MIDL_INTERFACE("0D8FDCAA-6257-47BF-B1BF-94DAC88466EE")
+ICorProfilerInfo4 : public ICorProfilerInfo3 {
+    virtual HRESULT STDMETHODCALLTYPE EnumThreads(ICorProfilerThreadEnum** threads) = 0;
+};
+
 MIDL_INTERFACE("F0963021-E1EA-4732-8581-E01B0BD3C0C6")
 ICorProfilerFunctionControl : public IUnknown {
     CLR_PROFILER_FUNCTION_CONTROL_METHODS(CLR_DECLARE_METHOD)
@@ -74,6 +83,7 @@ __CRT_UUID_DECL(ICorProfilerCallback3, 0x4FD2ED52, 0x7731, 0x4B8D, 0x94, 0x69, 0
 __CRT_UUID_DECL(ICorProfilerInfo, 0x28B5557D, 0x3F3F, 0x48B4, 0x90, 0xB2, 0x5F, 0x9E, 0xEA, 0x2F, 0x6C, 0x48)
 __CRT_UUID_DECL(ICorProfilerInfo2, 0xCC0935CD, 0xA518, 0x487D, 0xB0, 0xBB, 0xA9, 0x32, 0x14, 0xE6, 0x54, 0x78)
 __CRT_UUID_DECL(ICorProfilerInfo3, 0xB555ED4F, 0x452A, 0x4E54, 0x8B, 0x39, 0xB5, 0x36, 0x0B, 0xAD, 0x32, 0xA0)
+__CRT_UUID_DECL(ICorProfilerInfo4, 0x0D8FDCAA, 0x6257, 0x47BF, 0xB1, 0xBF, 0x94, 0xDA, 0xC8, 0x84, 0x66, 0xEE)
 __CRT_UUID_DECL(ICorProfilerFunctionControl, 0xF0963021, 0xE1EA, 0x4732, 0x85, 0x81, 0xE0, 0x1B, 0x0B, 0xD3, 0xC0, 0xC6)
 #endif
 

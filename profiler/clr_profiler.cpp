@@ -13,6 +13,7 @@
 #include "rewrite/references/managed_library.h"
 #include "rewrite/rewrite_settings.h"
 #include "rewrite/shape/loaded_modules.h"
+#include "sampling/known_functions.h"
 #include "sampling/thread_map.h"
 #include "selection/excluded_scopes.h"
 #include "selection/jit_flow.h"
@@ -39,30 +40,29 @@ void attempt(const Step& step) noexcept {
     }
 }
 
-// Runs what a callback does about a method. Without a runtime or memory the method is left as it
-// stands; the runtime hears of nothing.
+constexpr const wchar_t* kMethodFailed = L"Failed to create method info (%s)";
+constexpr const wchar_t* kModuleFailed = L"Failed to note a module (%s)";
+constexpr const wchar_t* kThreadFailed = L"Failed to note a thread (%s)";
+
+// Runs what a callback does. Without memory it stays undone: a method is left as it stands, a
+// thread is not sampled. The runtime hears of nothing.
 template <class Work>
-HRESULT for_method(const ComPtr<ICorProfilerInfo>& info, const Work& work) noexcept {
+HRESULT guarded(const wchar_t* failure, const Work& work) noexcept {
     try {
-        if (info) {
-            work(info.get());
-        }
+        work();
     } catch (const std::exception&) {
-        log_result(default_log, L"Failed to create method info (%s)", E_OUTOFMEMORY);
+        log_result(default_log, failure, E_OUTOFMEMORY);
     }
     return S_OK;
 }
 
-// Runs what a callback about a thread does. Without memory the thread is not sampled; the runtime
-// hears of nothing.
-template <class Work>
-HRESULT for_thread(const Work& work) noexcept {
-    try {
-        work();
-    } catch (const std::exception&) {
-        log_result(default_log, L"Failed to note a thread (%s)", E_OUTOFMEMORY);
+// Shows what an enumeration of the runtime holds.
+template <class Enumeration, class Visit>
+void for_each_id(Enumeration& ids, const Visit& visit) {
+    UINT_PTR id = 0;
+    for (ULONG fetched = 0; ids.Next(1, &id, &fetched) == S_OK && fetched == 1;) {
+        visit(id);
     }
-    return S_OK;
 }
 
 // A name that the runtime gives in two calls of `ask(capacity, length, buffer)`: the length first,
@@ -128,6 +128,9 @@ void CClrProfiler::subscribe(IUnknown* info) noexcept {
     }
     if (FAILED(profilerInfo->SetEventMask(event_mask()))) {
         default_log.log(1, L"Failed to set event mask: COR_PRF_MONITOR_JIT_COMPILATION");
+        only_samples_ =
+            is_attaching_ &&
+            SUCCEEDED(profilerInfo->SetEventMask(event_mask() & COR_PRF_ALLOWABLE_AFTER_ATTACH));
     }
 }
 
@@ -186,31 +189,67 @@ DWORD CClrProfiler::event_mask() const noexcept {
 }
 
 HRESULT CClrProfiler::InitializeForAttach(IUnknown* info, void*, UINT) noexcept {
+    is_attaching_ = true;
+    begin_adoption(); // the callbacks about threads come from now on
     // Through the callback table, so that whatever wraps this object sees the call. The runtime
     // would detach on a failure; a process that is not to be traced stays attached and untouched.
     static_cast<ICorProfilerCallback*>(this)->Initialize(info);
     return S_OK;
 }
 
-HRESULT CClrProfiler::ModuleLoadFinished(ModuleID module, HRESULT status) noexcept {
-    default_log.log(4, L"CClrProfiler::ModuleLoadFinished(): Invoked;");
-    if (!profilerInfo) {
-        return S_OK;
-    }
-    try {
-        const HRESULT hr = note_module(module);
-        if (SUCCEEDED(status) && SUCCEEDED(hr)) {
-            add_loaded_module(profilerInfo3.get(), module);
-        }
-        return hr;
-    } catch (const std::exception&) {
-        return E_OUTOFMEMORY;
+// The callbacks have been coming for a moment, so that nothing is missed in between.
+HRESULT CClrProfiler::ProfilerAttachComplete() noexcept {
+    guarded(kModuleFailed, [this] { take_present_modules(); });
+    guarded(kThreadFailed, [] { take_present_threads(); });
+    end_adoption();
+    return S_OK;
+}
+
+void CClrProfiler::take_present_modules() {
+    ComPtr<ICorProfilerModuleEnum> modules;
+    if (profilerInfo3 && SUCCEEDED(profilerInfo3->EnumModules(modules.put()))) {
+        for_each_id(*modules.get(), [this](ModuleID module) { ModuleLoadFinished(module, S_OK); });
     }
 }
 
+void CClrProfiler::take_present_threads() {
+    ComPtr<ICorProfilerInfo4> info;
+    ComPtr<ICorProfilerThreadEnum> threads;
+    if (profilerInfo2 && SUCCEEDED(profilerInfo2.query(info)) &&
+        SUCCEEDED(info->EnumThreads(threads.put()))) {
+        for_each_id(*threads.get(), [&info](ThreadID thread) {
+            DWORD os_thread = 0;
+            if (SUCCEEDED(info->GetThreadInfo(thread, &os_thread))) {
+                adopt_thread(thread, os_thread);
+            }
+        });
+    }
+}
+
+HRESULT CClrProfiler::ModuleLoadFinished(ModuleID module, HRESULT status) noexcept {
+    default_log.log(4, L"CClrProfiler::ModuleLoadFinished(): Invoked;");
+    HRESULT hr = S_OK;
+    if (!profilerInfo) {
+        return hr;
+    }
+    bool stays = false;
+    guarded(kModuleFailed, [&] {
+        hr = E_OUTOFMEMORY;
+        hr = note_module(module);
+        stays =
+            SUCCEEDED(status) && SUCCEEDED(hr) && add_loaded_module(profilerInfo3.get(), module);
+    });
+    if (!stays) { // as far as is known
+        guarded(kModuleFailed, [module] { note_collectible_module(module); });
+    }
+    return hr;
+}
+
+// Another module may get the same id.
 HRESULT CClrProfiler::ModuleUnloadStarted(ModuleID module) noexcept {
-    remove_loaded_module(module);
-    forget_left_methods(module); // another module may get the same id
+    guarded(kModuleFailed, [module] { forget_functions_of(module); });
+    guarded(kModuleFailed, [module] { remove_loaded_module(module); });
+    guarded(kModuleFailed, [module] { forget_left_methods(module); });
     return S_OK;
 }
 
@@ -262,25 +301,36 @@ void CClrProfiler::note_managed_library(ModuleID module) {
 }
 
 HRESULT CClrProfiler::JITCompilationStarted(FunctionID function, BOOL) noexcept {
-    return for_method(profilerInfo, [&](ICorProfilerInfo* info) {
-        on_jit_compilation_started(info, function, switches_.transparencyInstrumentation,
-                                   RewriteMethod);
+    return guarded(kMethodFailed, [&] {
+        if (!profilerInfo) {
+            return;
+        }
+        note_function(profilerInfo2.get(), function);
+        // What was compiled before may be running: all calls of a method need the same body.
+        if (!only_samples_) {
+            on_jit_compilation_started(profilerInfo.get(), function,
+                                       switches_.transparencyInstrumentation, RewriteMethod);
+        }
     });
 }
 
 HRESULT CClrProfiler::JITCachedFunctionSearchStarted(FunctionID function,
                                                      BOOL* use_cached_function) noexcept {
-    return for_method(profilerInfo, [&](ICorProfilerInfo* info) {
-        on_cached_function_search_started(info, function, use_cached_function);
+    return guarded(kMethodFailed, [&] {
+        if (!profilerInfo) {
+            return;
+        }
+        note_function(profilerInfo2.get(), function);
+        on_cached_function_search_started(profilerInfo.get(), function, use_cached_function);
     });
 }
 
 HRESULT CClrProfiler::ThreadDestroyed(ThreadID thread) noexcept {
-    return for_thread([&] { on_thread_destroyed(thread); });
+    return guarded(kThreadFailed, [&] { on_thread_destroyed(thread); });
 }
 
 HRESULT CClrProfiler::ThreadAssignedToOSThread(ThreadID thread, DWORD os_thread) noexcept {
-    return for_thread([&] { on_thread_assigned(thread, os_thread); });
+    return guarded(kThreadFailed, [&] { on_thread_assigned(thread, os_thread); });
 }
 
 } // namespace corvane

@@ -33,6 +33,8 @@ public:
     // Of the coclass kProfilerClassId, from this server's type library.
     HRESULT STDMETHODCALLTYPE GetClassInfo(ITypeInfo** info) noexcept override;
 
+    HRESULT STDMETHODCALLTYPE ProfilerAttachComplete() noexcept override;
+
     const ProfilerSwitches& switches() const noexcept { return switches_; }
 
     // The interface of this id, without a new reference; null for ids that are not answered.
@@ -42,6 +44,8 @@ private:
     bool ShouldTrace() noexcept;
     bool ask_gate();
     void subscribe(IUnknown* info) noexcept;
+    void take_present_modules();
+    static void take_present_threads();
     bool CheckKey(const char* key, const char* value) const;
     void read_switches();
     DWORD event_mask() const noexcept;
@@ -50,6 +54,8 @@ private:
 
     ComPtr<ICorProfilerInfo> profilerInfo;
     ProfilerSwitches switches_;
+    bool is_attaching_ = false; // the process ran before
+    bool only_samples_ = false; // the runtime lets an attaching profiler do no more
 };
 
 } // namespace corvane

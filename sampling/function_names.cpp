@@ -4,6 +4,7 @@
 #include "base/runtime_state.h"
 #include "clr/runtime_name.h"
 #include "sampling/export_result.h"
+#include "sampling/known_functions.h"
 #include "sampling/snapshot.h"
 #include "sampling/worker_thread.h"
 
@@ -60,9 +61,11 @@ HRESULT get_type_name(IMetaDataImport& metadata, mdTypeDef type, std::wstring& n
 }
 
 void read_names(FunctionNameRecord& record) {
+    const FunctionID function = to_function_id(record.functionId);
+    const KnownFunction known(function); // until all is read
     ComPtr<IMetaDataImport> metadata;
     mdMethodDef method = mdMethodDefNil;
-    if (!succeeded(get_metadata(to_function_id(record.functionId), metadata, method),
+    if (!succeeded(known ? get_metadata(function, metadata, method) : E_INVALIDARG,
                    L"CClrProfiler::Thread_Function_Names_App().GetTokenAndMetaDataFromFunction() "
                    L"did not return S_OK %s") ||
         !metadata) {

@@ -6,6 +6,7 @@
 #include "sampling/automation.h"
 #include "sampling/export_result.h"
 #include "sampling/frame_list.h"
+#include "sampling/known_functions.h"
 #include "sampling/thread_map.h"
 #include "sampling/wall_clock.h"
 #include "sampling/worker_thread.h"
@@ -108,9 +109,9 @@ HRESULT Thread_Do_Stack_Snapshot(CorvaneSnapshot* request) {
     const auto os_thread = static_cast<DWORD>(request->osThreadId);
     const ThreadID target = find_thread(os_thread);
     // The id of a thread that has ended may be another's by now, which the runtime does not know,
-    // or this worker's own. One that ends between here and its suspension is not seen: what tells
-    // of it is behind a lock, which the suspended thread may hold.
-    if (target == 0 || !is_running(target, os_thread) || os_thread == GetCurrentThreadId()) {
+    // or this worker's own.
+    const RunningThread running(target, os_thread); // cannot end before the walk has
+    if (target == 0 || !running || os_thread == GetCurrentThreadId()) {
         return kNotWalked;
     }
     FrameList frames(request->frames);
@@ -118,6 +119,7 @@ HRESULT Thread_Do_Stack_Snapshot(CorvaneSnapshot* request) {
     if (!thread) {
         return kNotWalked;
     }
+    const WalkStart start = begin_walk();
     set_snapshot_target(request->osThreadId);
 
     // Until the target runs again nothing may wait for what it may hold: no lock, no heap.
@@ -150,6 +152,7 @@ HRESULT Thread_Do_Stack_Snapshot(CorvaneSnapshot* request) {
         request->status = kNoSnapshot;
         return walked;
     }
+    note_walked_functions(start, frames.frames());
     request->frames.assign(frames.frames().begin(), frames.frames().end());
     return S_OK;
 }

@@ -9,6 +9,7 @@
 
 #include <boost/thread/mutex.hpp>
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 
@@ -32,8 +33,25 @@ void on_thread_destroyed(ThreadID thread);
 ThreadID find_thread(DWORD os_thread);
 
 // Whether the runtime's thread has not ended and runs there. What the map says of a thread that has
-// is not so any more: the system gives its id to others, and the runtime frees its memory.
-bool is_running(ThreadID thread, DWORD os_thread);
+// is not so any more: the system gives its id to others, and the runtime frees its memory. While
+// this lives a thread that runs does not end: the callback that tells of its end waits.
+class RunningThread {
+public:
+    RunningThread(ThreadID thread, DWORD os_thread);
+    RunningThread(const RunningThread&) = delete;
+    RunningThread& operator=(const RunningThread&) = delete;
+    ~RunningThread();
+    explicit operator bool() const noexcept { return walks_ != nullptr; }
+
+private:
+    std::atomic<int>* walks_ = nullptr; // of the thread, this one included; null if it does not run
+};
+
+// Threads that the runtime had before its callbacks came: between begin and end of an adoption,
+// when the callbacks come already. One that has ended in the meantime is not taken.
+void begin_adoption();
+void adopt_thread(ThreadID thread, DWORD os_thread);
+void end_adoption();
 
 void set_snapshot_target(std::int64_t os_thread);
 

@@ -38,13 +38,14 @@ std::vector<ModuleID> list() {
 
 } // namespace
 
-void add_loaded_module(ICorProfilerInfo3* info, ModuleID module) {
+bool add_loaded_module(ICorProfilerInfo3* info, ModuleID module) {
     if (can_be_collected(info, module)) {
-        return;
+        return false;
     }
     LoadedModules& all = loaded();
     const std::lock_guard lock(all.mutex);
     all.modules.insert(module);
+    return true;
 }
 
 void remove_loaded_module(ModuleID module) {

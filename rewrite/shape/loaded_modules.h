@@ -12,8 +12,9 @@
 namespace corvane {
 
 // What the callbacks of these events do. `info` tells whether a module can be collected; without
-// it, on a runtime that has no such modules, it is null. Throws std::bad_alloc.
-void add_loaded_module(ICorProfilerInfo3* info, ModuleID module);
+// it, on a runtime that has no such modules, it is null. False for one that can be, which is not
+// added. Throws std::bad_alloc.
+bool add_loaded_module(ICorProfilerInfo3* info, ModuleID module);
 void remove_loaded_module(ModuleID module); // returns when nobody looks at it any more
 
 // Whether it is one of them.

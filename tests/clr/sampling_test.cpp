@@ -30,6 +30,9 @@ protected:
                   "corvane='Enabled'/></applications></instrumentation></configuration>");
     }
 
+    // Else the program attaches the profiler to itself.
+    bool is_there_from_the_start = true;
+
     // Runs the program, with the number of snapshots that it is to take, and expects that it prints
     // this behind the runtime's version.
     void expect_output(const std::wstring& what, int count, const std::string& expected) const {
@@ -44,7 +47,7 @@ protected:
         options.environment = {{L"DOTNET_ROOT", dotnet_root.wstring()},
                                {L"DOTNET_ROOT_X64", std::nullopt},
                                {L"DOTNET_MULTILEVEL_LOOKUP", L"0"},
-                               {L"CORECLR_ENABLE_PROFILING", L"1"},
+                               {L"CORECLR_ENABLE_PROFILING", is_there_from_the_start ? L"1" : L"0"},
                                {L"CORECLR_PROFILER", L"{5D3A9C71-0B6E-4F28-9A41-7C2E8B04D1F6}"},
                                {L"CORECLR_PROFILER_PATH", library.wstring()},
                                {L"CORECLR_PROFILER_PATH_64", std::nullopt},
@@ -100,6 +103,62 @@ TEST_P(Sampling, RaisesErrorsThatAManagedCallerSurvives) {
                   "negative count: SEHException\nno array: SEHException\n"
                   "no thread: SEHException\nno thread for names: SEHException\n"
                   "it goes on\nsuspended 0\n");
+}
+
+TEST_P(Sampling, HasNoNameForANumberThatIsNoFunction) {
+    std::string names;
+    for (int i = 0; i < 12; ++i) {
+        names += "?.?\n";
+    }
+    expect_output(L"no functions", 0, names);
+}
+
+// What the runtime has made for a type goes with the type's assembly.
+TEST_P(Sampling, HasNoNameForAFunctionThatIsUnloaded) {
+    const std::string caller = " < InPlugin.Run < Target.Run\n";
+    const std::string names =
+        "Plugin.Spin < Plugin.Each < System.Collections.Generic.List`1.ForEach < Plugin.Hold" +
+        caller;
+    expect_output(L"unloaded", 0,
+                  "loaded: " + names + "unloaded: ?.? < ?.? < ?.? < ?.?" + caller +
+                      "loaded again: " + names);
+}
+
+TEST_P(Sampling, LeavesAProgramThatUnloadsAsItIs) {
+    expect_output(L"unloading", snapshots(300), "unloading: sampled\n");
+}
+
+// --- Attached to a program that runs
+
+TEST_P(Sampling, ServesAProgramThatItIsAttachedTo) {
+    is_there_from_the_start = false;
+    const std::string busy = "Attaching.Busy < Target.Run\nsuspended 0\n";
+    expect_output(L"attach", 0,
+                  "attached: 00000000\nbefore: " + busy +
+                      "asleep: Attaching.Patient < Target.Run\nsuspended 0\n"
+                      "behind: " +
+                      busy +
+                      "self: Sampler.Take < Attaching.Sampled < Attaching.SampleAfterwards < "
+                      "Program.Main\n"
+                      "attached again: 8013136A\nbefore: " +
+                      busy + "ended: status 0, no frames\n");
+}
+
+TEST_P(Sampling, LeavesAProgramAloneThatItIsAttachedToButNotToProfile) {
+    is_there_from_the_start = false;
+    configure("<configuration><instrumentation><applications/></instrumentation></configuration>");
+    const std::string nothing = "status 2, no frames\n";
+    expect_output(L"attach", 0,
+                  "attached: 00000000\nbefore: " + nothing + "suspended 0\nasleep: " + nothing +
+                      "suspended 0\nbehind: " + nothing + "suspended 0\nself: " + nothing +
+                      "attached again: 8013136A\nbefore: " + nothing + "suspended 0\n" +
+                      "ended: " + nothing);
+}
+
+// --- Bad moments
+
+TEST_P(Sampling, LeavesThreadsThatHardlyLiveAlone) {
+    expect_output(L"short-lived", snapshots(4000), "short-lived: sampled\n");
 }
 
 // Until after their end.

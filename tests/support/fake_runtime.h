@@ -47,6 +47,7 @@ public:
     std::function<void()> on_info2_query = [] {};
 
     HRESULT set_event_mask_result = S_OK;
+    DWORD refused_events = 0; // a mask with one of them is refused
     DWORD event_mask = 0;
 
     struct Module {
@@ -81,6 +82,9 @@ public:
 
     HRESULT STDMETHODCALLTYPE SetEventMask(DWORD events) override {
         calls.emplace_back("SetEventMask");
+        if ((events & refused_events) != 0) {
+            return CORPROF_E_UNSUPPORTED_FOR_ATTACHING_PROFILER;
+        }
         event_mask = events;
         return set_event_mask_result;
     }

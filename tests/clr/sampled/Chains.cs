@@ -122,7 +122,8 @@ internal static class Chains
         static string Thrown(int depth) => (depth == 1 ? "Chains.Throw" : $"Chains.Throw x{depth}") + " < Chains.Catch";
     }
 
-    private static string WithoutRuntime(string chain) =>
+    /// <summary>The program's own frames.</summary>
+    public static string WithoutRuntime(string chain) =>
         string.Join(" < ", chain.Split(" < ").Where(frame => !frame.StartsWith("System.", StringComparison.Ordinal)));
 
     [MethodImpl(AsWritten)]

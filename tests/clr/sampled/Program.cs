@@ -22,6 +22,21 @@ internal static class Program
             case "failures":
                 Failures.ShowAll();
                 break;
+            case "attach":
+                Attaching.SampleAfterwards();
+                break;
+            case "no functions":
+                Unloading.NumbersThatAreNoFunctions();
+                break;
+            case "unloaded":
+                Unloading.FunctionsThatAreUnloaded();
+                break;
+            case "unloading":
+                Unloading.WhileItIsUnloaded(count);
+                break;
+            case "short-lived":
+                Races.ThreadsThatHardlyLive(count);
+                break;
             case "threads":
                 Races.ThreadsThatComeAndGo(count);
                 break;

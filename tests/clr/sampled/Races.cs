@@ -45,6 +45,53 @@ internal static class Races
         statuses.Print("threads");
     }
 
+    /// <summary>Threads that end while they are sampled, from two samplers at once.</summary>
+    public static void ThreadsThatHardlyLive(int count)
+    {
+        var ids = new uint[8];
+        bool isToStop = false;
+        Statuses[] statuses = [new(), new()];
+        Thread[] samplers = [.. statuses.Select((own, first) => new Thread(() =>
+        {
+            for (int i = first; !Volatile.Read(ref isToStop); i++)
+            {
+                uint id = Volatile.Read(ref ids[i % ids.Length]);
+                if (id != 0)
+                {
+                    own.Add(Sampler.Take(id));
+                }
+            }
+        }))];
+        foreach (Thread sampler in samplers)
+        {
+            sampler.Start();
+        }
+        Thread[] starters = [.. Enumerable.Range(0, ids.Length).Select(own => new Thread(() =>
+        {
+            for (int i = 0; i < count / ids.Length; i++)
+            {
+                var thread = new Thread(() => Volatile.Write(ref ids[own], Platform.GetCurrentThreadId()));
+                thread.Start();
+                thread.Join();
+            }
+        }))];
+        foreach (Thread starter in starters)
+        {
+            starter.Start();
+        }
+        foreach (Thread starter in starters)
+        {
+            starter.Join();
+        }
+        Volatile.Write(ref isToStop, true);
+        foreach (Thread sampler in samplers)
+        {
+            sampler.Join();
+        }
+        Console.Error.WriteLine($"short-lived: {statuses.Sum(own => own.Taken)} snapshots of {count} threads");
+        Console.WriteLine("short-lived: sampled");
+    }
+
     private static void CountFor(TimeSpan time)
     {
         long counted = 0;
@@ -306,10 +353,14 @@ internal static class Races
     private sealed class Statuses
     {
         private int walked_;
+
+        public int Taken { get; private set; }
+
         private int refused_;
 
         public void Add(Snapshot snapshot)
         {
+            Taken++;
             walked_ += snapshot.Count > 0 ? 1 : 0;
             refused_ += snapshot.Status == 2 ? 1 : 0;
         }

@@ -13,13 +13,15 @@ internal static unsafe class Sampler
     /// <summary>Binds the imports to the library that the runtime loaded as its profiler.</summary>
     public static void Bind()
     {
-        string path = Environment.GetEnvironmentVariable("CORECLR_PROFILER_PATH")!;
         NativeLibrary.SetDllImportResolver(Assembly.GetExecutingAssembly(),
-            (name, _, _) => name == Library ? NativeLibrary.Load(path) : 0);
+            (name, _, _) => name == Library ? Module : 0);
     }
 
     /// <summary>Where that library stands.</summary>
-    public static nint Module => NativeLibrary.Load(Environment.GetEnvironmentVariable("CORECLR_PROFILER_PATH")!);
+    public static nint Module => NativeLibrary.Load(Path);
+
+    /// <summary>Its file.</summary>
+    public static string Path => Environment.GetEnvironmentVariable("CORECLR_PROFILER_PATH")!;
 
     /// <summary>Takes one snapshot and checks that its parts agree.</summary>
     public static Snapshot Take(uint thread)
@@ -71,7 +73,7 @@ internal static unsafe class Sampler
                 var names = new string[functions.Length];
                 for (int i = 0; i < names.Length; i++)
                 {
-                    if (records[i].FunctionId != functions[i])
+                    if (!records[i].FunctionId.Equals(functions[i]))
                     {
                         throw new InvalidOperationException("GetFunctionNames: another function");
                     }

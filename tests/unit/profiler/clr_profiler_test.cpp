@@ -6,6 +6,7 @@
 #include "profiler/agent_config.h"
 #include "profiler/com_object.h"
 #include "rewrite/shape/loaded_modules.h"
+#include "sampling/known_functions.h"
 #include "sampling/thread_map.h"
 #include "selection/excluded_scopes.h"
 #include "selection/target_methods.h"
@@ -19,8 +20,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -342,6 +345,35 @@ TEST_F(Initialize, ForAttachAnswersOkWhateverTheGateSays) {
     EXPECT_EQ(runtime.calls, std::vector<std::string>{"SetEventMask"});
 }
 
+// What a runtime refuses to a profiler that comes later.
+constexpr DWORD kNotAfterAttach = ~DWORD(0x106502FE);
+
+TEST_F(Initialize, ForAttachAsksForThePartThatItMayHave) {
+    runtime.refused_events = kNotAfterAttach;
+    const AgentHome home(listing_this());
+    EXPECT_EQ(profiler->InitializeForAttach(&runtime, nullptr, 0), S_OK);
+    EXPECT_EQ(runtime.calls, (std::vector<std::string>{"SetEventMask", "SetEventMask"}));
+    EXPECT_EQ(runtime.event_mask, 0x10000224U);
+    EXPECT_EQ(output.text(), std::wstring(kInvoked) + kAfterShouldTrace +
+                                 L"Failed to set event mask: COR_PRF_MONITOR_JIT_COMPILATION\n" +
+                                 no_exclusions());
+    // Methods are not even looked at: what was compiled before may be running.
+    EXPECT_EQ(profiler->JITCompilationStarted(0x4711, TRUE), S_OK);
+    EXPECT_EQ(runtime.calls.size(), 2U);
+    EXPECT_TRUE(KnownFunction(0x4711));
+    EXPECT_EQ(profiler->ProfilerAttachComplete(), S_OK);
+    EXPECT_EQ(runtime.calls,
+              (std::vector<std::string>{"SetEventMask", "SetEventMask", "EnumModules"}));
+    forget_functions_of(1);
+}
+
+TEST_F(Initialize, AtTheStartAsksForTheWholeMaskOnly) {
+    runtime.refused_events = kNotAfterAttach;
+    const AgentHome home(listing_this());
+    EXPECT_EQ(profiler->Initialize(&runtime), S_OK);
+    EXPECT_EQ(runtime.calls, std::vector<std::string>{"SetEventMask"});
+}
+
 TEST_F(Initialize, ForAttachGoesThroughTheCallbackTable) {
     class Watched final : public CClrProfiler {
     public:
@@ -644,6 +676,72 @@ TEST_F(ThreadCallbacks, AnswerOkWithoutMemory) {
     EXPECT_TRUE(ThreadMap.empty());
     EXPECT_EQ(output.text(), std::wstring(L"Failed to note a thread (") +
                                  hresult_text(E_OUTOFMEMORY).c_str() + L")\n");
+}
+
+// Whichever request of memory fails: nothing is thrown to the runtime.
+TEST_F(ProfilerTest, AnswersEveryCallbackWithoutMemory) {
+    const AgentHome home(listing_this());
+    default_log = DebugLog(L"", 0); // a line takes memory of the test's own
+    FakeMethod method;
+    method.writes_down = false;
+    method.type_name = L"System.Net.HttpWebRequest";
+    method.method_name = L"GetResponse";
+    UINT_PTR id = 0x10000;
+    BOOL use = FALSE;
+    CClrProfiler& served = *profiler.get();
+    const std::function<HRESULT()> callbacks[] = {
+        [&] { return served.Initialize(&method); },
+        [&] { return served.InitializeForAttach(&method, nullptr, 0); },
+        [&] { return served.ProfilerAttachComplete(); },
+        [&] {
+            const HRESULT hr = served.ModuleLoadFinished(id, S_OK);
+            served.ModuleUnloadStarted(id);
+            return hr;
+        },
+        [&] { return served.JITCompilationStarted(id, TRUE); },
+        [&] { return served.JITCachedFunctionSearchStarted(id, &use); },
+        [&] { return served.ThreadAssignedToOSThread(id, static_cast<DWORD>(id)); },
+        [&] { return served.ThreadDestroyed(id); },
+        [&] { return served.ModuleUnloadStarted(id); },
+    };
+    int failures = 0;
+    for (const auto& callback : callbacks) {
+        bool has_failed = true;
+        for (std::size_t granted = 0; has_failed; ++granted, ++id) {
+            excluded_scopes.clear();
+            target_methods.clear();
+            method.forget_calls();
+            HRESULT hr = S_OK;
+            {
+                const testing::FailingAllocation failing(granted);
+                hr = callback();
+                has_failed = testing::FailingAllocation::has_come();
+            }
+            failures += has_failed ? 1 : 0;
+            EXPECT_TRUE(hr == S_OK || (has_failed && (hr == kCancelled || hr == E_OUTOFMEMORY)))
+                << "callback " << &callback - callbacks << ", " << granted << " granted";
+        }
+    }
+    EXPECT_GT(failures, 20);
+    default_log = DebugLog();
+    ThreadMap.clear();
+    forget_functions_of(1);
+    profiler = {}; // before the runtime goes
+    profilerInfo2.reset();
+}
+
+// What is made on first use is made in a process of its own.
+TEST(FirstCallbackDeathTest, AnswersWithoutMemory) {
+    for (std::size_t granted = 0; granted < 4; ++granted) {
+        EXPECT_EXIT(
+            {
+                const ComPtr<ComObject<CClrProfiler>> first(new ComObject<CClrProfiler>());
+                const testing::FailingAllocation failing(granted);
+                const HRESULT hr = first->ModuleUnloadStarted(1);
+                std::_Exit(hr == S_OK ? 3 : 4);
+            },
+            ::testing::ExitedWithCode(3), "");
+    }
 }
 
 TEST_F(ProfilerTest, AnswersTheOtherCallbacksWithOk) {

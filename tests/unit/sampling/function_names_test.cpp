@@ -2,6 +2,7 @@
 
 #include "base/hresult_text.h"
 #include "base/runtime_state.h"
+#include "sampling/known_functions.h"
 #include "tests/support/allocations.h"
 #include "tests/support/debug_output.h"
 #include "tests/support/fake_method.h"
@@ -63,13 +64,24 @@ void expect_names(const FunctionNameRecord& record, const wchar_t* type, const w
     EXPECT_STREQ(record.methodName.get(), method);
 }
 
+constexpr ModuleID kModule = 0xB1;
+
 class FunctionNamesTest : public ::testing::Test {
 protected:
-    FunctionNamesTest() { profilerInfo2 = ComPtr<ICorProfilerInfo2>(&runtime); }
+    FunctionNamesTest() {
+        profilerInfo2 = ComPtr<ICorProfilerInfo2>(&runtime);
+        know({1, 2, 0xF1});
+    }
     ~FunctionNamesTest() override {
         EXPECT_EQ(runtime.metadata_references, 1U);
         profilerInfo2.reset();
         EXPECT_EQ(runtime.references, 1U);
+        forget_functions_of(kModule); // and, with one that was to stay, everything
+    }
+
+    // Functions that a walk has met.
+    static void know(const std::vector<FunctionID>& functions) {
+        note_walked_functions(begin_walk(), functions);
     }
 
     FakeMethod runtime;
@@ -149,16 +161,52 @@ TEST_F(FunctionNamesTest, GivesLongAndEmptyNames) {
 // An id travels as a double.
 TEST_F(FunctionNamesTest, TurnsIdsBackIntoUnsignedNumbers) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
+    know({FunctionID(1) << 53, FunctionID(1) << 63, 0xFFFFFFFFFFFFF800});
     Names names({1.9, 0x1p53 + 1, 0x1p63, 0x1.fffffffffffffp63, 0x1p64, -1, nan, -0.0});
     EXPECT_EQ(names.get(), 0);
-    const char* const asked[] = {"1", "20000000000000", "8000000000000000", "FFFFFFFFFFFFF800",
-                                 // what is no id is asked for as one that is none
-                                 "0", "0", "0", "0"};
+    const char* const asked[] = {"1", "20000000000000", "8000000000000000", "FFFFFFFFFFFFF800"};
+    EXPECT_EQ(runtime.calls.size(), 6 * std::size(asked)); // what is no id is not asked for
     for (std::size_t i = 0; i < std::size(asked); ++i) {
         EXPECT_EQ(runtime.calls[6 * i], std::string("GetTokenAndMetaDataFromFunction(") + asked[i] +
                                             ", IMetaDataImport)");
     }
     EXPECT_EQ(names.records[5].functionId, -1);
+}
+
+// The runtime ends the process when it is asked about one.
+TEST_F(FunctionNamesTest, AsksNothingAboutANumberThatTheRuntimeHasNotReported) {
+    const std::wstring line =
+        std::wstring(L"CClrProfiler::Thread_Function_Names_App().GetTokenAndMetaDataFromFunction() "
+                     L"did not return S_OK ") +
+        hresult_text(E_INVALIDARG).c_str();
+    for (const double id : {0.0, 3.0, 4096.0, 1e6, -1.0}) {
+        const testing::DebugOutput output;
+        default_log = DebugLog(L"", 4);
+        Names names({id});
+        EXPECT_EQ(names.get(), 0);
+        default_log = DebugLog();
+        EXPECT_EQ(names.records[0].functionId, id);
+        expect_names(names.records[0], nullptr, nullptr);
+        // Written by the worker, whose id comes first.
+        const std::wstring written = output.raw();
+        EXPECT_EQ(written.substr(written.find(L' ') + 1), line);
+    }
+    EXPECT_TRUE(runtime.calls.empty());
+}
+
+TEST_F(FunctionNamesTest, AsksNothingAboutFunctionsOfAModuleThatIsGone) {
+    note_collectible_module(0xB2);
+    note_walked_functions(begin_walk(), std::vector<FunctionID>{0x40});
+    Names before({0x40});
+    EXPECT_EQ(before.get(), 0);
+    expect_names(before.records[0], L"Shop.Orders", L"Place");
+    forget_functions_of(0xB2);
+    runtime.forget_calls();
+    Names after({0x40, 1});
+    EXPECT_EQ(after.get(), 0);
+    expect_names(after.records[0], nullptr, nullptr);
+    expect_names(after.records[1], L"Shop.Orders", L"Place");
+    EXPECT_EQ(runtime.calls.size(), 6U);
 }
 
 // --- Failures

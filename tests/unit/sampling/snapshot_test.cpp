@@ -2,6 +2,7 @@
 
 #include "base/hresult_text.h"
 #include "base/runtime_state.h"
+#include "sampling/known_functions.h"
 #include "sampling/thread_map.h"
 #include "tests/support/allocations.h"
 #include "tests/support/debug_output.h"
@@ -92,6 +93,7 @@ protected:
     ~SnapshotTest() override {
         profilerInfo2.reset();
         ThreadMap.clear();
+        forget_functions_of(1); // all of them
         EXPECT_EQ(snapshotTargetThread, -1);
         EXPECT_EQ(target.suspend_count(), 0U);
     }
@@ -271,6 +273,36 @@ TEST_F(SnapshotTest, AppendsToWhatTheRequestHolds) {
     request.osThreadId = static_cast<std::int32_t>(target.id());
     EXPECT_EQ(Thread_Do_Stack_Snapshot(&request), S_OK);
     EXPECT_THAT(request.frames, ElementsAre(1, 2, 0x10, 0x20, 0x30));
+}
+
+// A thread on its way out waits, also when it runs while it is told.
+TEST_F(SnapshotTest, LetsTheTargetNotEndBeforeTheWalk) {
+    std::atomic<bool> has_ended = false;
+    std::jthread ending;
+    runtime.during_walk = [&] {
+        ending = std::jthread([&] {
+            on_thread_destroyed(kThread);
+            has_ended = true;
+        });
+        Sleep(50);
+        EXPECT_FALSE(has_ended);
+    };
+    taken.take(target.id());
+    ending.join();
+    taken.expect_success({0x10, 0x20, 0x30});
+    EXPECT_TRUE(has_ended);
+    Taken later;
+    later.take(target.id());
+    later.expect_success({});
+}
+
+TEST_F(SnapshotTest, MakesTheFunctionsKnown) {
+    runtime.frames = {0, 0x1010, 0x2020};
+    EXPECT_FALSE(KnownFunction(0x1010));
+    taken.take(target.id());
+    EXPECT_TRUE(KnownFunction(0x1010));
+    EXPECT_TRUE(KnownFunction(0x2020));
+    EXPECT_FALSE(KnownFunction(0));
 }
 
 TEST_F(SnapshotTest, KeepsTheSignOfTheTargetsId) {

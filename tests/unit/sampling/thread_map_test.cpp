@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <optional>
 #include <thread>
 
 namespace corvane {
@@ -10,6 +11,10 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::Pair;
+
+bool is_running(ThreadID thread, DWORD os_thread) {
+    return static_cast<bool>(RunningThread(thread, os_thread));
+}
 
 class ThreadMapTest : public ::testing::Test {
 protected:
@@ -81,6 +86,66 @@ public:
 private:
     std::thread thread_;
 };
+
+// A thread cannot end between the question and its walk.
+TEST_F(ThreadMapTest, WaitsForTheWalksOfTheThread) {
+    on_thread_assigned(0x7FF0000000E1, 40);
+    std::optional<RunningThread> first(std::in_place, 0x7FF0000000E1, 40);
+    std::optional<RunningThread> second(std::in_place, 0x7FF0000000E1, 40);
+    {
+        const Destruction destruction(0x7FF0000000E1);
+        Sleep(50);
+        EXPECT_FALSE(destruction.is_over);
+        EXPECT_EQ(find_thread(44), 0U);               // the lock is not kept while it waits
+        EXPECT_FALSE(is_running(0x7FF0000000E1, 40)); // no further walk begins
+        first.reset();
+        Sleep(50);
+        EXPECT_FALSE(destruction.is_over);
+        second.reset();
+    }
+    EXPECT_FALSE(is_running(0x7FF0000000E1, 40));
+}
+
+TEST_F(ThreadMapTest, WaitsForNoWalkOfAnotherThread) {
+    on_thread_assigned(0x7FF0000000E1, 40);
+    on_thread_assigned(0x7FF0000000E2, 44);
+    {
+        const RunningThread other(0x7FF0000000E2, 44);
+        on_thread_destroyed(0x7FF0000000E1);
+    }
+    on_thread_destroyed(0x7FF0000000E2);
+}
+
+TEST_F(ThreadMapTest, AdoptsThreadsThatHaveNotEnded) {
+    constexpr ThreadID kPresent = 0x7FF0000000E1;
+    constexpr ThreadID kEnded = 0x7FF0000000E2;
+    constexpr ThreadID kAnnounced = 0x7FF0000000E3;
+    constexpr ThreadID kAgain = 0x7FF0000000E4;
+    adopt_thread(kPresent, 40); // before it begins
+    EXPECT_FALSE(is_running(kPresent, 40));
+    begin_adoption();
+    on_thread_destroyed(kEnded);
+    on_thread_assigned(kAnnounced, 48);
+    on_thread_destroyed(kAgain);
+    on_thread_assigned(kAgain, 52); // in the memory of the one that has ended
+    for (const auto& [thread, os_thread] :
+         {std::pair(kPresent, 40U), std::pair(kEnded, 44U), std::pair(kAnnounced, 56U),
+          std::pair(kAgain, 60U), std::pair(ThreadID(0x7FF0000000E5), 0U)}) {
+        adopt_thread(thread, os_thread);
+    }
+    end_adoption();
+    EXPECT_TRUE(is_running(kPresent, 40));
+    EXPECT_EQ(find_thread(40), kPresent);
+    EXPECT_FALSE(is_running(kEnded, 44));
+    EXPECT_TRUE(is_running(kAnnounced, 48));
+    EXPECT_TRUE(is_running(kAgain, 52));
+    EXPECT_EQ(find_thread(0), 0U);
+    adopt_thread(0x7FF0000000E6, 64); // when it is over
+    EXPECT_FALSE(is_running(0x7FF0000000E6, 64));
+    for (const ThreadID thread : {kPresent, kAnnounced, kAgain}) {
+        on_thread_destroyed(thread);
+    }
+}
 
 TEST_F(ThreadMapTest, WaitsForTheEndOfASnapshotOfThatId) {
     set_snapshot_target(0xD1);
