@@ -29,7 +29,7 @@ std::string read_text(const std::string& file_name) {
 bool LoadAgentConfig(AgentConfig& config, const LogSink& log) {
     config.clear();
     const char* const home = std::getenv(kHomeVariable);
-    if (home == nullptr) {
+    if (home == nullptr || *home == '\0') { // empty, it would name the program's current folder
         return false;
     }
     try {

@@ -21,8 +21,8 @@ inline constexpr const char* kHomeVariable = "CORVANE_HOME_APM_DOTNET";
 // per level, and the thread that initialises the runtime must not run out of stack.
 inline constexpr int kMaxElementDepth = 128;
 
-// Fills `config` from the file. False when the variable is not set (silently) or when the file is
-// missing or not XML (one message); `config` is then empty.
+// Fills `config` from the file. False when the variable is not set or empty (silently) or when the
+// file is missing or not XML (one message); `config` is then empty.
 bool LoadAgentConfig(AgentConfig& config, const LogSink& log);
 
 // Whether the first appSettings entry with this key carries this value. Both compare exactly.

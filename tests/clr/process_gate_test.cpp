@@ -220,5 +220,28 @@ TEST_P(ProcessGate, Decides) {
     }
 }
 
+// A program may run in a folder that others can write to.
+class HomeVariable : public EachRuntimeTest {
+protected:
+    static constexpr char kListed[] = APPLICATIONS("<application name='program.exe'/>");
+};
+INSTANTIATE_TEST_SUITE_P(Runtimes, HomeVariable, ::testing::ValuesIn(kRuntimes), runtime_name);
+
+TEST_P(HomeVariable, MayBeRelativeToTheCurrentFolder) {
+    write_file(folder() / "agent.config", kListed);
+    home_variable = L".."; // the program runs in a folder below
+    expect_traced(watch(), traced_log());
+}
+
+TEST_P(HomeVariable, IsNotSetWhenItIsEmpty) {
+    home_variable = std::nullopt;
+    expect_refused(watch(), refused_log({kGateHasNoConfig}));
+    write_file(folder() / "program" / "agent.config", kListed);
+    home_variable = L"";
+    expect_refused(watch(), refused_log({kGateHasNoConfig}));
+    home_variable = L".";
+    expect_traced(watch(), traced_log());
+}
+
 } // namespace
 } // namespace corvane::testing

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 namespace corvane {
@@ -93,9 +95,15 @@ TEST(LoadAgentConfig, ReportsAFolderThatDoesNotExist) {
     expect_unreadable(AgentHome::pointing_to("no-such-folder"));
 }
 
-#ifndef _WIN32 // there a variable without text is a variable that is not set
-TEST(LoadAgentConfig, ReportsAnEmptyVariable) {
-    expect_unreadable(AgentHome::pointing_to(""));
+#ifndef _WIN32 // where this process cannot give itself such a variable
+TEST(LoadAgentConfig, TakesAnEmptyVariableForNone) {
+    const AgentHome home = AgentHome::pointing_to("");
+    std::ofstream("agent.config") << "<configuration/>"; // in the current folder
+    LogLines log;
+    AgentConfig config;
+    EXPECT_FALSE(LoadAgentConfig(config, log.sink()));
+    EXPECT_EQ(log.text(), L"");
+    std::filesystem::remove("agent.config");
 }
 #endif
 
