@@ -25,7 +25,8 @@ make_boost() {
     sed -i -E '/^  src\/(archive_exception|xml_wgrammar)\.cpp$/! { /^  src\// d }' \
         "$work/source/libs/serialization/CMakeLists.txt"
     build_for_target "$work/source" "$work/build" "$into" \
-        -DBOOST_INCLUDE_LIBRARIES="filesystem;thread;property_tree;algorithm" -DBOOST_THREAD_THREADAPI=win32
+        -DBOOST_INCLUDE_LIBRARIES="filesystem;thread;property_tree;algorithm" -DBOOST_THREAD_THREADAPI=win32 \
+        -DBOOST_INSTALL_LAYOUT=system
     rm -rf "$work"
 }
 
