@@ -2,6 +2,7 @@
 
 option(CORVANE_WERROR "Treat warnings as errors" ON)
 option(CORVANE_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(CORVANE_TESTS "Build the tests and the benchmarks, which need GoogleTest" ON)
 option(CORVANE_FUZZ "Build the fuzz targets (clang)" OFF)
 
 add_library(corvane_options INTERFACE)
