@@ -143,5 +143,6 @@ function(corvane_dotnet_test name label assembly)
   add_test(NAME ${name} WORKING_DIRECTORY "${CMAKE_BINARY_DIR}"
     COMMAND dotnet vstest "${assembly}" --logger:trx$<SEMICOLON>LogFileName=${name}.xml
             --ResultsDirectory:reports)
-  set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 600)
+  # They measure time as well.
+  set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 600 RUN_SERIAL ON)
 endfunction()
