@@ -1,3 +1,5 @@
+using System.IO;
+using System.Reflection;
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 using Corvane.Instrumentation.Recording;
@@ -31,6 +33,21 @@ internal static class StartupHook
     {
         _ = Recorder.Current;
         SamplingAtStart.Begin();
+        LoadMscorlib();
+    }
+
+    // Injected code names the platform's types through it, which the program itself may never do. Of a program in
+    // a single file the profiler cannot see that it is there until it is loaded. Where it was trimmed away, the
+    // profiler's log says so for each method that it leaves.
+    private static void LoadMscorlib()
+    {
+        try
+        {
+            Assembly.Load("mscorlib");
+        }
+        catch (FileNotFoundException)
+        {
+        }
     }
 
     // There may be no class for the console.

@@ -71,6 +71,7 @@ TEST_P(Published, IsInstrumentedWithTheLibraryBesideIt) {
 struct Form : NamedRow {
     const wchar_t* folder;
     const wchar_t* reason; // null: the method is instrumented
+    bool with_hook = false;
 };
 
 class PublishedForm : public RuntimeTest, public ::testing::WithParamInterface<Form> {
@@ -82,6 +83,7 @@ constexpr Form kForms[] = {
     {{"SingleFile"},
      L"published_SingleFile",
      L"kite.managed is not loaded; name its file in DOTNET_STARTUP_HOOKS"},
+    {{"SingleFileWithHook"}, L"published_SingleFile", nullptr, true},
     {{"Trimmed"},
      L"published_Trimmed",
      L"the program's mscorlib is not there; publish it without trimming"},
@@ -92,7 +94,11 @@ INSTANTIATE_TEST_SUITE_P(Forms, PublishedForm, ::testing::ValuesIn(kForms),
 TEST_P(PublishedForm, RunsAsItDoesPlain) {
     configure(kConfiguration);
     program = GetParam().folder;
-    const Lines log = watch(strict()).log;
+    Launch launch = strict();
+    if (GetParam().with_hook) {
+        launch.environment[L"DOTNET_STARTUP_HOOKS"] = managed_library().wstring();
+    }
+    const Lines log = watch(launch).log;
     if (GetParam().reason != nullptr) {
         EXPECT_THAT(log, Contains(EndsWith(GetParam().reason)));
     } else {
