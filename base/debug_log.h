@@ -1,7 +1,7 @@
 // The profiler's only diagnostic output: levelled single lines to the debugger output.
 // A line is the thread's id, a blank, the channel's prefix and the message. Any thread may log at
-// any time: channels do not change after construction, every call formats into its own stack
-// buffer, and a suppressed message costs one comparison.
+// any time: channels do not change after construction, and every call formats into its own stack
+// buffer. A suppressed message costs one comparison.
 #pragma once
 
 #include <cstdint>

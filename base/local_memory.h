@@ -1,4 +1,4 @@
-// LocalMemory: owns what the system allocated with LocalAlloc for its caller.
+// LocalMemory: owns memory that the system allocated with LocalAlloc for its caller.
 #pragma once
 
 #include <windows.h>

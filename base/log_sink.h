@@ -1,4 +1,4 @@
-// LogSink: where a decision that runs on any platform reports what it met on the way.
+// LogSink: the log of a decision that runs on any platform.
 // The profiler binds it to its DebugLog; tests collect the lines.
 #pragma once
 

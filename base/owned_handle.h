@@ -1,4 +1,4 @@
-// OwnedHandle: owns a kernel object's handle, null when there is none.
+// OwnedHandle: owns a kernel object's handle, or null.
 #pragma once
 
 #include <windows.h>

@@ -1,5 +1,5 @@
-// What this process's runtime gave to the profiler. Written by CClrProfiler::Initialize before any
-// other callback, never reset; the last three follow the module loads.
+// This process's runtime: its interfaces and modules. CClrProfiler::Initialize writes the
+// interfaces before any other callback. The last three follow the module loads. Nothing is reset.
 #pragma once
 
 #include "clr/com_ptr.h"

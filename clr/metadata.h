@@ -1,4 +1,4 @@
-// The CLR's metadata interfaces come with the platform's headers; where the compiler has no uuid
+// The CLR's metadata interfaces come with the platform's headers. If the compiler has no uuid
 // attribute, __uuidof needs their ids as well.
 #pragma once
 

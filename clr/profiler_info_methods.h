@@ -1,7 +1,7 @@
-// What a profiler may ask of the CLR, one list per interface version.
+// The calls of the CLR that a profiler may use, one list per interface version.
 // Columns: vtable slot (IUnknown takes 0 to 2), name, parameter types with their meaning. Lengths
-// and capacities of names count characters, the terminator included; a byte size says so in its
-// name. The interfaces and the tests' fakes are expanded from these lists.
+// and capacities of names count characters, the terminator included; a byte size has a name that
+// says so. The interfaces and the tests' fakes are expanded from these lists.
 #pragma once
 
 // clang-format off

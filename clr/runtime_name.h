@@ -1,4 +1,4 @@
-// Names that the runtime gives come in two calls: the first tells the length, the second the text.
+// Names from the runtime come in two calls: the first gives the length, the second the text.
 // A length counts the terminator, which is no part of the name.
 #pragma once
 

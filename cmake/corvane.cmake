@@ -1,4 +1,4 @@
-# What every target of this project shares: warnings, sanitizers, linking, and how a test is registered.
+# Shared by every target of this project: warnings, sanitizers, linking, and the registration of tests.
 
 option(CORVANE_WERROR "Treat warnings as errors" ON)
 option(CORVANE_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)

@@ -1,5 +1,5 @@
-# What is in the assemblies of the newest runtime, as other readers see it: written at build time into
-# runtime_corpus/ of the build directory, compared with by tests and measured against by benchmarks.
+# The content of the assemblies of the newest runtime, as other readers see it. It is written at build time into
+# runtime_corpus/ of the build directory. Tests and benchmarks compare with it.
 #   signatures.txt  every signature, by System.Reflection.Metadata
 #   bodies.bin      the bytes of every method body
 #   opcodes.txt     System.Reflection.Emit's opcodes

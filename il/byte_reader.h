@@ -1,7 +1,6 @@
-// The one bounded reader of everything that comes in as raw metadata or IL: signatures, bodies,
-// sections. It compares a length with what is left, so that no pointer past the end is ever formed.
-// A read that fails gives nothing and moves nothing. It owns no bytes; a value is used by one
-// thread.
+// The one bounded reader of all outside metadata and IL: signatures, bodies, sections. It compares
+// a length with the remaining bytes, so no pointer past the end is ever formed. A failed read
+// returns nothing and moves nothing. The reader owns no bytes; one thread uses a value.
 #pragma once
 
 #include <bit>

@@ -1,5 +1,4 @@
-// The element types that signatures are made of (ECMA-335 II.23.1.16), as the bytes that stand in a
-// blob.
+// The element types of signatures (ECMA-335 II.23.1.16), as the bytes in a blob.
 #pragma once
 
 #include <cstdint>

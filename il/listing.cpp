@@ -1,5 +1,5 @@
-// The texts of the body dump and of the listing. Header and clauses come from method_format.h; what
-// is cut off or points outside the body is shown as far as it goes.
+// The texts of the body dump and of the listing. Header and clauses come from method_format.h. A
+// part that is truncated or points outside the body is shown as far as possible.
 
 #include "il/listing.h"
 

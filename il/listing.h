@@ -1,7 +1,7 @@
-// Two texts of a method body, for people who look at what was built. Both are diagnostic aids with
-// a fixed text: they walk the code with the one-byte half of the opcode table only, so that a
-// two-byte opcode shows as "prefix1" and the opcode of its second byte, and the targets of a switch
-// show as opcodes. Pure; nothing outside the given bytes is read.
+// Two texts of a method body, for the reader of a new body. Both are diagnostic aids with a fixed
+// text. They walk the code with the one-byte half of the opcode table only. So a two-byte opcode
+// appears as "prefix1" and the opcode of its second byte, and the targets of a switch appear as
+// opcodes. Pure; nothing outside the given bytes is read.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 // The method body format (ECMA-335 II.25.4) between bytes and plain records: header, extra
 // sections, exception clauses with their offsets. Each decode function has its encode function;
-// encoding knows the tiny header, the fat header and the fat section only. Pure functions over the
-// caller's bytes.
+// encoding supports only the tiny header, the fat header and the fat section. Pure functions over
+// the caller's bytes.
 #pragma once
 
 #include "il/byte_reader.h"

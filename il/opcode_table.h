@@ -1,4 +1,4 @@
-// What is known of every CIL opcode: text, encoding, operand, control flow, pushes. One list
+// The properties of every CIL opcode: text, encoding, operand, control flow, pushes. One list
 // (opcodes.def) is expanded into the opcode numbers and into three tables that they index.
 // All of it is constant.
 #pragma once

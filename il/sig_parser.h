@@ -1,8 +1,7 @@
 // Reads a metadata signature blob (ECMA-335 II.23.2): method, field, local variable or property.
-// Recursive descent. Every syntactic element is announced to a hook, for a derived class to
-// override; of a method signature the parser itself keeps the summary below, which is all that most
-// callers want. A parser serves one blob, which must outlive what the summary points to, on one
-// thread.
+// Recursive descent. A hook reports every syntactic element; a derived class may override it. Of a
+// method signature the parser itself keeps the summary below, which is enough for most callers. A
+// parser serves one blob on one thread. The blob must outlive the pointers in the summary.
 #pragma once
 
 #include "il/token_compression.h"

@@ -1,5 +1,5 @@
-// Type tokens as they stand in signatures (ECMA-335 II.23.2.8): the row shifted left by two bits, a
-// tag for the table in the bits set free. Pure functions.
+// Type tokens in the form of signatures (ECMA-335 II.23.2.8): the row shifted left by two bits,
+// with a tag for the table in the free bits. Pure functions.
 #pragma once
 
 #include <array>

@@ -1,6 +1,6 @@
 // The agent's settings: "agent.config" in the folder that CORVANE_HOME_APM_DOTNET names.
-// Nothing is cached: whoever asks loads the file afresh, so one start-up sees one state of it per
-// question. Runs on the thread that initialises the profiler; no state of its own.
+// Nothing is cached: each query loads the file again. Runs on the thread that initialises the
+// profiler; no state of its own.
 #pragma once
 
 #include "base/log_sink.h"

@@ -1,4 +1,5 @@
-// The callback table with every callback answered by S_OK; CClrProfiler overrides those it serves.
+// The callback table in which every callback returns S_OK; CClrProfiler overrides those that it
+// serves.
 #pragma once
 
 #include "clr/cor_profiler.h"

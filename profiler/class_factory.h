@@ -1,5 +1,5 @@
-// The cached class factory: one per process, never destroyed; while somebody holds a reference to
-// it the server stays loaded.
+// The cached class factory: one per process, never destroyed. While a caller holds a reference to
+// it, the server stays loaded.
 #pragma once
 
 #include <windows.h>

@@ -1,5 +1,5 @@
 // CClrProfiler: the object that the runtime creates and drives.
-// Initialize decides whether to run at all, reads the switches and subscribes; it runs once, alone,
+// Initialize decides whether to run at all, reads the switches and subscribes. It runs once, alone,
 // on the runtime's initialising thread. The callbacks then arrive on any thread, several at once.
 #pragma once
 

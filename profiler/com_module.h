@@ -1,4 +1,4 @@
-// The server module: what keeps the library loaded, and its registration.
+// The server module: the counts that keep the library loaded, and its registration.
 // One per process, a global that lives from library load to unload. Counts change on any thread.
 #pragma once
 

@@ -1,7 +1,7 @@
 // The machinery of a COM object: its reference count and its three forms.
-// A class of this server derives from ComObjectRoot, lists its interfaces in find_interface and is
-// created as ComObject (on its own) or as ComAggregatedObject, which holds it as ComContainedObject
-// inside another object. Reference counts may change on any thread.
+// A class of this server derives from ComObjectRoot and lists its interfaces in find_interface. It
+// is created as ComObject (on its own) or as ComAggregatedObject, which holds it as
+// ComContainedObject inside another object. Reference counts may change on any thread.
 #pragma once
 
 #include "profiler/com_module.h"

@@ -1,4 +1,4 @@
-// Reads what the process gate needs to know of this process.
+// Reads the facts about this process that the process gate needs.
 #pragma once
 
 #include "profiler/process_gate.h"

@@ -1,6 +1,6 @@
-// The process gate: is this process one that the configuration wants to be profiled?
-// A pure function of what the process is (ProcessFacts) and of the configuration; the profiler
-// reads both, once, on the thread that initialises it.
+// The process gate: does the configuration select this process for profiling?
+// A pure function of the process (ProcessFacts) and of the configuration. The profiler reads both
+// once, on the thread that initialises it.
 #pragma once
 
 #include "base/log_sink.h"

@@ -1,5 +1,5 @@
-// What agent.config switches on. Read once by CClrProfiler::Initialize and fixed from then on; a
-// change of the file takes a new process.
+// The switches of agent.config. CClrProfiler::Initialize reads them once, and they are fixed from
+// then on; a change of the file takes a new process.
 #pragma once
 
 namespace corvane {

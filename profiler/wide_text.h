@@ -1,4 +1,5 @@
-// The two operations on wide text that depend on the platform's tables: widening and ignoring case.
+// The two operations on wide text that depend on the platform's tables: widening and
+// case-insensitive comparison.
 #pragma once
 
 #include <string>

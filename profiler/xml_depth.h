@@ -1,5 +1,5 @@
-// How deep the elements of an XML document nest, found without recursion and before the parser sees
-// it: the parser and the tree that it builds recurse once per level.
+// The nesting depth of the elements of an XML document. It is computed without recursion and before
+// the parser sees the text: the parser and its tree recurse once per level.
 #pragma once
 
 #include <string_view>

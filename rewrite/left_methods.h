@@ -1,8 +1,8 @@
-// Methods that were left as they are stay so until their module goes. A reason may pass, as when
-// the managed library is loaded later; but by then the method may be running, and the runtime can
-// move a call that runs into newly compiled code (on-stack replacement), which must be of the same
-// body. It also keeps a method from being examined, and reported, once for every tier. Any
-// compiling thread, and the thread that unloads a module; one lock, held for one access.
+// Methods that were left unchanged stay so until their module is unloaded. A reason may disappear,
+// for example when the managed library is loaded later. But by then the method may be running, and
+// the runtime can move a running call into newly compiled code (on-stack replacement), which must
+// be of the same body. The list also keeps a method from being examined and reported once for every
+// tier. Any compiling thread, and the thread that unloads a module; one lock, held for one access.
 #pragma once
 
 #include "clr/cor_profiler.h"

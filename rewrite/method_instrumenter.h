@@ -1,5 +1,5 @@
 // Instruments one method: its code is put between a prologue and an epilogue and into two protected
-// regions, so that all its ends are seen.
+// regions. So every exit of it is seen.
 #pragma once
 
 #include "selection/chosen_method.h"

@@ -1,5 +1,5 @@
-// The OLE Automation values that the exports hand out, owned until the caller takes them over, and
-// the error that is raised when one cannot be made.
+// The OLE Automation values that the exports return, owned until the caller takes them over. If one
+// cannot be made, an error is raised.
 #pragma once
 
 #include <windows.h>

@@ -1,7 +1,7 @@
-// How the exports fail: with an error that is raised to their caller, who may be managed code.
-// Only a frame without anything to unwind may be left towards managed code: the runtime unwinds it
-// by itself, and one with destructors ends the process. So an export's work never throws, and the
-// error is raised behind it.
+// The failures of the exports: an error that is raised to the caller, which may be managed code.
+// Towards managed code only a frame without anything to unwind may be left: the runtime unwinds it
+// by itself, and a frame with destructors ends the process. So an export's work never throws, and
+// the error is raised behind it.
 #pragma once
 
 #include "sampling/automation.h"

@@ -1,6 +1,6 @@
 // FrameList: the frames that a stack walk reports, collected while the walked thread is suspended.
-// That thread may hold the heap's lock, so nothing here asks the heap: room for usual stacks lies
-// in the object, deeper ones get pages from the system.
+// That thread may hold the heap's lock, so this class never uses the heap. The object itself has
+// room for usual stacks; deeper ones get pages from the system.
 #pragma once
 
 #include "clr/cor_profiler.h"

@@ -1,6 +1,6 @@
 // The function name service: type and method names of the functions in snapshots.
-// GetFunctionNames may be called from any thread and takes no lock. The metadata is read on a
-// worker that lives as long as the call; nothing is kept between calls.
+// GetFunctionNames may be called from any thread and takes no lock. A worker that lives as long as
+// the call reads the metadata; nothing is kept between calls.
 #pragma once
 
 #include "sampling/automation.h"

@@ -1,12 +1,12 @@
-// Which numbers are ids of functions. The runtime takes an id for an address and ends the process
-// when it is asked about another number, or about a function whose module has been unloaded. So it
-// is asked only about ids that it has reported itself, in a callback or a walk, and that still
-// live.
+// The numbers that are ids of functions. The runtime takes an id for an address. It ends the
+// process on a query about another number, or about a function whose module was unloaded. So the
+// queries are limited to ids that the runtime has reported itself, in a callback or a walk, and
+// that are still valid.
 //
-// Most functions live as long as the process, and so does every one that is reported while no
-// module is loaded that can be collected. Of the others a function that is not generic goes with
-// its own module. An instantiation may go with any module that one of its arguments is from, so it
-// is forgotten at the next unloading; a walk that meets it again makes it known again.
+// Most functions live as long as the process. So does every function that is reported while no
+// collectible module is loaded. Of the others, a function that is not generic goes with its own
+// module. An instantiation may go with any module of one of its arguments. So it is forgotten at
+// the next unloading; a walk that meets it again makes it known again.
 //
 // Callbacks and exports, on any thread. One lock is held for one access, and none while a thread is
 // suspended. A known function takes 11 to 22 bytes.

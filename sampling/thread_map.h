@@ -1,8 +1,8 @@
-// Which of the runtime's threads runs on which thread of the operating system, and which one is
+// The map from threads of the operating system to threads of the runtime, and the thread that is
 // suspended for a snapshot at this moment.
 // Two callbacks of the runtime keep the map, on any of its threads. Each of the two states has a
-// lock of its own, held for one access only: never both at once, and neither while a thread is
-// suspended, which may be the one that waits for it or holds it.
+// lock of its own, held for one access only. The two locks are never held together, nor while a
+// thread is suspended: that thread may wait for the lock or hold it.
 #pragma once
 
 #include "clr/cor_profiler.h"

@@ -1,5 +1,5 @@
 // WallClock: the time of day in microseconds, read from the performance counter.
-// The system's own clock advances in steps of milliseconds, so it gives the start only.
+// The system's own clock advances in steps of milliseconds, so it gives only the start.
 #pragma once
 
 #include <cstdint>

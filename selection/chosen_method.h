@@ -1,4 +1,4 @@
-// What the JIT callbacks hand to IL rewriting: one method that was chosen, for the length of one
+// The hand-over from the JIT callbacks to IL rewriting: one chosen method, for the length of one
 // call.
 #pragma once
 

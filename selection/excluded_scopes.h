@@ -1,8 +1,8 @@
 // Scopes of a program that are not to be instrumented: a built-in one for the managed tracing
 // library itself, then the lines of "do_not_instrument.txt" beside the profiler's DLL.
-// The list is loaded once, by the thread that initialises the profiler, and only read afterwards.
-// Methods are chosen by the target table, the entry-point rule and the trace attribute; the list
-// is kept ready for a selection step that excludes.
+// The thread that initialises the profiler loads the list once. Afterwards it is only read. The
+// target table, the entry-point rule and the trace attribute choose methods; the list is kept ready
+// for a selection step that excludes.
 #pragma once
 
 #include <istream>

@@ -1,7 +1,7 @@
-// The decision taken when the runtime is about to compile a method: is it rewritten, and how?
-// Runs on the runtime's compiling threads, several at once, without a lock: the table, the switches
-// and the interface are only read. Every outcome is S_OK for the runtime; a method that cannot be
-// described or rewritten is compiled as it stands.
+// The decision when the runtime is about to compile a method: is it rewritten, and how?
+// Runs on the runtime's compiling threads, several at once, without a lock of its own: the table,
+// the switches and the interface are only read. Every outcome is S_OK for the runtime; a method
+// that cannot be described or rewritten is compiled unchanged.
 #pragma once
 
 #include "selection/chosen_method.h"

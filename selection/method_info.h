@@ -1,4 +1,4 @@
-// method_info: what is known of one method that the runtime is about to compile or to take from its
+// method_info: the facts about one method that the runtime is about to compile or to take from its
 // precompiled code. One is built per callback, on that callback's thread, and never kept.
 #pragma once
 

@@ -1,6 +1,6 @@
-// The methods of frameworks and libraries that are always instrumented, and the two questions that
-// the JIT callbacks ask about a method: is it one of these, and is it a program's entry point?
-// The table is built once, by the thread that initialises the profiler, and only read afterwards.
+// The methods of frameworks and libraries that are always instrumented, and two queries of the JIT
+// callbacks: is a method one of these, and is it a program's entry point?
+// The thread that initialises the profiler builds the table once. Afterwards it is only read.
 #pragma once
 
 #include <array>

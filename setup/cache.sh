@@ -1,6 +1,6 @@
-# Locks, and folders that are made once; sourced by ./dev. What takes long to make lies in a cache outside the
-# checkout, which all checkouts of a user share. Every entry is a folder named after its version. It is made
-# under another name and renamed when complete, so that a folder which exists is whole.
+# Locks, and folders that are made once; sourced by ./dev. Items that take long to make are in a cache outside
+# the checkout, shared by all checkouts of a user. Every entry is a folder named after its version. It is made
+# under another name and renamed when complete, so that an existing folder is whole.
 
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/corvane
 

@@ -1,4 +1,4 @@
-# Debian packages, and what is taken from Debian's mirror beside them; sourced by ./dev.
+# Debian packages, and other downloads from Debian's mirror; sourced by ./dev.
 
 # What is needed for what.
 declare -A packages=(

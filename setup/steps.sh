@@ -1,5 +1,5 @@
 # Messages, and long steps with their progress; sourced by ./dev. A step is a command that runs beside this
-# shell, in a process group of its own, with its output in a log. So steps run side by side, and an
+# shell, in a process group of its own, with its output in a log. So steps run in parallel, and an
 # interrupted command ends all of them. Messages go to standard error: standard output is for results.
 
 clear_line=

@@ -1,4 +1,4 @@
-# Boost and GoogleTest for the target, which Debian packages for the host only; sourced by ./dev.
+# Boost and GoogleTest for the target (Debian packages them only for the host); sourced by ./dev.
 
 boost=$cache/boost-$BOOST_VERSION-$BOOST_RECIPE
 googletest=$cache/googletest-$GOOGLETEST_VERSION-$GOOGLETEST_RECIPE

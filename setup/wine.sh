@@ -1,6 +1,6 @@
 # Wine, and in the checkout the script build/wine, which runs a Windows program, and the prefix
-# build/wineprefix; sourced by ./dev. Wine is the machine's own where that is new enough, else it lies with what
-# it needs in a private root of a newer Debian release.
+# build/wineprefix; sourced by ./dev. Wine is the machine's own if that is new enough. Otherwise it is, with its
+# dependencies, in a private root of a newer Debian release.
 
 wine_root=$cache/wine-$WINE_VERSION-$WINE_RECIPE
 runner=$checkout/build/wine

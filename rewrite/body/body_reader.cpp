@@ -1,5 +1,5 @@
-// Decodes front to back, then resolves: while the code is decoded, branches hold the offsets of
-// their targets; when every instruction is known, offsets become instructions.
+// Decodes front to back, then resolves: during decoding, branches hold the offsets of their
+// targets. When every instruction is known, offsets become instructions.
 
 #include "rewrite/body/body_reader.h"
 

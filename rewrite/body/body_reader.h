@@ -1,5 +1,5 @@
-// Bytes of a method body (ECMA-335 II.25.4) into its model. body_writer.h is the way back. The
-// reader decodes, then resolves; the writer lays out, then encodes.
+// Turns the bytes of a method body (ECMA-335 II.25.4) into its model. body_writer.h is the way
+// back. The reader decodes, then resolves; the writer computes the layout, then encodes.
 #pragma once
 
 #include "rewrite/body/method_body.h"

@@ -1,5 +1,5 @@
-// Lays out, then encodes: offsets are computed and branch forms settled before the first byte is
-// written, so that the size of everything is known and encoding cannot fail.
+// Computes the layout, then encodes: offsets and branch forms are settled before the first byte is
+// written. So the size of everything is known, and encoding cannot fail.
 
 #include "rewrite/body/body_writer.h"
 

@@ -1,4 +1,4 @@
-// The model of a method body into its bytes: the way back from body_reader.h.
+// Turns the model of a method body into its bytes: the way back from body_reader.h.
 #pragma once
 
 #include "rewrite/body/method_body.h"

@@ -1,8 +1,8 @@
-// Widening one branch takes branches across it further from their targets, so that they may have to
-// widen too. Laying out anew until nothing changes would find that, in as many rounds as the
-// longest chain has links. Here the distance of every short branch is kept up to date instead: a
-// branch that is still short is at most 129 bytes from anything it jumps across, so that each
-// widening looks at a bounded number of neighbours, and each branch is widened once.
+// Widening one branch moves the branches across it further from their targets, so that they may
+// have to widen too. A new layout until nothing changes would find them, in as many rounds as the
+// longest chain has links. Here the distance of every short branch is kept up to date instead. A
+// short branch is at most 129 bytes from anything that it jumps across. So each widening looks at a
+// bounded number of neighbours, and each branch is widened once.
 
 #include "rewrite/body/branch_widening.h"
 

@@ -1,7 +1,7 @@
-// What emitters write IL with: each member function appends one instruction behind the one before,
-// all of them in front of an anchor, so that an emitter reads like the code that it emits. A number
-// has the type that it is written as: whoever counts locals or arguments refuses what does not fit.
-// One emitter on one thread uses a builder; the body must outlive it.
+// The emitters' tool for writing IL. Each member function appends one instruction behind the one
+// before, all of them in front of an anchor. So an emitter reads like the code that it emits. A
+// number has the type of its encoded form: the caller that counts locals or arguments refuses a
+// number that does not fit. One emitter on one thread uses a builder; the body must outlive it.
 #pragma once
 
 #include "rewrite/body/method_body.h"

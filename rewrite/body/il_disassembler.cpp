@@ -1,5 +1,5 @@
-// Pieces of the listing arrive as finished text, short enough never to be cut, so that all of them
-// leave by the channel's unformatted form.
+// Pieces of the listing arrive as finished text, short enough never to be cut. So all of them leave
+// by the channel's unformatted form.
 
 #include "rewrite/body/il_disassembler.h"
 

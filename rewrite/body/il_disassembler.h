@@ -1,6 +1,6 @@
-// The listing of a body that was built, on a log channel of its own. Written for people who look
-// for what went wrong: at the threshold that the channel has by default nothing of it is made.
-// One thread builds, lists and drops an object; the body's bytes must outlive it.
+// The listing of a new body, on a log channel of its own. Its readers look for errors; at the
+// channel's default threshold no listing is made. One thread builds, lists and drops an object; the
+// body's bytes must outlive it.
 #pragma once
 
 #include "base/debug_log.h"

@@ -1,4 +1,4 @@
-// Builds local signatures from the blob that is there and the type that is to follow.
+// Builds local signatures from the existing blob and the added type.
 
 #include "rewrite/body/local_signature.h"
 

@@ -1,5 +1,5 @@
 // Local variable signatures (ECMA-335 II.23.2.6): one more local behind those that a blob declares.
-// Pure functions over blobs; LocalSignatures is what they need of a module's metadata.
+// Pure functions over blobs; LocalSignatures is the part of a module's metadata that they need.
 #pragma once
 
 #include <cstdint>

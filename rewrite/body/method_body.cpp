@@ -1,4 +1,4 @@
-// Insertion into the model of a method body. Nothing here moves or renumbers what is there already.
+// Insertion into the model of a method body. It moves and renumbers no existing node.
 
 #include "rewrite/body/method_body.h"
 

@@ -1,8 +1,8 @@
 // The editable model of one method body: a list of instructions whose branches name instructions,
 // and exception clauses whose bounds name instructions. body_reader.h fills it, body_writer.h lays
 // it out again. Nodes live in an arena that goes with the body; none is ever removed. One thread
-// owns a body from reading to writing. Whatever takes memory throws std::bad_alloc and nothing
-// else.
+// owns a body from reading to writing. A function that takes memory throws std::bad_alloc and
+// nothing else.
 #pragma once
 
 #include "il/method_format.h"

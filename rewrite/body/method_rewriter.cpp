@@ -1,4 +1,4 @@
-// A body is complete before the runtime sees any of it: whatever fails, fails in front of the one
+// A body is complete before the runtime sees any part of it: every failure comes before the one
 // call that installs.
 
 #include "rewrite/body/method_rewriter.h"

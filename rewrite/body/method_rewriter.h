@@ -1,6 +1,6 @@
-// The way of one method's body from the runtime into its model and back: what the runtime is asked
-// for, and in which order. Everything about the bytes is body_reader.h's and body_writer.h's.
-// Whoever rewrites a method owns one rewriter, on one thread, for as long as the body.
+// The way of one method's body from the runtime into its model and back: the calls of the runtime
+// and their order. The bytes are the work of body_reader.h and body_writer.h. A caller owns one
+// rewriter for each method, on one thread, for as long as the body.
 #pragma once
 
 #include "base/debug_log.h"

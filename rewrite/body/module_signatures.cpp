@@ -1,4 +1,4 @@
-// Blobs are handed out as the metadata keeps them: they stay where they are while it is open.
+// Blobs are returned as the metadata keeps them: they stay in place while it is open.
 
 #include "rewrite/body/module_signatures.h"
 

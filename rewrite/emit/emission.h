@@ -1,4 +1,4 @@
-// What the emitters of one method share.
+// The shared part of the emitters of one method.
 #pragma once
 
 #include "rewrite/body/il_builder.h"

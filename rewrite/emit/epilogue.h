@@ -1,5 +1,5 @@
-// The code at the single exit of an instrumented method: hands the managed library the receiver,
-// the arguments as they are by then, and the result, which it cannot change.
+// The code at the single exit of an instrumented method. It hands the managed library the receiver,
+// the arguments with their values at exit, and the result, which the library cannot change.
 #pragma once
 
 #include "rewrite/emit/emission.h"

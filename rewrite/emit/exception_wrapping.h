@@ -1,5 +1,5 @@
-// The two blocks around a method's own code: one reports its exceptions and throws them on, one
-// tells the log that the method has ended.
+// The two blocks around a method's own code: one reports its exceptions and rethrows them, the
+// other logs that the method has ended.
 #pragma once
 
 #include "rewrite/emit/emission.h"

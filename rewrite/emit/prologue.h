@@ -1,5 +1,5 @@
-// The code at the start of an instrumented method: makes sure that the managed library knows the
-// method, hands it receiver and arguments, and stores the arguments that it replaced.
+// The code at the start of an instrumented method. It makes the method known to the managed
+// library, hands over receiver and arguments, and stores the replaced arguments.
 #pragma once
 
 #include "rewrite/emit/emission.h"

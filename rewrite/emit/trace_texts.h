@@ -1,6 +1,5 @@
-// What injected code tells the managed library's log. A text is the prefix, the method's class, a
-// ".", its name, "::", the label and the suffix. Misspellings are part of the texts: people search
-// for them.
+// The log texts of injected code. A text is the prefix, the method's class, a ".", its name, "::",
+// the label and the suffix. Misspellings are part of the texts: people search for them.
 #pragma once
 
 #include "rewrite/emit/emission.h"

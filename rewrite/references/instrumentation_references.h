@@ -1,4 +1,5 @@
-// What injected code refers to, as tokens of one module. Made for one method, passed on by value.
+// The references of injected code, as tokens of one module. Made for one method, passed on by
+// value.
 #pragma once
 
 #include "clr/metadata.h"

@@ -1,7 +1,6 @@
-// Whether the calls that are injected will find what they name. A method with a call into an
-// assembly that is not there, or of a member that it lacks, does not compile, so all of it is
-// looked for first: in the managed library, and in the runtime's own. Any compiling thread;
-// verdicts about files are kept for the process.
+// Checks that the injected calls will bind. A method with a call of a missing assembly or member
+// does not compile. So every name is searched for first: in the managed library, and in the
+// runtime's own. Any compiling thread; verdicts about files are kept for the process.
 #pragma once
 
 #include "clr/cor_profiler.h"

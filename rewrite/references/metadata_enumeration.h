@@ -1,5 +1,5 @@
-// MetadataEnumeration: owns an enumeration that the metadata has open. A metadata call opens it
-// through put() and goes on with it; it is closed with its owner. `Metadata` is the interface that
+// MetadataEnumeration: owns an open enumeration of the metadata. A metadata call opens it through
+// put() and goes on with it; it is closed with its owner. `Metadata` is the interface that
 // enumerates, borrowed.
 #pragma once
 

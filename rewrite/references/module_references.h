@@ -1,6 +1,6 @@
-// Module references: what a method's module has to refer to before calls of the managed library can
-// be injected into the method. Nothing is kept between methods: a reference that is there already
-// is given again. Runs on the runtime's compiling threads; the metadata serialises its own updates.
+// Module references: a method's module needs references before calls of the managed library can be
+// injected into the method. Nothing is kept between methods: an existing reference is returned
+// again. Runs on the runtime's compiling threads; the metadata serialises its own updates.
 #pragma once
 
 #include "rewrite/references/instrumentation_references.h"

@@ -1,6 +1,6 @@
-// What injected code names in other assemblies, looked for in the assembly that will serve. A
-// trimmed program lacks what none of its own code names, and a method with a call of a member that
-// is not there does not compile.
+// Searches an assembly for the members that injected code names in it. A trimmed program lacks
+// every member that its own code does not name, and a method with a call of a missing member does
+// not compile.
 #pragma once
 
 #include "clr/metadata.h"

@@ -1,10 +1,10 @@
 // The signatures of the methods that injected code calls (ECMA-335 II.23.2.1), as blobs for member
 // references. Pure.
 //
-// A blob that names a type has a fixed length, the one that a token of two bytes gives it. In a
-// module with so few type references that the token takes one byte, the blob keeps that length and
-// is filled with zeros: at its end, or, where something follows the token, in front of that. This
-// is deliberate. A blob with a zero inside names no method that exists; strict IL has exact blobs.
+// A blob that names a type has a fixed length: its length with a token of two bytes. In a module
+// with few type references the token takes one byte. Then the blob keeps that length and is filled
+// with zeros: at its end, or in front of any part that follows the token. This is deliberate. A
+// blob with a zero inside names no method that exists; strict IL has exact blobs.
 #pragma once
 
 #include "il/element_type.h"

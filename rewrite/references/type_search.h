@@ -1,4 +1,4 @@
-// Types by their full name, among those that a module names or defines.
+// Finds types by their full name, among those that a module names or defines.
 #pragma once
 
 #include "base/debug_log.h"

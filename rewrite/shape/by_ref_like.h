@@ -1,5 +1,5 @@
 // By-ref-like types (Span<T> and its kind) live on the stack only: code that boxes one does not
-// compile. A type that a module merely names has to be looked for in the module that defines it.
+// compile. A type that a module only names must be searched for in the module that defines it.
 #pragma once
 
 #include "clr/cor_profiler.h"

@@ -1,8 +1,8 @@
-// The modules that the runtime has said are loaded and that stay so. It crashes when it is asked
-// about one that the garbage collector is taking away, also before it has said that it does; and
-// its own list has such ones, and others that are on their way in. So whoever looks at modules
-// other than that of the method that is compiled takes them from here. Where modules go with an
-// application domain, they wait until nobody looks. Any thread.
+// The loaded modules that stay loaded. The runtime crashes on a query about a module that the
+// garbage collector is taking away, even before the runtime has reported it. The runtime's own list
+// has such modules, and others that are still being loaded. So code that looks at modules other
+// than that of the compiled method takes them from here. Modules that go with an application domain
+// wait until no thread looks. Any thread.
 #pragma once
 
 #include "clr/cor_profiler.h"

@@ -1,6 +1,6 @@
-// What the emitters need to know of a method's receiver, parameters and result: how each is passed
-// as an object, with the tokens for it. A method with anything that cannot be passed has no shape
-// and is left as it is.
+// The facts about a method's receiver, parameters and result that the emitters need: the form in
+// which each is passed as an object, with its tokens. If any of them cannot be passed, the method
+// has no shape and is left unchanged.
 #pragma once
 
 #include "clr/cor_profiler.h"

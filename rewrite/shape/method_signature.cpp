@@ -1,4 +1,4 @@
-// The parser announces where every type begins and ends; what lies between is the type.
+// The parser reports the begin and the end of every type; the part between them is the type.
 
 #include "rewrite/shape/method_signature.h"
 

@@ -1,5 +1,5 @@
-// What the emitters ask of a method's signature: of every type the outermost part, where the
-// parser's summary tells the innermost. Pure; the blob must outlive what is read from it.
+// The parts of a method's signature that the emitters need: the outermost part of every type, where
+// the parser's summary gives the innermost. Pure; the blob must outlive the results.
 #pragma once
 
 #include <cstdint>

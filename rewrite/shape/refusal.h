@@ -1,4 +1,4 @@
-// Why a method is left as it is: one line for its log.
+// The reason for leaving a method unchanged: one line for its log.
 #pragma once
 
 #include "clr/cor_profiler.h"
