@@ -121,7 +121,7 @@ function(corvane_dotnet_program name directory)
     set(command publish)
     list(TRANSFORM arg_PUBLISH PREPEND "-p:")
     # What is published into a single file is the program itself.
-    if("-p:Publication=SingleFile" IN_LIST arg_PUBLISH)
+    if("${arg_PUBLISH}" MATCHES "Publication=SingleFile")
       set(assembly "${output}/${arg_ASSEMBLY}.exe")
     endif()
   endif()

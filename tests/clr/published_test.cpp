@@ -83,7 +83,7 @@ constexpr Form kForms[] = {
     {{"SingleFile"},
      L"published_SingleFile",
      L"kite.managed is not loaded; name its file in DOTNET_STARTUP_HOOKS"},
-    {{"SingleFileWithHook"}, L"published_SingleFile", nullptr, true},
+    {{"SingleFileWithHook"}, L"published_SingleFileAlone", nullptr, true},
     {{"Trimmed"},
      L"published_Trimmed",
      L"the program's mscorlib is not there; publish it without trimming"},

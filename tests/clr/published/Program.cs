@@ -2,6 +2,16 @@
 using System;
 using Corvane.Instrumentation;
 
+#if ALONE
+namespace Corvane.Instrumentation
+{
+    [AttributeUsage(AttributeTargets.Method)]
+    internal sealed class TraceAttribute : Attribute
+    {
+    }
+}
+#endif
+
 internal static class Program
 {
     private static int Main()
