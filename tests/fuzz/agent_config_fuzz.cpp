@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -83,10 +84,13 @@ int depth_of(const AgentConfig& tree) {
     return depth;
 }
 
-// An empty tag is a level of the tree and none of the elements that are open at once.
-void check_depth(const std::string& xml, int depth) {
+// Innermost empty tags are a level of the tree and none of the elements that are open at once.
+enum class Innermost { kPairs, kPairsOrEmptyTags };
+
+void check_depth(const std::string& xml, int depth, Innermost innermost) {
+    const int fewest = innermost == Innermost::kPairs ? depth : depth - 1;
     require(!nests_deeper_than(xml, depth), "no level is found that is not there");
-    require(depth < 2 || nests_deeper_than(xml, depth - 2), "no level is hidden");
+    require(fewest < 1 || nests_deeper_than(xml, fewest - 1), "no level is hidden");
 }
 
 struct Answer {
@@ -138,12 +142,8 @@ void collect_attributes(const AgentConfig& tree, std::set<std::string>& values) 
 }
 
 // What is loaded, empty without.
-AgentConfig check_loading(const std::string& xml) {
+AgentConfig check_loading(const std::string& xml, const std::optional<AgentConfig>& parsed) {
     static const ConfigFile file;
-    const auto parsed = parse_xml(xml);
-    if (parsed) {
-        check_depth(xml, depth_of(*parsed));
-    }
     file.write(xml);
     AgentConfig config;
     config.put("left.over", "text");
@@ -157,8 +157,16 @@ AgentConfig check_loading(const std::string& xml) {
     return config;
 }
 
+// The same text with a nest of pairs where a byte 1 marks a place, or else at the end.
+std::string with_nest(const std::string& xml) {
+    static const std::string nest = repeated("<a>", 16) + repeated("</a>", 16);
+    const std::size_t place = std::min(xml.find('\1'), xml.size());
+    return xml.substr(0, place) + nest + xml.substr(std::min(place + 1, xml.size()));
+}
+
 void check(const std::string& xml) {
-    const AgentConfig config = check_loading(xml);
+    const auto parsed = parse_xml(xml);
+    const AgentConfig config = check_loading(xml, parsed);
     std::set<std::string> asked = {"Inlining", "Disabled"};
     collect_attributes(config, asked);
     for (const std::string& key : asked) {
@@ -167,11 +175,15 @@ void check(const std::string& xml) {
         }
     }
 
-    // The same with a nest that is too deep where a byte 1 marks a place, or else at the end.
-    static const std::string deep =
-        repeated("<a>", kMaxElementDepth + 2) + repeated("</a>", kMaxElementDepth + 2);
-    const std::size_t place = std::min(xml.find('\1'), xml.size());
-    check_loading(xml.substr(0, place) + deep + xml.substr(std::min(place + 1, xml.size())));
+    if (parsed) {
+        check_depth(xml, depth_of(*parsed), Innermost::kPairsOrEmptyTags);
+    }
+    const std::string deeper = with_nest(xml);
+    if (const auto tree = parse_xml(deeper)) {
+        const int depth = depth_of(*tree);
+        const bool in_nest = parsed && depth > depth_of(*parsed);
+        check_depth(deeper, depth, in_nest ? Innermost::kPairs : Innermost::kPairsOrEmptyTags);
+    }
 }
 
 } // namespace

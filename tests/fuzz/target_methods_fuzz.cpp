@@ -1,7 +1,7 @@
 // Names near the rows of the table, and any signature. The three questions about a method are
 // answered as a comparison of whole names and the parser's events answer them.
-// An input is the switches, a row, an edit of its name (kind, place, character), the dot that
-// divides type and method, and the signature.
+// An input is the switches, a row, an edit of its name (kind, place, character), which dot divides
+// type and method, and the signature.
 #include "il/element_type.h"
 #include "il/sig_parser.h"
 #include "selection/target_methods.h"
@@ -117,8 +117,9 @@ void check(Input input) {
             dots.push_back(i);
         }
     }
-    const std::size_t choice = input.byte() % (dots.size() + 1);
-    const std::size_t dot = choice < dots.size() ? dots[choice] : name.size();
+    dots.push_back(name.size());
+    dots.push_back(place % (name.size() + 1)); // which may be no dot
+    const std::size_t dot = dots[input.byte() % dots.size()];
     const std::wstring type_name = name.substr(0, dot);
     const std::wstring method_name = name.substr(std::min(dot + 1, name.size()));
     const std::wstring whole = type_name + L"." + method_name;
