@@ -39,8 +39,8 @@ bool has_left_the_runtime(ThreadID thread) {
     return profilerInfo2->GetHandleFromThread(thread, &handle) == E_INVALIDARG;
 }
 
-// The target is suspended. Its context is not passed as the place to start from: this is wanted,
-// the runtime finds the first managed frame itself.
+// The target is suspended. Its context is deliberately not passed as the place to start from: the
+// runtime finds the first managed frame itself.
 HRESULT walk(ThreadID target, FrameList& frames) {
     if (!profilerInfo2) {
         return CORPROF_E_PROFILER_NOT_YET_INITIALIZED;
@@ -103,8 +103,8 @@ std::int32_t take_snapshot(std::uint32_t os_thread, SAFEARRAY** frames, std::int
 
 } // namespace
 
-// Where it gives up before the walk the status stays, so that the snapshot succeeds without frames:
-// this is wanted, a thread that has just ended is no failure.
+// Where it gives up before the walk the status deliberately stays, so that the snapshot succeeds
+// without frames: a thread that has just ended is no failure.
 HRESULT Thread_Do_Stack_Snapshot(CorvaneSnapshot* request) {
     const auto os_thread = static_cast<DWORD>(request->osThreadId);
     const ThreadID target = find_thread(os_thread);
@@ -125,14 +125,14 @@ HRESULT Thread_Do_Stack_Snapshot(CorvaneSnapshot* request) {
     // Until the target runs again nothing may wait for what it may hold: no lock, no heap.
     const DWORD suspend_count = SuspendThread(thread.get());
     if (static_cast<std::int32_t>(suspend_count) < 0) {
-        thread.release(); // stays open: wanted
+        thread.release(); // deliberately stays open
         set_snapshot_target(kNoSnapshotTarget);
         return kNotWalked;
     }
     CONTEXT context = {};
     context.ContextFlags = CONTEXT_FULL;
     if (GetThreadContext(thread.get(), &context) == FALSE) {
-        // Wanted: the target stays suspended, its handle open, and it stays the one that is
+        // Deliberate: the target stays suspended, its handle open, and it stays the one that is
         // sampled.
         thread.release();
         request->status = kNoSnapshot;

@@ -28,8 +28,8 @@ extern boost::mutex SnapshotTargetMutex;
 void on_thread_assigned(ThreadID thread, DWORD os_thread);
 void on_thread_destroyed(ThreadID thread);
 
-// The runtime's thread, or 0. An id that was never announced is entered, with 0: this is wanted,
-// the map tells afterwards what was asked for.
+// The runtime's thread, or 0. An id that was never announced is deliberately entered, with 0: the
+// map tells afterwards what was asked for.
 ThreadID find_thread(DWORD os_thread);
 
 // Whether the runtime's thread has not ended and runs there. What the map says of a thread that has

@@ -385,7 +385,7 @@ internal static class Owners
     }
 
     [Trace]
-    private static async System.Threading.Tasks.Task LaterNothing() => await System.Threading.Tasks.Task.Delay(1);
+    private static async System.Threading.Tasks.Task LaterNothing() => await System.Threading.Tasks.Task.Yield();
 
     [Trace]
     private static async System.Threading.Tasks.ValueTask<int> Quick(int number)
