@@ -45,6 +45,9 @@ public:
     std::wstring method_name = L"Place";
     std::vector<std::uint8_t> signature = {0x20, 0x00, 0x01}; // an instance method: void M()
 
+    // What GetFunctionInfo gives; the metadata is asked for with kMethodToken.
+    mdMethodDef function_token = kMethodToken;
+
     struct Attribute {
         mdToken owner;
         std::wstring_view name;
@@ -96,7 +99,7 @@ public:
         if (SUCCEEDED(hr)) {
             *class_id = kClass;
             *module = kModule;
-            *token = kMethodToken;
+            *token = function_token;
         }
         return hr;
     }

@@ -127,6 +127,13 @@ TEST(ListBody, SaysEmptyOnlyWithoutAnExceptionTable) {
                             "Exception handling section:\n"));
 }
 
+TEST(ListBody, SaysEmptyWithSectionsOfAnotherKindOnly) {
+    EXPECT_THAT(listing({0x0B, 0x30, 0x08, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, //
+                         0x2A, 0x00, 0x00, 0x00, 0x02, 0x04, 0x00, 0x00}),
+                ElementsAre("Code section:\n", " IL_0000: ret \t\t 0x2a\n",
+                            "Exception handling section:\n", "<empty>"));
+}
+
 TEST(ListBody, HasNothingToSayAboutWhatIsNoBody) {
     EXPECT_THAT(listing({}), IsEmpty());
     EXPECT_THAT(listing({0x0A, 0x00}), IsEmpty());

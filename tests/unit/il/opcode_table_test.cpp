@@ -68,6 +68,23 @@ TEST(OpcodeTable, AgreesWithTheRuntimesOwnList) {
     }
 }
 
+TEST(OpcodeTable, NumbersTheKindsOfFlow) {
+    const std::pair<std::size_t, std::uint32_t> codes[] = {
+        {0x00, 0},  // nop
+        {0x01, 1},  // break
+        {0x28, 2},  // call
+        {0x2A, 3},  // ret
+        {0x2B, 4},  // br.s
+        {0x2C, 5},  // brfalse.s
+        {0x7A, 6},  // throw
+        {0xFF, 7},  // prefixref
+        {0x114, 7}, // tail.
+    };
+    for (const auto& [number, code] : codes) {
+        EXPECT_EQ(static_cast<std::uint32_t>(OpcodeTable[number].flow), code) << number;
+    }
+}
+
 TEST(OpcodeTable, NamesEveryReservedSlot) {
     const std::pair<int, int> ranges[] = {{0x24, 0x24},   {0x77, 0x78},   {0xA6, 0xB2},
                                           {0xBB, 0xC1},   {0xC4, 0xC5},   {0xC7, 0xCF},

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <iomanip>
 #include <set>
 #include <sstream>
@@ -79,6 +80,34 @@ protected:
     void on_array(std::uint8_t type) override { note("array", type); }
     void on_sz_array(std::uint8_t type) override { note("sz_array", type); }
 
+public:
+    // Where the table of virtual functions has each hook, in the order in which hooks are numbered.
+    // A pointer to a virtual member begins with that place (the C++ ABI of both compilers).
+    static std::vector<std::ptrdiff_t> places() {
+        std::vector<std::ptrdiff_t> places;
+        const auto add = [&places](auto... hooks) {
+            const auto place_of = [](auto hook) {
+                std::ptrdiff_t place = 0;
+                std::memcpy(&place, &hook, sizeof place);
+                return place;
+            };
+            (places.push_back(place_of(hooks)), ...);
+        };
+        using R = Recorder;
+        add(&R::on_begin_method, &R::on_end_method, &R::on_param_count, &R::on_begin_return_type,
+            &R::on_end_return_type, &R::on_begin_param, &R::on_end_param, &R::on_sentinel,
+            &R::on_generic_param_count, &R::on_begin_field, &R::on_end_field, &R::on_begin_locals,
+            &R::on_end_locals, &R::on_local_count, &R::on_begin_local, &R::on_end_local,
+            &R::on_constraint, &R::on_begin_property, &R::on_end_property, &R::on_begin_array_shape,
+            &R::on_end_array_shape, &R::on_rank, &R::on_size_count, &R::on_size,
+            &R::on_lower_bound_count, &R::on_lower_bound, &R::on_begin_type, &R::on_end_type,
+            &R::on_typed_by_ref, &R::on_by_ref, &R::on_void, &R::on_custom_modifier,
+            &R::on_simple_type, &R::on_type_def_or_ref, &R::on_generic_inst, &R::on_type_variable,
+            &R::on_method_variable, &R::on_value_type, &R::on_class, &R::on_pointer,
+            &R::on_function_pointer, &R::on_array, &R::on_sz_array);
+        return places;
+    }
+
 private:
     template <typename... Values>
     void note(const char* hook, Values... values) {
@@ -151,6 +180,14 @@ TEST(SigParser, EveryMethodConventionIsAMethod) {
         EXPECT_EQ(summary_of({instance, 0x01, 0x01, 0x0E}), "this 1 0:0 (E 0:0)");
         const auto explicit_this = static_cast<std::uint8_t>(convention | 0x40);
         EXPECT_EQ(summary_of({explicit_this, 0x01, 0x01, 0x0E}), "static 1 0:0 (E 0:0)");
+    }
+}
+
+TEST(SigParser, HasThisIsExactlyOne) {
+    for (const std::uint8_t convention : Bytes{0x20, 0x25, 0x30, 0x60, 0xE0}) {
+        SigParser parser;
+        EXPECT_TRUE(parse(parser, {convention, 0x00, 0x00, 0x01}));
+        EXPECT_EQ(parser.hasThis, 1) << unsigned{convention};
     }
 }
 
@@ -297,6 +334,14 @@ TEST(SigParser, FieldsLocalsAndPropertiesHaveNoSummary) {
 }
 
 // --- the hooks
+
+TEST(SigParser, DeclaresItsHooksInTheirOrder) {
+    const auto places = Recorder::places();
+    ASSERT_EQ(places.size(), 43U);
+    for (std::size_t hook = 1; hook < places.size(); ++hook) {
+        EXPECT_EQ(places[hook] - places[hook - 1], std::ptrdiff_t{sizeof(void*)}) << hook;
+    }
+}
 
 TEST(SigParser, ReportsAMethod) {
     EXPECT_EQ(

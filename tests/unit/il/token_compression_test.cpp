@@ -29,6 +29,15 @@ TEST(TokenCompression, TakesOneByteBelow128) {
     }
 }
 
+TEST(TokenCompression, CompressesATokenOfEachTable) {
+    for (const auto& [token, byte] : {std::pair(0x02000003u, 0x0C), std::pair(0x01000003u, 0x0D),
+                                      std::pair(0x1B000003u, 0x0E), std::pair(0x72000003u, 0x0F)}) {
+        EXPECT_THAT(compress_token(token)->bytes(), ElementsAre(byte));
+        EXPECT_THAT(compress_token_to_two_bytes(token).bytes(), ElementsAre(byte));
+        EXPECT_THAT(compress_token_exactly(token).bytes(), ElementsAre(byte));
+    }
+}
+
 TEST(TokenCompression, TakesTwoBytesUpTo16383) {
     for (const auto& token : {*compress_token(0x01000020), compress_token_to_two_bytes(0x01000020),
                               compress_token_exactly(0x01000020)}) {

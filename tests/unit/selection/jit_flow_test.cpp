@@ -34,6 +34,7 @@ struct Rewriting {
     HRESULT result = S_OK;
     bool throws = false;
     bool says_something = false; // through the channel of the context
+    bool mutes_details = false;  // of that channel: all but level 1
 } rewriting;
 
 HRESULT rewrite(RewriteContext& context, ICorProfilerInfo* info, const method_info& method,
@@ -47,6 +48,9 @@ HRESULT rewrite(RewriteContext& context, ICorProfilerInfo* info, const method_in
     if (rewriting.says_something) {
         context.log.log(3, L"rewriting");
         context.log.log(4, L"detail");
+    }
+    if (rewriting.mutes_details) {
+        context.log = DebugLog(L"[context] ", 1);
     }
     if (rewriting.throws) {
         throw std::length_error("too long");
@@ -352,6 +356,62 @@ TEST_F(JitFlow, TakesPercentSignsInNamesForText) {
               inserting() + L"[100%s]%n.Ty%pe:%s%s%s() : rewriting\n" +
                   L"[100%s]%n.Ty%pe:%s%s%s() : Failed to create prologue/epilogue IL" + text +
                   L"Failed to create method body instrumenter(attribute)" + text);
+}
+
+// --- Levels
+
+TEST_F(JitFlow, WritesItsLinesAtLevelOne) {
+    default_log = DebugLog(L"", 1);
+    name_a_target();
+    rewriting.result = E_ACCESSDENIED;
+    rewriting.mutes_details = true;
+    compile();
+    const std::wstring text = L" (" + text_of(E_ACCESSDENIED) + L")\n";
+    std::wstring expected = inserting() + L"[context] Failed to create prologue/epilogue IL" +
+                            text + L"Failed to create method body instrumenter" + text;
+    EXPECT_EQ(output.text(), expected);
+
+    runtime.forget_calls();
+    BOOL use = TRUE;
+    on_cached_function_search_started(&runtime, FakeMethod::kFunction, &use);
+    expected += L"UseCachedFunction(Shop, System.Net.HttpWebRequest.GetResponse)=False\n";
+    EXPECT_EQ(output.text(), expected);
+
+    name(L"Program", L"Main");
+    runtime.signature = {0x00, 0x00, 0x01};
+    rewriting.result = S_OK;
+    runtime.forget_calls();
+    compile();
+    EXPECT_EQ(output.text(), expected += inserting());
+
+    mark(kTransparent);
+    runtime.forget_calls();
+    compile();
+    EXPECT_EQ(output.text(), expected += L"it is transparent (" + text_of(S_OK) + L")\n");
+}
+
+TEST_F(JitFlow, WritesItsLinesAboutAMarkedMethodThatFailedAtLevelOne) {
+    default_log = DebugLog(L"", 1);
+    mark(kTrace);
+    rewriting.result = E_ACCESSDENIED;
+    rewriting.mutes_details = true;
+    compile();
+    const std::wstring text = L" (" + text_of(E_ACCESSDENIED) + L")\n";
+    EXPECT_EQ(output.text(), L"[context] Failed to create prologue/epilogue IL" + text +
+                                 L"Failed to create method body instrumenter(attribute)" + text);
+}
+
+TEST_F(JitFlow, WritesAtLevelOneThatAMethodCannotBeDescribed) {
+    default_log = DebugLog(L"", 1);
+    runtime.results = {{0, E_FAIL}};
+    const std::wstring line = L"Failed to create method info (" + text_of(E_FAIL) + L")\n";
+    compile();
+    EXPECT_TRUE(output.text().ends_with(line));
+    const std::size_t length = output.text().size();
+    runtime.forget_calls();
+    BOOL use = TRUE;
+    on_cached_function_search_started(&runtime, FakeMethod::kFunction, &use);
+    EXPECT_TRUE(output.text().substr(length).ends_with(line));
 }
 
 TEST_F(JitFlow, NumbersItsModes) {

@@ -132,6 +132,14 @@ TEST_F(MethodInfo, IsFilledByOneRoundOfQuestions) {
     EXPECT_EQ(output.text(), L"");
 }
 
+// Up to there the metadata's own token serves.
+TEST_F(MethodInfo, TakesItsTokenFromTheLastCallThatGivesOne) {
+    runtime.function_token = 0x06000009;
+    EXPECT_EQ(get_info(), S_OK);
+    EXPECT_EQ(runtime.calls, kAllCalls);
+    EXPECT_EQ(method.method_token, 0x06000009U);
+}
+
 TEST_F(MethodInfo, FindsTheTraceAttribute) {
     runtime.attributes = {{FakeMethod::kMethodToken, kTrace}};
     EXPECT_EQ(get_info(), S_OK);

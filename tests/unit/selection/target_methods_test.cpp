@@ -204,6 +204,8 @@ TEST_P(IsTargetMethod, FindsEveryRowAndNothingBesideIt) {
         EXPECT_FALSE(is_target(type, L"." + name));
         EXPECT_FALSE(is_target(type, L""));
         EXPECT_FALSE(is_target(L"", name));
+        // As long as the row, with another character in the place of the dot.
+        EXPECT_FALSE(is_target(type.substr(0, type.size() - 1), L"." + name));
         for (std::size_t i = 0; i < type.size(); ++i) {
             std::wstring other = type;
             other[i] ^= 0x20; // the other letter case
