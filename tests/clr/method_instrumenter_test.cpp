@@ -207,6 +207,44 @@ TEST_F(MethodInstrumenterTest, KeepsOtherPrefixesWithTheCall) {
                         "constrained-tail-call");
 }
 
+TEST_F(MethodInstrumenterTest, KeepsAReadonlyPrefixWithTheCall) {
+    // readonly. tail. call Place; ret
+    expect_instrumented(
+        add(L"Place", kVoid, tiny({0xFE, 0x1E, 0xFE, 0x14, 0x28, 0x01, 0, 0, 0x06, 0x2A})),
+        "readonly-tail-call");
+}
+
+// A type token has room for a fourth table, of which no type is.
+TEST_F(MethodInstrumenterTest, PassesNothingForValueTypesOfAnUnknownKind) {
+    // T Place(T, ref T)
+    const Bytes unknown = {0x11, 0x07};
+    expect_instrumented(
+        add(L"Place", join({{0x00, 2}, unknown, unknown, {0x10}, unknown}), tiny({0x02, 0x2A})),
+        "unknown-value-type");
+}
+
+TEST_F(MethodInstrumenterTest, InstrumentsAGenericMethod) {
+    // string Place<T>(string)
+    const mdMethodDef method = add(L"Place", {0x10, 0x01, 0x01, 0x0E, 0x0E}, tiny({0x02, 0x2A}));
+    EXPECT_EQ(instrument(method, InstrumentationMode::kTable), S_OK);
+    EXPECT_THAT(log(), IsEmpty());
+    EXPECT_EQ(module->installations, 1);
+}
+
+TEST_F(MethodInstrumenterTest, CastsToAClassThatATypeSpecNames) {
+    const Bytes blob = join({{0x15, 0x12}, coded(customer), {1, 0x08}});
+    mdTypeSpec spec = mdTypeSpecNil;
+    ASSERT_EQ(
+        module->emit().GetTokenFromTypeSpec(blob.data(), static_cast<ULONG>(blob.size()), &spec),
+        S_OK);
+    const mdMethodDef method =
+        add(L"Place", join({{0x00, 1, 0x01, 0x12}, coded(spec)}), tiny({0x2A}));
+    instrument(method);
+    ASSERT_EQ(module->installations, 1);
+    const Bytes cast = {0x74, static_cast<std::uint8_t>(spec), 0, 0, 0x1B};
+    EXPECT_FALSE(std::ranges::search(module->bodies[method], cast).empty());
+}
+
 TEST_F(MethodInstrumenterTest, LeavesAMethodThatTheRuntimeSuspends) {
     const mdMethodDef method = add(L"Place", kVoid, tiny({0x2A}));
     ASSERT_EQ(module->emit().SetMethodImplFlags(method, 0x2000), S_OK);
@@ -747,6 +785,82 @@ TEST_F(MethodInstrumenterTest, FindsNestedValueTypes) {
     EXPECT_EQ(module->installations, 1);
 }
 
+// Types are compared with all the types around them.
+TEST_F(MethodInstrumenterTest, TakesANestedTypeNamedAsAByRefLikeOneForWhatItIs) {
+    const wchar_t* const oldest = L"System.ArgIterator";
+    for (const auto& [outer_name, inner_name] :
+         {std::pair(L"Store.Shelf", oldest), std::pair(oldest, L"Place")}) {
+        const mdTypeRef outer = module->type_ref(corlib, outer_name);
+        const mdTypeRef inner = module->type_ref(outer, inner_name);
+        mdTypeDef outer_def = mdTypeDefNil;
+        mdTypeDef inner_def = mdTypeDefNil;
+        ASSERT_EQ(
+            module->other().DefineTypeDef(outer_name, tdPublic, mdTokenNil, nullptr, &outer_def),
+            S_OK);
+        ASSERT_EQ(module->other().DefineNestedType(inner_name, tdNestedPublic, mdTokenNil, nullptr,
+                                                   outer_def, &inner_def),
+                  S_OK);
+        module->installations = 0;
+        instrument(add(L"Place", join({{0x00, 1, 0x01, 0x11}, coded(inner)}), tiny({0x2A})));
+        EXPECT_EQ(module->installations, 1);
+    }
+    EXPECT_THAT(log(), IsEmpty());
+}
+
+TEST_F(MethodInstrumenterTest, FindsAValueTypeWithALongName) {
+    const std::wstring name = L"Store." + std::wstring(994, L'n');
+    const mdTypeRef type_ref = module->type_ref(corlib, name);
+    mdTypeDef defined = mdTypeDefNil;
+    ASSERT_EQ(module->other().DefineTypeDef(name.c_str(), tdPublic, mdTokenNil, nullptr, &defined),
+              S_OK);
+    instrument(add(L"Place", join({{0x00, 1, 0x01, 0x11}, coded(type_ref)}), tiny({0x2A})));
+    EXPECT_THAT(log(), IsEmpty());
+    EXPECT_EQ(module->installations, 1);
+}
+
+TEST_F(MethodInstrumenterTest, PassesOverAModuleWithoutMetadata) {
+    module->other_has_metadata = false;
+    expect_left(add(L"Place", join({{0x00, 1, 0x01, 0x11}, coded(guid)}), tiny({0x2A})),
+                L"parameter 1 is of a value type that no module defines which stays loaded");
+    EXPECT_EQ(module->other_opened, 1);
+}
+
+TEST_F(MethodInstrumenterTest, TakesAnEnumerationForAValueType) {
+    const mdTypeDef colour =
+        module->type_def(L"Shop.Colour", module->type_ref(corlib, L"System.Enum"));
+    expect_left(add(colour, L"Mix", {0x20, 0, 0x01}, tiny({0x2A})),
+                L"it is an instance method of a value type, whose receiver is no object; "
+                L"CORVANE_STRICT_IL=1 boxes it");
+    strict_il = true;
+    const mdMethodDef method = add(colour, L"Fade", {0x20, 0, 0x01}, tiny({0x2A}));
+    instrument(method);
+    ASSERT_EQ(module->installations, 1);
+    const Bytes load_and_box = {0x71, static_cast<std::uint8_t>(colour), 0, 0, 0x02,
+                                0x8C, static_cast<std::uint8_t>(colour), 0, 0, 0x02};
+    EXPECT_FALSE(std::ranges::search(module->bodies[method], load_and_box).empty());
+}
+
+// As the runtime's own library does.
+TEST_F(MethodInstrumenterTest, KnowsValueTypesOfAModuleThatDefinesTheirBases) {
+    const mdTypeDef object = module->type_def(L"System.Object", mdTokenNil);
+    const mdTypeDef base = module->type_def(L"System.ValueType", object);
+    const mdTypeDef enumeration = module->type_def(L"System.Enum", base);
+    const Bytes instance = {0x20, 0, 0x01};
+    // Both bases are classes.
+    instrument(add(base, L"A", instance, tiny({0x2A})));
+    instrument(add(enumeration, L"B", instance, tiny({0x2A})));
+    EXPECT_EQ(module->installations, 2);
+    EXPECT_THAT(log(), IsEmpty());
+    for (const mdTypeDef own : {module->type_def(L"System.Guid2", base),
+                                module->type_def(L"System.DayOfWeek", enumeration)}) {
+        instrument(add(own, L"C", instance, tiny({0x2A})));
+    }
+    EXPECT_EQ(module->installations, 2);
+    const std::wstring left = L"Left as it is: it is an instance method of a value type, whose "
+                              L"receiver is no object; CORVANE_STRICT_IL=1 boxes it";
+    EXPECT_THAT(log(), ElementsAre(left, left));
+}
+
 TEST_F(MethodInstrumenterTest, LeavesTheReceiverOfAValueTypeInTheDefaultForm) {
     expect_left(add(point, L"Move", {0x20, 0, 0x01}, tiny({0x2A})),
                 L"it is an instance method of a value type, whose receiver is no object; "
@@ -824,13 +938,21 @@ TEST_F(MethodInstrumenterTest, OpensTheMetadataOnceForEachJob) {
 // The other module stands for mscorlib. What is opened stays open for the process, so that this can
 // be seen once only.
 TEST_F(MethodInstrumenterTest, OpensMscorlibOnceItIsKnownAndKeepsIt) {
+    IMetaDataEmit& mscorlib = module->other();
+    const auto references = [&] {
+        mscorlib.AddRef();
+        return mscorlib.Release();
+    };
+    const ULONG before = references();
     instrument(add(L"Place", kVoid, tiny({0x2A})));
     EXPECT_EQ(module->other_opened, 0);
+    EXPECT_EQ(references(), before);
     mscorlibModuleId = ScratchModule::kOtherModule;
     instrument(add(L"Cancel", kVoid, tiny({0x2A})));
     instrument(add(L"Close", kVoid, tiny({0x2A})));
     mscorlibModuleId = 0;
     EXPECT_EQ(module->other_opened, 1);
+    EXPECT_EQ(references(), before + 1);
     EXPECT_EQ(module->installations, 3);
 }
 

@@ -1,11 +1,19 @@
 // The references that injected code needs, in the metadata of the runtime's own engine.
 #include "base/runtime_state.h"
 #include "rewrite/references/managed_library.h"
+#include "tests/support/failing_metadata.h"
 #include "tests/support/runtime_test.h"
 #include "tests/support/scratch_module_test.h"
 
+#include <algorithm>
 #include <array>
+#include <atomic>
+#include <cwchar>
 #include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
 
 namespace corvane::testing {
 namespace {
@@ -113,6 +121,107 @@ TEST_F(ModuleReferencesTest, ReuseOnlyTheSameAssembly) {
                             L"mscorlib", L"system"));
 }
 
+struct Difference {
+    const char* name;
+    std::wstring locale;
+    Bytes hash;
+    DWORD flags;
+};
+
+class ModuleReferencesBeside : public ModuleReferencesTest,
+                               public ::testing::WithParamInterface<Difference> {};
+
+INSTANTIATE_TEST_SUITE_P(Differences, ModuleReferencesBeside,
+                         ::testing::Values(Difference{"Locale", L"de", {}, 0},
+                                           Difference{"Hash", L"", {1, 2, 3}, 0},
+                                           Difference{"Flags", L"", {}, afRetargetable},
+                                           Difference{"None", L"", {}, 0}),
+                         [](const auto& row) { return row.param.name; });
+
+// Name, version and key are the same.
+TEST_P(ModuleReferencesBeside, ReuseWhatDiffersInNothing) {
+    fill_type_refs();
+    ComPtr<IMetaDataAssemblyEmit> emit;
+    ASSERT_EQ(module->emit().QueryInterface(__uuidof(IMetaDataAssemblyEmit), emit.put_void()),
+              S_OK);
+    std::wstring locale = GetParam().locale;
+    ASSEMBLYMETADATA data{};
+    data.usMajorVersion = 3;
+    data.usMinorVersion = 9;
+    data.szLocale = locale.empty() ? nullptr : locale.data();
+    data.cbLocale = locale.empty() ? 0 : static_cast<ULONG>(locale.size() + 1);
+    const Bytes& hash = GetParam().hash;
+    mdAssemblyRef there = mdAssemblyRefNil;
+    ASSERT_EQ(emit->DefineAssemblyRef(kManagedLibrary.public_key_token.data(),
+                                      static_cast<ULONG>(kManagedLibrary.public_key_token.size()),
+                                      L"kite.managed", &data, hash.empty() ? nullptr : hash.data(),
+                                      static_cast<ULONG>(hash.size()), GetParam().flags, &there),
+              S_OK);
+    instrument(method());
+    EXPECT_EQ(module->installations, 1);
+    const auto names = module->assembly_ref_names();
+    EXPECT_EQ(std::ranges::count(names, L"kite.managed"),
+              GetParam().name == std::string("None") ? 1 : 2);
+}
+
+// They are asked for and made in one step: of two methods that are compiled at once the second
+// finds what the first has made.
+TEST_F(ModuleReferencesTest, AreDefinedOnceByTwoThreads) {
+    class Slow final : public FailingEmit, public FailingMetadata {
+    public:
+        HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** object) override {
+            *object = static_cast<IMetaDataAssemblyImport*>(this);
+            return S_OK;
+        }
+        ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+        ULONG STDMETHODCALLTYPE Release() override { return 1; }
+        HRESULT STDMETHODCALLTYPE EnumAssemblyRefs(HCORENUM* list, mdAssemblyRef* assembly, ULONG,
+                                                   ULONG* count) override {
+            *count = *list == nullptr ? static_cast<ULONG>(defined) : 0;
+            *list = this;
+            *assembly = mdtAssemblyRef + 1;
+            return *count != 0 ? S_OK : S_FALSE;
+        }
+        HRESULT STDMETHODCALLTYPE GetAssemblyRefProps(mdAssemblyRef, const void** key,
+                                                      ULONG* key_size, LPWSTR name, ULONG, ULONG*,
+                                                      ASSEMBLYMETADATA* data, const void**, ULONG*,
+                                                      DWORD*) override {
+            *key = kManagedLibrary.public_key_token.data();
+            *key_size = static_cast<ULONG>(kManagedLibrary.public_key_token.size());
+            std::wcscpy(name, kManagedLibrary.name);
+            data->usMajorVersion = kManagedLibrary.version[0];
+            data->usMinorVersion = kManagedLibrary.version[1];
+            return S_OK;
+        }
+        HRESULT STDMETHODCALLTYPE DefineAssemblyRef(const void*, ULONG, LPCWSTR,
+                                                    const ASSEMBLYMETADATA*, const void*, ULONG,
+                                                    DWORD, mdAssemblyRef* assembly) override {
+            *assembly = mdtAssemblyRef + 1;
+            std::exchange(on_define, [] {})();
+            ++defined;
+            return S_OK;
+        }
+        std::function<void()> on_define = [] {};
+        std::atomic<int> defined = 0;
+    } slow;
+    std::jthread second;
+    std::atomic<bool> is_back = false;
+    slow.on_define = [&] {
+        second = std::jthread([&] {
+            mdAssemblyRef assembly = mdAssemblyRefNil;
+            EXPECT_EQ(define_assembly_ref_once(&slow, kManagedLibrary, assembly), S_OK);
+            EXPECT_EQ(assembly, mdtAssemblyRef + 1U);
+            is_back = true;
+        });
+        Sleep(200);
+        EXPECT_FALSE(is_back);
+    };
+    mdAssemblyRef assembly = mdAssemblyRefNil;
+    EXPECT_EQ(define_assembly_ref_once(&slow, kManagedLibrary, assembly), S_OK);
+    second.join();
+    EXPECT_EQ(slow.defined, 1);
+}
+
 TEST_F(ModuleReferencesTest, TakeTheMethodBaseThatTheModuleNamesFirst) {
     const mdTypeRef own = module->type_ref(corlib, L"System.Reflection.MethodBase");
     ASSERT_EQ(own, 0x01000002U);
@@ -149,6 +258,37 @@ TEST_F(ModuleReferencesTest, KeepTheirLengthInASmallModule) {
                                    L"in a module with so few or so many type references; "
                                    L"CORVANE_STRICT_IL=1 can"));
     EXPECT_EQ(instrumentation_index, 1U);
+}
+
+// From row 26 to 31 the exception takes one byte, so that its signature is padded, and MethodBase,
+// six rows behind it, takes two, so that it can be referred to.
+TEST_F(ModuleReferencesTest, ArePaddedForAnExceptionInALowRow) {
+    for (std::uint8_t row = 25; row <= 32; ++row) {
+        SetUp();
+        fill_type_refs(row - 2U); // and System.Object
+        const mdMethodDef token = method();
+        EXPECT_EQ(instrument(token), S_OK);
+        ASSERT_EQ(module->type_ref_names().at(row - 1U), L"System.Exception");
+        const auto padded = [](Bytes signature, unsigned type_row, std::size_t room) {
+            const unsigned value = type_row << 2 | 1;
+            if (value >= 0x80) {
+                signature.push_back(static_cast<std::uint8_t>(value >> 8 | 0x80));
+            }
+            signature.push_back(static_cast<std::uint8_t>(value));
+            signature.resize(room);
+            return signature;
+        };
+        EXPECT_EQ(module->member_signature(L"Error"),
+                  padded({0x00, 0x02, 0x02, 0x0E, 0x12}, row, 7));
+        EXPECT_EQ(module->member_signature(L"GenericPrologue"),
+                  padded({0x00, 0x04, 0x01, 0x09, 0x1C, 0x1D, 0x1C, 0x12}, row + 2U, 10));
+        EXPECT_EQ(module->member_signature(L"GenericEpilogue"),
+                  padded({0x00, 0x05, 0x01, 0x09, 0x1C, 0x1D, 0x1C, 0x1C, 0x12}, row + 2U, 11));
+        EXPECT_EQ(module->member_signature(L"GetCurrentMethod"),
+                  padded({0x00, 0x00, 0x12}, row + 6U, 5));
+        EXPECT_EQ(module->installations, row >= 26 ? 1 : 0) << unsigned{row};
+        module.reset();
+    }
 }
 
 TEST_F(ModuleReferencesTest, AreExactInASmallModuleInStrictIl) {
@@ -329,6 +469,35 @@ TEST_F(ModuleReferencesTest, AreDefinedForAModuleThatWasCompiledAgainstTheLibrar
     std::filesystem::remove(beside);
     instrument(another);
     EXPECT_EQ(module->installations, 1); // it did not come with the program
+}
+
+// A program's library lies beside its module, however the path to that is written; a module that
+// has no folder has nothing beside it, whatever lies in the current one.
+TEST_F(ModuleReferencesTest, LookForTheLibraryInTheFolderOfTheModuleOnly) {
+    const OwnFolder folder;
+    std::filesystem::copy_file(managed_library(), folder.path() / L"kite.managed.dll");
+    fill_type_refs();
+    module->runtime_type = COR_PRF_CORE_CLR;
+    ComPtr<IMetaDataAssemblyEmit> assembly;
+    mdAssemblyRef reference = mdAssemblyRefNil;
+    ASSERT_EQ(module->emit().QueryInterface(__uuidof(IMetaDataAssemblyEmit), assembly.put_void()),
+              S_OK);
+    ASSERT_EQ(define_assembly_ref_once(assembly.get(), kManagedLibrary, reference), S_OK);
+
+    const std::filesystem::path current = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
+    module_name = L"Shop.dll";
+    instrument(method());
+    std::filesystem::current_path(current);
+    EXPECT_EQ(module->installations, 0);
+    EXPECT_THAT(log(), ElementsAre(L"Left as it is: kite.managed is not loaded; name its file in "
+                                   L"DOTNET_STARTUP_HOOKS"));
+
+    std::wstring path = (folder.path() / L"Shop.dll").wstring();
+    std::ranges::replace(path, L'\\', L'/');
+    module_name = path;
+    instrument(add(L"Cancel", kVoid, kReturn));
+    EXPECT_EQ(module->installations, 1);
 }
 
 TEST_F(ModuleReferencesTest, AreNotDefinedForWhatOnlyHasTheLibrarysName) {

@@ -95,9 +95,8 @@ private:
     }
 
     std::string coded_token(ByteReader& reader) {
-        constexpr mdToken kTables[] = {mdtTypeDef, mdtTypeRef, mdtTypeSpec};
+        constexpr mdToken kTables[] = {mdtTypeDef, mdtTypeRef, mdtTypeSpec, mdtBaseType};
         const std::uint32_t coded = checked(reader.read_compressed());
-        check((coded & 3) != 3);
         return token(kTables[coded & 3] | coded >> 2);
     }
 

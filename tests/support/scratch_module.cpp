@@ -348,6 +348,10 @@ HRESULT ScratchModule::GetModuleMetaData(ModuleID module, DWORD flags, REFIID ii
     if (module == kOtherModule) {
         ++other_opened;
         on_other_opened();
+        if (!other_has_metadata) {
+            *metadata = nullptr;
+            return S_OK;
+        }
         return other().QueryInterface(iid, reinterpret_cast<void**>(metadata));
     }
     require(module == kModule);

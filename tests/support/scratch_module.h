@@ -46,6 +46,7 @@ public:
     int installations = 0;
     int other_opened = 0; // how often the second module's metadata was asked for
     std::function<void()> on_other_opened = [] {};
+    bool other_has_metadata = true; // without, asking succeeds and gives nothing
 
     // Answers of the calls of the metadata that are written down, by their number. A failing call
     // does not reach the engine.

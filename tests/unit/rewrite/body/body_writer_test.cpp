@@ -131,6 +131,21 @@ TEST_F(BodyWriterTest, RefusesSwitchesWithoutTheirTargets) {
     EXPECT_EQ(write(), BodyResult::kMalformed); // one too many
 }
 
+TEST_F(BodyWriterTest, RefusesAnotherInstructionBetweenSwitchTargets) {
+    append(Opcode::kSwitch, 2);
+    Instruction* const first = append(Opcode::kSwitchTarget);
+    Instruction* const second = append(Opcode::kSwitchTarget);
+    Instruction* const ret = append(Opcode::kRet);
+    first->target = second->target = ret;
+    EXPECT_EQ(write(), BodyResult::kOk);
+    bytes = {0xAA};
+    Instruction* const foreign = body.insert_before(second, Opcode::kNop);
+    EXPECT_EQ(write(), BodyResult::kMalformed);
+    foreign->opcode = Opcode::kSwitch; // one that asks for targets of its own
+    EXPECT_EQ(write(), BodyResult::kMalformed);
+    EXPECT_THAT(bytes, ElementsAre(0xAA));
+}
+
 TEST_F(BodyWriterTest, RefusesNumbersThatAreNoOpcodes) {
     for (const int number : {0xF8, 0xFE, 294, 296, 303, 304, 0xFFFF}) {
         MethodBody wrong;

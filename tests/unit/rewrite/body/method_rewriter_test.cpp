@@ -4,8 +4,10 @@
 
 #include "il/listing.h"
 #include "rewrite/body/body_writer.h"
+#include "tests/support/allocations.h"
 #include "tests/support/debug_output.h"
 #include "tests/support/fake_runtime.h"
+#include "tests/support/patched_import.h"
 
 #include <gmock/gmock.h>
 
@@ -136,6 +138,8 @@ private:
     Control control_{*this};
     ULONG references_ = 1; // the test's own
 };
+
+void WINAPI say_nothing(LPCWSTR) {}
 
 class MethodRewriterTest : public ::testing::Test {
 protected:
@@ -285,6 +289,34 @@ TEST_F(MethodRewriterTest, AnswersWhatTheRuntimeAnswersToInstalling) {
     EXPECT_EQ(rewriter.Write(body), kRuntimeError);
     EXPECT_EQ(controlled.Write(body), kRuntimeError);
     EXPECT_THAT(runtime.installed, IsEmpty());
+}
+
+TEST_F(MethodRewriterTest, RunsOutOfMemoryWriting) {
+    read_well();
+    // A branch that widens, and a clause.
+    Instruction* const nop = body.first();
+    body.insert_before(nop, Opcode::kLeaveS, nop->next);
+    for (int i = 0; i < 200; ++i) {
+        body.insert_before(nop, Opcode::kNop);
+    }
+    body.AddClause(kClauseFinally, body.first(), nop, nop, body.add_slot(nop->next), 0U);
+    // Whoever collects the output takes memory in an exception handler.
+    const PatchedImport<void WINAPI(LPCWSTR)> silence("OutputDebugStringW", say_nothing);
+    for (MethodRewriter* const writer : {&rewriter, &controlled}) {
+        std::size_t granted = 0;
+        for (bool has_failed = true; has_failed; ++granted) {
+            HRESULT hr = S_OK;
+            {
+                const FailingAllocation failing(granted);
+                hr = writer->Write(body);
+                has_failed = FailingAllocation::has_come();
+            }
+            EXPECT_EQ(hr, has_failed ? E_OUTOFMEMORY : S_OK) << granted;
+            EXPECT_EQ(runtime.installed.size(), has_failed ? 0U : 1U) << granted;
+        }
+        EXPECT_GT(granted, 4U);
+        runtime.installed.clear();
+    }
 }
 
 TEST_F(MethodRewriterTest, FailsForATinyBodyThatGrew) {

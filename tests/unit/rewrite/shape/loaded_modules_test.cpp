@@ -1,0 +1,31 @@
+#include "rewrite/shape/loaded_modules.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+
+namespace corvane {
+namespace {
+
+constexpr ModuleID kListed = 0x10;
+constexpr ModuleID kUnlisted = 0x11;
+
+// Nobody looks at it, so that its unloading has nobody to wait for.
+TEST(LoadedModules, LetAnUnlistedModuleGoDuringAVisit) {
+    add_loaded_module(nullptr, kListed);
+    std::future<void> unloading;
+    visit_loaded_modules([&](ModuleID module) {
+        EXPECT_EQ(module, kListed);
+        unloading = std::async(std::launch::async, [] { remove_loaded_module(kUnlisted); });
+        EXPECT_EQ(unloading.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+        return true;
+    });
+    ASSERT_TRUE(unloading.valid());
+    unloading.wait();
+    EXPECT_TRUE(is_loaded_module(kListed));
+    remove_loaded_module(kListed);
+    EXPECT_FALSE(is_loaded_module(kListed));
+}
+
+} // namespace
+} // namespace corvane
