@@ -166,22 +166,23 @@ HRESULT instrument(Emission& emission) {
     return hr;
 }
 
-HRESULT rewrite(RewriteContext& context, const InstrumentationReferences& references,
-                InstrumentationMode mode, Refusal& refusal) {
+HRESULT rewrite(RewriteContext& context, ICorProfilerInfo* info,
+                const InstrumentationReferences& references, InstrumentationMode mode,
+                Refusal& refusal) {
     const method_info& method = context.method;
     ComPtr<IMetaDataImport> import;
     ComPtr<IMetaDataEmit> emit;
-    HRESULT hr = context.info->GetModuleMetaData(method.module_id, ofRead | ofWrite,
-                                                 __uuidof(IMetaDataImport), import.put_unknown());
+    HRESULT hr = info->GetModuleMetaData(method.module_id, ofRead | ofWrite,
+                                         __uuidof(IMetaDataImport), import.put_unknown());
     if (SUCCEEDED(hr)) {
         hr = import.query(emit);
     }
     if (FAILED(hr)) {
         return hr;
     }
-    open_mscorlib_once(context.info);
+    open_mscorlib_once(info);
 
-    MethodRewriter rewriter(context.info, method.module_id, method.method_token);
+    MethodRewriter rewriter(info, method.module_id, method.method_token);
     ModuleSignatures signatures(import.get(), emit.get());
     MethodBody body;
     body.local_signatures = &signatures;
@@ -202,7 +203,7 @@ HRESULT rewrite(RewriteContext& context, const InstrumentationReferences& refere
     }
     MethodShape shape;
     hr = read_method_shape(
-        {context.info, import.get(), emit.get(), method, context.log, references, strict_il}, shape,
+        {info, import.get(), emit.get(), method, context.log, references, strict_il}, shape,
         refusal);
     if (FAILED(hr)) {
         return hr;
@@ -214,10 +215,10 @@ HRESULT rewrite(RewriteContext& context, const InstrumentationReferences& refere
 
 // True when the method is instrumented, now or since an earlier compilation. What keeps it from
 // that is logged.
-bool rewrite_or_report(RewriteContext& context, const InstrumentationReferences& references,
-                       InstrumentationMode mode) {
+bool rewrite_or_report(RewriteContext& context, ICorProfilerInfo* info,
+                       const InstrumentationReferences& references, InstrumentationMode mode) {
     Refusal refusal;
-    const HRESULT hr = rewrite(context, references, mode, refusal);
+    const HRESULT hr = rewrite(context, info, references, mode, refusal);
     if (FAILED(hr)) {
         if (refusal.reason().empty()) {
             log_result(context.log, L"Left as it is (%s)", hr);
@@ -238,7 +239,7 @@ HRESULT RewriteMethod(RewriteContext& context, ICorProfilerInfo* info, const met
     try {
         const DefinedReferences defined =
             DefineInstrumentationReferences(context, info, method, strict_il);
-        if (!defined.references || !rewrite_or_report(context, *defined.references, mode)) {
+        if (!defined.references || !rewrite_or_report(context, info, *defined.references, mode)) {
             leave_for_good(method.module_id, method.method_token);
         }
         return defined.result;

@@ -222,6 +222,32 @@ TEST_F(ModuleReferencesTest, AreDefinedOnceByTwoThreads) {
     EXPECT_EQ(slow.defined, 1);
 }
 
+// The callback's interface reads; the other one, which may be another object, does all the rest.
+TEST_F(ModuleReferencesTest, AreReadThroughTheContextsInterface) {
+    class Reading final : public FailingRuntime {
+    public:
+        explicit Reading(ScratchModule& module) : module_(module) {}
+        HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+        ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+        ULONG STDMETHODCALLTYPE Release() override { return 1; }
+        HRESULT STDMETHODCALLTYPE GetModuleMetaData(ModuleID asked, DWORD flags, REFIID iid,
+                                                    IUnknown** metadata) override {
+            calls.emplace_back("GetModuleMetaData " + std::to_string(flags));
+            return module_.GetModuleMetaData(asked, flags, iid, metadata);
+        }
+
+    private:
+        ScratchModule& module_;
+    } reading(*module);
+    fill_type_refs();
+    const mdMethodDef token = method();
+    forget_left_methods(ScratchModule::kModule);
+    EXPECT_EQ(compile(token, InstrumentationMode::kAttribute, &reading), S_OK);
+    EXPECT_EQ(module->installations, 1);
+    EXPECT_THAT(reading.calls, ElementsAre("GetModuleMetaData 0"));
+    EXPECT_THAT(log(), IsEmpty());
+}
+
 TEST_F(ModuleReferencesTest, TakeTheMethodBaseThatTheModuleNamesFirst) {
     const mdTypeRef own = module->type_ref(corlib, L"System.Reflection.MethodBase");
     ASSERT_EQ(own, 0x01000002U);

@@ -74,11 +74,14 @@ protected:
         forget_left_methods(ScratchModule::kModule);
         return compile(token, mode);
     }
-    HRESULT compile(mdMethodDef token, InstrumentationMode mode = InstrumentationMode::kAttribute) {
+    // `reading` is the context's own interface, where it is another object than the callback's.
+    HRESULT compile(mdMethodDef token, InstrumentationMode mode = InstrumentationMode::kAttribute,
+                    ICorProfilerInfo* reading = nullptr) {
         module->metadata_calls.clear();
         method_info method;
         describe(token, method);
-        RewriteContext context{module.get(), method, DebugLog(L"[tag] ")};
+        RewriteContext context{reading != nullptr ? reading : module.get(), method,
+                               DebugLog(L"[tag] ")};
         return RewriteMethod(context, module.get(), method, mode);
     }
 
