@@ -40,29 +40,42 @@ void append_word(std::string& list, const std::string& item) {
     list += item;
 }
 
-// What a parser made of one signature.
+// What a parser made of one signature. Of a type every field of the summary, with the instantiation
+// by its place in the blob.
 struct Type {
+    std::uint32_t by_ref = 0;
+    std::uint32_t generic = 0;
+    std::uint32_t array = 0;
+    std::uint32_t generic_kind = 0;
+    std::int64_t generic_start = -1; // none
+    std::uint32_t generic_length = 0;
     std::uint32_t element = 0;
-    bool by_ref = false;
+    std::uint32_t row = 0;
+    std::uint32_t table = 0;
     bool operator==(const Type&) const = default;
 };
 struct Outcome {
     bool parsed = true;
     bool to_the_end = true;
     std::string elements; // those that it reported, in the form of the listing
-    bool has_this = false;
+    std::uint32_t has_this = 0;
     Type returned;
     std::vector<Type> params;
     bool operator==(const Outcome&) const = default;
 };
 
 std::ostream& operator<<(std::ostream& out, const Type& type) {
-    return out << (type.by_ref ? "&" : "") << type.element;
+    out << std::string(type.by_ref, '&') << type.element << ' ' << type.table << ':' << type.row
+        << (type.array != 0 ? " array" : "");
+    return type.generic == 0 && type.generic_start < 0 ? out
+                                                       : out << " inst " << type.generic_kind << '@'
+                                                             << type.generic_start << '+'
+                                                             << type.generic_length;
 }
 std::ostream& operator<<(std::ostream& out, const Outcome& outcome) {
     out << (outcome.parsed ? "parsed" : "refused")
-        << (outcome.to_the_end ? " to the end: " : " in part: ") << outcome.elements
-        << (outcome.has_this ? " -> this " : " -> static ") << outcome.returned;
+        << (outcome.to_the_end ? " to the end: " : " in part: ") << outcome.elements << " -> this "
+        << outcome.has_this << ' ' << outcome.returned;
     for (const Type& param : outcome.params) {
         out << ", " << param;
     }
@@ -175,6 +188,7 @@ public:
 
     Outcome outcome;
     std::set<std::string> rules;
+    std::size_t size = 0; // in bytes, of what the parser has to read
 
 private:
     void signature() {
@@ -186,7 +200,7 @@ private:
                 outcome.parsed = false;
                 return;
             }
-            outcome.has_this = (first & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0;
+            outcome.has_this = (first & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0 ? 1 : 0;
             method();
             break;
         case 'F':
@@ -250,10 +264,11 @@ private:
     }
 
     void param() {
-        current_.by_ref = false;
+        // Its element type and token stay those of the one before until they are read.
+        current_ = {.element = current_.element, .row = current_.row, .table = current_.table};
         modifiers();
         if (peek() == "10") {
-            current_.by_ref = true;
+            current_.by_ref = 1;
             take();
         }
         type();
@@ -267,6 +282,8 @@ private:
 
     void type() {
         const std::uint32_t kind = element();
+        const auto start = static_cast<std::int64_t>(size);
+        const std::string word = peek();
         take();
         switch (kind) {
         case kElementPinned:
@@ -288,19 +305,37 @@ private:
             }
             type();
             break;
+        case kElementValueType:
+        case kElementClass:
+            current_.table = tag_of(word);
+            current_.row = row_of(word);
+            break;
         case kElementSzArray:
+            current_.array = 1;
             type();
             break;
         case kElementArray:
+            current_.array = 1;
             type();
             take(); // the shape
             break;
-        case kElementGenericInst:
+        case kElementGenericInst: {
+            const std::uint32_t generic_kind = element();
+            const auto mark = [&] {
+                current_.generic = 1;
+                current_.generic_kind = generic_kind;
+                current_.generic_start = start;
+            };
+            mark(); // a function pointer among the arguments sees it
             take(); // the generic type
             for (auto left = count(); left > 0; --left) {
                 type();
             }
+            mark();
+            current_.generic_length =
+                static_cast<std::uint32_t>(static_cast<std::int64_t>(size) - start);
             break;
+        }
         case kElementFnPtr:
             rules.insert("a function pointer's signature joins the summary");
             method();
@@ -321,7 +356,64 @@ private:
     }
     void take() {
         append_word(outcome.elements, peek());
+        size += size_of(peek());
         ++next_;
+    }
+
+    // "12:01000004": what the token of a type adds to its kind.
+    static bool has_token(const std::string& word) { return word.size() == 11 && word[2] == ':'; }
+    static std::uint32_t row_of(const std::string& word) {
+        return hex(word.substr(3)) & 0x00FFFFFF;
+    }
+    static std::uint32_t tag_of(const std::string& word) {
+        switch (hex(word.substr(3)) & 0xFF000000) {
+        case mdtTypeDef:
+            return 0;
+        case mdtTypeRef:
+            return 1;
+        default:
+            return 2;
+        }
+    }
+
+    static std::size_t compressed_size(std::uint32_t value) {
+        return value < 0x80 ? 1 : value < 0x4000 ? 2 : 4;
+    }
+
+    // "2;3,4;0,0": the rank of an array, its sizes and its lower bounds, each list with its length.
+    static std::size_t size_of_shape(const std::string& word) {
+        std::istringstream fields(word);
+        std::string field;
+        std::getline(fields, field, ';');
+        std::size_t bytes = compressed_size(static_cast<std::uint32_t>(std::stoul(field)));
+        for (int list = 0; list < 2; ++list) {
+            field.clear();
+            std::getline(fields, field, ';');
+            std::istringstream numbers(field);
+            std::uint32_t count = 0;
+            for (std::string number; std::getline(numbers, number, ','); ++count) {
+                bytes += compressed_size(static_cast<std::uint32_t>(std::stoul(number)));
+            }
+            bytes += compressed_size(count);
+        }
+        return bytes;
+    }
+
+    // How many bytes an element of the listing has in the blob.
+    static std::size_t size_of(const std::string& word) {
+        if (word.find(';') != std::string::npos) {
+            return size_of_shape(word);
+        }
+        if (has_token(word)) {
+            return 1 + compressed_size(row_of(word) << 2 | tag_of(word));
+        }
+        if (word.starts_with("n:") || word.starts_with("g:")) {
+            return compressed_size(static_cast<std::uint32_t>(std::stoul(word.substr(2))));
+        }
+        if (word.starts_with("13:") || word.starts_with("1E:")) {
+            return 1 + compressed_size(static_cast<std::uint32_t>(std::stoul(word.substr(3))));
+        }
+        return 1;
     }
 
     std::vector<std::string> elements_;
@@ -334,9 +426,20 @@ Outcome parse(Lister& parser, std::span<const std::uint8_t> blob) {
     outcome.parsed = parser.Parse(blob.data(), static_cast<std::uint32_t>(blob.size()));
     outcome.to_the_end = parser.cursor == parser.sigEnd;
     outcome.elements = parser.text;
-    outcome.has_this = parser.hasThis != 0;
-    const auto type = [](const SigTypeInfo& info) {
-        return Type{info.elementType, info.isByRef != 0};
+    outcome.has_this = parser.hasThis;
+    const auto type = [&](const SigTypeInfo& info) {
+        return Type{
+            .by_ref = info.isByRef,
+            .generic = info.isGenericInst,
+            .array = info.isArray,
+            .generic_kind = info.genericKind,
+            .generic_start =
+                info.genericStart != nullptr ? info.genericStart - parser.sigStart : -1,
+            .generic_length = info.genericLength,
+            .element = info.elementType,
+            .row = info.tokenRow,
+            .table = info.tokenTable,
+        };
     };
     outcome.returned = type(parser.returnType);
     for (const SigTypeInfo& param : parser.params) {
@@ -454,7 +557,11 @@ TEST_F(SigCorpus, AgreesWithAnIndependentReader) {
         ++signatures;
         const Expectation expected(rest);
         Lister parser;
-        const Outcome outcome = parse(parser, blob_of(*metadata.get(), token));
+        const auto blob = blob_of(*metadata.get(), token);
+        const Outcome outcome = parse(parser, blob);
+        if (expected.outcome.to_the_end) {
+            EXPECT_EQ(expected.size, blob.size()) << rest;
+        }
         deepest = std::max(deepest, parser.deepest);
         if (outcome == expected.outcome) {
             for (const std::string& rule : expected.rules) {
