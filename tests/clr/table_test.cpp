@@ -29,6 +29,12 @@ const Program kPrograms[] = {
      {"System.Net.HttpWebRequest.GetResponse() = {System.Net.HttpWebResponse}",
       "System.Net.HttpWebRequest.GetResponse() ! System.Net.WebException: The remote server "
       "returned an error: (404) Not Found."}},
+    {{"Generic"},
+     L"generic",
+     {"Corvane.Instrumentation.MethodArguments.InstrumentedMethod<T>(text: \"text\") = \"text of "
+      "String\"",
+      "Corvane.Instrumentation.MethodArguments.InstrumentedMethod<T>(text: \"more\") = \"more of "
+      "Uri\""}},
 };
 
 class Table : public EachRuntimeRowTest<Program> {

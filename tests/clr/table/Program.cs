@@ -1,5 +1,5 @@
 // Calls methods that the profiler instruments by its own table, without any mark: a database command that
-// cannot be executed, and web requests that are answered by a server in the program itself.
+// cannot be executed, web requests that are answered by a server in the program itself, and a generic method.
 using System;
 using System.Data.SqlClient;
 using System.IO;
@@ -21,6 +21,10 @@ internal static class Program
             case ["web"]:
                 RequestFromOurselves("200 OK", "hello");
                 RequestFromOurselves("404 Not Found", "nothing");
+                return 42;
+            case ["generic"]:
+                Console.WriteLine(Corvane.Instrumentation.MethodArguments.InstrumentedMethod<string>("text"));
+                Console.WriteLine(Corvane.Instrumentation.MethodArguments.InstrumentedMethod<Uri>("more"));
                 return 42;
             default:
                 return 99;
@@ -75,5 +79,14 @@ internal static class Program
         var answer = $"HTTP/1.1 {status}\r\nContent-Length: {content.Length}\r\nConnection: close\r\n\r\n{content}";
         client.GetStream().Write(Encoding.ASCII.GetBytes(answer));
         return first;
+    }
+}
+
+namespace Corvane.Instrumentation
+{
+    internal static class MethodArguments
+    {
+        [System.Runtime.CompilerServices.MethodImpl(System.Runtime.CompilerServices.MethodImplOptions.NoInlining)]
+        public static string InstrumentedMethod<T>(string text) => $"{text} of {typeof(T).Name}";
     }
 }
