@@ -57,6 +57,9 @@ public:
     // Answers other than S_OK, by the number of the call. A failing one gives nothing besides.
     std::map<std::size_t, HRESULT> results;
 
+    // Without, a function's metadata is asked for successfully and not given.
+    bool has_metadata = true;
+
     // Whether `calls` is kept. Without it the fake allocates nothing.
     bool writes_down = true;
 
@@ -85,7 +88,7 @@ public:
                                                               mdToken* token) override {
         const HRESULT hr =
             answer("GetTokenAndMetaDataFromFunction(%s, %s)", hex(function), interface_name(iid));
-        if (SUCCEEDED(hr)) {
+        if (SUCCEEDED(hr) && has_metadata) {
             ++metadata_references;
             *metadata = static_cast<IMetaDataImport*>(&metadata_);
             *token = kMethodToken;

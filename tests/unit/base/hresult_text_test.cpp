@@ -1,10 +1,14 @@
 #include "base/hresult_text.h"
 
 #include "tests/support/debug_output.h"
+#include "tests/support/patched_import.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdarg>
+#include <cwchar>
 #include <string>
+#include <utility>
 
 namespace corvane {
 namespace {
@@ -26,6 +30,28 @@ TEST(HresultText, IsTheSystemsTextWithoutLineEnd) {
         const std::wstring text = system_text(code);
         ASSERT_TRUE(text.ends_with(L"\r\n")) << code;
         EXPECT_EQ(text_of(code), text.substr(0, text.size() - 2)) << code;
+    }
+}
+
+// A message as FormatMessageW gives it, to be freed by whoever asked.
+const wchar_t* message = L"";
+DWORD WINAPI give_message(DWORD, LPCVOID, DWORD, DWORD, LPWSTR text, DWORD, va_list*) {
+    const std::size_t length = std::wcslen(message);
+    auto* const copy = static_cast<wchar_t*>(LocalAlloc(LPTR, (length + 1) * sizeof(wchar_t)));
+    std::wcscpy(copy, message);
+    *reinterpret_cast<wchar_t**>(text) = copy;
+    return static_cast<DWORD>(length);
+}
+
+TEST(HresultText, LosesALineFeedWithAndWithoutACarriageReturn) {
+    const testing::PatchedImport patch("FormatMessageW", &give_message);
+    for (const auto& [given, text] :
+         {std::pair(L"Done.\r\n", L"Done."), std::pair(L"Done.\n", L"Done."),
+          std::pair(L"Done.\r", L"Done.\r"), std::pair(L"Done.", L"Done."),
+          std::pair(L"Done.\n\n", L"Done.\n"), std::pair(L"\r\n", L""), std::pair(L"\n", L"\n"),
+          std::pair(L"a\n", L"a")}) {
+        message = given;
+        EXPECT_EQ(text_of(0), text);
     }
 }
 
