@@ -85,13 +85,13 @@ public:
     // A pointer to a virtual member begins with that place (the C++ ABI of both compilers).
     static std::vector<std::ptrdiff_t> places() {
         std::vector<std::ptrdiff_t> places;
-        const auto add = [&places](auto... hooks) {
+        const auto add = [&places](auto... members) {
             const auto place_of = [](auto hook) {
                 std::ptrdiff_t place = 0;
                 std::memcpy(&place, &hook, sizeof place);
                 return place;
             };
-            (places.push_back(place_of(hooks)), ...);
+            (places.push_back(place_of(members)), ...);
         };
         using R = Recorder;
         add(&R::on_begin_method, &R::on_end_method, &R::on_param_count, &R::on_begin_return_type,
