@@ -90,4 +90,31 @@ public class ArgumentCallbacksTests
         threads.ForEach(thread => thread.Join());
         Assert.Equal(Enumerable.Range(0, Threads).Select(number => $"{number}"), Run().Order());
     }
+
+    // Many threads seldom meet on a machine that has other work.
+    [Fact]
+    public void OneIsAddedAndTakenBackByOneThreadAtATime()
+    {
+        var only = Named("only");
+        Assert.Empty(RunWhileAnother(() => callbacks.Add(only)));
+        Assert.Equal(["only"], Run());
+        Assert.Equal(["only"], RunWhileAnother(() => callbacks.Remove(only)));
+        Assert.Empty(Run());
+    }
+
+    // What runs as long as another thread is kept from its change.
+    private string[] RunWhileAnother(Action change)
+    {
+        string[] names;
+        var thread = new Thread(() => change());
+        lock (callbacks.Gate)
+        {
+            thread.Start();
+            const ThreadState WaitsOrEnded = ThreadState.WaitSleepJoin | ThreadState.Stopped;
+            Assert.True(SpinWait.SpinUntil(() => (thread.ThreadState & WaitsOrEnded) != 0, 30_000));
+            names = Run();
+        }
+        thread.Join();
+        return names;
+    }
 }

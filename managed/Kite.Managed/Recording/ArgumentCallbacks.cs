@@ -5,8 +5,9 @@ namespace Corvane.Instrumentation.Recording;
 // The registered callbacks. A call runs those that were registered when it began; any thread may change them.
 internal sealed class ArgumentCallbacks
 {
-    private readonly object gate = new object();
     private volatile MethodArgumentCallback[] callbacks = new MethodArgumentCallback[0];
+
+    internal object Gate { get; } = new object();
 
     internal bool IsEmpty => callbacks.Length == 0;
 
@@ -16,7 +17,7 @@ internal sealed class ArgumentCallbacks
         {
             return;
         }
-        lock (gate)
+        lock (Gate)
         {
             var longer = new MethodArgumentCallback[callbacks.Length + 1];
             callbacks.CopyTo(longer, 0);
@@ -27,7 +28,7 @@ internal sealed class ArgumentCallbacks
 
     internal bool Remove(MethodArgumentCallback? callback)
     {
-        lock (gate)
+        lock (Gate)
         {
             var position = Array.LastIndexOf(callbacks, callback);
             if (position < 0)
