@@ -1,6 +1,7 @@
 // What callbacks may replace, and what the injected code hears of it.
 using System;
 using System.Collections.Generic;
+using System.Reflection;
 using Corvane.Instrumentation;
 using Xunit;
 
@@ -101,6 +102,16 @@ public class InstrumentationDirectivesTests
             Assert.True(directives.ReplaceArgument(1, 5));
         });
         Assert.Equal([1], recording.EnterOn(new Box<int>(), 1, 1, 2));
+        Assert.Equal(0, recording.Recorder.Failures);
+    }
+
+    [Fact]
+    public void ATypeParameterOfAMethodIsNoneOfThemEither()
+    {
+        var pick = (MethodInfo)RecordedCalls.Method(typeof(Shop), "Pick");
+        recording.Recorder.Register(1, pick.MakeGenericMethod(typeof(int), typeof(string)), traced: false);
+        recording.Recorder.Callbacks.Add((_, _, _, directives) => Assert.False(directives.ReplaceArgument(0, 5)));
+        Assert.Empty(recording.Enter(1, 1, "x"));
         Assert.Equal(0, recording.Recorder.Failures);
     }
 
