@@ -39,13 +39,13 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
         }
         using var process = Process.Start(start)!;
         var errors = process.StandardError.ReadToEndAsync();
-        var output = process.StandardOutput.ReadToEnd();
+        var output = process.StandardOutput.ReadToEndAsync();
         if (!process.WaitForExit(60_000))
         {
             process.Kill();
             Assert.Fail("the program did not end");
         }
-        return new ChildProgram(process.ExitCode, Lines(output), Lines(errors.Result));
+        return new ChildProgram(process.ExitCode, Lines(output.Result), Lines(errors.Result));
     }
 
     private static string[] Lines(string text) =>
