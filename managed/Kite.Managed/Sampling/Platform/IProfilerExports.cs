@@ -8,7 +8,8 @@ internal interface IProfilerExports
     // of 0 gives any. Throws where the profiler runs out of memory or threads.
     int TakeSnapshot(uint thread, ref double[] functions, out int count, out ulong microseconds);
 
-    // The names of as many functions, which have to come from snapshots: others crash the runtime.
+    // The names of as many functions. One that no snapshot has reported, or whose assembly was unloaded, has none.
+    // Throws where the profiler runs out of memory or threads.
     FunctionNames[] GetFunctionNames(double[] functions);
 }
 
