@@ -41,25 +41,6 @@ public class CallRecorderTests
     }
 
     [Fact]
-    public void AnExceptionEndsTheInnermostCall()
-    {
-        var exception = new ArgumentException("no tea");
-        recording.Enter(0);
-        recording.Enter(1, "tea", 2);
-        Assert.True(recording.Recorder.Fail(exception));
-        Assert.True(recording.Recorder.Fail(exception));
-        Assert.False(recording.Recorder.Fail(exception));
-        Assert.Equal(
-            [
-                "thread 1",
-                "  Kite.Managed.Tests.Shop.Open() ! System.ArgumentException: no tea",
-                "    Kite.Managed.Tests.Shop.Count(kind: \"tea\", more: 2) ! System.ArgumentException: no tea",
-                "2 calls, 1 threads, 0 dropped",
-            ],
-            Tree());
-    }
-
-    [Fact]
     public void ACallThatDidNotEndSaysSo()
     {
         recording.Enter(0);
@@ -102,7 +83,7 @@ public class CallRecorderTests
         Assert.False(thread.Close(524_287, out _));
         Assert.True(thread.Close(1_048_576, out _));
         Assert.True(thread.Close(524_288, out _));
-        Assert.False(thread.CloseInnermost(out _));
+        Assert.False(thread.Note(new object(), out _));
     }
 
     [Fact]
@@ -157,7 +138,8 @@ public class CallRecorderTests
         small.Enter(1, "cake", 3);
         small.Enter(0);
         small.Leave(0);
-        Assert.True(small.Recorder.Fail(new InvalidOperationException()));
+        small.Throw(new InvalidOperationException());
+        small.Finally();
         small.Leave(1, 2);
         small.Leave(0);
         small.Leave(0);
@@ -239,7 +221,7 @@ public class CallRecorderTests
                 recording.Enter(0);
                 recording.Enter(1, $"{number}", round);
                 recording.Enter(2, null, DayOfWeek.Monday);
-                recording.Recorder.Fail(null);
+                recording.Throw(null);
                 recording.Leave(1, round);
                 recording.Leave(0);
             }

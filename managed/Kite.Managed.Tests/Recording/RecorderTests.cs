@@ -26,6 +26,7 @@ public class RecorderTests
             recording.Leave(1, 2);
             recording.Enter(0);
             Assert.False(recording.Recorder.Fail(new InvalidOperationException()));
+            recording.Finally();
             recording.With(2, "Find");
         });
         recording.Enter(0);
@@ -78,6 +79,7 @@ public class RecorderTests
         var idle = new Recorder(new MethodTable(), null, null);
         Assert.True(idle.IsIdle);
         Assert.False(idle.Fail(new InvalidOperationException()));
+        idle.Log(4, null);
         idle.Leave(0, [], null);
         MethodArgumentCallback callback = (_, _, _, _) => { };
         idle.Callbacks.Add(callback);
@@ -151,8 +153,9 @@ public class RecorderTests
             () => Assert.False(recording.Recorder.Fail(null)),
             () =>
             {
+                recording.Finally();
                 recording.Enter(1, "tea", 2);
-                Assert.True(recording.Recorder.Fail(null));
+                recording.Throw(null);
             });
         Assert.Equal(1, recording.Recorder.Failures);
         Assert.Equal("  Kite.Managed.Tests.Shop.Count(kind: \"tea\", more: 2) ! unknown", recording.Tree()[2]);
@@ -307,7 +310,7 @@ public class RecorderTests
         var values = new object[] { new Stall(), new string('x', 10), new object(), new Exception(new string('y', 10)) };
         recording.With(2, "Serve");
         recording.EnterOn(values[0], 2, values[1], values[2]);
-        recording.Recorder.Fail((Exception)values[3]);
+        recording.Throw((Exception)values[3]);
         return values.Select(value => new WeakReference(value)).ToList();
     }
 }

@@ -49,6 +49,16 @@ internal sealed partial class RecordedCalls
 
     internal void Leave(uint index, object? result = null) => Recorder.Leave(index, [], result);
 
+    // As the injected finally block does, whether or not an exception leaves the method.
+    internal void Finally() => Recorder.Log(4, "[Finally] Kite.Managed.Tests.Shop::Finally;");
+
+    // An exception that leaves the innermost call, and that its caller handles.
+    internal void Throw(Exception? exception)
+    {
+        Assert.True(Recorder.Fail(exception));
+        Finally();
+    }
+
     internal string[] Tree()
     {
         using var writer = new StringWriter();

@@ -30,7 +30,7 @@ internal sealed class Call
 
     internal void Start(long now) => Started = now;
 
-    internal void End(string outcome, long now)
+    internal void End(string? outcome, long now)
     {
         Outcome = outcome;
         Elapsed = now - Started;

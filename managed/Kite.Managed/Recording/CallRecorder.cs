@@ -13,6 +13,8 @@ internal sealed class CallRecorder
 {
     internal const int DefaultCapacity = 100_000;
 
+    private static readonly object unknown = new object();
+
     private readonly MethodTable methods;
     private readonly int capacity;
     private readonly ThreadLocal<ThreadCalls> current = new ThreadLocal<ThreadCalls>(() => new ThreadCalls());
@@ -52,17 +54,30 @@ internal sealed class CallRecorder
         }
     }
 
-    // Whether there was a call to end.
+    // Whether there is a call that the exception leaves. It ends when its method's own code is over: until then the
+    // method's finally blocks may still make calls. One that never gets there, because nothing handles the exception,
+    // ends here.
     internal bool Fail(Exception? exception)
     {
         var now = Stopwatch.GetTimestamp();
         var thread = current.Value!;
-        var found = thread.CloseInnermost(out var call);
+        var found = thread.Note(exception ?? unknown, out var call);
         if (call != null)
         {
             End(thread, call, CallText.Exception(thread.Text, exception), now);
         }
         return found;
+    }
+
+    // The own code of the innermost call is over.
+    internal void Finish()
+    {
+        var now = Stopwatch.GetTimestamp();
+        var thread = current.Value!;
+        if (thread.CloseNoted(out var call) && call != null)
+        {
+            End(thread, call, call.Outcome, now);
+        }
     }
 
     internal ThreadCalls[] Threads()
@@ -73,7 +88,7 @@ internal sealed class CallRecorder
         }
     }
 
-    private static void End(ThreadCalls thread, Call call, string outcome, long now)
+    private static void End(ThreadCalls thread, Call call, string? outcome, long now)
     {
         lock (thread.Gate)
         {

@@ -12,6 +12,9 @@ namespace Corvane.Instrumentation.Recording;
 // come in again: what it would record then is our own doing, or a callback's.
 internal sealed class Recorder
 {
+    // The level of the one line that says that a method's own code is over.
+    private const int EndOfOwnCode = 4;
+
     [ThreadStatic]
     private static bool busy;
 
@@ -143,6 +146,10 @@ internal sealed class Recorder
         {
             Interlocked.Increment(ref failures);
         }
+        if (level == EndOfOwnCode)
+        {
+            Finish();
+        }
         if (log == null || busy)
         {
             return;
@@ -155,6 +162,27 @@ internal sealed class Recorder
         catch (Exception)
         {
             Interlocked.Increment(ref failures);
+        }
+        finally
+        {
+            busy = false;
+        }
+    }
+
+    private void Finish()
+    {
+        if (calls == null || busy)
+        {
+            return;
+        }
+        busy = true;
+        try
+        {
+            calls.Finish();
+        }
+        catch (Exception failure)
+        {
+            CountFailure(failure);
         }
         finally
         {
@@ -259,6 +287,7 @@ internal sealed class Recorder
         calls.Leave(0, arguments, "");
         calls.Enter(0, null, arguments);
         calls.Fail(new InvalidOperationException());
+        calls.Finish();
         CallTree.Write(new StringWriter(), calls, 0);
     }
 

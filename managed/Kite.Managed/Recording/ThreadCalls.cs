@@ -12,7 +12,10 @@ internal sealed class ThreadCalls
 
     private static readonly MethodSignature none = MethodSignature.Of(0, null);
 
-    private readonly List<KeyValuePair<uint, Call?>> open = new List<KeyValuePair<uint, Call?>>();
+    private readonly List<OpenCall> open = new List<OpenCall>();
+
+    // The call that the last operation ended for its note.
+    private OpenCall? failed;
 
     internal object Gate { get; } = new object();
 
@@ -26,26 +29,36 @@ internal sealed class ThreadCalls
 
     internal StringBuilder Text { get; } = new StringBuilder();
 
-    internal Call Innermost => (open.Count == 0 ? null : open[open.Count - 1].Value) ?? Root;
+    internal Call Innermost => (open.Count == 0 ? null : open[open.Count - 1].Call) ?? Root;
 
     // A call that is not recorded is null, and is open all the same, so that its end is known from others.
     internal void Open(uint index, Call? call)
     {
+        failed = null;
         if (open.Count == MaxOpen)
         {
             open.RemoveRange(0, MaxOpen / 2);
         }
-        open.Add(new KeyValuePair<uint, Call?>(index, call));
+        open.Add(new OpenCall { Index = index, Call = call });
     }
 
-    // Takes the innermost open call of a method. What was opened in it never ends: its end was not seen.
+    // Takes the innermost open call of a method. What was opened in it never ends: its end was not seen. A call
+    // that was just ended for its note is the one, if it is of that method: the note was of an exception that gave
+    // way to another one, which the method then caught.
     internal bool Close(uint index, out Call? call)
     {
+        var last = failed;
+        failed = null;
+        if (last is { } ended && ended.Index == index)
+        {
+            call = ended.Call;
+            return true;
+        }
         for (var position = open.Count - 1; position >= 0; position--)
         {
-            if (open[position].Key == index)
+            if (open[position].Index == index)
             {
-                call = open[position].Value;
+                call = open[position].Call;
                 open.RemoveRange(position, open.Count - position);
                 return true;
             }
@@ -54,9 +67,55 @@ internal sealed class ThreadCalls
         return false;
     }
 
-    internal bool CloseInnermost(out Call? call)
+    // Takes note of an exception at the innermost open call that has no note of this one: it may pass through
+    // many calls before the first of them ends. How many it has passed is kept at the innermost one, for calls
+    // come and go above that in the meantime.
+    internal bool Note(object exception, out Call? call)
     {
-        call = null;
-        return open.Count > 0 && Close(open[open.Count - 1].Key, out call);
+        failed = null;
+        var top = open.Count - 1;
+        var position = top;
+        while (position >= 0 && open[position].Note == exception)
+        {
+            position -= open[position].Noted;
+        }
+        if (position < 0)
+        {
+            call = null;
+            return false;
+        }
+        var noted = open[position];
+        call = noted.Call;
+        noted.Note = exception;
+        noted.Noted = 1;
+        open[position] = noted;
+        var innermost = open[top];
+        innermost.Noted = top - position + 1;
+        open[top] = innermost;
+        return true;
+    }
+
+    // Takes the innermost open call if it has a note.
+    internal bool CloseNoted(out Call? call)
+    {
+        var top = open.Count - 1;
+        if (top < 0 || open[top].Note == null)
+        {
+            failed = null;
+            call = null;
+            return false;
+        }
+        failed = new OpenCall { Index = open[top].Index, Call = open[top].Call };
+        call = open[top].Call;
+        open.RemoveAt(top);
+        return true;
+    }
+
+    private struct OpenCall
+    {
+        internal uint Index;
+        internal Call? Call;
+        internal object? Note;  // the exception; kept no longer than the call is open
+        internal int Noted;     // so many calls from this one outwards have the same note, as far as known
     }
 }
