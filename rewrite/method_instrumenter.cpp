@@ -2,9 +2,9 @@
 //
 //   prologue                         a block with its guard
 //   try {                            with a finally block
-//     try {                          with a catch block
+//     try {                          with a catch block; strict: with a filter
 //       the method's own code        every return stores the result and leaves to the exit
-//     } catch { report; throw }
+//     } catch { report; throw }      strict: filter { report; no }
 //   } finally { log }
 //   exit: epilogue                   a block with its guard
 //   load the result; ret
@@ -94,7 +94,8 @@ HRESULT wrap(Emission& emission, Instruction* first, const std::vector<Instructi
         }
     }
 
-    HRESULT hr = emit_catch_and_throw(emission, il, first->next);
+    HRESULT hr = emission.strict ? emit_reporting_filter(emission, il, first->next)
+                                 : emit_catch_and_throw(emission, il, first->next);
     if (SUCCEEDED(hr)) {
         hr = emit_finally(emission, il, first);
     }
@@ -208,7 +209,7 @@ HRESULT rewrite(RewriteContext& context, ICorProfilerInfo* info,
     if (FAILED(hr)) {
         return hr;
     }
-    Emission emission{method, shape, references, emit.get(), body, index, mode, refusal};
+    Emission emission{method, shape, references, emit.get(), body, index, mode, strict_il, refusal};
     hr = instrument(emission);
     return SUCCEEDED(hr) ? rewriter.Write(body) : hr;
 }

@@ -35,6 +35,15 @@ public:
         body_.AddClause(kind, block.first, handler, handler, handler_end, class_token);
     }
 
+    // The same where a filter comes first and `handler` behind it.
+    void end_handler(const ProtectedBlock& block, Instruction* handler) {
+        Instruction* const filter = block.leave->next;
+        Instruction** const handler_end = body_.add_slot();
+        bind(*handler_end);
+        bind(block.leave->target);
+        body_.AddClause(block.first, filter, handler, handler_end, filter);
+    }
+
     // The same for a catch handler that goes on where the block does.
     void leave_handler(const ProtectedBlock& block, std::uint32_t class_token) {
         Instruction* const leave = leave_s();
@@ -84,6 +93,7 @@ public:
     Instruction* box(std::uint32_t type) { return emit(Opcode::kBox, type); }
     Instruction* unbox_any(std::uint32_t type) { return emit(Opcode::kUnboxAny, type); }
     Instruction* castclass(std::uint32_t type) { return emit(Opcode::kCastclass, type); }
+    Instruction* isinst(std::uint32_t type) { return emit(Opcode::kIsinst, type); }
 
     Instruction* call(std::uint32_t method) { return emit(Opcode::kCall, method); }
     Instruction* callvirt(std::uint32_t method) { return emit(Opcode::kCallvirt, method); }
@@ -92,11 +102,16 @@ public:
     // A branch without a target is to be bound: bind(branch->target).
     Instruction* br_s(Instruction* target = nullptr) { return emit(Opcode::kBrS, target); }
     Instruction* brtrue_s(Instruction* target = nullptr) { return emit(Opcode::kBrtrueS, target); }
+    Instruction* brfalse_s(Instruction* target = nullptr) {
+        return emit(Opcode::kBrfalseS, target);
+    }
     Instruction* bne_un_s(Instruction* target = nullptr) { return emit(Opcode::kBneUnS, target); }
     Instruction* leave_s(Instruction* target = nullptr) { return emit(Opcode::kLeaveS, target); }
 
     Instruction* throw_() { return emit(Opcode::kThrow); }
+    Instruction* rethrow() { return emit(Opcode::kRethrow); }
     Instruction* endfinally() { return emit(Opcode::kEndfinally); }
+    Instruction* endfilter() { return emit(Opcode::kEndfilter); }
 
     // Any other instruction.
     Instruction* emit(Opcode opcode, std::uint64_t immediate = 0) {

@@ -24,6 +24,7 @@ struct Emission {
     MethodBody& body;
     std::uint32_t index; // under which the managed library knows the method
     InstrumentationMode mode;
+    bool strict; // the form of the code
     Refusal& refusal;
 };
 

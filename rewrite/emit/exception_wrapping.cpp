@@ -45,6 +45,41 @@ HRESULT emit_catch_and_throw(Emission& emission, IlBuilder& il, Instruction* fir
     return S_OK;
 }
 
+HRESULT emit_reporting_filter(Emission& emission, IlBuilder& il, Instruction* first) {
+    const InstrumentationReferences& to = emission.references;
+    std::uint8_t exception = 0;
+    mdString before = mdStringNil;
+    HRESULT hr = add_locals(emission, {{exception, to.exception_type, kElementClass}});
+    if (SUCCEEDED(hr)) {
+        hr = define_trace_text(emission, kBeforeError, before);
+    }
+    if (FAILED(hr)) {
+        return hr;
+    }
+
+    const ProtectedBlock own_code = il.begin_handler(first);
+    emission.body.end_regions_at(own_code.leave);
+    il.isinst(to.exception_type);
+    il.stloc_s(exception);
+    il.ldloc_s(exception);
+    Instruction* const is_another_object = il.brfalse_s();
+    il.ldc_i4(0);
+    il.ldstr(before);
+    il.call(to.log);
+    il.ldnull();
+    il.ldloc_s(exception);
+    il.call(to.error);
+    il.pop();
+    il.bind(is_another_object->target);
+    il.ldc_i4_0();
+    il.endfilter();
+
+    Instruction* const never_entered = il.pop();
+    il.rethrow();
+    il.end_handler(own_code, never_entered);
+    return S_OK;
+}
+
 HRESULT emit_finally(Emission& emission, IlBuilder& il, Instruction* first) {
     constexpr std::uint32_t kDetail = 4;
 

@@ -14,6 +14,7 @@
 #include <atomic>
 #include <iterator>
 #include <new>
+#include <regex>
 #include <set>
 #include <thread>
 
@@ -86,6 +87,22 @@ protected:
         EXPECT_EQ(module->bodies[method], before);
         EXPECT_THAT(log(), ElementsAre(L"Left as it is: " + reason));
         EXPECT_EQ(instrumentation_index, 1U);
+    }
+
+    bool has_user_string(const std::wstring& part) {
+        HCORENUM enumeration = nullptr;
+        mdString token = mdStringNil;
+        ULONG count = 0;
+        bool found = false;
+        while (module->import().EnumUserStrings(&enumeration, &token, 1, &count) == S_OK) {
+            std::wstring text(1024, L'\0');
+            ULONG length = 0;
+            EXPECT_EQ(module->import().GetUserString(token, text.data(), 1024, &length), S_OK);
+            text.resize(length);
+            found = found || text.find(part) != text.npos;
+        }
+        module->import().CloseEnum(enumeration);
+        return found;
     }
 
     mdTypeRef value_type = mdTypeRefNil;
@@ -305,7 +322,19 @@ TEST_F(MethodInstrumenterTest, DefinesBoxingTypesInStrictIl) {
         "boxing-types.strict");
 }
 
-TEST_F(MethodInstrumenterTest, IsTheSameInBothFormsWhereBothWork) {
+// The code and the locals of a body without the handler that reports exceptions, without the
+// numbers that follow from it, and without the clauses.
+std::string but_for_the_report(std::string text) {
+    text.erase(text.find("\ntry ") + 1);
+    text = std::regex_replace(text, std::regex("(^|\n) *[0-9]+ "), "$1");
+    text = std::regex_replace(text, std::regex("max stack [0-9]+| -> [0-9]+"), "");
+    const std::size_t report = text.find("[EmitRethrowErrorBlock]");
+    const std::size_t begin = text.rfind("leave.s\n", report);
+    const std::size_t end = text.find("throw\n", report) + 6;
+    return text.erase(begin, end - begin);
+}
+
+TEST_F(MethodInstrumenterTest, DiffersInTheReportOfExceptionsOnlyWhereBothFormsWork) {
     const Bytes signature = {0x20, 0x02, 0x08, 0x08, 0x10, 0x0E};
     const mdMethodDef first = add(L"Place", signature, tiny({0x03, 0x2A}));
     const mdMethodDef second = add(L"Place", signature, tiny({0x03, 0x2A}));
@@ -313,8 +342,33 @@ TEST_F(MethodInstrumenterTest, IsTheSameInBothFormsWhereBothWork) {
     strict_il = true;
     instrumentation_index = 0;
     instrument(second);
-    EXPECT_EQ(module->bodies[first], module->bodies[second]);
     EXPECT_EQ(module->installations, 2);
+    EXPECT_NE(module->bodies[first], module->bodies[second]);
+    const std::string rest = but_for_the_report(il_text(module->bodies[first], module->import()));
+    EXPECT_THAT(rest, ::testing::HasSubstr("call kite.managed.span::GenericEpilogue\n"));
+    EXPECT_EQ(rest, but_for_the_report(il_text(module->bodies[second], module->import())));
+}
+
+TEST_F(MethodInstrumenterTest, ReportsExceptionsInAFilterInStrictIl) {
+    strict_il = true;
+    // try { nop; leave.s to the end } finally { endfinally } ret
+    const Bytes body = {
+        0x1B, 0x30, 1,    0,    5,    0, 0, 0, 0, 0, 0, 0, // fat, init locals, a section
+        0x00, 0xDE, 0x01, 0xDC, 0x2A, 0, 0, 0,             // the code, padded
+        0x01, 16,   0,    0,    2,    0, 0, 0, 3, 3, 0, 1, 0, 0, 0, 0};
+    expect_instrumented(add(L"Place", kVoid, body), "filter-around-finally.strict");
+}
+
+// What tells of a failed report is not even in the module: the runtime drops what a filter throws.
+TEST_F(MethodInstrumenterTest, DefinesNoTextOfAFailedReportInStrictIl) {
+    for (const bool strict : {false, true}) {
+        strict_il = strict;
+        const mdMethodDef method = add(strict ? L"Strict" : L"Plain", kVoid, tiny({0x2A}));
+        instrument(method);
+    }
+    EXPECT_TRUE(has_user_string(L"Plain::Catch N' Throw Failed while"));
+    EXPECT_TRUE(has_user_string(L"Strict::Catch N' Throw About to"));
+    EXPECT_FALSE(has_user_string(L"Strict::Catch N' Throw Failed while"));
 }
 
 TEST_F(MethodInstrumenterTest, CountsTheMethodsThatItIsGiven) {

@@ -149,6 +149,7 @@ bool has_token(Opcode opcode) {
     case Opcode::kBox:
     case Opcode::kUnboxAny:
     case Opcode::kCastclass:
+    case Opcode::kIsinst:
         return true;
     default:
         return false;

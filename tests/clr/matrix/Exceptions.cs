@@ -1,5 +1,5 @@
-// Exceptions on their way through marked methods. Where a stack trace begins a plain run and an instrumented
-// one cannot agree, so traces are not printed but passed to a marked method.
+// Exceptions on their way through marked methods. Where a stack trace begins a plain run and one in the default
+// form cannot agree, so traces are not printed but passed to a marked method.
 using System;
 using System.Collections.Generic;
 using System.Diagnostics;
@@ -197,7 +197,7 @@ internal static class Exceptions
         }
     }
 
-    // The trace of an exception begins where it was thrown last.
+    // The trace of an exception begins where it was thrown last, by default in a marked method.
     [Trace] private static string Seen(string frames) => frames;
     private static void Plain() => Unmarked();
     [Trace] private static void Marked() => Unmarked();

@@ -48,7 +48,7 @@ internal static class Program
         if (args[0] == "unhandled")
         {
             // Nobody is there to be asked about the crash. It is thrown here, since the trace of an exception
-            // begins at the marked method that it came through last.
+            // begins, by default, at the marked method that it came through last.
             SetErrorMode(NoCrashDialog);
             throw new InvalidOperationException("nobody catches this");
         }

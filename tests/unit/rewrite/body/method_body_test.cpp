@@ -151,15 +151,19 @@ TEST(IlBuilder, EmitsEveryInstruction) {
     il.box(0x01000003);
     il.unbox_any(0x01000004);
     il.castclass(0x01000005);
+    il.isinst(0x01000006);
     il.call(0x0A000001);
     il.callvirt(0x0A000002);
     il.newobj(0x0A000003);
     il.br_s(start);
     il.brtrue_s(start);
+    il.brfalse_s(start);
     il.bne_un_s(start);
     il.leave_s(start);
     il.throw_();
+    il.rethrow();
     il.endfinally();
+    il.endfilter();
     il.ret();
     const Bytes expected = {0x00, 0x26, 0x14, 0x16, 0x17,                               //
                             0x20, 0x04, 0x03, 0x02, 0x01, 0x1F, 0x7F,                   //
@@ -169,9 +173,10 @@ TEST(IlBuilder, EmitsEveryInstruction) {
                             0x8D, 0x01, 0x00, 0x00, 0x01, 0x8E, 0x94, 0x9A, 0xA2,       //
                             0x71, 0x02, 0x00, 0x00, 0x01, 0x8C, 0x03, 0x00, 0x00, 0x01, //
                             0xA5, 0x04, 0x00, 0x00, 0x01, 0x74, 0x05, 0x00, 0x00, 0x01, //
-                            0x28, 0x01, 0x00, 0x00, 0x0A, 0x6F, 0x02, 0x00, 0x00, 0x0A, 0x73, 0x03,
-                            0x00, 0x00, 0x0A, 0x2B, 0xB2, 0x2D, 0xB0, 0x33, 0xAE, 0xDE, 0xAC, //
-                            0x7A, 0xDC, 0x2A, 0x2A};
+                            0x75, 0x06, 0x00, 0x00, 0x01, 0x28, 0x01, 0x00, 0x00, 0x0A, //
+                            0x6F, 0x02, 0x00, 0x00, 0x0A, 0x73, 0x03, 0x00, 0x00, 0x0A, //
+                            0x2B, 0xAD, 0x2D, 0xAB, 0x2C, 0xA9, 0x33, 0xA7, 0xDE, 0xA5, //
+                            0x7A, 0xFE, 0x1A, 0xDC, 0xFE, 0x11, 0x2A, 0x2A};
     EXPECT_THAT(code_of(body), ElementsAreArray(expected));
 }
 
@@ -224,6 +229,31 @@ TEST(IlBuilder, MakesABlockWithACatchHandlerThatGoesOnBehindBoth) {
     EXPECT_EQ(clause.handler_first, handler);
     EXPECT_EQ(*clause.handler_end, behind);
     EXPECT_EQ(clause.class_token, 0x01000007u);
+}
+
+TEST(IlBuilder, MakesABlockWithAFilterInFrontOfItsHandler) {
+    MethodBody body;
+    Instruction* const anchor = body.insert_before(body.sentinel(), Opcode::kRet);
+    IlBuilder il(body, anchor);
+    Instruction* const first = il.nop();
+    const ProtectedBlock block = il.begin_handler(first);
+    Instruction* const filter = il.pop();
+    il.ldc_i4_0();
+    il.endfilter();
+    Instruction* const handler = il.pop();
+    il.rethrow();
+    il.end_handler(block, handler);
+    Instruction* const behind = il.nop();
+    EXPECT_THAT(code_of(body), ElementsAre(0x00, 0xDE, 0x07, 0x26, 0x16, 0xFE, 0x11, 0x26, 0xFE,
+                                           0x1A, 0x00, 0x2A));
+    ASSERT_EQ(body.clauses.size(), 1u);
+    const ExceptionClause& clause = body.clauses[0];
+    EXPECT_EQ(clause.flags, kClauseFilter);
+    EXPECT_EQ(clause.try_first, first);
+    EXPECT_EQ(clause.try_end, filter);
+    EXPECT_EQ(clause.filter_first, filter);
+    EXPECT_EQ(clause.handler_first, handler);
+    EXPECT_EQ(*clause.handler_end, behind);
 }
 
 // The handler of the outer block holds the inner one and ends by itself.
