@@ -13,15 +13,20 @@ namespace kite.managed;
 /// </summary>
 public static class span
 {
-    /// <summary>Takes a trace line of the injected code; 0 is the most important level.</summary>
-    /// <param name="level">0 for what fails or is about to be reported, 4 for the course of a call.</param>
+    /// <summary>
+    /// Takes a trace line of the injected code; 0 is the most important level. A line of level 4 ends the innermost
+    /// call of this thread if an exception was reported for it.
+    /// </summary>
+    /// <param name="level">0 for what fails or is about to be reported, 4 where a method's own code is over.</param>
     /// <param name="text">The line.</param>
     public static void Log(int level, string? text) => Recorder.Current?.Log(level, text);
 
-    /// <summary>Ends the innermost call of this thread with the exception that its own code threw.</summary>
+    /// <summary>
+    /// Reports an exception that is about to leave the innermost call of this thread that it was not yet reported for.
+    /// </summary>
     /// <param name="text">A remark; the injected code passes null.</param>
-    /// <param name="exception">What was thrown; the injected code throws it again afterwards.</param>
-    /// <returns>Whether the call was recorded. The injected code does not look at it.</returns>
+    /// <param name="exception">What was thrown.</param>
+    /// <returns>Whether there is such a call. The injected code does not look at it.</returns>
     public static bool Error(string? text, Exception? exception) => Recorder.Current?.Fail(exception) == true;
 
     /// <summary>

@@ -72,11 +72,10 @@ internal sealed class CallRecorder
     // The own code of the innermost call is over.
     internal void Finish()
     {
-        var now = Stopwatch.GetTimestamp();
         var thread = current.Value!;
         if (thread.CloseNoted(out var call) && call != null)
         {
-            End(thread, call, call.Outcome, now);
+            End(thread, call, call.Outcome, Stopwatch.GetTimestamp());
         }
     }
 
