@@ -188,6 +188,10 @@ DWORD CClrProfiler::event_mask() const noexcept {
     return mask;
 }
 
+SelectionSettings CClrProfiler::selection_settings() const noexcept {
+    return {switches_.transparencyInstrumentation, strict_il};
+}
+
 HRESULT CClrProfiler::InitializeForAttach(IUnknown* info, void*, UINT) noexcept {
     is_attaching_ = true;
     begin_adoption(); // the callbacks about threads come from now on
@@ -308,8 +312,8 @@ HRESULT CClrProfiler::JITCompilationStarted(FunctionID function, BOOL) noexcept 
         note_function(profilerInfo2.get(), function);
         // What was compiled before may be running: all calls of a method need the same body.
         if (!only_samples_) {
-            on_jit_compilation_started(profilerInfo.get(), function,
-                                       switches_.transparencyInstrumentation, RewriteMethod);
+            on_jit_compilation_started(profilerInfo.get(), function, selection_settings(),
+                                       RewriteMethod);
         }
     });
 }
@@ -321,7 +325,16 @@ HRESULT CClrProfiler::JITCachedFunctionSearchStarted(FunctionID function,
             return;
         }
         note_function(profilerInfo2.get(), function);
-        on_cached_function_search_started(profilerInfo.get(), function, use_cached_function);
+        on_cached_function_search_started(profilerInfo.get(), function, selection_settings(),
+                                          use_cached_function);
+    });
+}
+
+HRESULT CClrProfiler::JITInlining(FunctionID, FunctionID callee, BOOL* should_inline) noexcept {
+    return guarded(kMethodFailed, [&] {
+        if (profilerInfo) {
+            on_jit_inlining(profilerInfo.get(), callee, selection_settings(), should_inline);
+        }
     });
 }
 

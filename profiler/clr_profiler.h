@@ -8,6 +8,7 @@
 #include "profiler/callback_impl.h"
 #include "profiler/com_object.h"
 #include "profiler/profiler_switches.h"
+#include "selection/choice.h"
 
 #include <ocidl.h>
 
@@ -24,6 +25,8 @@ public:
                                                     BOOL is_safe_to_block) noexcept override;
     HRESULT STDMETHODCALLTYPE JITCachedFunctionSearchStarted(
         FunctionID function, BOOL* use_cached_function) noexcept override;
+    HRESULT STDMETHODCALLTYPE JITInlining(FunctionID caller, FunctionID callee,
+                                          BOOL* should_inline) noexcept override;
     HRESULT STDMETHODCALLTYPE ThreadDestroyed(ThreadID thread) noexcept override;
     HRESULT STDMETHODCALLTYPE ThreadAssignedToOSThread(ThreadID thread,
                                                        DWORD os_thread) noexcept override;
@@ -49,6 +52,7 @@ private:
     bool CheckKey(const char* key, const char* value) const;
     void read_switches();
     DWORD event_mask() const noexcept;
+    SelectionSettings selection_settings() const noexcept;
     HRESULT note_module(ModuleID module);
     void note_managed_library(ModuleID module);
 

@@ -4,16 +4,10 @@
 
 #include "base/debug_log.h"
 #include "clr/cor_profiler.h"
+#include "selection/choice.h"
 #include "selection/method_info.h"
 
-#include <cstdint>
-
 namespace corvane {
-
-enum class InstrumentationMode : std::uint32_t {
-    kTable = 0,     // chosen by the target table, or an entry point
-    kAttribute = 1, // chosen by its trace attribute
-};
 
 struct RewriteContext {
     ICorProfilerInfo* info; // the callback's; not counted

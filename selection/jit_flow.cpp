@@ -10,30 +10,26 @@ namespace corvane {
 namespace {
 
 constexpr const wchar_t* kNoMethodInfo = L"Failed to create method info (%s)";
-constexpr const wchar_t* kInsertingPrologue = L"===================Inserting prologue for: %s.%s";
 
 MethodName name_of(const method_info& method) {
     return {method.type_name, method.method_name, method.signature, method.signature_size};
 }
 
-// The mode in which a described method is rewritten, if it is.
-std::optional<InstrumentationMode> choose(const method_info& method) {
-    const MethodName name = name_of(method);
-    if (is_entry_point(name) || is_target_method(name)) {
-        default_log.log(1, kInsertingPrologue, method.type_name.c_str(),
-                        method.method_name.c_str());
-        return InstrumentationMode::kTable;
+Choice choice_of(const method_info& method, const SelectionSettings& settings) {
+    return choose({name_of(method), method.has_trace_attribute, method.is_transparent}, settings,
+                  [] { return false; });
+}
+
+void log_choice(const method_info& method, const Choice& choice) {
+    if (choice.rule == Rule::kNone) {
+        return;
     }
-    if (!method.has_trace_attribute) {
-        return std::nullopt;
-    }
-    if (has_generic_types(name)) {
-        default_log.log(4, L"Method %s.%s not traced because it has generic types",
-                        method.type_name.c_str(), method.method_name.c_str());
-        return std::nullopt;
-    }
-    default_log.log(4, kInsertingPrologue, method.type_name.c_str(), method.method_name.c_str());
-    return InstrumentationMode::kAttribute;
+    const int level = mode_of(choice.rule) == InstrumentationMode::kTable ? 1 : 4;
+    default_log.log(level,
+                    choice.obstacle == Obstacle::kGeneric
+                        ? L"Method %s.%s not traced because it has generic types"
+                        : L"===================Inserting prologue for: %s.%s",
+                    method.type_name.c_str(), method.method_name.c_str());
 }
 
 // Names come from the program: a percent sign in one is no conversion.
@@ -55,23 +51,25 @@ HRESULT call(RewriteMethodEntry rewrite, RewriteContext& context, Instrumentatio
 } // namespace
 
 void on_jit_compilation_started(ICorProfilerInfo* info, FunctionID function,
-                                bool transparency_instrumentation, RewriteMethodEntry rewrite) {
+                                const SelectionSettings& settings, RewriteMethodEntry rewrite) {
     method_info method;
     HRESULT hr = method.get_info(info, function);
     if (FAILED(hr)) {
         log_result(default_log, kNoMethodInfo, hr);
         return;
     }
-    if (method.is_transparent && !transparency_instrumentation) {
+    const Choice choice = choice_of(method, settings);
+    if (choice.obstacle == Obstacle::kTransparent) {
         log_result(default_log, L"it is transparent (%s)", hr);
         return;
     }
-    const auto mode = choose(method);
-    if (!mode) {
+    log_choice(method, choice);
+    if (!is_chosen(choice)) {
         return;
     }
+    const InstrumentationMode mode = mode_of(choice.rule);
     RewriteContext context{info, method, channel_of(method)};
-    hr = call(rewrite, context, *mode);
+    hr = call(rewrite, context, mode);
     if (FAILED(hr)) {
         log_result(context.log, L"Failed to create prologue/epilogue IL (%s)", hr);
         log_result(default_log,
@@ -83,6 +81,7 @@ void on_jit_compilation_started(ICorProfilerInfo* info, FunctionID function,
 }
 
 void on_cached_function_search_started(ICorProfilerInfo* info, FunctionID function,
+                                       const SelectionSettings& settings,
                                        BOOL* use_cached_function) {
     method_info method;
     const HRESULT hr = method.get_info(info, function);
@@ -90,10 +89,24 @@ void on_cached_function_search_started(ICorProfilerInfo* info, FunctionID functi
         log_result(default_log, kNoMethodInfo, hr);
         return;
     }
-    if (is_target_method(name_of(method))) {
+    // A row of the table counts here even where the method would be left for its transparency.
+    if (is_target_method(name_of(method)) ||
+        (settings.strict && is_chosen(choice_of(method, settings)))) {
         *use_cached_function = FALSE;
         default_log.log(1, L"UseCachedFunction(%s, %s.%s)=False", method.assembly_name.c_str(),
                         method.type_name.c_str(), method.method_name.c_str());
+    }
+}
+
+void on_jit_inlining(ICorProfilerInfo* info, FunctionID callee, const SelectionSettings& settings,
+                     BOOL* should_inline) {
+    if (!settings.strict) {
+        return;
+    }
+    method_info method;
+    // What cannot be described is left when it is compiled, too.
+    if (SUCCEEDED(method.get_info(info, callee)) && is_chosen(choice_of(method, settings))) {
+        *should_inline = FALSE;
     }
 }
 

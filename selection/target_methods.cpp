@@ -147,6 +147,10 @@ bool is_name_of(std::wstring_view name, const MethodName& method) {
            name.starts_with(method.type_name);
 }
 
+bool is_static_named(std::wstring_view name, const MethodName& method) {
+    return method.method_name == name && parsed(method).hasThis == 0;
+}
+
 } // namespace
 
 void build_target_methods(const LogTraceIdSwitches& switches) {
@@ -181,7 +185,11 @@ bool is_target_method(const MethodName& method) {
 }
 
 bool is_entry_point(const MethodName& method) {
-    return method.method_name == L"Main" && parsed(method).hasThis == 0;
+    return is_static_named(L"Main", method);
+}
+
+bool is_top_level_entry_point(const MethodName& method) {
+    return is_static_named(L"<Main>$", method);
 }
 
 bool has_generic_types(const MethodName& method) {

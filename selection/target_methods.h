@@ -49,6 +49,9 @@ bool is_target_method(const MethodName& method);
 // A static method named "Main", of any type and with any parameters.
 bool is_entry_point(const MethodName& method);
 
+// What the compiler of C# makes of statements outside of any type: a static method "<Main>$".
+bool is_top_level_entry_point(const MethodName& method);
+
 // Whether a method's signature says that its code is shared between instantiations, or takes what
 // cannot be boxed: a generic method, a return type or a parameter that is a type variable, a
 // TypedReference.

@@ -93,7 +93,7 @@ double count_allocations(const fs::path& runtime) {
     build_target_methods({});
     const std::size_t before = testing::allocations();
     for (const FunctionID function : functions) {
-        on_jit_compilation_started(&methods, function, false, no_rewriting);
+        on_jit_compilation_started(&methods, function, {}, no_rewriting);
     }
     return static_cast<double>(testing::allocations() - before) /
            static_cast<double>(functions.size());

@@ -134,7 +134,9 @@ protected:
         RealMethods methods(*dispenser(), file);
         const auto functions = methods.with_body();
         for (const FunctionID function : functions) {
-            on_jit_compilation_started(&methods, function, transparency_instrumentation, note);
+            on_jit_compilation_started(
+                &methods, function, {.transparency_instrumentation = transparency_instrumentation},
+                note);
         }
         return functions.size();
     }

@@ -30,7 +30,7 @@ public:
     }
 
     HRESULT STDMETHODCALLTYPE JITCompilationStarted(FunctionID function, BOOL) override {
-        on_jit_compilation_started(info_.get(), function, false, write_choice);
+        on_jit_compilation_started(info_.get(), function, {}, write_choice);
         return S_OK;
     }
 

@@ -18,6 +18,8 @@ using testing::DebugOutput;
 using testing::FakeMethod;
 
 constexpr wchar_t kTrace[] = L"Corvane.Instrumentation.TraceAttribute";
+constexpr SelectionSettings kTransparentToo = {.transparency_instrumentation = true};
+constexpr SelectionSettings kStrict = {.strict = true};
 constexpr wchar_t kTransparent[] = L"System.Security.SecurityTransparentAttribute";
 
 std::wstring text_of(HRESULT hr) {
@@ -81,9 +83,21 @@ protected:
     }
     static void log_details() { default_log = DebugLog(L"", 4); }
 
-    void compile(bool transparency_instrumentation = false) {
-        on_jit_compilation_started(&runtime, FakeMethod::kFunction, transparency_instrumentation,
-                                   rewrite);
+    void compile(const SelectionSettings& settings = {}) {
+        on_jit_compilation_started(&runtime, FakeMethod::kFunction, settings, rewrite);
+    }
+
+    // What stands in the runtime's answer afterwards: not TRUE or FALSE, where nothing was written.
+    static constexpr BOOL kUntouched = 5;
+    BOOL search(const SelectionSettings& settings = {}) {
+        BOOL use = kUntouched;
+        on_cached_function_search_started(&runtime, FakeMethod::kFunction, settings, &use);
+        return use;
+    }
+    BOOL inlining(const SelectionSettings& settings) {
+        BOOL should_inline = kUntouched;
+        on_jit_inlining(&runtime, FakeMethod::kFunction, settings, &should_inline);
+        return should_inline;
     }
 
     // Expects that the method was handed to rewriting, once.
@@ -125,8 +139,7 @@ TEST_F(JitFlow, AllocatesNothingForTheOrdinaryMethod) {
         runtime.forget_calls();
         compile();
         runtime.forget_calls();
-        BOOL use = TRUE;
-        on_cached_function_search_started(&runtime, FakeMethod::kFunction, &use);
+        search();
         EXPECT_EQ(testing::allocations(), before) << length;
     }
     // The counter counts: a method that is chosen is logged.
@@ -238,6 +251,54 @@ TEST_F(JitFlow, RewritesAGenericTargetOrEntryPoint) {
     expect_rewritten(InstrumentationMode::kTable);
 }
 
+TEST_F(JitFlow, RewritesTopLevelStatementsInStrictForm) {
+    name(L"Program", L"<Main>$");
+    runtime.signature = {0x00, 0x01, 0x01, 0x1D, 0x0E};
+    compile();
+    expect_left_alone();
+    EXPECT_EQ(output.text(), L"");
+    runtime.forget_calls();
+    compile(kStrict);
+    expect_rewritten(InstrumentationMode::kTable);
+    EXPECT_EQ(output.text(), inserting());
+}
+
+TEST_F(JitFlow, LeavesAnInstanceMethodNamedLikeTopLevelStatements) {
+    name(L"Program", L"<Main>$");
+    compile(kStrict);
+    expect_left_alone();
+}
+
+// --- JITInlining
+
+TEST_F(JitFlow, LetsTheRuntimeInlineInTheDefaultForm) {
+    mark(kTrace);
+    EXPECT_EQ(inlining({}), kUntouched);
+    EXPECT_EQ(runtime.calls.size(), 0U); // not even a question
+}
+
+TEST_F(JitFlow, KeepsWhatIsChosenFromBeingInlinedInStrictForm) {
+    log_details();
+    EXPECT_EQ(inlining(kStrict), kUntouched);
+    name_a_target();
+    runtime.forget_calls();
+    EXPECT_EQ(inlining(kStrict), FALSE);
+    name(L"Shop.Orders", L"Place");
+    mark(kTrace);
+    runtime.forget_calls();
+    EXPECT_EQ(inlining(kStrict), FALSE);
+    runtime.signature = {0x30, 0x01, 0x01, 0x01, 0x1E, 0x00};
+    runtime.forget_calls();
+    EXPECT_EQ(inlining(kStrict), kUntouched);
+    EXPECT_EQ(output.text(), L""); // the runtime asks too often for lines
+}
+
+TEST_F(JitFlow, LetsTheRuntimeInlineWhatCannotBeDescribed) {
+    name_a_target();
+    runtime.results = {{0, E_ACCESSDENIED}};
+    EXPECT_EQ(inlining(kStrict), kUntouched);
+}
+
 // --- Transparency
 
 class Transparent : public JitFlow, public ::testing::WithParamInterface<mdToken> {
@@ -268,28 +329,26 @@ TEST_P(Transparent, IsLeftAloneWhateverChoosesIt) {
 
 TEST_P(Transparent, IsRewrittenWithTheSwitch) {
     name_a_target();
-    compile(true);
+    compile(kTransparentToo);
     expect_rewritten(InstrumentationMode::kTable);
     EXPECT_EQ(output.text(), inserting());
 }
 
 TEST_P(Transparent, IsRewrittenByItsAttributeWithTheSwitch) {
     mark(kTrace);
-    compile(true);
+    compile(kTransparentToo);
     expect_rewritten(InstrumentationMode::kAttribute);
     EXPECT_EQ(output.text(), L"");
 }
 
 TEST_P(Transparent, HasItsPrecompiledCodeRefusedLikeAnyOther) {
     name_a_target();
-    BOOL use = TRUE;
-    on_cached_function_search_started(&runtime, FakeMethod::kFunction, &use);
-    EXPECT_EQ(use, FALSE);
+    EXPECT_EQ(search(), FALSE);
 }
 
 TEST_F(JitFlow, RewritesAMethodThatIsNotTransparentWithTheSwitch) {
     name_a_target();
-    compile(true);
+    compile(kTransparentToo);
     expect_rewritten(InstrumentationMode::kTable);
 }
 
@@ -372,8 +431,7 @@ TEST_F(JitFlow, WritesItsLinesAtLevelOne) {
     EXPECT_EQ(output.text(), expected);
 
     runtime.forget_calls();
-    BOOL use = TRUE;
-    on_cached_function_search_started(&runtime, FakeMethod::kFunction, &use);
+    search();
     expected += L"UseCachedFunction(Shop, System.Net.HttpWebRequest.GetResponse)=False\n";
     EXPECT_EQ(output.text(), expected);
 
@@ -409,8 +467,7 @@ TEST_F(JitFlow, WritesAtLevelOneThatAMethodCannotBeDescribed) {
     EXPECT_TRUE(output.text().ends_with(line));
     const std::size_t length = output.text().size();
     runtime.forget_calls();
-    BOOL use = TRUE;
-    on_cached_function_search_started(&runtime, FakeMethod::kFunction, &use);
+    search();
     EXPECT_TRUE(output.text().substr(length).ends_with(line));
 }
 
@@ -423,14 +480,7 @@ TEST_F(JitFlow, NumbersItsModes) {
 
 class CachedSearch : public JitFlow {
 protected:
-    // What stands in the runtime's answer afterwards: not TRUE or FALSE, where nothing was written.
-    static constexpr BOOL kUntouched = 5;
-    BOOL search() {
-        BOOL use = kUntouched;
-        on_cached_function_search_started(&runtime, FakeMethod::kFunction, &use);
-        expect_left_alone();
-        return use;
-    }
+    ~CachedSearch() override { expect_left_alone(); }
 };
 
 TEST_F(CachedSearch, RefusesPrecompiledCodeOfATarget) {
@@ -471,6 +521,30 @@ TEST_F(CachedSearch, ReportsAMethodThatCannotBeDescribed) {
     const std::wstring text = text_of(E_FAIL);
     EXPECT_EQ(output.text(), L"[]method_info:() : get_module_info() failed (" + text +
                                  L")\nFailed to create method info (" + text + L")\n");
+}
+
+TEST_F(CachedSearch, RefusesPrecompiledCodeOfAllThatIsChosenInStrictForm) {
+    mark(kTrace);
+    EXPECT_EQ(search(kStrict), FALSE);
+    EXPECT_EQ(output.text(), L"UseCachedFunction(Shop, Shop.Orders.Place)=False\n");
+    runtime.forget_calls();
+    name(L"Program", L"<Main>$");
+    runtime.signature = {0x00, 0x00, 0x01};
+    runtime.attributes.clear();
+    EXPECT_EQ(search(kStrict), FALSE);
+}
+
+TEST_F(CachedSearch, LeavesWhatIsNotChosenInStrictForm) {
+    EXPECT_EQ(search(kStrict), kUntouched);
+    mark(kTrace);
+    runtime.signature = {0x30, 0x01, 0x01, 0x01, 0x1E, 0x00};
+    runtime.forget_calls();
+    EXPECT_EQ(search(kStrict), kUntouched);
+    mark(kTransparent);
+    runtime.signature = {0x20, 0x00, 0x01};
+    runtime.forget_calls();
+    EXPECT_EQ(search(kStrict), kUntouched);
+    EXPECT_EQ(output.text(), L"");
 }
 
 TEST_F(CachedSearch, TakesPercentSignsInNamesForText) {
