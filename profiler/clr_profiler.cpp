@@ -17,6 +17,7 @@
 #include "sampling/thread_map.h"
 #include "selection/excluded_scopes.h"
 #include "selection/jit_flow.h"
+#include "selection/method_patterns.h"
 #include "selection/target_methods.h"
 
 #include <exception>
@@ -43,6 +44,7 @@ void attempt(const Step& step) noexcept {
 constexpr const wchar_t* kMethodFailed = L"Failed to create method info (%s)";
 constexpr const wchar_t* kModuleFailed = L"Failed to note a module (%s)";
 constexpr const wchar_t* kThreadFailed = L"Failed to note a thread (%s)";
+constexpr const wchar_t* kShutdownFailed = L"Failed to name the patterns that never matched (%s)";
 
 // Runs what a callback does. Without memory it stays undone: a method is left as it stands, a
 // thread is not sampled. The runtime hears of nothing.
@@ -114,6 +116,7 @@ HRESULT CClrProfiler::Initialize(IUnknown* info) noexcept {
     attempt([this] { read_switches(); });
     subscribe(info);
     attempt([] { load_excluded_scopes(); });
+    attempt([] { load_method_patterns(); });
     attempt([this] {
         build_target_methods({switches_.logTraceIdEnabled, switches_.insertLogTraceId,
                               switches_.addAttributeLogTraceId});
@@ -336,6 +339,10 @@ HRESULT CClrProfiler::JITInlining(FunctionID, FunctionID callee, BOOL* should_in
             on_jit_inlining(profilerInfo.get(), callee, selection_settings(), should_inline);
         }
     });
+}
+
+HRESULT CClrProfiler::Shutdown() noexcept {
+    return guarded(kShutdownFailed, [] { report_patterns_never_matched(); });
 }
 
 HRESULT CClrProfiler::ThreadDestroyed(ThreadID thread) noexcept {

@@ -19,6 +19,7 @@ class CClrProfiler : public CorvaneCorProfilerCallbackImpl,
                      protected ComObjectRoot {
 public:
     HRESULT STDMETHODCALLTYPE Initialize(IUnknown* info) noexcept override;
+    HRESULT STDMETHODCALLTYPE Shutdown() noexcept override;
     HRESULT STDMETHODCALLTYPE ModuleLoadFinished(ModuleID module, HRESULT status) noexcept override;
     HRESULT STDMETHODCALLTYPE ModuleUnloadStarted(ModuleID module) noexcept override;
     HRESULT STDMETHODCALLTYPE JITCompilationStarted(FunctionID function,

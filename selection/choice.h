@@ -6,6 +6,7 @@
 #include "selection/target_methods.h"
 
 #include <cstdint>
+#include <string_view>
 #include <utility>
 
 namespace corvane {
@@ -37,6 +38,7 @@ constexpr InstrumentationMode mode_of(Rule rule) {
 }
 
 struct MethodFacts {
+    std::wstring_view assembly_name;
     MethodName name;
     bool has_trace_attribute = false;
     bool is_transparent = false;
@@ -47,6 +49,12 @@ struct SelectionSettings {
     bool transparency_instrumentation = false; // transparent methods are methods like others
     bool strict = false;                       // nothing that is chosen may vanish
 };
+
+// Injected code and the managed library run on these, so that theirs would call itself without end.
+constexpr bool is_beyond_patterns(std::wstring_view assembly_name) {
+    return assembly_name == L"kite.managed" || assembly_name == L"System.Private.CoreLib" ||
+           assembly_name == L"mscorlib";
+}
 
 // `meets_pattern` is asked last and only where it decides: finding a full name takes time.
 template <class MeetsPattern>
@@ -61,9 +69,13 @@ Choice choose(const MethodFacts& method, const SelectionSettings& settings,
     if (is_target_method(method.name)) {
         return {Rule::kTable};
     }
-    const Rule rule = method.has_trace_attribute                    ? Rule::kAttribute
-                      : std::forward<MeetsPattern>(meets_pattern)() ? Rule::kPattern
-                                                                    : Rule::kNone;
+    Rule rule = Rule::kNone;
+    if (method.has_trace_attribute) {
+        rule = Rule::kAttribute;
+    } else if (!is_beyond_patterns(method.assembly_name) &&
+               std::forward<MeetsPattern>(meets_pattern)()) {
+        rule = Rule::kPattern;
+    }
     return {rule, rule != Rule::kNone && has_generic_types(method.name) ? Obstacle::kGeneric
                                                                         : Obstacle::kNone};
 }

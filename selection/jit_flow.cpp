@@ -1,10 +1,13 @@
 #include "selection/jit_flow.h"
 
 #include "base/hresult_text.h"
+#include "clr/metadata.h"
+#include "selection/full_name.h"
+#include "selection/method_patterns.h"
 #include "selection/target_methods.h"
 
 #include <exception>
-#include <optional>
+#include <string>
 
 namespace corvane {
 namespace {
@@ -15,9 +18,31 @@ MethodName name_of(const method_info& method) {
     return {method.type_name, method.method_name, method.signature, method.signature_size};
 }
 
-Choice choice_of(const method_info& method, const SelectionSettings& settings) {
-    return choose({name_of(method), method.has_trace_attribute, method.is_transparent}, settings,
-                  [] { return false; });
+bool meets_pattern(ICorProfilerInfo* info, const method_info& method) {
+    if (method_patterns.empty()) {
+        return false;
+    }
+    ComPtr<IMetaDataImport> metadata;
+    mdTypeDef type = mdTypeDefNil;
+    if (FAILED(info->GetModuleMetaData(method.module_id, ofRead, __uuidof(IMetaDataImport),
+                                       metadata.put_unknown())) ||
+        FAILED(metadata->GetMethodProps(method.method_token, &type, nullptr, 0, nullptr, nullptr,
+                                        nullptr, nullptr, nullptr, nullptr))) {
+        return false;
+    }
+    std::wstring name = full_type_name(*metadata.get(), type);
+    if (name.empty() || !method_patterns.may_match_type(name)) {
+        return false;
+    }
+    (name += L'.') += method.method_name;
+    return method_patterns.matches(name);
+}
+
+Choice choice_of(ICorProfilerInfo* info, const method_info& method,
+                 const SelectionSettings& settings) {
+    return choose(
+        {method.assembly_name, name_of(method), method.has_trace_attribute, method.is_transparent},
+        settings, [&] { return meets_pattern(info, method); });
 }
 
 void log_choice(const method_info& method, const Choice& choice) {
@@ -58,7 +83,7 @@ void on_jit_compilation_started(ICorProfilerInfo* info, FunctionID function,
         log_result(default_log, kNoMethodInfo, hr);
         return;
     }
-    const Choice choice = choice_of(method, settings);
+    const Choice choice = choice_of(info, method, settings);
     if (choice.obstacle == Obstacle::kTransparent) {
         log_result(default_log, L"it is transparent (%s)", hr);
         return;
@@ -91,7 +116,7 @@ void on_cached_function_search_started(ICorProfilerInfo* info, FunctionID functi
     }
     // A row of the table counts here even where the method would be left for its transparency.
     if (is_target_method(name_of(method)) ||
-        (settings.strict && is_chosen(choice_of(method, settings)))) {
+        (settings.strict && is_chosen(choice_of(info, method, settings)))) {
         *use_cached_function = FALSE;
         default_log.log(1, L"UseCachedFunction(%s, %s.%s)=False", method.assembly_name.c_str(),
                         method.type_name.c_str(), method.method_name.c_str());
@@ -105,7 +130,7 @@ void on_jit_inlining(ICorProfilerInfo* info, FunctionID callee, const SelectionS
     }
     method_info method;
     // What cannot be described is left when it is compiled, too.
-    if (SUCCEEDED(method.get_info(info, callee)) && is_chosen(choice_of(method, settings))) {
+    if (SUCCEEDED(method.get_info(info, callee)) && is_chosen(choice_of(info, method, settings))) {
         *should_inline = FALSE;
     }
 }

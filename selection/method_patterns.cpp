@@ -104,6 +104,19 @@ bool MethodPatterns::matches(std::wstring_view full_name) const {
     return included && !excluded;
 }
 
+bool MethodPatterns::would_match(std::wstring_view full_name) const {
+    bool included = false;
+    for (const Pattern& pattern : patterns_) {
+        if ((pattern.excludes || !included) && pattern.glob.matches(full_name)) {
+            if (pattern.excludes) {
+                return false;
+            }
+            included = true;
+        }
+    }
+    return included;
+}
+
 bool MethodPatterns::may_match_type(std::wstring_view type_name) const {
     const std::wstring beginning = std::wstring(type_name) + L'.';
     return std::any_of(patterns_.begin(), patterns_.end(), [&](const Pattern& pattern) {

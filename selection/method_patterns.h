@@ -44,8 +44,12 @@ public:
     // Whether no method meets them: there is none that includes.
     bool empty() const noexcept { return !includes_; }
 
-    // Of "Namespace.Type+Nested.Method": whether one includes it and none excludes it.
+    // Of "Namespace.Type+Nested.Method": whether one includes it and none excludes it. Notes which
+    // did.
     bool matches(std::wstring_view full_name) const;
+
+    // The same, and nothing is noted: the method may never be compiled.
+    bool would_match(std::wstring_view full_name) const;
 
     // Whether one includes any method of the type "Namespace.Type+Nested". What excludes is not
     // looked at.
@@ -70,5 +74,11 @@ private:
 
 // Written during start-up, read-only from then on.
 extern MethodPatterns method_patterns;
+
+// Fills it from the environment. What is left out is logged.
+void load_method_patterns();
+
+// When the process ends: names those that chose or excluded nothing.
+void report_patterns_never_matched();
 
 } // namespace corvane

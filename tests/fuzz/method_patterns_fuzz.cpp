@@ -99,7 +99,8 @@ void check(const std::wstring& name, const std::wstring& type, const std::wstrin
     }
     const auto includes = [](const Plain& pattern) { return !pattern.excludes; };
     require(patterns.empty() == std::ranges::none_of(plain, includes), "some include, or none");
-    require(patterns.never_matched() == all, "nothing was asked yet");
+    require(patterns.would_match(name) == (included && !excluded), "the plain rule, ahead");
+    require(patterns.never_matched() == all, "nothing was noted yet");
     for (int round = 0; round < 2; ++round) {
         require(patterns.matches(name) == (included && !excluded), "the plain rule");
         require(patterns.never_matched() == unmet, "each pattern that meets a name is known");

@@ -55,7 +55,8 @@ TEST(Choice, FollowsTheOrderOfTheRules) {
         SCOPED_TRACE(bits);
         const Case method(bits);
         const auto& signature = method.is_generic ? generic : plain;
-        const MethodFacts facts = {{method.is_target ? L"A.T" : L"A.Other",
+        const MethodFacts facts = {L"A",
+                                   {method.is_target ? L"A.T" : L"A.Other",
                                     method.is_main        ? L"Main"
                                     : method.is_top_level ? L"<Main>$"
                                                           : L"Place",
@@ -75,6 +76,25 @@ TEST(Choice, FollowsTheOrderOfTheRules) {
                                  (expected.rule == Rule::kNone || expected.rule == Rule::kPattern));
     }
     target_methods.clear();
+}
+
+TEST(Choice, AsksNoPatternAboutWhatInjectedCodeRunsOn) {
+    const std::vector<std::uint8_t> signature = {0x00, 0x00, 0x01};
+    MethodFacts facts = {L"", {L"A.T", L"M", signature.data(), 3}};
+    for (const wchar_t* const assembly :
+         {L"kite.managed", L"System.Private.CoreLib", L"mscorlib"}) {
+        facts.assembly_name = assembly;
+        facts.has_trace_attribute = false;
+        const auto asked = [] {
+            ADD_FAILURE() << "asked";
+            return true;
+        };
+        EXPECT_EQ(choose(facts, {}, asked), Choice()) << assembly;
+        facts.has_trace_attribute = true;
+        EXPECT_EQ(choose(facts, {}, asked), Choice{Rule::kAttribute}) << assembly;
+    }
+    facts = {L"kite.managed.tests", {L"A.T", L"M", signature.data(), 3}};
+    EXPECT_EQ(choose(facts, {}, [] { return true; }), Choice{Rule::kPattern});
 }
 
 TEST(Choice, HasTheModeOfItsRule) {

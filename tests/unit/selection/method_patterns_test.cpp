@@ -162,6 +162,14 @@ TEST(MethodPatterns, KnowWhichOfThemMetNoMethod) {
     EXPECT_EQ(read.patterns.never_matched(), (Texts{L"Nowhere.*", L"!Nowhere.*"}));
 }
 
+TEST(MethodPatterns, AnswerAheadWithoutNoting) {
+    const Patterns read(L"Shop.*;Shop.Stock.*;!*.Dispose");
+    EXPECT_TRUE(read.patterns.would_match(L"Shop.Stock.Add"));
+    EXPECT_FALSE(read.patterns.would_match(L"Shop.Stock.Dispose"));
+    EXPECT_FALSE(read.patterns.would_match(L"Other.Stock.Add"));
+    EXPECT_EQ(read.patterns.never_matched().size(), 3U);
+}
+
 TEST(MethodPatterns, RuleOutTypes) {
     EXPECT_TRUE(may_match(L"Shop.Cart.*", L"Shop.Cart"));
     EXPECT_TRUE(may_match(L"Shop.Cart.Add", L"Shop.Cart"));
