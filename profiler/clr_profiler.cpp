@@ -18,6 +18,7 @@
 #include "selection/excluded_scopes.h"
 #include "selection/jit_flow.h"
 #include "selection/method_patterns.h"
+#include "selection/module_facts.h"
 #include "selection/target_methods.h"
 
 #include <exception>
@@ -257,6 +258,7 @@ HRESULT CClrProfiler::ModuleUnloadStarted(ModuleID module) noexcept {
     guarded(kModuleFailed, [module] { forget_functions_of(module); });
     guarded(kModuleFailed, [module] { remove_loaded_module(module); });
     guarded(kModuleFailed, [module] { forget_left_methods(module); });
+    forget_module_facts(module);
     return S_OK;
 }
 
@@ -314,7 +316,7 @@ HRESULT CClrProfiler::JITCompilationStarted(FunctionID function, BOOL) noexcept 
         }
         note_function(profilerInfo2.get(), function);
         // What was compiled before may be running: all calls of a method need the same body.
-        if (!only_samples_) {
+        if (!only_samples_ && needs_description(profilerInfo.get(), function)) {
             on_jit_compilation_started(profilerInfo.get(), function, selection_settings(),
                                        RewriteMethod);
         }
@@ -328,15 +330,18 @@ HRESULT CClrProfiler::JITCachedFunctionSearchStarted(FunctionID function,
             return;
         }
         note_function(profilerInfo2.get(), function);
-        on_cached_function_search_started(profilerInfo.get(), function, selection_settings(),
-                                          use_cached_function);
+        if (needs_description(profilerInfo.get(), function)) {
+            on_cached_function_search_started(profilerInfo.get(), function, selection_settings(),
+                                              use_cached_function);
+        }
     });
 }
 
 HRESULT CClrProfiler::JITInlining(FunctionID, FunctionID callee, BOOL* should_inline) noexcept {
     return guarded(kMethodFailed, [&] {
-        if (profilerInfo) {
-            on_jit_inlining(profilerInfo.get(), callee, selection_settings(), should_inline);
+        const SelectionSettings settings = selection_settings();
+        if (profilerInfo && settings.strict && needs_description(profilerInfo.get(), callee)) {
+            on_jit_inlining(profilerInfo.get(), callee, settings, should_inline);
         }
     });
 }

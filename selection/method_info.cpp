@@ -8,9 +8,6 @@ const DebugLog method_info::log(make_prefix(L"", L"method_info", L""));
 
 namespace {
 
-constexpr const wchar_t* kTraceAttribute = L"Corvane.Instrumentation.TraceAttribute";
-constexpr const wchar_t* kTransparentAttribute = L"System.Security.SecurityTransparentAttribute";
-
 // Passes a result on; a failure is logged with `message`, which ends in "(%s)".
 HRESULT reported(HRESULT hr, const wchar_t* message) {
     if (FAILED(hr)) {
@@ -25,6 +22,28 @@ bool is_found(HRESULT hr) {
 }
 
 } // namespace
+
+bool has_attribute(IMetaDataImport& metadata, mdToken owner, const wchar_t* attribute) {
+    return is_found(metadata.GetCustomAttributeByName(owner, attribute, nullptr, nullptr));
+}
+
+HRESULT find_transparent_assembly(IMetaDataImport& metadata, bool& is_transparent) {
+    ComPtr<IMetaDataAssemblyImport> assembly_metadata;
+    HRESULT hr =
+        metadata.QueryInterface(__uuidof(IMetaDataAssemblyImport), assembly_metadata.put_void());
+    if (FAILED(hr)) {
+        return hr;
+    }
+    mdAssembly assembly = mdAssemblyNil;
+    assembly_metadata->GetAssemblyFromScope(&assembly);
+    if (is_transparent) {
+        return hr;
+    }
+    // An error of this query fails the step; S_FALSE, an assembly without the attribute, does not.
+    hr = metadata.GetCustomAttributeByName(assembly, kTransparentAttribute, nullptr, nullptr);
+    is_transparent = is_found(hr);
+    return hr;
+}
 
 HRESULT method_info::get_info(ICorProfilerInfo* info, FunctionID function) {
     HRESULT hr =
@@ -68,10 +87,8 @@ HRESULT method_info::get_class_method_info(ICorProfilerInfo* info, FunctionID fu
         return reported(hr, L"Failed to query method properties (%s)");
     }
 
-    has_trace_attribute = is_found(
-        metadata->GetCustomAttributeByName(method_token, kTraceAttribute, nullptr, nullptr));
-    is_transparent = is_found(
-        metadata->GetCustomAttributeByName(method_token, kTransparentAttribute, nullptr, nullptr));
+    has_trace_attribute = has_attribute(*metadata.get(), method_token, kTraceAttribute);
+    is_transparent = has_attribute(*metadata.get(), method_token, kTransparentAttribute);
 
     hr = metadata->GetTypeDefProps(type_token, nullptr, 0, &length, nullptr, nullptr);
     if (FAILED(hr)) {
@@ -106,25 +123,9 @@ HRESULT method_info::get_assembly_info(ICorProfilerInfo* info) {
     }
 
     ComPtr<IMetaDataImport> metadata;
-    HRESULT hr = info->GetModuleMetaData(module_id, ofWrite, __uuidof(IMetaDataImport),
-                                         metadata.put_unknown());
-    if (FAILED(hr)) {
-        return hr;
-    }
-    ComPtr<IMetaDataAssemblyImport> assembly_metadata;
-    hr = metadata.query(assembly_metadata);
-    if (FAILED(hr)) {
-        return hr;
-    }
-    mdAssembly assembly = mdAssemblyNil;
-    assembly_metadata->GetAssemblyFromScope(&assembly);
-    if (is_transparent) {
-        return hr;
-    }
-    // An error of this query fails the step; S_FALSE, an assembly without the attribute, does not.
-    hr = metadata->GetCustomAttributeByName(assembly, kTransparentAttribute, nullptr, nullptr);
-    is_transparent = is_found(hr);
-    return hr;
+    const HRESULT hr = info->GetModuleMetaData(module_id, ofWrite, __uuidof(IMetaDataImport),
+                                               metadata.put_unknown());
+    return FAILED(hr) ? hr : find_transparent_assembly(*metadata.get(), is_transparent);
 }
 
 HRESULT method_info::get_thread_id(ICorProfilerInfo* info) {

@@ -5,9 +5,20 @@
 #include "base/debug_log.h"
 #include "clr/com_ptr.h"
 #include "clr/cor_profiler.h"
+#include "clr/metadata.h"
 #include "clr/runtime_name.h"
 
 namespace corvane {
+
+inline constexpr const wchar_t* kTraceAttribute = L"Corvane.Instrumentation.TraceAttribute";
+inline constexpr const wchar_t* kTransparentAttribute =
+    L"System.Security.SecurityTransparentAttribute";
+
+// What errors of the query say as well: no.
+bool has_attribute(IMetaDataImport& metadata, mdToken owner, const wchar_t* attribute);
+
+// Sets `is_transparent` if the assembly of the metadata has the attribute; one that is set stays.
+HRESULT find_transparent_assembly(IMetaDataImport& metadata, bool& is_transparent);
 
 struct method_info {
     AssemblyID assembly_id = 0;
@@ -21,7 +32,7 @@ struct method_info {
     PCCOR_SIGNATURE signature = nullptr; // the runtime's, valid while the module is loaded
     ULONG signature_size = 0;            // in bytes
     ThreadID thread_id = 0;              // the thread that the callback runs on
-    bool has_trace_attribute = false;    // Corvane.Instrumentation.TraceAttribute
+    bool has_trace_attribute = false;
     bool is_transparent = false; // the method, or else its assembly, is security-transparent
 
     // The channel of every message about a method that cannot be described.

@@ -192,6 +192,14 @@ bool is_top_level_entry_point(const MethodName& method) {
     return is_static_named(L"<Main>$", method);
 }
 
+bool can_be_chosen_by_name(std::wstring_view method_name) {
+    return method_name == L"Main" || method_name == L"<Main>$" ||
+           std::ranges::any_of(target_methods, [method_name](const TargetMethod& row) {
+               return row.name.size() > method_name.size() && row.name.ends_with(method_name) &&
+                      row.name[row.name.size() - method_name.size() - 1] == L'.';
+           });
+}
+
 bool has_generic_types(const MethodName& method) {
     constexpr std::uint8_t kGenericConvention = 0x10;
     // With fewer than 128 parameters the first byte of the return type.

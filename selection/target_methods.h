@@ -52,6 +52,9 @@ bool is_entry_point(const MethodName& method);
 // What the compiler of C# makes of statements outside of any type: a static method "<Main>$".
 bool is_top_level_entry_point(const MethodName& method);
 
+// Whether the name alone lets a method be chosen by one of the rules above, whatever its type.
+bool can_be_chosen_by_name(std::wstring_view method_name);
+
 // Whether a method's signature says that its code is shared between instantiations, or takes what
 // cannot be boxed: a generic method, a return type or a parameter that is a type variable, a
 // TypedReference.

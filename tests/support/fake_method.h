@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <ostream>
 #include <string>
@@ -54,8 +55,21 @@ public:
     };
     std::vector<Attribute> attributes;
 
+    // Names of the types of its module, in the order of the metadata: the rows that are valid. With
+    // `type_defs`, the method's own type has to be among them.
+    std::vector<std::wstring> type_defs;
+    std::vector<std::wstring> type_refs;
+
+    bool has_info3 = false; // and with it what GetModuleInfo2 gives
+    DWORD module_flags = COR_PRF_MODULE_DISK;
+
     // Answers other than S_OK, by the number of the call. A failing one gives nothing besides.
     std::map<std::size_t, HRESULT> results;
+    // The call that always fails, by the beginning of its line.
+    std::string failing = "-";
+
+    // Comes with every call, before its answer.
+    std::function<void()> on_call = [] {};
 
     // Without, a function's metadata is asked for successfully and not given.
     bool has_metadata = true;
@@ -74,7 +88,8 @@ public:
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
         const bool answered = iid == __uuidof(IUnknown) || iid == __uuidof(ICorProfilerInfo) ||
-                              iid == __uuidof(ICorProfilerInfo2);
+                              iid == __uuidof(ICorProfilerInfo2) ||
+                              (has_info3 && iid == __uuidof(ICorProfilerInfo3));
         *object = answered ? static_cast<ICorProfilerInfo3*>(this) : nullptr;
         references += answered ? 1 : 0;
         return answered ? S_OK : E_NOINTERFACE;
@@ -117,6 +132,15 @@ public:
             if (assembly != nullptr) {
                 *assembly = kAssembly;
             }
+        }
+        return hr;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetModuleInfo2(ModuleID module, LPCBYTE*, ULONG, ULONG*, WCHAR*,
+                                             AssemblyID*, DWORD* flags) override {
+        const HRESULT hr = answer("GetModuleInfo2(%s)", hex(module));
+        if (SUCCEEDED(hr)) {
+            *flags = module_flags;
         }
         return hr;
     }
@@ -184,10 +208,14 @@ private:
 
     template <class... Texts>
     HRESULT answer(const char* format, const Texts&... texts) {
+        on_call();
         if (writes_down) {
             char line[200] = {};
             std::snprintf(line, sizeof(line), format, texts.text...);
             calls.emplace_back(line);
+            if (calls.back().starts_with(failing)) {
+                return E_ACCESSDENIED;
+            }
         }
         const auto found = results.find(next_++);
         return found != results.end() ? found->second : S_OK;
@@ -242,9 +270,25 @@ private:
                 method_.answer("GetTypeDefProps(%s, %s)%s%s", hex(token), buffer(name, capacity),
                                asked(flags, " flags"), asked(base, " base"));
             if (SUCCEEDED(hr)) {
-                give_name(method_.type_name, capacity, length, name);
+                const std::wstring* const row = row_of(token, mdtTypeDef, method_.type_defs);
+                give_name(row != nullptr ? *row : method_.type_name, capacity, length, name);
             }
             return hr;
+        }
+
+        HRESULT STDMETHODCALLTYPE GetTypeRefProps(mdTypeRef token, mdToken*, LPWSTR name,
+                                                  ULONG capacity, ULONG* length) override {
+            const HRESULT hr =
+                method_.answer("GetTypeRefProps(%s, %s)", hex(token), buffer(name, capacity));
+            if (SUCCEEDED(hr)) {
+                give_name(*row_of(token, mdtTypeRef, method_.type_refs), capacity, length, name);
+            }
+            return hr;
+        }
+
+        BOOL STDMETHODCALLTYPE IsValidToken(mdToken token) override {
+            return row_of(token, mdtTypeDef, method_.type_defs) != nullptr ||
+                   row_of(token, mdtTypeRef, method_.type_refs) != nullptr;
         }
 
         HRESULT STDMETHODCALLTYPE GetCustomAttributeByName(mdToken owner, LPCWSTR name,
@@ -276,6 +320,12 @@ private:
         }
 
     private:
+        static const std::wstring* row_of(mdToken token, mdToken table,
+                                          const std::vector<std::wstring>& names) {
+            return token > table && token - table <= names.size() ? &names[token - table - 1]
+                                                                  : nullptr;
+        }
+
         FakeMethod& method_;
     };
 

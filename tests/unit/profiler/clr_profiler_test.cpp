@@ -589,6 +589,30 @@ TEST_F(MethodCallbacks, LeaveAMethodForGoodUntilItsModuleGoes) {
     }
 }
 
+TEST_F(MethodCallbacks, DescribeNoMethodThatItsNameRulesOut) {
+    start();
+    method.has_info3 = true;
+    method.method_name = L"Place";
+    const std::vector<std::string> asked = {"GetFunctionInfo(F1)", "GetCurrentThreadID()",
+                                            "GetMethodProps(6000007, buffer of 256) class flags"};
+    EXPECT_EQ(compile(), S_OK); // the first of its module
+    method.forget_calls();
+    EXPECT_EQ(compile(), S_OK);
+    EXPECT_EQ(method.calls, asked);
+    method.forget_calls();
+    BOOL use = 5;
+    EXPECT_EQ(search(use), S_OK);
+    EXPECT_EQ(method.calls, asked);
+    EXPECT_EQ(use, 5);
+    EXPECT_EQ(lines(), L"");
+    EXPECT_EQ(profiler->ModuleUnloadStarted(FakeMethod::kModule), S_OK);
+    EXPECT_EQ(method.metadata_references, 1U);
+    method.forget_calls();
+    EXPECT_EQ(compile(), S_OK);
+    EXPECT_GT(method.calls.size(), asked.size());
+    EXPECT_EQ(profiler->ModuleUnloadStarted(FakeMethod::kModule), S_OK);
+}
+
 TEST_F(MethodCallbacks, AnswerOkBeforeStartUp) {
     EXPECT_EQ(compile(), S_OK);
     BOOL use = 5;
@@ -612,6 +636,8 @@ TEST_F(MethodCallbacks, AnswerOkWhenAnyCallFails) {
 
 TEST_F(MethodCallbacks, LeaveAMethodThatThereIsNoMemoryFor) {
     start();
+    EXPECT_EQ(compile(), S_OK); // the facts about its module are known
+    std::wstring expected = lines();
     method.writes_down = false;
     // Long enough that the names are not kept in place.
     for (std::wstring* const name :
@@ -620,7 +646,6 @@ TEST_F(MethodCallbacks, LeaveAMethodThatThereIsNoMemoryFor) {
     }
     const std::wstring line = std::wstring(L"Failed to create method info (") +
                               hresult_text(E_OUTOFMEMORY).c_str() + L")\n";
-    std::wstring expected;
     std::size_t failures = 0;
     bool has_failed = true;
     for (std::size_t granted = 0; has_failed; ++granted) {

@@ -1,0 +1,23 @@
+// The first question about a method: can its description lead to anything? Of most methods the name
+// alone rules that out, together with facts about their module: which attributes it can name, and
+// whether all that is asked about the module itself succeeds. The facts are learnt at the module's
+// first method and follow its growing metadata. Without an answer, a method is described.
+//
+// Any thread. A lock is shared while facts are learnt or used; whoever forgets them takes it alone.
+// 150 modules take 9 KiB here, however many methods they have, and 2 KiB for the table itself. The
+// runtime keeps their metadata open for its own queries.
+#pragma once
+
+#include "clr/cor_profiler.h"
+
+namespace corvane {
+
+// Whether to describe the method (method_info.h). If not, its description would succeed, and the
+// method would not be chosen, without a line in the log. Takes nothing from the heap except for
+// the first method of a module.
+bool needs_description(ICorProfilerInfo* info, FunctionID function) noexcept;
+
+// When a module is unloaded. Returns when no thread uses its facts.
+void forget_module_facts(ModuleID module) noexcept;
+
+} // namespace corvane
