@@ -4,6 +4,8 @@
 #include "il/sig_parser.h"
 
 #include <algorithm>
+#include <bitset>
+#include <cstddef>
 
 namespace corvane {
 
@@ -119,6 +121,19 @@ constexpr Row kRows[] = {
 };
 // clang-format on
 
+// How names end: a bit for each hash of the last characters of a row. The rows themselves lie too
+// far apart in memory to be looked at for every method.
+constexpr std::size_t kEnding = 4;
+std::bitset<512> endings;
+
+std::size_t hash_of_ending(std::wstring_view name) {
+    std::size_t hash = 0;
+    for (const wchar_t c : name.substr(name.size() - kEnding)) {
+        hash = hash * 37 + static_cast<std::size_t>(c);
+    }
+    return hash % endings.size();
+}
+
 bool is_wanted(When when, const LogTraceIdSwitches& switches) {
     switch (when) {
     case When::kAlways:
@@ -159,6 +174,7 @@ void build_target_methods(const LogTraceIdSwitches& switches) {
             target_methods.insert(row.place == Place::kFront ? target_methods.begin()
                                                              : target_methods.end(),
                                   row.method);
+            endings.set(hash_of_ending(row.method.name));
         }
     }
 }
@@ -193,7 +209,10 @@ bool is_top_level_entry_point(const MethodName& method) {
 }
 
 bool can_be_chosen_by_name(std::wstring_view method_name) {
-    return method_name == L"Main" || method_name == L"<Main>$" ||
+    if (method_name == L"Main" || method_name == L"<Main>$") {
+        return true;
+    }
+    return (method_name.size() < kEnding || endings.test(hash_of_ending(method_name))) &&
            std::ranges::any_of(target_methods, [method_name](const TargetMethod& row) {
                return row.name.size() > method_name.size() && row.name.ends_with(method_name) &&
                       row.name[row.name.size() - method_name.size() - 1] == L'.';

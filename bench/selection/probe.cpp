@@ -4,14 +4,17 @@
 //   a path   the object of that profiler
 //   floor    one that asks the runtime what ours asks, in the same order, and does nothing with it
 //   idle     one that does nothing
-// The times, in ticks of the processor's clock, go into the file CORVANE_PROBE_OUTPUT at the end.
+// At the end the file CORVANE_PROBE_OUTPUT gets what the process took (process_costs.h), then the
+// times, in ticks of the processor's clock.
 // One object a process; the runtime that is measured compiles on one thread.
+#include "bench/selection/process_costs.h"
 #include "clr/com_ptr.h"
 #include "clr/cor_profiler.h"
 #include "profiler/callback_impl.h"
 #include "tests/support/test_profiler.h"
 
 #include <intrin.h>
+#include <psapi.h>
 
 #include <algorithm>
 #include <array>
@@ -24,6 +27,7 @@
 namespace {
 
 using corvane::ComPtr;
+namespace measuring = corvane::measuring;
 
 constexpr DWORD kEvents = 0x10020224; // what ours subscribes to by default
 
@@ -134,9 +138,23 @@ HRESULT STDMETHODCALLTYPE timed_compilation(ICorProfilerCallback3* self, Functio
     return hr;
 }
 
+std::uint64_t hundred_nanoseconds(const FILETIME& time) {
+    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+}
+
+measuring::ProcessCosts process_costs() {
+    FILETIME start, end, kernel, user;
+    PROCESS_MEMORY_COUNTERS memory = {};
+    GetProcessTimes(GetCurrentProcess(), &start, &end, &kernel, &user);
+    K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory));
+    return {hundred_nanoseconds(kernel) + hundred_nanoseconds(user), memory.PeakWorkingSetSize};
+}
+
 HRESULT STDMETHODCALLTYPE write_times(ICorProfilerCallback3* self) {
     using Method = HRESULT(STDMETHODCALLTYPE*)(ICorProfilerCallback3*);
     if (std::FILE* const file = _wfopen(variable(L"CORVANE_PROBE_OUTPUT").c_str(), L"wb")) {
+        const measuring::ProcessCosts costs = process_costs();
+        std::fwrite(&costs, sizeof(costs), 1, file);
         std::fwrite(times.data(), sizeof(times[0]), times.size(), file);
         std::fclose(file);
     }
