@@ -1,5 +1,7 @@
 #include "tests/support/real_methods.h"
 
+#include "selection/module_facts.h"
+
 #include <stdexcept>
 
 namespace corvane::testing {
@@ -39,6 +41,10 @@ RealMethods::RealMethods(IMetaDataDispenserEx& dispenser, const fs::path& assemb
                                    metadata_.put_unknown()))) {
         throw std::runtime_error("cannot open " + assembly.string());
     }
+}
+
+RealMethods::~RealMethods() {
+    forget_module_facts(kModule);
 }
 
 std::vector<FunctionID> RealMethods::with_body() const {
@@ -96,6 +102,12 @@ HRESULT RealMethods::GetModuleInfo(ModuleID, LPCBYTE*, ULONG capacity, ULONG* le
         *assembly = kAssembly;
     }
     return S_OK;
+}
+
+HRESULT RealMethods::GetModuleInfo2(ModuleID module, LPCBYTE* base, ULONG capacity, ULONG* length,
+                                    WCHAR* name, AssemblyID* assembly, DWORD* flags) {
+    *flags = COR_PRF_MODULE_DISK;
+    return GetModuleInfo(module, base, capacity, length, name, assembly);
 }
 
 HRESULT RealMethods::GetAssemblyInfo(AssemblyID, ULONG capacity, ULONG* length, WCHAR* name,

@@ -26,6 +26,7 @@ public:
 
     // Throws std::runtime_error when the assembly cannot be opened.
     RealMethods(IMetaDataDispenserEx& dispenser, const std::filesystem::path& assembly);
+    ~RealMethods(); // as if the module were unloaded
 
     // All that have a body, in the order of the metadata.
     std::vector<FunctionID> with_body() const;
@@ -34,9 +35,10 @@ public:
     // encloses it and a "+" before it. Zero when there is none; the first of several.
     FunctionID find(const std::wstring& type, const std::wstring& method) const;
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** object) override {
-        *object = nullptr;
-        return E_NOINTERFACE;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        const bool answered = iid == __uuidof(ICorProfilerInfo3);
+        *object = answered ? static_cast<ICorProfilerInfo3*>(this) : nullptr;
+        return answered ? S_OK : E_NOINTERFACE;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return 2; } // the test's own object
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
@@ -49,6 +51,9 @@ public:
     HRESULT STDMETHODCALLTYPE GetModuleInfo(ModuleID module, LPCBYTE* base, ULONG capacity,
                                             ULONG* length, WCHAR* name,
                                             AssemblyID* assembly) override;
+    HRESULT STDMETHODCALLTYPE GetModuleInfo2(ModuleID module, LPCBYTE* base, ULONG capacity,
+                                             ULONG* length, WCHAR* name, AssemblyID* assembly,
+                                             DWORD* flags) override;
     HRESULT STDMETHODCALLTYPE GetAssemblyInfo(AssemblyID assembly, ULONG capacity, ULONG* length,
                                               WCHAR* name, AppDomainID* app_domain,
                                               ModuleID* module) override;
