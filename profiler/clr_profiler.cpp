@@ -19,6 +19,7 @@
 #include "selection/jit_flow.h"
 #include "selection/method_patterns.h"
 #include "selection/module_facts.h"
+#include "selection/precompiled_code.h"
 #include "selection/target_methods.h"
 
 #include <exception>
@@ -259,6 +260,7 @@ HRESULT CClrProfiler::ModuleUnloadStarted(ModuleID module) noexcept {
     guarded(kModuleFailed, [module] { remove_loaded_module(module); });
     guarded(kModuleFailed, [module] { forget_left_methods(module); });
     forget_module_facts(module);
+    guarded(kModuleFailed, [module] { forget_precompiled_code(module); });
     return S_OK;
 }
 
@@ -330,9 +332,13 @@ HRESULT CClrProfiler::JITCachedFunctionSearchStarted(FunctionID function,
             return;
         }
         note_function(profilerInfo2.get(), function);
+        const SelectionSettings settings = selection_settings();
         if (needs_description(profilerInfo.get(), function)) {
-            on_cached_function_search_started(profilerInfo.get(), function, selection_settings(),
+            on_cached_function_search_started(profilerInfo.get(), function, settings,
                                               use_cached_function);
+        }
+        if (settings.strict && may_hold_chosen_code(profilerInfo.get(), function)) {
+            *use_cached_function = FALSE;
         }
     });
 }

@@ -13,8 +13,8 @@ namespace corvane {
 void on_jit_compilation_started(ICorProfilerInfo* info, FunctionID function,
                                 const SelectionSettings& settings, RewriteMethodEntry rewrite);
 
-// JITCachedFunctionSearchStarted: refuses precompiled code for methods of the target table. In
-// strict form for every method that would be chosen; otherwise entry points and methods with the
+// JITCachedFunctionSearchStarted: refuses precompiled code for methods of the target table, in
+// strict form for every method that would be chosen. Otherwise entry points and methods with the
 // trace attribute keep theirs.
 void on_cached_function_search_started(ICorProfilerInfo* info, FunctionID function,
                                        const SelectionSettings& settings,
