@@ -20,13 +20,6 @@ int format_into(char* buffer, const char* format, std::va_list arguments) {
     return _vsnprintf(buffer, kMaxLogLine, format, arguments);
 }
 
-void write(const wchar_t* line) {
-    OutputDebugStringW(line);
-}
-void write(const char* line) {
-    OutputDebugStringA(line);
-}
-
 void append_thread_id(std::wstring& text) {
     text += std::to_wstring(GetCurrentThreadId());
 }
@@ -50,7 +43,7 @@ void write_formatted(const std::basic_string<Char>& prefix, const Char* format,
         const std::basic_string<Char> full_format = line_start(prefix) + format;
         Char line[kMaxLogLine + 2] = {};
         format_into(line, full_format.c_str(), arguments);
-        write(line);
+        send_to_log(line);
     } catch (const std::exception&) {
         // Out of memory: the program that is watched goes on without this line.
     }
@@ -100,7 +93,7 @@ void NarrowDebugLog::log_line_narrow(std::string_view message) const noexcept {
         return;
     }
     try {
-        write((line_start(prefix_) += message).c_str());
+        send_to_log((line_start(prefix_) += message).c_str());
     } catch (const std::exception&) {
         // As above.
     }

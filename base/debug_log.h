@@ -1,8 +1,11 @@
 // The profiler's only diagnostic output: levelled single lines to the debugger output.
 // A line is the thread's id, a blank, the channel's prefix and the message. Any thread may log at
 // any time: channels do not change after construction, and every call formats into its own stack
-// buffer. A suppressed message costs one comparison.
+// buffer. A message of a suppressed level costs one comparison. Where nobody reads the log none is
+// formatted (log_output.h).
 #pragma once
+
+#include "base/log_output.h"
 
 #include <cstdint>
 #include <string>
@@ -30,8 +33,11 @@ public:
     // printf formatting by the rules of the Microsoft runtime: %s takes a wide string.
     void log(std::int32_t level, const wchar_t* format, ...) const noexcept;
 
-    // For callers to whom even making the arguments is too much when nobody reads them.
-    [[nodiscard]] bool writes(std::int32_t level) const noexcept { return level <= threshold_; }
+    // Whether a line of the level would be seen. For callers to whom even making the arguments is
+    // too much when nobody reads them.
+    [[nodiscard]] bool writes(std::int32_t level) const noexcept {
+        return level <= threshold_ && log_is_read();
+    }
 
 private:
     std::wstring prefix_;
@@ -49,7 +55,9 @@ public:
     void log_narrow(std::int32_t level, const char* format, ...) const noexcept;
 
     // As above.
-    [[nodiscard]] bool writes(std::int32_t level) const noexcept { return level <= threshold_; }
+    [[nodiscard]] bool writes(std::int32_t level) const noexcept {
+        return level <= threshold_ && log_is_read();
+    }
 
     // The message as it stands and of any length, at this level.
     static constexpr std::int32_t kLineLevel = 4;

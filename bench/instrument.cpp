@@ -2,15 +2,18 @@
 // and what takes the time: references, emitters, writing and debugger output. The module is the
 // runtime's own metadata engine's; between it and the code that is measured stands a fake runtime,
 // which sees where one part ends and the next begins. The first method of a module, for which the
-// references are made, and the later ones, which find them, are told apart.
+// references are made, and the later ones, which find them, are told apart. Each size is measured
+// with nobody who reads the log, and with a debugger that the process takes itself to have.
 //
 //   instrument_bench [MODULES]      (the runtime is found through CORVANE_DOTNET_ROOTS)
+#include "base/log_output.h"
 #include "base/runtime_state.h"
 #include "bench/measuring.h"
 #include "rewrite/body/body_reader.h"
 #include "rewrite/body/body_writer.h"
 #include "rewrite/method_instrumenter.h"
 #include "rewrite/rewrite_settings.h"
+#include "tests/support/debug_output.h"
 #include "tests/support/real_methods.h"
 #include "tests/support/scratch_module.h"
 
@@ -114,7 +117,7 @@ public:
 };
 
 constexpr std::array kTypeRefs = {40U, 100U, 400U};
-constexpr unsigned kQuotedTypeRefs = 100;
+constexpr unsigned kQuotedTypeRefs = 400;
 constexpr unsigned kMethods = 10; // of a module
 
 // int32 Place(int32, string), an instance method
@@ -210,20 +213,22 @@ std::uint64_t median(const std::vector<Parts>& samples, std::uint64_t Parts::*pa
 }
 
 struct Figures {
+    bool watched;
     unsigned type_refs;
     std::vector<Parts> first;
     std::vector<Parts> later;
 };
 
 void measure_module(IMetaDataDispenserEx& engine, Figures& figures) {
+    const testing::DebuggerPresence debugger(figures.watched);
     TimedModule module(engine);
     module.writes_down = false;
     const std::vector<mdMethodDef> methods = fill(module, figures.type_refs);
     for (const mdMethodDef method : methods) {
         const Parts parts = instrument(module, method);
         (method == methods.front() ? figures.first : figures.later).push_back(parts);
-        if (parts.lines < figures.type_refs) {
-            throw std::runtime_error("the debugger output is not seen");
+        if (figures.watched ? parts.lines < figures.type_refs : parts.lines != 0) {
+            throw std::runtime_error("the debugger output is not as it is watched");
         }
     }
 }
@@ -239,11 +244,17 @@ int bench(int modules) {
     }
     strict_il = true;
     managedLibraryLoaded = true;
+    { const StartUpLines start_up_is_over; }
+    if (const testing::DebuggerPresence debugger(false); log_is_read()) {
+        throw std::runtime_error("a viewer of debugger output runs, which is to be closed first");
+    }
 
     // Sizes take turns, so that a machine that is busy for a while is busy for all of them.
     std::vector<Figures> all;
-    for (const unsigned type_refs : kTypeRefs) {
-        all.push_back({type_refs, {}, {}});
+    for (const bool watched : {false, true}) {
+        for (const unsigned type_refs : kTypeRefs) {
+            all.push_back({watched, type_refs, {}, {}});
+        }
     }
     for (int i = 0; i < modules; ++i) {
         for (Figures& figures : all) {
@@ -257,27 +268,31 @@ int bench(int modules) {
     };
     std::printf("Median us to instrument a method of 2 parameters, %d modules of %u methods\n\n",
                 modules, kMethods);
-    std::printf("%-10s %-8s %10s %12s %10s %10s %10s %8s\n", "type refs", "method", "total",
-                "references", "emitters", "writing", "output", "lines");
+    std::printf("%-8s %-10s %-8s %10s %12s %10s %10s %10s %8s\n", "watched", "type refs", "method",
+                "total", "references", "emitters", "writing", "output", "lines");
     for (const Figures& figures : all) {
         for (const auto* const samples : {&figures.first, &figures.later}) {
-            std::printf("%-10u %-8s %10.1f %12.1f %10.1f %10.1f %10.1f %8zu\n", figures.type_refs,
+            std::printf("%-8s %-10u %-8s %10.1f %12.1f %10.1f %10.1f %10.1f %8zu\n",
+                        figures.watched ? "yes" : "no", figures.type_refs,
                         samples == &figures.first ? "first" : "later", us(*samples, &Parts::total),
                         us(*samples, &Parts::references), us(*samples, &Parts::emitters),
                         us(*samples, &Parts::writing), us(*samples, &Parts::output),
                         samples->back().lines);
         }
     }
-    for (const Figures& figures : all) {
-        if (figures.type_refs == kQuotedTypeRefs) {
-            const std::vector<Parts>& later = figures.later;
-            std::printf("\ninstrument: total_us=%.0f references=%.1f emitters=%.1f writing=%.1f "
-                        "output=%.0f first_us=%.0f\n",
-                        us(later, &Parts::total), us(later, &Parts::references),
-                        us(later, &Parts::emitters), us(later, &Parts::writing),
-                        us(later, &Parts::output), us(figures.first, &Parts::total));
-        }
-    }
+    const auto quoted = [&](bool watched) -> const Figures& {
+        return *std::ranges::find_if(all, [&](const Figures& figures) {
+            return figures.watched == watched && figures.type_refs == kQuotedTypeRefs;
+        });
+    };
+    const std::vector<Parts>& later = quoted(false).later;
+    const std::vector<Parts>& watched = quoted(true).later;
+    std::printf("\ninstrument: total_us=%.0f references=%.1f emitters=%.1f writing=%.1f "
+                "first_us=%.0f watched_us=%.0f output=%.0f\n",
+                us(later, &Parts::total), us(later, &Parts::references),
+                us(later, &Parts::emitters), us(later, &Parts::writing),
+                us(quoted(false).first, &Parts::total), us(watched, &Parts::total),
+                us(watched, &Parts::output));
     return EXIT_SUCCESS;
 }
 

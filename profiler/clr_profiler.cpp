@@ -101,6 +101,7 @@ HRESULT CClrProfiler::GetClassInfo(ITypeInfo** info) noexcept {
 }
 
 HRESULT CClrProfiler::Initialize(IUnknown* info) noexcept {
+    const StartUpLines all_are_sent;
     default_log.log(1, L"CClrProfiler::Initialize(): Invoked");
     if (!ShouldTrace()) {
         return CORPROF_E_PROFILER_CANCEL_ACTIVATION;

@@ -3,6 +3,7 @@
 
 #include "rewrite/body/method_rewriter.h"
 
+#include "base/log_output.h"
 #include "il/listing.h"
 #include "rewrite/body/body_reader.h"
 #include "rewrite/body/body_writer.h"
@@ -48,8 +49,11 @@ HRESULT MethodRewriter::Write(MethodBody& body) noexcept {
 }
 
 void MethodRewriter::show(Bytes bytes) const {
+    if (!log_is_read()) {
+        return;
+    }
     const auto size = static_cast<std::uint32_t>(bytes.size());
-    OutputDebugStringW(dumpBody(bytes.data(), size).c_str());
+    send_to_log(dumpBody(bytes.data(), size).c_str());
     il_disassembler(bytes, listing_threshold).listing();
 }
 

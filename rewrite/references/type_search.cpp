@@ -39,8 +39,8 @@ HRESULT find_type_ref(IMetaDataImport* metadata, const wchar_t* name, const Debu
         log.log(1, L"Failed to get type references for type %s", name);
         return hr;
     }
+    std::array<wchar_t, kNameRoom> text{};
     for (const mdTypeRef candidate : types) {
-        std::array<wchar_t, kNameRoom> text{};
         ULONG length = 0;
         if (FAILED(
                 metadata->GetTypeRefProps(candidate, nullptr, text.data(), kNameRoom, &length))) {

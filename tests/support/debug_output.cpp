@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <winternl.h>
+
 #include <vector>
 
 namespace corvane::testing {
@@ -17,6 +19,14 @@ struct Collected {
     int narrow = 0;
 };
 Collected collected;
+
+// What IsDebuggerPresent reads, in whichever image it is called.
+BYTE& debugger_flag() {
+    using GetBlock = PEB*(NTAPI*)();
+    static const auto get_block = reinterpret_cast<GetBlock>(reinterpret_cast<void*>(
+        GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlGetCurrentPeb")));
+    return get_block()->BeingDebugged;
+}
 
 LONG CALLBACK collect(EXCEPTION_POINTERS* pointers) {
     const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
@@ -38,6 +48,14 @@ LONG CALLBACK collect(EXCEPTION_POINTERS* pointers) {
 }
 
 } // namespace
+
+DebuggerPresence::DebuggerPresence(bool present) : before_(debugger_flag() != 0) {
+    debugger_flag() = present ? 1 : 0;
+}
+
+DebuggerPresence::~DebuggerPresence() {
+    debugger_flag() = before_ ? 1 : 0;
+}
 
 DebugOutput::DebugOutput() {
     collected = {};
