@@ -10,6 +10,7 @@
 #include "profiler/type_library.h"
 #include "rewrite/left_methods.h"
 #include "rewrite/method_instrumenter.h"
+#include "rewrite/references/known_references.h"
 #include "rewrite/references/managed_library.h"
 #include "rewrite/rewrite_settings.h"
 #include "rewrite/shape/loaded_modules.h"
@@ -262,6 +263,7 @@ HRESULT CClrProfiler::ModuleUnloadStarted(ModuleID module) noexcept {
     guarded(kModuleFailed, [module] { forget_left_methods(module); });
     forget_module_facts(module);
     guarded(kModuleFailed, [module] { forget_precompiled_code(module); });
+    guarded(kModuleFailed, [module] { forget_references(module); });
     return S_OK;
 }
 

@@ -5,6 +5,7 @@
 #include "clr/metadata.h"
 #include "rewrite/references/assembly_reference.h"
 #include "rewrite/references/instrumentation_references.h"
+#include "rewrite/references/known_references.h"
 #include "rewrite/references/managed_library.h"
 #include "rewrite/references/reference_signatures.h"
 #include "rewrite/references/type_search.h"
@@ -235,11 +236,20 @@ private:
 
 DefinedReferences DefineInstrumentationReferences(RewriteContext& context, ICorProfilerInfo* info,
                                                   const method_info& method, bool strict) {
+    // The walk over the type references is written down for each method, for whoever reads that.
+    if (!context.log.writes(1)) {
+        if (const auto known = known_references(method.module_id)) {
+            return {S_OK, known};
+        }
+    }
     Definer definer(context.log, strict ? BlobForm::kExact : BlobForm::kFixedLength);
     std::optional<InstrumentationReferences> references;
     if (definer.open(info, context.info, method.module_id) &&
         definer.can_find_library(info, method.module_name)) {
         references = definer.define_all();
+    }
+    if (references) {
+        keep_references(method.module_id, *references);
     }
     return {definer.result(), references};
 }

@@ -1,6 +1,6 @@
 // Module references: a method's module needs references before calls of the managed library can be
-// injected into the method. Nothing is kept between methods: an existing reference is returned
-// again. Runs on the runtime's compiling threads; the metadata serialises its own updates.
+// injected into the method. An existing reference is returned again. Runs on the runtime's
+// compiling threads; the metadata serialises its own updates.
 #pragma once
 
 #include "rewrite/references/instrumentation_references.h"

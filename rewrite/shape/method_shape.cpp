@@ -4,6 +4,7 @@
 #include "il/byte_writer.h"
 #include "il/element_type.h"
 #include "il/token_compression.h"
+#include "rewrite/references/known_references.h"
 #include "rewrite/references/metadata_enumeration.h"
 #include "rewrite/references/type_search.h"
 #include "rewrite/shape/by_ref_like.h"
@@ -169,6 +170,13 @@ private:
             token = known->second;
             return S_OK;
         }
+        const ModuleID module = source_.method.module_id;
+        if (!source_.log.writes(1)) { // nobody reads of the search
+            if (const auto known = known_boxing_type(module, element_type)) {
+                token = *known;
+                return S_OK;
+            }
+        }
         const wchar_t* const name = boxing_type_name(element_type);
         HRESULT hr = find_type_ref(source_.import, name, source_.log, token);
         if (FAILED(hr)) {
@@ -184,6 +192,7 @@ private:
                                    hr);
         }
         boxing_types_[element_type] = token;
+        keep_boxing_type(module, element_type, token);
         return S_OK;
     }
 

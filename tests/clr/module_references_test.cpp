@@ -1,5 +1,6 @@
 // The references that injected code needs, in the metadata of the runtime's own engine.
 #include "base/runtime_state.h"
+#include "rewrite/references/known_references.h"
 #include "rewrite/references/managed_library.h"
 #include "tests/support/failing_metadata.h"
 #include "tests/support/runtime_test.h"
@@ -18,10 +19,12 @@
 namespace corvane::testing {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::SizeIs;
 
 const Bytes kVoid = {0x00, 0x00, 0x01};
@@ -565,6 +568,45 @@ TEST_F(ModuleReferencesTest, AreNotTriedAgainForAMethodThatWasLeft) {
     compile(token);
     EXPECT_EQ(module->installations, 2);
     managedLibraryLoaded = false;
+}
+
+// Nobody reads of the walk over the type references, so nobody misses it.
+TEST_F(ModuleReferencesTest, AreKnownToTheLaterMethodsOfTheirModule) {
+    fill_type_refs();
+    constexpr std::uint8_t kOfInt32[] = {0x00, 0x01, 0x01, 0x08};
+    const auto method_of_int32 = [&](const wchar_t* name) {
+        return add(name, {std::begin(kOfInt32), std::end(kOfInt32)}, kReturn);
+    };
+    strict_il = true;
+    const mdMethodDef first = method_of_int32(L"Place");
+    const mdMethodDef second = method_of_int32(L"Cancel");
+    const mdMethodDef third = method_of_int32(L"Pay");
+    const DebuggerPresence debugger(false);
+    { const StartUpLines start_up_is_over; }
+    EXPECT_EQ(instrument(first), S_OK);
+    const auto calls_for_the_first = module->metadata_calls;
+    EXPECT_THAT(calls_for_the_first, Contains(HasSubstr("DefineTypeRefByName")));
+    EXPECT_EQ(instrument(second), S_OK);
+    EXPECT_THAT(module->metadata_calls, Not(Contains(HasSubstr("TypeRef"))));
+    EXPECT_THAT(module->metadata_calls, Not(Contains(HasSubstr("DefineMemberRef"))));
+    EXPECT_EQ(module->bodies[second].size(), module->bodies[first].size());
+    EXPECT_EQ(output.raw(), L"");
+
+    forget_references(ScratchModule::kModule);
+    EXPECT_EQ(instrument(third), META_S_DUPLICATE);
+    EXPECT_THAT(module->metadata_calls, Contains(HasSubstr("DefineTypeRefByName")));
+    EXPECT_EQ(module->installations, 3);
+}
+
+TEST_F(ModuleReferencesTest, AreSearchedForAgainWhereSomebodyReadsOfIt) {
+    fill_type_refs();
+    EXPECT_EQ(instrument(method()), S_OK);
+    EXPECT_EQ(instrument(add(L"Cancel", kVoid, kReturn)), META_S_DUPLICATE);
+    EXPECT_THAT(module->metadata_calls, Contains(HasSubstr("DefineTypeRefByName")));
+    const std::wstring text = output.text();
+    const auto first = text.find(L"TRAVERSING TYPE System.Object");
+    ASSERT_NE(first, std::wstring::npos);
+    EXPECT_NE(text.find(L"===============================", first), std::wstring::npos);
 }
 
 TEST_F(ModuleReferencesTest, SucceedWhereRewritingDoesNot) {

@@ -1,5 +1,6 @@
 #include "tests/support/scratch_module.h"
 
+#include "rewrite/references/known_references.h"
 #include "rewrite/shape/loaded_modules.h"
 #include "tests/support/failing_metadata.h"
 
@@ -256,6 +257,7 @@ ScratchModule::ScratchModule(IMetaDataDispenserEx& dispenser)
 ScratchModule::~ScratchModule() {
     remove_loaded_module(kModule);
     remove_loaded_module(kOtherModule);
+    forget_references(kModule);
 }
 
 IMetaDataEmit& ScratchModule::other() {

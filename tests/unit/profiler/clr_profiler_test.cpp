@@ -5,6 +5,7 @@
 #include "base/runtime_state.h"
 #include "profiler/agent_config.h"
 #include "profiler/com_object.h"
+#include "rewrite/references/known_references.h"
 #include "rewrite/shape/loaded_modules.h"
 #include "sampling/known_functions.h"
 #include "sampling/thread_map.h"
@@ -454,6 +455,15 @@ TEST_F(ModuleLoadFinished, KeepsModulesThatStayLoaded) {
     EXPECT_EQ(loaded_modules(), std::vector<ModuleID>{0x10});
     EXPECT_EQ(profiler->ModuleUnloadStarted(0x10), S_OK);
     EXPECT_EQ(loaded_modules(), std::vector<ModuleID>());
+}
+
+TEST_F(ModuleLoadFinished, IsUndoneWithTheReferencesOfTheModule) {
+    keep_references(0x10, {});
+    keep_references(0x11, {});
+    EXPECT_EQ(profiler->ModuleUnloadStarted(0x10), S_OK);
+    EXPECT_FALSE(known_references(0x10).has_value());
+    EXPECT_TRUE(known_references(0x11).has_value());
+    forget_references(0x11);
 }
 
 // The runtime does not tell what it is.
