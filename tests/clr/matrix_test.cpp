@@ -178,6 +178,13 @@ INSTANTIATE_TEST_SUITE_P(Matrix, Theme,
                                             ::testing::ValuesIn(kThemes)),
                          matrix_name);
 
+// .NET 8 has no type parameters that a by-ref-like type can take the place of.
+const Row kByRefLike = {"byreflike", {}, {}, 42, L"byreflike", L"byreflike.exe"};
+INSTANTIATE_TEST_SUITE_P(MatrixFrom9, Theme,
+                         ::testing::Combine(::testing::Values(9, 10), ::testing::ValuesIn(kModes),
+                                            ::testing::Values(kByRefLike)),
+                         matrix_name);
+
 TEST_P(Theme, IsRecordedAndNotNoticed) {
     const fs::path calls = folder() / "calls.txt";
     run(L"kite", L"CORVANE_CALL_TREE", calls);
@@ -195,6 +202,7 @@ const Row kRefusing[] = {
     {"crafted", {L"crafted"}},
     {"repeated", {L"repeated"}},
     {"modules", {L"modules"}},
+    kByRefLike,
     entry("entry-nothing", L"Nothing.exe", 0, {}),
 };
 
