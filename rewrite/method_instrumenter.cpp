@@ -185,8 +185,9 @@ HRESULT rewrite(RewriteContext& context, ICorProfilerInfo* info,
 
     MethodRewriter rewriter(info, method.module_id, method.method_token);
     ModuleSignatures signatures(import.get(), emit.get());
+    GrowingSignature growing(signatures);
     MethodBody body;
-    body.local_signatures = &signatures;
+    body.local_signatures = strict_il ? static_cast<LocalSignatures*>(&growing) : &signatures;
     hr = rewriter.Read(body);
     if (FAILED(hr)) {
         return hr;
@@ -211,7 +212,13 @@ HRESULT rewrite(RewriteContext& context, ICorProfilerInfo* info,
     }
     Emission emission{method, shape, references, emit.get(), body, index, mode, strict_il, refusal};
     hr = instrument(emission);
-    return SUCCEEDED(hr) ? rewriter.Write(body) : hr;
+    if (FAILED(hr)) {
+        return hr;
+    }
+    if (!growing.define(body.local_signature)) {
+        return refusal.refuse(L"a local variable cannot be added to it");
+    }
+    return rewriter.Write(body);
 }
 
 // True when the method is instrumented, now or since an earlier compilation. What keeps it from

@@ -7,12 +7,15 @@
 #include "il/element_type.h"
 #include "il/token_compression.h"
 
+#include <algorithm>
+
 namespace corvane {
 
 namespace {
 
 constexpr std::uint8_t kLocalSignature = 0x07;
 constexpr std::uint32_t kMaxCompressed = 0x1FFFFFFF;
+constexpr std::uint32_t kNoToken = 0xFF000000; // of no table
 
 // The longer forms begin one count earlier than they must, which every reader accepts.
 int count_length(std::uint32_t count) {
@@ -20,6 +23,30 @@ int count_length(std::uint32_t count) {
 }
 
 } // namespace
+
+std::optional<LocalSignatures::Blob> GrowingSignature::signature(std::uint32_t token) {
+    return token == token_ ? std::optional(Blob(blob_)) : module_.signature(token);
+}
+
+std::optional<LocalSignatures::Blob> GrowingSignature::type_spec(std::uint32_t token) {
+    return module_.type_spec(token);
+}
+
+// Another token each time: callers tell by it that there is a new signature.
+std::optional<std::uint32_t> GrowingSignature::token_of(Blob blob) {
+    blob_.assign(blob.begin(), blob.end());
+    token_ = std::max(token_, kNoToken) + 1;
+    return token_;
+}
+
+bool GrowingSignature::define(std::uint32_t& token) {
+    if (token_ == 0 || token != token_) {
+        return true; // the metadata has it
+    }
+    const auto defined = module_.token_of(blob_);
+    token = defined.value_or(token);
+    return defined.has_value();
+}
 
 std::optional<std::vector<std::uint8_t>> encode_local_type(std::uint32_t token_or_element_type,
                                                            std::uint8_t kind,

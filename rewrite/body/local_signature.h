@@ -21,6 +21,25 @@ public:
     virtual std::optional<std::uint32_t> token_of(Blob blob) = 0;
 };
 
+// Keeps the signature of one body that grows local by local, and gives it a token that no metadata
+// has. `define` puts the last one into the metadata, which searches all that it has for each.
+class GrowingSignature final : public LocalSignatures {
+public:
+    explicit GrowingSignature(LocalSignatures& module) : module_(module) {}
+
+    std::optional<Blob> signature(std::uint32_t token) override;
+    std::optional<Blob> type_spec(std::uint32_t token) override;
+    std::optional<std::uint32_t> token_of(Blob blob) override;
+
+    // Replaces a token of this object. False if the metadata refused; the token stays as it was.
+    [[nodiscard]] bool define(std::uint32_t& token);
+
+private:
+    LocalSignatures& module_;
+    std::vector<std::uint8_t> blob_;
+    std::uint32_t token_ = 0;
+};
+
 // The type of a local of one of the four kinds that take a token or an element type. Nothing for
 // any other kind, a token that is no type's, an element type that is no byte, or an unknown
 // TypeSpec.

@@ -989,6 +989,21 @@ TEST_F(MethodInstrumenterTest, OpensTheMetadataOnceForEachJob) {
                                     "GetModuleMetaData flags 1"));
 }
 
+TEST_F(MethodInstrumenterTest, DefinesAllLocalsByOneSignatureInStrictIl) {
+    const auto defined = [&](const wchar_t* name) {
+        module->metadata_calls.clear();
+        module->installations = 0;
+        instrument(add(name, {0x00, 1, 0x08, 0x08}, tiny({0x16, 0x2A})));
+        EXPECT_EQ(module->installations, 1);
+        return std::ranges::count_if(module->metadata_calls, [](const std::string& call) {
+            return call.starts_with("GetTokenFromSig");
+        });
+    };
+    EXPECT_GT(defined(L"Place"), 1);
+    strict_il = true;
+    EXPECT_EQ(defined(L"Other"), 1);
+}
+
 // The other module stands for mscorlib. What is opened stays open for the process, so that this can
 // be seen once only.
 TEST_F(MethodInstrumenterTest, OpensMscorlibOnceItIsKnownAndKeepsIt) {

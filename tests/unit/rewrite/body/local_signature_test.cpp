@@ -173,5 +173,43 @@ TEST(LocalCount, StartsFromNoBlob) {
     EXPECT_EQ(local->index, 0u);
 }
 
+// --- A signature that grows
+
+class GrowingSignatureTest : public AddLocalTest {
+protected:
+    GrowingSignatureTest() { body.local_signatures = &growing; }
+
+    GrowingSignature growing{store};
+};
+
+TEST_F(GrowingSignatureTest, IsDefinedOnce) {
+    start_with({0x07, 0x01, 0x0E});
+    store.type_specs[0x1B000007] = {0x15, 0x12, 0x05, 0x01, 0x08};
+    EXPECT_EQ(body.AddLocal(0x08), 1u);
+    const std::uint32_t first = body.local_signature;
+    EXPECT_EQ(body.AddLocal(0x1B000007, 0x15), 2u);
+    EXPECT_NE(body.local_signature, first);
+    EXPECT_EQ(store.blobs.size(), 1u); // the one that it started with
+
+    EXPECT_TRUE(growing.define(body.local_signature));
+    EXPECT_EQ(store.blobs.size(), 2u);
+    EXPECT_THAT(current(), ElementsAre(0x07, 0x03, 0x0E, 0x08, 0x15, 0x12, 0x05, 0x01, 0x08));
+}
+
+TEST_F(GrowingSignatureTest, StaysAsItWasWithoutANewLocal) {
+    EXPECT_TRUE(growing.define(body.local_signature));
+    EXPECT_EQ(body.local_signature, 0u);
+    start_with({0x07, 0x01, 0x0E});
+    EXPECT_TRUE(growing.define(body.local_signature));
+    EXPECT_EQ(body.local_signature, 0x11000099u);
+    EXPECT_EQ(store.blobs.size(), 1u);
+}
+
+TEST_F(GrowingSignatureTest, SaysThatTheMetadataRefused) {
+    EXPECT_EQ(body.AddLocal(0x08), 0u);
+    store.refuses_new = true;
+    EXPECT_FALSE(growing.define(body.local_signature));
+}
+
 } // namespace
 } // namespace corvane
