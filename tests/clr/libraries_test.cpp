@@ -88,6 +88,7 @@ TEST_P(Libraries, AreInstrumentedAndNotNoticed) {
                      .exit_code = 42};
     launch.environment[L"CORVANE_OBSERVER_REPORT"] = report.wstring();
     launch.environment[L"CORVANE_CALL_TREE"] = tree.wstring();
+    launch.environment[L"CORVANE_VALUES"] = L"all";
     launch.environment[L"CORVANE_CALL_LIMIT"] = L"10000000";
     launch.environment[L"DOTNET_STARTUP_HOOKS"] = managed_library().wstring();
     watch(launch);

@@ -105,6 +105,7 @@ protected:
         Environment environment = row().environment;
         environment.insert(mode().environment.begin(), mode().environment.end());
         environment[variable] = file.wstring();
+        environment[L"CORVANE_VALUES"] = L"all";
         const fs::path managed = built_file(L"managed");
         environment[L"DOTNET_STARTUP_HOOKS"] =
             (managed / managed_library / "kite.managed.dll").wstring() + L';' +

@@ -29,6 +29,7 @@ TEST_P(Padded, IsRecorded) {
     watch({.executable = L"padded.exe",
            .environment = {{L"CORVANE_STRICT_IL", row().strict},
                            {L"CORVANE_CALL_TREE", tree.wstring()},
+                           {L"CORVANE_VALUES", L"all"},
                            {L"DOTNET_STARTUP_HOOKS", managed_library().wstring()}},
            .with_witness = false,
            .with_debugger = false,

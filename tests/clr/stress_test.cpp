@@ -64,6 +64,7 @@ TEST_P(Stress, LosesNoCall) {
     launch.environment[L"CORVANE_STRESS_CALLS"] = counted.wstring();
     launch.environment[L"CORVANE_OBSERVER_REPORT"] = report.wstring();
     launch.environment[L"CORVANE_CALL_TREE"] = tree.wstring();
+    launch.environment[L"CORVANE_VALUES"] = L"all";
     launch.environment[L"DOTNET_STARTUP_HOOKS"] = managed_library().wstring();
     watch(launch);
 

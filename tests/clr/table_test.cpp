@@ -50,6 +50,7 @@ protected:
                .arguments = {row().argument},
                .environment = {{L"CORVANE_STRICT_IL", strict},
                                {L"CORVANE_CALL_TREE", tree.wstring()},
+                               {L"CORVANE_VALUES", L"all"},
                                {L"DOTNET_STARTUP_HOOKS", managed_library().wstring()}},
                .with_witness = false,
                .with_debugger = false,

@@ -42,6 +42,7 @@ protected:
         launch.environment[L"CORVANE_OBSERVER_REPORT"] = report.wstring();
         launch.environment[L"CORVANE_OBSERVER_MODULE"] = L"tiers.dll";
         launch.environment[L"CORVANE_CALL_TREE"] = tree().wstring();
+        launch.environment[L"CORVANE_VALUES"] = L"all";
         launch.environment[L"DOTNET_STARTUP_HOOKS"] = managed_library().wstring();
         watch(launch);
         return read_observations(report);

@@ -90,6 +90,7 @@ corvane::DebuggeeOptions options_for(const Paths& paths) {
         {L"CORVANE_HOME_APM_DOTNET", paths.home.wstring()},
         {L"CORVANE_STRICT_IL", L"1"},
         {L"CORVANE_CALL_TREE", paths.calls().wstring()},
+        {L"CORVANE_VALUES", L"all"},
         {L"DOTNET_STARTUP_HOOKS", paths.library.wstring()},
         {L"DOTNET_ROOT", paths.dotnet_root.wstring()},
         {L"DOTNET_MULTILEVEL_LOOKUP", L"0"},

@@ -69,7 +69,7 @@ public class CallTextTests
         recording.Enter(0, [.. Enumerable.Repeat<object?>(new string('x', 60), 255)]);
         recording.Leave(0);
         var line = recording.Tree()[1];
-        Assert.EndsWith($", arg14: \"{new string('x', 60)}\", ...)", line);
+        Assert.EndsWith(", arg84: ***, ...)", line);
         Assert.InRange(line.Length, 1000, 1200);
     }
 

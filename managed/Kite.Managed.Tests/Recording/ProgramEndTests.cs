@@ -35,6 +35,31 @@ public class ProgramEndTests
         Assert.Equal(["err", .. tree], TreeIn(run.Errors));
     }
 
+    [Theory]
+    [InlineData("", "  Program.Add(a, b)", "    Program.Name(name)")]
+    [InlineData("none", "  Program.Add(a, b)", "    Program.Name(name)")]
+    [InlineData("safe", "  Program.Add(a: 1, b: 2) = 3", "    Program.Name(name: {1 character}) = 3")]
+    public void ValuesAreRecordedAsAskedFor(string values, string outer, string inner)
+    {
+        using var folder = new TemporaryFolder();
+        var run = ChildProgram.Run(["return"], ("CORVANE_CALL_TREE", folder["tree"]), ("CORVANE_VALUES", values));
+        Assert.Equal(["err"], run.Errors);
+        Assert.Equal(
+            ["thread 1", outer, inner, "2 calls, 1 threads, 0 dropped"],
+            RecordedCalls.WithoutTimes(File.ReadAllText(folder["tree"])));
+    }
+
+    [Fact]
+    public void ValuesThatNobodyUnderstandsAreNone()
+    {
+        using var folder = new TemporaryFolder();
+        var run = ChildProgram.Run(["return"], ("CORVANE_CALL_TREE", folder["tree"]), ("CORVANE_VALUES", "All"));
+        Assert.Equal(
+            ["err", "kite.managed: CORVANE_VALUES is 'All', which is none of 'none', 'safe' and 'all': no values are recorded"],
+            run.Errors);
+        Assert.Contains("  Program.Add(a, b)", RecordedCalls.WithoutTimes(File.ReadAllText(folder["tree"])));
+    }
+
     [Fact]
     public void TheTreeGoesToStandardOutput()
     {

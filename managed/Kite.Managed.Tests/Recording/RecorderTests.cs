@@ -6,6 +6,7 @@ using System.Linq;
 using System.Reflection;
 using System.Threading;
 using Corvane.Instrumentation;
+using Corvane.Instrumentation.Privacy;
 using Corvane.Instrumentation.Recording;
 using Xunit;
 
@@ -114,7 +115,7 @@ public class RecorderTests
         const string Variable = "KITE_MANAGED_TESTS_LOG";
         Environment.SetEnvironmentVariable(Variable, folder["log.txt"]);
         var log = new TraceLog(OutputTarget.FromVariable(Variable)!);
-        var calls = new CallRecorder(recording.Methods);
+        var calls = new CallRecorder(recording.Methods, RecordedValues.All);
         var recorder = new Recorder(recording.Methods, calls, log);
         Interrupt(() => { }, () => log.Gate, () => recorder.Log(4, "lost"));
         Assert.Equal(0, recorder.Failures);

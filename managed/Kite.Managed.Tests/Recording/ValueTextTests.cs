@@ -1,6 +1,7 @@
 using System;
 using System.Globalization;
 using System.Text;
+using Corvane.Instrumentation.Privacy;
 using Corvane.Instrumentation.Recording;
 using Xunit;
 
@@ -10,10 +11,10 @@ public class ValueTextTests
 {
     private enum Empty : ulong;
 
-    private static string Describe(object? value) => ValueText.AppendValue(new StringBuilder(), value).ToString();
+    private static string Describe(object? value) => ValueText.AppendValue(new StringBuilder(), value, RecordedValues.All).ToString();
 
     private static string Describe(Exception? exception) =>
-        ValueText.AppendException(new StringBuilder(), exception).ToString();
+        ValueText.AppendException(new StringBuilder(), exception, RecordedValues.All).ToString();
 
     [Theory]
     [InlineData(null, "null")]
@@ -55,7 +56,10 @@ public class ValueTextTests
         Assert.Equal("0x1F", Describe((IntPtr)31));
         Assert.Equal("0xFFFFFFFFFFFFFFFF", Describe(UIntPtr.MaxValue));
         Assert.Equal("0", Describe(default(Empty)));
-        Assert.Equal("{System.DateTime}", Describe(DateTime.Now));
+        Assert.Equal("2024-02-29T13:14:15.0000000Z", Describe(new DateTime(2024, 2, 29, 13, 14, 15, DateTimeKind.Utc)));
+        Assert.Equal("2024-02-29T13:14:15.0000000+01:00", Describe(new DateTimeOffset(2024, 2, 29, 13, 14, 15, TimeSpan.FromHours(1))));
+        Assert.Equal("1.02:03:04", Describe(new TimeSpan(1, 2, 3, 4)));
+        Assert.Equal("00000000-0000-0000-0000-000000000000", Describe(Guid.Empty));
         Assert.Equal("{System.Text.StringBuilder}", Describe(new StringBuilder("text")));
         Assert.Equal("3", Describe((int?)3));
     }

@@ -33,6 +33,7 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
         }
         // An exception that nothing handles is not to leave a dump behind.
         start.Environment["DOTNET_DbgEnableMiniDump"] = "0";
+        start.Environment["CORVANE_VALUES"] = "all";
         foreach (var (name, value) in variables)
         {
             start.Environment[name] = value;

@@ -7,6 +7,7 @@ using System.Reflection;
 using System.Text.RegularExpressions;
 using System.Threading;
 using Corvane.Instrumentation;
+using Corvane.Instrumentation.Privacy;
 using Corvane.Instrumentation.Recording;
 using Xunit;
 
@@ -16,10 +17,10 @@ internal sealed partial class RecordedCalls
 {
     internal const string Type = "Kite.Managed.Tests.Shop";
 
-    internal RecordedCalls(int? capacity = null)
+    internal RecordedCalls(int? capacity = null, RecordedValues values = RecordedValues.All)
     {
         Methods = new MethodTable();
-        Calls = capacity == null ? new CallRecorder(Methods) : new CallRecorder(Methods, capacity.Value);
+        Calls = capacity == null ? new CallRecorder(Methods, values) : new CallRecorder(Methods, values, capacity.Value);
         Recorder = new Recorder(Methods, Calls, null);
     }
 

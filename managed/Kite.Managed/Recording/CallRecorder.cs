@@ -2,6 +2,7 @@ using System;
 using System.Collections.Generic;
 using System.Diagnostics;
 using System.Threading;
+using Corvane.Instrumentation.Privacy;
 
 namespace Corvane.Instrumentation.Recording;
 
@@ -16,14 +17,16 @@ internal sealed class CallRecorder
     private static readonly object unknown = new object();
 
     private readonly MethodTable methods;
+    private readonly RecordedValues values;
     private readonly int capacity;
     private readonly ThreadLocal<ThreadCalls> current = new ThreadLocal<ThreadCalls>(() => new ThreadCalls());
     private readonly List<ThreadCalls> threads = new List<ThreadCalls>();
     private long seen;
 
-    internal CallRecorder(MethodTable methods, int capacity = DefaultCapacity)
+    internal CallRecorder(MethodTable methods, RecordedValues values, int capacity = DefaultCapacity)
     {
         this.methods = methods;
+        this.values = values;
         this.capacity = capacity;
     }
 
@@ -50,7 +53,7 @@ internal sealed class CallRecorder
         }
         if (call != null)
         {
-            End(thread, call, CallText.Result(thread.Text, call.Method, result), now);
+            End(thread, call, CallText.Result(thread.Text, call.Method, result, values), now);
         }
     }
 
@@ -64,7 +67,7 @@ internal sealed class CallRecorder
         var found = thread.Note(exception ?? unknown, out var call);
         if (call != null)
         {
-            End(thread, call, CallText.Exception(thread.Text, exception), now);
+            End(thread, call, CallText.Exception(thread.Text, exception, values), now);
         }
         return found;
     }
@@ -106,7 +109,7 @@ internal sealed class CallRecorder
             Register(thread);
         }
         var method = methods.Find(index)?.Signature ?? MethodSignature.Of(index, null);
-        var call = new Call(method, CallText.Arguments(thread.Text, method, receiver, arguments));
+        var call = new Call(method, CallText.Arguments(thread.Text, method, receiver, arguments, values));
         lock (thread.Gate)
         {
             thread.Innermost.Add(call);

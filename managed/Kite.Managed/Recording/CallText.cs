@@ -2,6 +2,7 @@ using System;
 using System.Diagnostics;
 using System.Globalization;
 using System.Text;
+using Corvane.Instrumentation.Privacy;
 
 namespace Corvane.Instrumentation.Recording;
 
@@ -12,7 +13,8 @@ internal static class CallText
 {
     internal const int MaxArguments = 1000;
 
-    internal static string Arguments(StringBuilder text, MethodSignature method, object? receiver, object?[] arguments)
+    internal static string Arguments(
+        StringBuilder text, MethodSignature method, object? receiver, object?[] arguments, RecordedValues values)
     {
         text.Clear();
         if (method.OwnType != null && receiver != null && TypeNames.Of(receiver.GetType()) is var type &&
@@ -34,25 +36,25 @@ internal static class CallText
             text.Append(labelled ? method.Label(position, out hasValue) : $"arg{position}");
             if (hasValue)
             {
-                ValueText.AppendValue(text.Append(": "), arguments[position]);
+                AppendValue(text, ": ", arguments[position], values, isSecret: !labelled || method.IsSecret(position));
             }
         }
         return text.ToString();
     }
 
-    internal static string Result(StringBuilder text, MethodSignature method, object? result)
+    internal static string Result(StringBuilder text, MethodSignature method, object? result, RecordedValues values)
     {
         text.Clear();
         if (result != null || method.ReturnsValue)
         {
-            ValueText.AppendValue(text.Append(" = "), result);
+            AppendValue(text, " = ", result, values, method.ResultIsSecret);
         }
         return text.ToString();
     }
 
-    internal static string Exception(StringBuilder text, Exception? exception)
+    internal static string Exception(StringBuilder text, Exception? exception, RecordedValues values)
     {
-        ValueText.AppendException(text.Clear().Append(" ! "), exception);
+        ValueText.AppendException(text.Clear().Append(" ! "), exception, values);
         return text.ToString();
     }
 
@@ -68,5 +70,23 @@ internal static class CallText
             ? (ticks * 1e6 / Stopwatch.Frequency).ToString("0.0", CultureInfo.InvariantCulture)
             : "?";
         text.Append(call.Outcome).Append("  [").Append(elapsed).Append(" us]");
+    }
+
+    private static void AppendValue(
+        StringBuilder text, string before, object? value, RecordedValues values, bool isSecret)
+    {
+        if (values == RecordedValues.None)
+        {
+            return;
+        }
+        text.Append(before);
+        if (isSecret)
+        {
+            text.Append(SecretText.Mask);
+        }
+        else
+        {
+            ValueText.AppendValue(text, value, values);
+        }
     }
 }

@@ -9,7 +9,7 @@ namespace Corvane.Instrumentation.Recording;
 // lack something is called from another one, which catches what that throws.
 internal static class Complaint
 {
-    internal static void Write(string what, Exception why)
+    internal static void Write(string what, Exception? why = null)
     {
         try
         {
@@ -21,9 +21,11 @@ internal static class Complaint
         }
     }
 
-    internal static string Line(string what, Exception why) =>
-        $"kite.managed: {what}{(IsLack(why) ? ", because the program was trimmed" : "")}: {why.Message}"
-            .Replace("\r", "").Replace('\n', ' ');
+    internal static string Line(string what, Exception? why)
+    {
+        var reason = why == null ? "" : $"{(IsLack(why) ? ", because the program was trimmed" : "")}: {why.Message}";
+        return $"kite.managed: {what}{reason}".Replace("\r", "").Replace('\n', ' ');
+    }
 
     [MethodImpl(MethodImplOptions.NoInlining)]
     private static void WriteLine(string line)

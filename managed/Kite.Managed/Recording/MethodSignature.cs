@@ -1,6 +1,7 @@
 using System;
 using System.Reflection;
 using System.Text;
+using Corvane.Instrumentation.Privacy;
 
 namespace Corvane.Instrumentation.Recording;
 
@@ -10,6 +11,7 @@ internal sealed class MethodSignature
 {
     private readonly string[] labels;
     private readonly bool[] shown;
+    private readonly bool[] secret;
 
     private MethodSignature(string name, MethodBase? method)
     {
@@ -17,6 +19,10 @@ internal sealed class MethodSignature
         var parameters = method?.GetParameters() ?? new ParameterInfo[0];
         labels = Array.ConvertAll(parameters, LabelOf);
         shown = Array.ConvertAll(parameters, IsHandedOver);
+        ResultIsSecret = method == null || SecretNames.IsSecret(method.Name) ||
+            SecretNames.IsSecret(method.DeclaringType?.Name ?? "");
+        secret = Array.ConvertAll(
+            parameters, parameter => ResultIsSecret || SecretNames.IsSecret(parameter.Name ?? ""));
         ReturnsValue = method is MethodInfo function && function.ReturnType != typeof(void);
         HasObjectReceiver = method is { IsStatic: false, DeclaringType.IsValueType: false };
         OwnType = HasObjectReceiver && !method!.DeclaringType!.IsSealed ? TypeNames.Of(method.DeclaringType) : null;
@@ -25,6 +31,9 @@ internal sealed class MethodSignature
     internal string Name { get; }
 
     internal bool ReturnsValue { get; }
+
+    // The name of the method or of its type says so, or is not known. Then every argument is secret as well.
+    internal bool ResultIsSecret { get; }
 
     // In a value type's method the receiver may be the address of the value instead of an object.
     internal bool HasObjectReceiver { get; }
@@ -53,6 +62,8 @@ internal sealed class MethodSignature
         hasValue = shown[parameter];
         return labels[parameter];
     }
+
+    internal bool IsSecret(int parameter) => secret[parameter];
 
     private static string NameOf(MethodBase method)
     {

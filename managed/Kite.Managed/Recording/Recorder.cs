@@ -4,6 +4,7 @@ using System.IO;
 using System.Reflection;
 using System.Runtime.CompilerServices;
 using System.Threading;
+using Corvane.Instrumentation.Privacy;
 
 namespace Corvane.Instrumentation.Recording;
 
@@ -251,7 +252,7 @@ internal sealed class Recorder
         var tree = OutputTarget.FromVariable("CORVANE_CALL_TREE");
         var trace = OutputTarget.FromVariable("CORVANE_TRACE_LOG");
         var recorder = new Recorder(
-            methods, tree == null ? null : new CallRecorder(methods, CallLimit()), trace == null ? null : new TraceLog(trace));
+            methods, tree == null ? null : new CallRecorder(methods, RecordedValuesVariable.Read(), CallLimit()), trace == null ? null : new TraceLog(trace));
         Rehearse(records: tree != null);
         if (tree != null)
         {
@@ -280,11 +281,11 @@ internal sealed class Recorder
     private static void RehearseRecording()
     {
         var methods = new MethodTable();
-        var calls = new CallRecorder(methods);
+        var calls = new CallRecorder(methods, RecordedValues.All);
         object?[] arguments = { 0u };
         methods.Register(0, typeof(Invokers).GetMethod(nameof(Invokers.ContainsKey)), traced: false);
         calls.Enter(0, null, arguments);
-        calls.Leave(0, arguments, "");
+        calls.Leave(0, arguments, "user=name");
         calls.Enter(0, null, arguments);
         calls.Fail(new InvalidOperationException());
         calls.Finish();

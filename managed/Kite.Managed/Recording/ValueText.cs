@@ -2,6 +2,7 @@ using System;
 using System.Globalization;
 using System.Reflection;
 using System.Text;
+using Corvane.Instrumentation.Privacy;
 
 namespace Corvane.Instrumentation.Recording;
 
@@ -13,15 +14,21 @@ internal static class ValueText
     internal const int MaxString = 64;
     internal const int MaxMessage = 200;
 
+    // As much of a text as is searched for secrets, of which no more than the lengths above is shown.
+    private const int MaxSearched = 1024;
+
     private static readonly FieldInfo? messageField =
         typeof(Exception).GetField("_message", BindingFlags.Instance | BindingFlags.NonPublic);
 
-    internal static StringBuilder AppendValue(StringBuilder text, object? value) => value switch
+    internal static StringBuilder AppendValue(StringBuilder text, object? value, RecordedValues values) => value switch
     {
         null => text.Append("null"),
-        string characters => AppendQuoted(text, characters),
+        string characters when values == RecordedValues.All => AppendQuoted(text, characters, isRedacted: true),
+        string characters => AppendLength(text, characters.Length),
+        char character when values == RecordedValues.All =>
+            AppendEscaped(text.Append('\''), character.ToString(), '\'', 1).Append('\''),
+        char => AppendLength(text, 1),
         bool truth => text.Append(truth ? "true" : "false"),
-        char character => AppendEscaped(text.Append('\''), character.ToString(), '\'', 1).Append('\''),
         Enum constant => text.Append(constant.ToString().Replace(", ", " | ")),
         double number => text.Append(number.ToString("R", CultureInfo.InvariantCulture)),
         float number => text.Append(number.ToString("R", CultureInfo.InvariantCulture)),
@@ -34,28 +41,41 @@ internal static class ValueText
             text.Append(Convert.ToUInt64(value, CultureInfo.InvariantCulture).ToString(CultureInfo.InvariantCulture)),
         IntPtr number => text.Append("0x").Append(number.ToInt64().ToString("X", CultureInfo.InvariantCulture)),
         UIntPtr number => text.Append("0x").Append(number.ToUInt64().ToString("X", CultureInfo.InvariantCulture)),
+        DateTime time => text.Append(time.ToString("O", CultureInfo.InvariantCulture)),
+        DateTimeOffset time => text.Append(time.ToString("O", CultureInfo.InvariantCulture)),
+        TimeSpan time => text.Append(time.ToString("c", CultureInfo.InvariantCulture)),
+        Guid id => text.Append(id.ToString("D", CultureInfo.InvariantCulture)),
         _ => text.Append('{').Append(TypeNames.Of(value.GetType())).Append('}'),
     };
 
-    internal static StringBuilder AppendException(StringBuilder text, Exception? exception)
+    internal static StringBuilder AppendException(StringBuilder text, Exception? exception, RecordedValues values)
     {
         if (exception == null)
         {
             return text.Append("unknown");
         }
         text.Append(TypeNames.Of(exception.GetType()));
-        if (messageField?.GetValue(exception) is string { Length: > 0 } message)
+        if (values == RecordedValues.All && messageField?.GetValue(exception) is string { Length: > 0 } message)
         {
-            AppendEscaped(text.Append(": "), message, '\0', MaxMessage);
-            text.Append(message.Length > MaxMessage ? "..." : "");
+            AppendText(text.Append(": "), message, '\0', MaxMessage, isRedacted: true);
         }
         return text;
     }
 
-    internal static StringBuilder AppendQuoted(StringBuilder text, string characters)
+    internal static StringBuilder AppendQuoted(StringBuilder text, string characters, bool isRedacted = false) =>
+        AppendText(text, characters, '"', MaxString, isRedacted);
+
+    private static StringBuilder AppendLength(StringBuilder text, int length) =>
+        text.Append('{').Append(length.ToString(CultureInfo.InvariantCulture)).Append(length == 1 ? " character}" : " characters}");
+
+    // Dots follow where the text went on.
+    private static StringBuilder AppendText(StringBuilder text, string characters, char quote, int most, bool isRedacted)
     {
-        AppendEscaped(text.Append('"'), characters, '"', MaxString).Append('"');
-        return text.Append(characters.Length > MaxString ? "..." : "");
+        var shown = isRedacted ? SecretText.Redact(characters, MaxSearched) : characters;
+        var isCut = shown.Length > most || characters.Length > MaxSearched;
+        text.Append(quote == '\0' ? "" : quote.ToString());
+        AppendEscaped(text, shown, quote, most);
+        return text.Append(quote == '\0' ? "" : quote.ToString()).Append(isCut ? "..." : "");
     }
 
     // What would end the line, or cannot be written, is escaped as in C#.

@@ -1,0 +1,85 @@
+// What of a call's values is in its line, by the mode of recording and by the names around them.
+using System;
+using Corvane.Instrumentation.Privacy;
+using Xunit;
+
+namespace Kite.Managed.Tests.Privacy;
+
+public class RecordedValuesTests
+{
+    private static string Line(RecordedValues values, Type type, string method, object?[] arguments, object? result)
+    {
+        var recording = new RecordedCalls(values: values).With(0, method, type);
+        recording.Enter(0, arguments);
+        recording.Leave(0, result);
+        return recording.Tree()[1].Trim().Replace($"{type.FullName!.Replace('+', '.')}.", "");
+    }
+
+    [Theory]
+    [InlineData("None", "Serve(name, count, day, at, guest)")]
+    [InlineData("Safe", "Serve(name: {7 characters}, count: 2, day: Friday, at: 1.00:00:00, guest: {System.Object}) = {1 character}")]
+    [InlineData("All", "Serve(name: \"hunter2\", count: 2, day: Friday, at: 1.00:00:00, guest: {System.Object}) = 'x'")]
+    public void ValuesAreShownAsTheModeSays(string mode, string line) =>
+        Assert.Equal(
+            line,
+            Line(
+                Enum.Parse<RecordedValues>(mode), typeof(Bar), "Serve",
+                ["hunter2", 2, DayOfWeek.Friday, TimeSpan.FromDays(1), new object()], 'x'));
+
+    [Theory]
+    [InlineData("None", "Enter(user, password)")]
+    [InlineData("Safe", "Enter(user: {1 character}, password: ***) = true")]
+    [InlineData("All", "Enter(user: \"a\", password: ***) = true")]
+    public void ASecretParameterIsNeverShown(string mode, string line) =>
+        Assert.Equal(line, Line(Enum.Parse<RecordedValues>(mode), typeof(Bar), "Enter", ["a", "hunter2"], true));
+
+    [Theory]
+    [InlineData(typeof(Bar), "get_Secret", "get_Secret() = ***")]
+    [InlineData(typeof(Bar), "set_Secret", "set_Secret(value: ***)")]
+    [InlineData(typeof(PasswordHasher), "Hash", "Hash(text: ***) = ***")]
+    public void NorIsAnyValueOfASecretMethodOrType(Type type, string method, string line) =>
+        Assert.Equal(line, Line(RecordedValues.All, type, method, method == "get_Secret" ? [] : ["hunter2"], method == "set_Secret" ? null : "hunter2"));
+
+    [Fact]
+    public void AnUnknownMethodsValuesMayBeSecret()
+    {
+        var recording = new RecordedCalls();
+        recording.Enter(7, "hunter2", 2);
+        recording.Leave(7, "hunter2");
+        Assert.Equal("method #7(arg0: ***, arg1: ***) = ***", recording.Tree()[1].Trim());
+    }
+
+    [Theory]
+    [InlineData("None", "System.InvalidOperationException")]
+    [InlineData("Safe", "System.InvalidOperationException")]
+    [InlineData("All", "System.InvalidOperationException: no login: Server=db;Password=***")]
+    public void AMessageIsAText(string mode, string outcome)
+    {
+        var recording = new RecordedCalls(values: Enum.Parse<RecordedValues>(mode)).With(0, "Open");
+        recording.Enter(0);
+        recording.Throw(new InvalidOperationException("no login: Server=db;Password=hunter2"));
+        Assert.EndsWith($"Open() ! {outcome}", recording.Tree()[1]);
+    }
+
+    [Fact]
+    public void ASecretIsHiddenBeforeItsTextIsCut()
+    {
+        var line = Line(
+            RecordedValues.All, typeof(Shop), "Count", [new string('x', 40) + " https://user:" + new string('h', 60) + "@host", 1], 1);
+        Assert.Equal($"Count(kind: \"{new string('x', 40)} https://***@host\", more: 1) = 1", line);
+    }
+
+    public class Bar
+    {
+        public string? Secret { get; set; }
+
+        public static char Serve(string name, int count, DayOfWeek day, TimeSpan at, object guest) => 'x';
+
+        public static bool Enter(string user, string password) => true;
+    }
+
+    public static class PasswordHasher
+    {
+        public static string Hash(string text) => text;
+    }
+}
