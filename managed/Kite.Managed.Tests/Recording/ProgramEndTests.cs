@@ -60,6 +60,20 @@ public class ProgramEndTests
         Assert.Contains("  Program.Add(a, b)", RecordedCalls.WithoutTimes(File.ReadAllText(folder["tree"])));
     }
 
+    [Theory]
+    [InlineData("return", 3, "2 calls, 0 errors, 2 methods")]
+    [InlineData("throw", null, "1 calls, 1 errors, 1 methods")]
+    public void TheSummaryIsWrittenAtTheEnd(string end, int? exitCode, string figures)
+    {
+        using var folder = new TemporaryFolder();
+        var run = ChildProgram.Run([end], ("CORVANE_SUMMARY", folder["summary"]), ("CORVANE_CALL_TREE", folder["tree"]));
+        Assert.True(exitCode == null || exitCode == run.ExitCode);
+        Assert.Equal(figures, File.ReadAllLines(folder["summary"])[^1]);
+        Assert.Equal("thread 1", File.ReadAllLines(folder["tree"])[0]);
+        ChildProgram.Run([end], ("CORVANE_SUMMARY", folder["summary only"]));
+        Assert.Equal(figures, File.ReadAllLines(folder["summary only"])[^1]);
+    }
+
     [Fact]
     public void TheTreeGoesToStandardOutput()
     {

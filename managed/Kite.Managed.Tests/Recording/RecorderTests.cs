@@ -271,7 +271,7 @@ public class RecorderTests
         const string Variable = "KITE_MANAGED_TESTS_TREE";
         Environment.SetEnvironmentVariable(Variable, folder["tree.txt"]);
         var target = OutputTarget.FromVariable(Variable)!;
-        recording.Recorder.Callbacks.Add((_, _, _, _) => recording.Recorder.PrintCalls(target));
+        recording.Recorder.Callbacks.Add((_, _, _, _) => recording.Recorder.Print(target, null));
         recording.Enter(0);
         Assert.Equal(["0 calls, 0 threads, 0 dropped"], File.ReadAllLines(folder["tree.txt"]));
         recording.Leave(0);

@@ -25,7 +25,7 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
         };
         foreach (var name in new[]
         {
-            "CORVANE_CALL_TREE", "CORVANE_CALL_LIMIT", "CORVANE_TRACE_LOG", "CORVANE_SAMPLE", "CORVANE_SAMPLE_INTERVAL_MS",
+            "CORVANE_CALL_TREE", "CORVANE_CALL_LIMIT", "CORVANE_SUMMARY", "CORVANE_TRACE_LOG", "CORVANE_SAMPLE", "CORVANE_SAMPLE_INTERVAL_MS",
             "DOTNET_STARTUP_HOOKS",
         })
         {

@@ -17,10 +17,10 @@ internal sealed partial class RecordedCalls
 {
     internal const string Type = "Kite.Managed.Tests.Shop";
 
-    internal RecordedCalls(int? capacity = null, RecordedValues values = RecordedValues.All)
+    internal RecordedCalls(int? capacity = CallRecorder.DefaultCapacity, RecordedValues values = RecordedValues.All, CallSummary? summary = null)
     {
         Methods = new MethodTable();
-        Calls = capacity == null ? new CallRecorder(Methods, values) : new CallRecorder(Methods, values, capacity.Value);
+        Calls = new CallRecorder(Methods, values, capacity, summary);
         Recorder = new Recorder(Methods, Calls, null);
     }
 

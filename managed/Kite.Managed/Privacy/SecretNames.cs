@@ -1,5 +1,4 @@
 using System;
-using System.Linq;
 using System.Text;
 
 namespace Corvane.Instrumentation.Privacy;
@@ -26,6 +25,6 @@ internal static class SecretNames
             }
         }
         var plain = letters.ToString();
-        return words.Any(word => plain.IndexOf(word, StringComparison.OrdinalIgnoreCase) >= 0);
+        return Array.Exists(words, word => plain.IndexOf(word, StringComparison.OrdinalIgnoreCase) >= 0);
     }
 }

@@ -6,7 +6,7 @@ using Corvane.Instrumentation.Privacy;
 
 namespace Corvane.Instrumentation.Recording;
 
-// Records calls, each under the one that its thread was in. Ends are matched to beginnings by the methods'
+// Records calls, each under the one that its thread was in, and sums them up by method. Ends are matched to beginnings by the methods'
 // numbers, so that an end that goes missing costs one call its outcome and no more; an end without a
 // beginning is a call too. Any thread; threads share two counters and nothing else. Memory is bounded: of
 // calls beyond the capacity only the number is kept.
@@ -18,19 +18,24 @@ internal sealed class CallRecorder
 
     private readonly MethodTable methods;
     private readonly RecordedValues values;
-    private readonly int capacity;
+    private readonly int? capacity;
     private readonly ThreadLocal<ThreadCalls> current = new ThreadLocal<ThreadCalls>(() => new ThreadCalls());
     private readonly List<ThreadCalls> threads = new List<ThreadCalls>();
     private long seen;
 
-    internal CallRecorder(MethodTable methods, RecordedValues values, int capacity = DefaultCapacity)
+    // With null for the capacity only the summary is kept.
+    internal CallRecorder(
+        MethodTable methods, RecordedValues values, int? capacity = DefaultCapacity, CallSummary? summary = null)
     {
         this.methods = methods;
         this.values = values;
         this.capacity = capacity;
+        Summary = summary;
     }
 
-    internal long Recorded => Math.Min(Interlocked.Read(ref seen), capacity);
+    internal CallSummary? Summary { get; }
+
+    internal long Recorded => Math.Min(Interlocked.Read(ref seen), capacity ?? 0);
 
     internal long Dropped => Interlocked.Read(ref seen) - Recorded;
 
@@ -40,20 +45,25 @@ internal sealed class CallRecorder
         var thread = current.Value!;
         var call = Record(thread, index, receiver, arguments);
         thread.Open(index, call);
-        call?.Start(Stopwatch.GetTimestamp());
+        thread.Start(Stopwatch.GetTimestamp());
     }
 
     internal void Leave(uint index, object?[] arguments, object? result)
     {
         var now = Stopwatch.GetTimestamp();
         var thread = current.Value!;
-        if (!thread.Close(index, out var call))
+        var recorded = thread.Close(index, out var call) ? call.Call : Record(thread, index, null, arguments);
+        if (recorded != null)
         {
-            call = Record(thread, index, null, arguments);
+            End(thread, recorded, CallText.Result(thread.Text, recorded.Method, result, values), now);
         }
-        if (call != null)
+        if (call.HasFailed)
         {
-            End(thread, call, CallText.Result(thread.Text, call.Method, result, values), now);
+            Summary?.TakeBackError(index);
+        }
+        else if (call.Started != 0)
+        {
+            Summary?.Add(index, now - call.Started, failed: false);
         }
     }
 
@@ -76,9 +86,24 @@ internal sealed class CallRecorder
     internal void Finish()
     {
         var thread = current.Value!;
-        if (thread.CloseNoted(out var call) && call != null)
+        if (!thread.CloseNoted(out var call))
         {
-            End(thread, call, call.Outcome, Stopwatch.GetTimestamp());
+            return;
+        }
+        var now = Stopwatch.GetTimestamp();
+        if (call.Call != null)
+        {
+            End(thread, call.Call, call.Call.Outcome, now);
+        }
+        Summary?.Add(call.Index, now - call.Started, failed: true);
+    }
+
+    // This thread is in the exception that ends the process: what it would leave does not end any more.
+    internal void FinishAll()
+    {
+        while (current.Value!.IsInnermostNoted)
+        {
+            Finish();
         }
     }
 
@@ -100,7 +125,7 @@ internal sealed class CallRecorder
 
     private Call? Record(ThreadCalls thread, uint index, object? receiver, object?[] arguments)
     {
-        if (Interlocked.Increment(ref seen) > capacity)
+        if (capacity == null || Interlocked.Increment(ref seen) > capacity)
         {
             return null;
         }

@@ -192,13 +192,15 @@ internal sealed class Recorder
     }
 
     // Nothing that the printing calls is recorded. It may be a callback that ends the process.
-    internal void PrintCalls(OutputTarget target)
+    internal void Print(OutputTarget? tree, OutputTarget? summary)
     {
         var before = busy;
         busy = true;
         try
         {
-            target.Write(writer => CallTree.Write(writer, calls!, Failures));
+            calls!.FinishAll();
+            tree?.Write(writer => CallTree.Write(writer, calls, Failures));
+            summary?.Write(writer => calls.Summary!.Write(writer, Methods));
         }
         finally
         {
@@ -251,19 +253,25 @@ internal sealed class Recorder
         var methods = new MethodTable();
         var tree = OutputTarget.FromVariable("CORVANE_CALL_TREE");
         var trace = OutputTarget.FromVariable("CORVANE_TRACE_LOG");
+        var summary = OutputTarget.FromVariable("CORVANE_SUMMARY");
+        var records = tree != null || summary != null;
         var recorder = new Recorder(
-            methods, tree == null ? null : new CallRecorder(methods, RecordedValuesVariable.Read(), CallLimit()), trace == null ? null : new TraceLog(trace));
-        Rehearse(records: tree != null);
-        if (tree != null)
+            methods, records ? MakeCallRecorder(methods, tree != null, summary != null) : null, trace == null ? null : new TraceLog(trace));
+        Rehearse(records, sumsUp: summary != null);
+        if (records)
         {
-            AtExit.Run(() => recorder.PrintCalls(tree));
+            AtExit.Run(() => recorder.Print(tree, summary));
         }
         return recorder;
     }
 
+    private static CallRecorder MakeCallRecorder(MethodTable methods, bool keepsCalls, bool sumsUp) =>
+        new CallRecorder(
+            methods, RecordedValuesVariable.Read(), keepsCalls ? CallLimit() : null, sumsUp ? new CallSummary() : null);
+
     // What a trimmed program lacks is to be found now, not in the midst of a call or at the end. All of a method
     // is compiled before any of it runs.
-    private static void Rehearse(bool records)
+    private static void Rehearse(bool records, bool sumsUp)
     {
         var methods = new MethodTable();
         var recorder = new Recorder(methods, null, null);
@@ -274,14 +282,14 @@ internal sealed class Recorder
         recorder.Log(4, null);
         if (records)
         {
-            RehearseRecording();
+            RehearseRecording(sumsUp);
         }
     }
 
-    private static void RehearseRecording()
+    private static void RehearseRecording(bool sumsUp)
     {
         var methods = new MethodTable();
-        var calls = new CallRecorder(methods, RecordedValues.All);
+        var calls = new CallRecorder(methods, RecordedValues.All, summary: sumsUp ? new CallSummary() : null);
         object?[] arguments = { 0u };
         methods.Register(0, typeof(Invokers).GetMethod(nameof(Invokers.ContainsKey)), traced: false);
         calls.Enter(0, null, arguments);
@@ -290,6 +298,7 @@ internal sealed class Recorder
         calls.Fail(new InvalidOperationException());
         calls.Finish();
         CallTree.Write(new StringWriter(), calls, 0);
+        calls.Summary?.Write(new StringWriter(), methods);
     }
 
     // A limit that is no number is as good as none.

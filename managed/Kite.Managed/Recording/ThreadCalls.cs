@@ -31,6 +31,8 @@ internal sealed class ThreadCalls
 
     internal Call Innermost => (open.Count == 0 ? null : open[open.Count - 1].Call) ?? Root;
 
+    internal bool IsInnermostNoted => open.Count > 0 && open[open.Count - 1].Note != null;
+
     // A call that is not recorded is null, and is open all the same, so that its end is known from others.
     internal void Open(uint index, Call? call)
     {
@@ -42,28 +44,38 @@ internal sealed class ThreadCalls
         open.Add(new OpenCall { Index = index, Call = call });
     }
 
+    // The innermost call begins now.
+    internal void Start(long now)
+    {
+        var call = open[open.Count - 1];
+        call.Started = now;
+        open[open.Count - 1] = call;
+        call.Call?.Start(now);
+    }
+
     // Takes the innermost open call of a method. What was opened in it never ends: its end was not seen. A call
     // that was just ended for its note is the one, if it is of that method: the note was of an exception that gave
     // way to another one, which the method then caught.
-    internal bool Close(uint index, out Call? call)
+    internal bool Close(uint index, out OpenCall call)
     {
         var last = failed;
         failed = null;
         if (last is { } ended && ended.Index == index)
         {
-            call = ended.Call;
+            call = ended;
             return true;
         }
         for (var position = open.Count - 1; position >= 0; position--)
         {
             if (open[position].Index == index)
             {
-                call = open[position].Call;
+                call = open[position];
+                call.Note = null;
                 open.RemoveRange(position, open.Count - position);
                 return true;
             }
         }
-        call = null;
+        call = default;
         return false;
     }
 
@@ -96,25 +108,27 @@ internal sealed class ThreadCalls
     }
 
     // Takes the innermost open call if it has a note.
-    internal bool CloseNoted(out Call? call)
+    internal bool CloseNoted(out OpenCall call)
     {
         var top = open.Count - 1;
         if (top < 0 || open[top].Note == null)
         {
             failed = null;
-            call = null;
+            call = default;
             return false;
         }
-        failed = new OpenCall { Index = open[top].Index, Call = open[top].Call };
-        call = open[top].Call;
+        call = open[top];
         open.RemoveAt(top);
+        failed = new OpenCall { Index = call.Index, Call = call.Call, Started = call.Started, HasFailed = true };
         return true;
     }
 
-    private struct OpenCall
+    internal struct OpenCall
     {
         internal uint Index;
         internal Call? Call;
+        internal long Started;  // in timestamps
+        internal bool HasFailed; // it was ended as one that an exception left
         internal object? Note;  // the exception; kept no longer than the call is open
         internal int Noted;     // so many calls from this one outwards have the same note, as far as known
     }
