@@ -52,13 +52,24 @@ public sealed class StartupHookTests : IDisposable
         Assert.Equal("3 calls, 1 threads, 0 dropped", run.Errors.Last());
     }
 
-    [Fact]
-    public void AProgramThatNeverCallsItSaysSo()
+    // Here no process is served.
+    [Theory]
+    [InlineData("CORVANE_CALL_TREE")]
+    [InlineData("CORVANE_SUMMARY")]
+    public void AProgramThatIsNotServedSaysSoAndKeepsAnotherOnesFile(string variable)
     {
-        var run = ChildProgram.Run(
-            program, ["nothing"], ("DOTNET_STARTUP_HOOKS", library), ("CORVANE_CALL_TREE", "stderr"));
+        using var folder = new TemporaryFolder();
+        File.WriteAllText(folder["calls.txt"], "another one's");
+        var run = ChildProgram.Run(program, ["nothing"], ("DOTNET_STARTUP_HOOKS", library), (variable, folder["calls.txt"]));
         Assert.Equal(0, run.ExitCode);
-        Assert.Equal(["err", "0 calls, 0 threads, 0 dropped"], run.Errors);
+        Assert.Equal(
+            [
+                "err", "kite.managed: nothing was recorded: CorvaneProfiler.dll is not in this process: it serves 64-bit " +
+                "Windows processes on x64 only.",
+            ],
+            run.Errors);
+        Assert.Equal("another one's", File.ReadAllText(folder["calls.txt"]));
+        Assert.Single(folder.Files);
     }
 
     private static string Trimmed(bool refers) =>

@@ -209,7 +209,7 @@ Watched RuntimeTest::watch(const Launch& launch) {
     const Run& plain = plain_run(launch);
     const Run watched = run(launch, environment);
     EXPECT_EQ(watched.exit_code, launch.exit_code);
-    EXPECT_EQ(watched.output, plain.output);
+    EXPECT_EQ(watched.output, plain.output + launch.remark);
     return read_debug_output(watched.debug_output);
 }
 

@@ -62,7 +62,8 @@ struct Launch {
     std::wstring witness = L"witness.dll";
     bool with_debugger = true; // else there is no log, which is quicker by far
     std::chrono::seconds timeout = std::chrono::seconds(60);
-    DWORD exit_code = 0; // the one that it must have, plain and profiled
+    DWORD exit_code = 0;     // the one that it must have, plain and profiled
+    std::string remark = {}; // what the profiled run writes behind all that the plain one does
 };
 
 // What a run under the profiler showed.

@@ -271,13 +271,15 @@ public class RecorderTests
         const string Variable = "KITE_MANAGED_TESTS_TREE";
         Environment.SetEnvironmentVariable(Variable, folder["tree.txt"]);
         var target = OutputTarget.FromVariable(Variable)!;
+        recording.Enter(0);
+        recording.Leave(0);
         recording.Recorder.Callbacks.Add((_, _, _, _) => recording.Recorder.Print(target, null));
         recording.Enter(0);
-        Assert.Equal(["0 calls, 0 threads, 0 dropped"], File.ReadAllLines(folder["tree.txt"]));
+        Assert.Equal("1 calls, 1 threads, 0 dropped", File.ReadAllLines(folder["tree.txt"]).Last());
         recording.Leave(0);
         recording.Enter(0);
         recording.Leave(0);
-        Assert.Equal("1 calls, 1 threads, 0 dropped", File.ReadAllLines(folder["tree.txt"]).Last());
+        Assert.Equal("2 calls, 1 threads, 0 dropped", File.ReadAllLines(folder["tree.txt"]).Last());
     }
 
     [Theory]

@@ -35,6 +35,9 @@ internal sealed class CallRecorder
 
     internal CallSummary? Summary { get; }
 
+    // Whether any call began or ended.
+    internal bool HasCalls => Interlocked.Read(ref seen) > 0 || Summary is { IsEmpty: false };
+
     internal long Recorded => Math.Min(Interlocked.Read(ref seen), capacity ?? 0);
 
     internal long Dropped => Interlocked.Read(ref seen) - Recorded;

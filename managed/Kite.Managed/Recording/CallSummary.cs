@@ -22,6 +22,8 @@ internal sealed class CallSummary
 
     private readonly ConcurrentDictionary<uint, Figures?[]> methods = new ConcurrentDictionary<uint, Figures?[]>();
 
+    internal bool IsEmpty => methods.IsEmpty;
+
     // A call that ended. The duration is in timestamps.
     internal void Add(uint index, long duration, bool failed)
     {
@@ -43,7 +45,7 @@ internal sealed class CallSummary
     }
 
     // The methods that took most of the time first.
-    internal void Write(TextWriter writer, MethodTable names)
+    internal void Write(TextWriter writer, MethodTable names, string? remark = null)
     {
         // Overloads have one name.
         var rows = new Dictionary<string, Figures>(StringComparer.Ordinal);
@@ -76,6 +78,10 @@ internal sealed class CallSummary
         }
         writer.WriteLine(FormattableString.Invariant(
             $"{rows.Sum(row => row.Value.Durations.Count)} calls, {rows.Sum(row => row.Value.Errors)} errors, {rows.Count} methods"));
+        if (remark != null)
+        {
+            writer.WriteLine(remark);
+        }
     }
 
     private Figures FiguresOf(uint index)

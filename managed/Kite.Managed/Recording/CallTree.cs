@@ -6,13 +6,14 @@ using System.Text;
 namespace Corvane.Instrumentation.Recording;
 
 // Prints what was recorded: for each thread a line with its number and name, then its calls, each indented
-// under the one that made it; at the end one line with the figures. Threads may still be recording.
+// under the one that made it; at the end one line with the figures, and a remark if there is one. Threads may
+// still be recording.
 internal static class CallTree
 {
     // As deep as lines are still indented further: recursion is not to make the text grow with its square.
     internal const int MaxIndent = 100;
 
-    internal static void Write(TextWriter writer, CallRecorder calls, long failures)
+    internal static void Write(TextWriter writer, CallRecorder calls, long failures, string? remark = null)
     {
         var threads = calls.Threads();
         foreach (var thread in threads)
@@ -21,6 +22,10 @@ internal static class CallTree
         }
         writer.Write($"{calls.Recorded} calls, {threads.Length} threads, {calls.Dropped} dropped");
         writer.WriteLine(failures == 0 ? "" : $", {failures} failures");
+        if (remark != null)
+        {
+            writer.WriteLine(remark);
+        }
     }
 
     private static string Describe(ThreadCalls thread)

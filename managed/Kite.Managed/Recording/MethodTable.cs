@@ -8,6 +8,8 @@ internal sealed class MethodTable
 {
     private readonly ConcurrentDictionary<uint, MethodData> methods = new ConcurrentDictionary<uint, MethodData>();
 
+    internal bool IsEmpty => methods.IsEmpty;
+
     internal MethodData? Find(uint index) => methods.TryGetValue(index, out var method) ? method : null;
 
     // The first one keeps a number that two methods share.

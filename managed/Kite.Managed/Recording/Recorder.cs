@@ -199,8 +199,17 @@ internal sealed class Recorder
         try
         {
             calls!.FinishAll();
-            tree?.Write(writer => CallTree.Write(writer, calls, Failures));
-            summary?.Write(writer => calls.Summary!.Write(writer, Methods));
+            var reason = calls.HasCalls ? null : NothingRecorded.Reason(Methods);
+            if (reason != null)
+            {
+                Complaint.Write(reason.Text);
+            }
+            // A process that the profiler does not serve has nothing to put in place of another one's file.
+            if (reason is not { IsServed: false })
+            {
+                tree?.Write(writer => CallTree.Write(writer, calls, Failures, reason?.Text));
+                summary?.Write(writer => calls.Summary!.Write(writer, Methods, reason?.Text));
+            }
         }
         finally
         {

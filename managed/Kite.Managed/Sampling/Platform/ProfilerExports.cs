@@ -24,9 +24,14 @@ internal sealed class ProfilerExports : IProfilerExports
     [UnmanagedFunctionPointer(CallingConvention.Cdecl)]
     private delegate int GetFunctionNamesExport(IntPtr[] ids, int count, out IntPtr records);
 
-    internal static ProfilerExports Find()
+    internal static ProfilerExports Find() =>
+        FindOrNull(out var whyNot) ?? throw new InvalidOperationException(whyNot);
+
+    // Null if the profiler is not in this process; then the reason says why.
+    internal static ProfilerExports? FindOrNull(out string whyNot)
     {
         var facts = ProfilerFacts.OfThisProcess();
+        whyNot = "";
         if (facts.CanBeServed)
         {
             foreach (var name in facts.ModuleNames)
@@ -46,7 +51,8 @@ internal sealed class ProfilerExports : IProfilerExports
                 }
             }
         }
-        throw new InvalidOperationException(facts.WhyMissing());
+        whyNot = facts.WhyMissing();
+        return null;
     }
 
     public int TakeSnapshot(uint thread, ref double[] functions, out int count, out ulong microseconds)
