@@ -8,14 +8,16 @@
 #include "base/log_output.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
 namespace corvane {
 
-// Level 1: failures and milestones. 3: start-up progress. 4: detail, not written by default.
-inline constexpr std::int32_t kDefaultLogThreshold = 3;
+// Level 1: failures and milestones. 3: start-up progress. 4: detail, not written by default. A
+// channel without a threshold of its own has that of the process (log_output.h).
+using LogThreshold = std::optional<std::int32_t>;
 
 // A formatted line is cut at this many characters, thread id and prefix included.
 inline constexpr std::size_t kMaxLogLine = 510;
@@ -27,7 +29,7 @@ public:
 
     // `prefix` is part of every format: a "%" in it is a conversion. Who builds one from names
     // that a program chose passes them through as_format_text.
-    explicit DebugLog(std::wstring prefix, std::int32_t threshold = kDefaultLogThreshold) noexcept
+    explicit DebugLog(std::wstring prefix, LogThreshold threshold = {}) noexcept
         : prefix_(std::move(prefix)), threshold_(threshold) {}
 
     // printf formatting by the rules of the Microsoft runtime: %s takes a wide string.
@@ -36,19 +38,18 @@ public:
     // Whether a line of the level would be seen. For callers to whom even making the arguments is
     // too much when nobody reads them.
     [[nodiscard]] bool writes(std::int32_t level) const noexcept {
-        return level <= threshold_ && log_is_read();
+        return level <= threshold_.value_or(log_level()) && log_is_read();
     }
 
 private:
     std::wstring prefix_;
-    std::int32_t threshold_ = kDefaultLogThreshold;
+    LogThreshold threshold_;
 };
 
 // The same for narrow text, which the listing of method bodies is made of.
 class NarrowDebugLog {
 public:
-    explicit NarrowDebugLog(std::string prefix,
-                            std::int32_t threshold = kDefaultLogThreshold) noexcept
+    explicit NarrowDebugLog(std::string prefix, LogThreshold threshold = {}) noexcept
         : prefix_(std::move(prefix)), threshold_(threshold) {}
 
     // %s takes a narrow string.
@@ -56,7 +57,7 @@ public:
 
     // As above.
     [[nodiscard]] bool writes(std::int32_t level) const noexcept {
-        return level <= threshold_ && log_is_read();
+        return level <= threshold_.value_or(log_level()) && log_is_read();
     }
 
     // The message as it stands and of any length, at this level.
@@ -65,7 +66,7 @@ public:
 
 private:
     std::string prefix_;
-    std::int32_t threshold_ = kDefaultLogThreshold;
+    LogThreshold threshold_;
 };
 
 // The channel of whoever has none of its own: no prefix, default threshold.

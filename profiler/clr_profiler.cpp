@@ -6,6 +6,7 @@
 #include "clr/runtime_name.h"
 #include "profiler/agent_config.h"
 #include "profiler/class_ids.h"
+#include "profiler/log_variables.h"
 #include "profiler/process_facts.h"
 #include "profiler/type_library.h"
 #include "rewrite/left_methods.h"
@@ -103,7 +104,15 @@ HRESULT CClrProfiler::GetClassInfo(ITypeInfo** info) noexcept {
 
 HRESULT CClrProfiler::Initialize(IUnknown* info) noexcept {
     const StartUpLines all_are_sent;
+    LogSettings log_settings;
+    attempt([&] {
+        log_settings = read_log_settings(read_log_variables(), GetCurrentProcessId());
+        begin_log(log_settings);
+    });
     default_log.log(1, L"CClrProfiler::Initialize(): Invoked");
+    for (const std::wstring& complaint : log_settings.complaints) {
+        default_log.log(1, L"%s", complaint.c_str());
+    }
     if (!ShouldTrace()) {
         return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
     }

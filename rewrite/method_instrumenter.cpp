@@ -184,6 +184,11 @@ HRESULT rewrite(RewriteContext& context, ICorProfilerInfo* info,
     open_mscorlib_once(info);
 
     MethodRewriter rewriter(info, method.module_id, method.method_token);
+    if (log_is_read()) {
+        rewriter.title =
+            make_prefix(std::wstring_view(method.assembly_name),
+                        std::wstring_view(method.type_name), std::wstring_view(method.method_name));
+    }
     ModuleSignatures signatures(import.get(), emit.get());
     GrowingSignature growing(signatures);
     MethodBody body;
@@ -212,13 +217,16 @@ HRESULT rewrite(RewriteContext& context, ICorProfilerInfo* info,
     }
     Emission emission{method, shape, references, emit.get(), body, index, mode, strict_il, refusal};
     hr = instrument(emission);
-    if (FAILED(hr)) {
-        return hr;
-    }
-    if (!growing.define(body.local_signature)) {
+    if (SUCCEEDED(hr) && !growing.define(body.local_signature)) {
         return refusal.refuse(L"a local variable cannot be added to it");
     }
-    return rewriter.Write(body);
+    if (SUCCEEDED(hr)) {
+        hr = rewriter.Write(body);
+    }
+    if (SUCCEEDED(hr)) {
+        context.log.log(3, L"Instrumented, number %u", index);
+    }
+    return hr;
 }
 
 // True when the method is instrumented, now or since an earlier compilation. What keeps it from

@@ -7,7 +7,7 @@
 
 namespace corvane {
 
-il_disassembler::il_disassembler(std::span<const std::uint8_t> method, std::int32_t threshold)
+il_disassembler::il_disassembler(std::span<const std::uint8_t> method, LogThreshold threshold)
     : method_(method), log_(make_prefix("", "il_disassembler", ""), threshold) {}
 
 void il_disassembler::listing() const {

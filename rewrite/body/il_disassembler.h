@@ -1,5 +1,5 @@
 // The listing of a new body, on a log channel of its own. Its readers look for errors; at the
-// channel's default threshold no listing is made. One thread builds, lists and drops an object; the
+// usual threshold no listing is made. One thread builds, lists and drops an object; the
 // body's bytes must outlive it.
 #pragma once
 
@@ -13,8 +13,7 @@ namespace corvane {
 class il_disassembler {
 public:
     // Throws std::bad_alloc only.
-    explicit il_disassembler(std::span<const std::uint8_t> method,
-                             std::int32_t threshold = kDefaultLogThreshold);
+    explicit il_disassembler(std::span<const std::uint8_t> method, LogThreshold threshold = {});
 
     // Throws std::bad_alloc only.
     void listing() const;

@@ -17,6 +17,8 @@ namespace corvane {
 
 namespace {
 
+constexpr std::int32_t kDumpLevel = 3;
+
 HRESULT as_hresult(BodyResult result) {
     return static_cast<HRESULT>(result);
 }
@@ -53,7 +55,9 @@ void MethodRewriter::show(Bytes bytes) const {
         return;
     }
     const auto size = static_cast<std::uint32_t>(bytes.size());
-    send_to_log(dumpBody(bytes.data(), size).c_str());
+    if (log_level() >= kDumpLevel) {
+        send_to_log((title + dumpBody(bytes.data(), size)).c_str());
+    }
     il_disassembler(bytes, listing_threshold).listing();
 }
 

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace corvane {
 
@@ -32,7 +33,10 @@ public:
     HRESULT Write(MethodBody& body) noexcept;
 
     // Of the listing's channel.
-    std::int32_t listing_threshold = kDefaultLogThreshold;
+    LogThreshold listing_threshold;
+
+    // What the dump begins with.
+    std::wstring title;
 
 private:
     using Bytes = std::span<const std::uint8_t>;

@@ -41,7 +41,8 @@ Environment base_environment(const fs::path& dotnet_root) {
     for (const wchar_t* name :
          {L"DOTNET_ROOT_X64", L"CORECLR_ENABLE_PROFILING", L"CORECLR_PROFILER",
           L"CORECLR_PROFILER_PATH", L"CORECLR_PROFILER_PATH_64", L"CORVANE_HOME_APM_DOTNET",
-          L"CORVANE_WITNESS_TARGET", L"APP_TYPE"}) {
+          L"CORVANE_WITNESS_TARGET", L"CORVANE_LOG_FILE", L"CORVANE_LOG_LEVEL",
+          L"CORVANE_LOG_LIMIT_MB", L"APP_TYPE"}) {
         environment[name] = std::nullopt;
     }
     return environment;

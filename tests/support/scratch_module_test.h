@@ -85,13 +85,14 @@ protected:
         return RewriteMethod(context, module.get(), method, mode);
     }
 
-    // What was logged, without the walks over the type references and the dumps of bodies.
+    // What was logged, without what each instrumented method has: the walk over the type
+    // references, the dump of its body and its number.
     std::vector<std::wstring> log() const {
         std::vector<std::wstring> lines;
         std::wistringstream text(output.text());
         for (std::wstring line; std::getline(text, line);) {
             if (line.starts_with(L"[tag] ") && !line.starts_with(L"[tag] TRAVERSING TYPE") &&
-                !line.starts_with(L"[tag] =====")) {
+                !line.starts_with(L"[tag] =====") && !line.starts_with(L"[tag] Instrumented, ")) {
                 lines.push_back(line.substr(6));
             }
         }

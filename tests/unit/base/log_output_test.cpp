@@ -1,16 +1,25 @@
 #include "base/log_output.h"
 
 #include "base/debug_log.h"
+#include "base/hresult_text.h"
 #include "tests/support/allocations.h"
 #include "tests/support/debug_output.h"
 #include "tests/support/patched_import.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <windows.h>
 
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
 namespace corvane::testing {
 namespace {
+
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
 
 // How the profiler looks for a viewer, and what it finds.
 struct {
@@ -34,6 +43,33 @@ void wait(ULONGLONG milliseconds) {
     }
 }
 
+// A path in a folder of its own, and what the file there holds.
+struct LogFileOf {
+    const std::filesystem::path folder =
+        std::filesystem::temp_directory_path() /
+        (L"corvane log output " + std::to_wstring(GetCurrentProcessId()));
+    const std::filesystem::path path;
+
+    explicit LogFileOf(const wchar_t* name) : path(folder / name) {
+        std::filesystem::create_directory(folder);
+    }
+    LogFileOf(const LogFileOf&) = delete;
+    LogFileOf& operator=(const LogFileOf&) = delete;
+    ~LogFileOf() {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder, ignored);
+    }
+
+    std::vector<std::string> lines() const {
+        std::vector<std::string> found;
+        std::ifstream stream(path);
+        for (std::string line; std::getline(stream, line);) {
+            found.push_back(line);
+        }
+        return found;
+    }
+};
+
 // Start-up is over, there is no debugger, and whether a viewer listens is the test's to say.
 class LogOutputTest : public ::testing::Test {
 protected:
@@ -41,6 +77,10 @@ protected:
         { const StartUpLines is_over; }
         viewer = {};
         wait(100); // what was found before is out of date
+    }
+    ~LogOutputTest() override {
+        end_log_file(false);
+        begin_log({.file = {}, .limit = 0, .level = 3, .complaints = {}});
     }
 
     DebugOutput output;
@@ -115,6 +155,72 @@ TEST_F(LogOutputTest, LooksForNobodyWhereALevelIsSuppressed) {
     default_log.log(4, L"detail");
     EXPECT_FALSE(default_log.writes(4));
     EXPECT_EQ(viewer.looks, 0);
+}
+
+// The file is the first sign of life that somebody without a viewer has.
+TEST_F(LogOutputTest, SendsToAFileWhateverElseReads) {
+    const LogFileOf file(L"a.log");
+    begin_log({.file = file.path.wstring(), .limit = 1 << 20, .level = 3, .complaints = {}});
+    EXPECT_TRUE(log_is_read());
+    default_log.log(1, L"%s \u0416", L"wide");
+    default_log.log(4, L"detail");
+    NarrowDebugLog("").log_narrow(3, "narrow \xFC");
+    NarrowDebugLog("", 4).log_line_narrow("listing");
+    const DebuggerPresence attached(true);
+    default_log.log(1, L"both");
+    end_log_file(false);
+    default_log.log(1, L"debugger alone");
+    const std::string id = std::to_string(GetCurrentThreadId()) + ' ';
+    EXPECT_THAT(file.lines(),
+                ElementsAre(EndsWith(id + "wide \xD0\x96"), EndsWith(id + "narrow \xC3\xBC"),
+                            EndsWith(id + "listing"), EndsWith(id + "both")));
+    EXPECT_EQ(output.text(), L"both\ndebugger alone\n");
+}
+
+TEST_F(LogOutputTest, ReportsAFileThatCannotBeWrittenToWhoReads) {
+    const LogFileOf file(L"missing\\a.log");
+    const std::wstring failure = L"Failed to write the log file " + file.path.wstring() + L" (" +
+                                 hresult_text(HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND)).c_str() +
+                                 L")\n";
+    const LogSettings settings = {
+        .file = file.path.wstring(), .limit = 1 << 20, .level = 3, .complaints = {}};
+    {
+        const DebuggerPresence attached(true);
+        begin_log(settings);
+        default_log.log(1, L"one");
+        default_log.log(1, L"two");
+        EXPECT_EQ(output.text(), L"one\n" + failure + L"two\n");
+        end_log_file(false);
+    }
+    begin_log(settings);
+    EXPECT_TRUE(log_is_read());
+    default_log.log(1, L"nobody sees this");
+    EXPECT_FALSE(log_is_read()); // until the next attempt
+    EXPECT_EQ(output.text(), L"one\n" + failure + L"two\n");
+}
+
+TEST_F(LogOutputTest, HasALevelForTheChannelsWithoutOneOfTheirOwn) {
+    const DebuggerPresence attached(true);
+    for (std::int32_t level = 0; level <= 4; ++level) {
+        begin_log({.file = {}, .limit = 0, .level = level, .complaints = {}});
+        EXPECT_EQ(log_level(), level);
+        for (std::int32_t of_line = 1; of_line <= 4; ++of_line) {
+            EXPECT_EQ(default_log.writes(of_line), of_line <= level);
+            EXPECT_EQ(NarrowDebugLog("").writes(of_line), of_line <= level);
+            EXPECT_EQ(DebugLog(L"", 2).writes(of_line), of_line <= 2);
+        }
+    }
+}
+
+// Other threads may have been ended with the lock.
+TEST_F(LogOutputTest, LeavesTheFileAloneWhenTheProcessEnds) {
+    const LogFileOf file(L"a.log");
+    begin_log({.file = file.path.wstring(), .limit = 1 << 20, .level = 3, .complaints = {}});
+    default_log.log(1, L"before");
+    end_log_file(true);
+    default_log.log(1, L"behind");
+    EXPECT_FALSE(log_is_read());
+    EXPECT_THAT(file.lines(), ElementsAre(EndsWith(" before")));
 }
 
 TEST_F(LogOutputTest, KeepsNoHandleOfAViewer) {

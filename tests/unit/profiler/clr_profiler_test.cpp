@@ -1,6 +1,7 @@
 #include "profiler/clr_profiler.h"
 
 #include "base/hresult_text.h"
+#include "base/log_output.h"
 #include "base/own_module.h"
 #include "base/runtime_state.h"
 #include "profiler/agent_config.h"
@@ -25,6 +26,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -36,6 +38,7 @@ using testing::AgentHome;
 using testing::DebugOutput;
 using testing::FakeMethod;
 using testing::FakeRuntime;
+using testing::ScopedVariable;
 
 constexpr HRESULT kCancelled = static_cast<HRESULT>(0x80131375);
 constexpr const wchar_t* kInvoked = L"CClrProfiler::Initialize(): Invoked\n"
@@ -101,6 +104,53 @@ TEST_F(Initialize, WritesItsProgressAndSubscribes) {
     ASSERT_EQ(excluded_scopes.size(), 1U);
     EXPECT_EQ(excluded_scopes[0].assembly, L"kite.managed");
     EXPECT_EQ(excluded_scopes[0].path, std::vector<std::wstring>{L"*"});
+}
+
+// The first line is in the file already.
+TEST_F(Initialize, TakesTheLogsVariables) {
+    const std::filesystem::path file =
+        std::filesystem::temp_directory_path() /
+        ("corvane start-up " + std::to_string(GetCurrentProcessId()) + ".log");
+    const std::string name = (file.parent_path() / "corvane start-up {pid}.log").string();
+    std::string text;
+    {
+        const ScopedVariable path("CORVANE_LOG_FILE", name);
+        const ScopedVariable level("CORVANE_LOG_LEVEL", "1");
+        const ScopedVariable limit("CORVANE_LOG_LIMIT_MB", "none");
+        EXPECT_EQ(mask_for(listing_this()), 0x10020224U);
+        end_log_file(false);
+        std::ifstream stream(file);
+        text.assign(std::istreambuf_iterator<char>(stream), {});
+    }
+    std::filesystem::remove(file);
+    const std::wstring complaint =
+        L"CORVANE_LOG_LIMIT_MB is \"none\", which is no number from 1 to 1024; 10 is used\n";
+    EXPECT_EQ(output.text(),
+              L"CClrProfiler::Initialize(): Invoked\n" + complaint + no_exclusions());
+    EXPECT_EQ(std::ranges::count(text, '\n'), 3);
+    EXPECT_NE(text.find(" CClrProfiler::Initialize(): Invoked\n"), text.npos);
+    EXPECT_EQ(log_level(), 1);
+
+    runtime.calls.clear();
+    const std::size_t before = output.text().size();
+    const ScopedVariable relative("CORVANE_LOG_FILE", "corvane.log");
+    EXPECT_EQ(mask_for(listing_this()), 0x10020224U);
+    EXPECT_EQ(log_level(), 3);
+    EXPECT_EQ(output.text().substr(before),
+              std::wstring(L"CClrProfiler::Initialize(): Invoked\nCORVANE_LOG_FILE is "
+                           L"\"corvane.log\", which is no full path; no file is written\n") +
+                  std::wstring(kInvoked).substr(std::wstring_view(kInvoked).find(L'\n') + 1) +
+                  kAfterShouldTrace + no_exclusions());
+    EXPECT_FALSE(std::filesystem::exists("corvane.log"));
+}
+
+// Only now may lines be left out that nobody reads.
+TEST_F(Initialize, SendsItsLinesToNobodyInParticular) {
+    const testing::DebuggerPresence debugger(false);
+    EXPECT_EQ(mask_for(listing_this()), 0x10020224U);
+    EXPECT_EQ(output.text(), std::wstring(kInvoked) + kAfterShouldTrace + no_exclusions());
+    default_log.log(1, L"behind");
+    EXPECT_EQ(output.text(), std::wstring(kInvoked) + kAfterShouldTrace + no_exclusions());
 }
 
 TEST_F(Initialize, RefusesAProcessThatIsNotListed) {

@@ -1,6 +1,7 @@
 #include "sampling/snapshot.h"
 
 #include "base/hresult_text.h"
+#include "base/log_output.h"
 #include "base/runtime_state.h"
 #include "sampling/known_functions.h"
 #include "sampling/thread_map.h"
@@ -17,8 +18,10 @@
 #include <process.h>
 
 #include <atomic>
+#include <filesystem>
 #include <set>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 namespace corvane {
@@ -463,6 +466,71 @@ TEST_F(SnapshotTest, FailsAndLeavesTheTargetSuspendedWithoutItsContext) {
 
 constexpr const wchar_t* kWalkFailed =
     L"CClrProfiler::Thread_Do_Stack_Snapshot().DoStackSnapshot() did not return S_OK ";
+
+// --- The log's file
+
+ThreadCalls* noting = nullptr;
+decltype(&WriteFile) real_write = nullptr;
+BOOL WINAPI note_write(HANDLE file, LPCVOID bytes, DWORD size, LPDWORD written,
+                       LPOVERLAPPED overlapped) {
+    if (noting != nullptr) {
+        noting->note('W');
+    }
+    return real_write(file, bytes, size, written, overlapped);
+}
+
+// Everything is logged, to a file. Every walk fails, so that the worker has a line as well.
+class LoggedSnapshotTest : public SnapshotTest {
+protected:
+    LoggedSnapshotTest() {
+        real_write = writing_.original();
+        begin_log({.file = file_.wstring(), .limit = 1U << 30, .level = 4, .complaints = {}});
+        runtime.result = E_FAIL;
+    }
+    ~LoggedSnapshotTest() override {
+        noting = nullptr;
+        end_log_file(false);
+        begin_log({.file = {}, .limit = 0, .level = 3, .complaints = {}});
+        std::filesystem::remove(file_);
+    }
+
+    const std::filesystem::path file_ =
+        std::filesystem::temp_directory_path() /
+        ("corvane snapshots " + std::to_string(GetCurrentProcessId()) + ".log");
+    const PatchedImport<std::remove_pointer_t<decltype(&WriteFile)>> writing_{"WriteFile",
+                                                                              note_write};
+};
+
+TEST_F(LoggedSnapshotTest, WritesItsLineWhenTheTargetRunsAgain) {
+    ThreadCalls calls;
+    noting = &calls;
+    taken.take(target.id());
+    taken.expect_failure();
+    EXPECT_EQ(calls.sequence(), "OSCRXW");
+}
+
+// Such a thread may be suspended with the lock of the file.
+TEST_F(LoggedSnapshotTest, TakesSnapshotsOfAThreadThatLogs) {
+    std::atomic<bool> done = false;
+    std::atomic<DWORD> id = 0;
+    std::thread logging([&] {
+        id = GetCurrentThreadId();
+        while (!done) {
+            default_log.log(1, L"line");
+        }
+    });
+    while (id == 0) {
+        Sleep(1);
+    }
+    on_thread_assigned(kThread + 1, id);
+    for (int i = 0; i < 300; ++i) {
+        Taken one;
+        one.take(id);
+        one.expect_failure();
+    }
+    done = true;
+    logging.join();
+}
 
 // Everything but S_OK is a failure. The target runs again by the time that it is told.
 TEST_F(SnapshotTest, FailsWhenTheWalkDoes) {
