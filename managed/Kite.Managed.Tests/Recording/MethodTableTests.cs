@@ -1,4 +1,6 @@
 using System.Reflection;
+using System.Threading;
+using System.Threading.Tasks;
 using Corvane.Instrumentation;
 using Corvane.Instrumentation.Recording;
 using Xunit;
@@ -20,6 +22,31 @@ public class MethodTableTests
         Assert.Equal((open, true), (methods.Find(0)!.Method, methods.Find(0)!.Traced));
         Assert.Equal((count, false), (methods.Find(uint.MaxValue)!.Method, methods.Find(uint.MaxValue)!.Traced));
         Assert.Null(methods.Find(1));
+    }
+
+    [Fact]
+    public async Task ManyMethodsAreFoundWhileTheirNumberGrows()
+    {
+        const uint Count = 2_000;
+        var registered = 0u;
+        var reader = Task.Run(() =>
+        {
+            for (var last = 0u; last < Count;)
+            {
+                last = Volatile.Read(ref registered);
+                for (var index = 0u; index < last; index++)
+                {
+                    Assert.Equal(index, methods.Find(index)?.Index);
+                }
+            }
+        });
+        for (var index = 0u; index < Count; index++)
+        {
+            methods.Register(index, open, traced: false);
+            Volatile.Write(ref registered, index + 1);
+        }
+        await reader;
+        Assert.Null(methods.Find(Count));
     }
 
     [Fact]
