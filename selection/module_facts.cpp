@@ -2,6 +2,7 @@
 
 #include "clr/com_ptr.h"
 #include "selection/full_name.h"
+#include "selection/image_metadata.h"
 #include "selection/method_info.h"
 #include "selection/method_patterns.h"
 #include "selection/target_methods.h"
@@ -33,8 +34,8 @@ class ModuleFacts {
 public:
     explicit ModuleFacts(ModuleID module) noexcept : module_(module) {}
 
-    // What is asked about the module as a whole when one of its methods is described. The metadata
-    // is opened for reading here: only a method that is described needs it for writing.
+    // What is asked about the module as a whole when one of its methods is described. Only a method
+    // that is described needs the runtime's metadata, and needs it for writing.
     void learn(ICorProfilerInfo* info, FunctionID function);
 
     bool needs_description(mdMethodDef method);
@@ -72,21 +73,26 @@ void ModuleFacts::learn(ICorProfilerInfo* info, FunctionID function) {
 
 bool ModuleFacts::can_be_learnt(ICorProfilerInfo* info, FunctionID function) {
     ComPtr<ICorProfilerInfo3> info3;
+    LPCBYTE image = nullptr;
     ULONG length = 0;
     AssemblyID assembly = 0;
     DWORD flags = 0;
     if (FAILED(info->QueryInterface(__uuidof(ICorProfilerInfo3), info3.put_void())) ||
-        FAILED(info3->GetModuleInfo2(module_, nullptr, 0, &length, nullptr, &assembly, &flags)) ||
+        FAILED(info3->GetModuleInfo2(module_, &image, 0, &length, nullptr, &assembly, &flags)) ||
         (flags & COR_PRF_MODULE_DYNAMIC) != 0) {
         return false;
     }
     method_info first;
     first.module_id = module_;
+    if (FAILED(first.get_module_info(info))) {
+        return false;
+    }
+    metadata_ = open_image_metadata(reinterpret_cast<const std::byte*>(image),
+                                    (flags & COR_PRF_MODULE_FLAT_LAYOUT) != 0);
     mdToken token = mdTokenNil;
-    if (FAILED(first.get_module_info(info)) ||
-        FAILED(info->GetTokenAndMetaDataFromFunction(function, __uuidof(IMetaDataImport),
-                                                     metadata_.put_unknown(), &token)) ||
-        !metadata_) {
+    if (!metadata_ && (FAILED(info->GetTokenAndMetaDataFromFunction(
+                           function, __uuidof(IMetaDataImport), metadata_.put_unknown(), &token)) ||
+                       !metadata_)) {
         return false;
     }
     return SUCCEEDED(find_transparent_assembly(*metadata_.get(), first.is_transparent)) &&

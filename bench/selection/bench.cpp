@@ -240,9 +240,9 @@ int bench(int runs, const std::wstring& methods, int pairs) {
         pairs, process.calls, process.idle_seconds, process.idle_mb, process.wall,
         process.processor);
     std::printf("selection: floor=%.2f patterns=%.2f idle=%.0f allocations=%.2f process=%.3f "
-                "memory_mb=%.1f\n",
+                "processor=%.3f memory_mb=%.1f\n",
                 ratio(plain, floor), ratio(patterns, floor), ratio(plain, idle), allocations,
-                process.wall, process.memory_mb);
+                process.wall, process.processor, process.memory_mb);
     return EXIT_SUCCESS;
 }
 

@@ -218,7 +218,7 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetModuleInfo2(ModuleID, LPCBYTE*, ULONG, ULONG*, WCHAR*, AssemblyID*,
-                                             DWORD* flags) override {
+                                             DWORD* flags) override { // without an image
         *flags = COR_PRF_MODULE_DISK;
         return S_OK;
     }

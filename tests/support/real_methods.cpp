@@ -2,6 +2,8 @@
 
 #include "selection/module_facts.h"
 
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 namespace corvane::testing {
@@ -106,8 +108,13 @@ HRESULT RealMethods::GetModuleInfo(ModuleID, LPCBYTE*, ULONG capacity, ULONG* le
 
 HRESULT RealMethods::GetModuleInfo2(ModuleID module, LPCBYTE* base, ULONG capacity, ULONG* length,
                                     WCHAR* name, AssemblyID* assembly, DWORD* flags) {
-    *flags = COR_PRF_MODULE_DISK;
-    return GetModuleInfo(module, base, capacity, length, name, assembly);
+    *flags = COR_PRF_MODULE_DISK | COR_PRF_MODULE_FLAT_LAYOUT;
+    if (gives_image && image_.empty()) {
+        std::ifstream file(fs::path(file_), std::ios::binary);
+        image_.assign(std::istreambuf_iterator<char>(file), {});
+    }
+    *base = gives_image ? reinterpret_cast<LPCBYTE>(image_.data()) : nullptr;
+    return GetModuleInfo(module, nullptr, capacity, length, name, assembly);
 }
 
 HRESULT RealMethods::GetAssemblyInfo(AssemblyID, ULONG capacity, ULONG* length, WCHAR* name,

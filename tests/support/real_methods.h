@@ -24,6 +24,9 @@ public:
     static constexpr ModuleID kModule = 0xB1;
     static constexpr AssemblyID kAssembly = 0xA1;
 
+    // Whether the image is found as well, and not only the metadata.
+    bool gives_image = true;
+
     // Throws std::runtime_error when the assembly cannot be opened.
     RealMethods(IMetaDataDispenserEx& dispenser, const std::filesystem::path& assembly);
     ~RealMethods(); // as if the module were unloaded
@@ -62,6 +65,7 @@ public:
     HRESULT STDMETHODCALLTYPE GetCurrentThreadID(ThreadID* thread) override;
 
 private:
+    std::vector<char> image_; // as the file has it
     std::wstring file_;
     std::wstring name_;
     ComPtr<IMetaDataImport> metadata_;
