@@ -15,7 +15,10 @@ if (args is not [var input, var output])
     Console.Error.WriteLine("usage: trace_weaver INPUT OUTPUT");
     return 2;
 }
-using var assembly = AssemblyDefinition.ReadAssembly(input);
+// The libraries that it refers to lie where it will.
+using var resolver = new DefaultAssemblyResolver();
+resolver.AddSearchDirectory(Path.GetDirectoryName(Path.GetFullPath(output)));
+using var assembly = AssemblyDefinition.ReadAssembly(input, new ReaderParameters { AssemblyResolver = resolver });
 var module = assembly.MainModule;
 var methods = module.GetTypes().SelectMany(type => type.Methods).Where(method => method.HasBody).ToList();
 var constructor = AddAttribute(module);
