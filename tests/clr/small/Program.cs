@@ -20,6 +20,10 @@ for (var round = 0; round < 100; round++)
     Thread.Sleep(round % 25 == 24 ? 300 : 0); // until they are compiled again
 }
 Console.WriteLine($"sum {sum}");
+if (args is ["exit"])
+{
+    Environment.Exit(42);
+}
 return 42;
 
 internal static class Callers
