@@ -16,7 +16,7 @@ namespace {
 // somebody may have deleted it.
 constexpr std::uint64_t kKeptOpen = 1000;
 constexpr std::uint64_t kRetry = 5000;
-constexpr std::uint64_t kPatience = 100;
+constexpr std::uint64_t kPatience = 500;
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 

@@ -224,11 +224,11 @@ LinesOfProcess by_process(const fs::path& older, const fs::path& newer) {
 TEST(LogOfManyProcesses, HasEveryLineWhole) {
     const OwnFolder folder;
     const fs::path file = folder.path() / "a.log";
-    append_at_once(8, file, L"100000000", L"500");
+    append_at_once(8, file, L"100000000", L"1500");
     const LinesOfProcess lines = by_process(file, L"nothing");
     ASSERT_EQ(lines.size(), 8U);
     for (const auto& [process, own] : lines) {
-        ASSERT_EQ(own.size(), 500U);
+        ASSERT_EQ(own.size(), 1500U);
         for (std::size_t i = 0; i < own.size(); ++i) {
             EXPECT_TRUE(own[i].starts_with("line " + std::to_string(i) + " xxx")) << own[i];
         }
