@@ -24,10 +24,12 @@ bool meets_pattern(ICorProfilerInfo* info, const method_info& method) {
     }
     ComPtr<IMetaDataImport> metadata;
     mdTypeDef type = mdTypeDefNil;
+    ULONG length = 0;
+    DWORD attributes = 0;
     if (FAILED(info->GetModuleMetaData(method.module_id, ofRead, __uuidof(IMetaDataImport),
                                        metadata.put_unknown())) ||
-        FAILED(metadata->GetMethodProps(method.method_token, &type, nullptr, 0, nullptr, nullptr,
-                                        nullptr, nullptr, nullptr, nullptr))) {
+        FAILED(metadata->GetMethodProps(method.method_token, &type, nullptr, 0, &length,
+                                        &attributes, nullptr, nullptr, nullptr, nullptr))) {
         return false;
     }
     std::wstring name = full_type_name(*metadata.get(), type);

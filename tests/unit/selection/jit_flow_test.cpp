@@ -1,6 +1,7 @@
 #include "selection/jit_flow.h"
 
 #include "base/hresult_text.h"
+#include "selection/method_patterns.h"
 #include "selection/target_methods.h"
 #include "tests/support/allocations.h"
 #include "tests/support/debug_output.h"
@@ -68,6 +69,7 @@ protected:
     }
     ~JitFlow() override {
         target_methods.clear();
+        method_patterns = MethodPatterns();
         default_log = DebugLog();
         EXPECT_EQ(runtime.references, 1U);
         EXPECT_EQ(runtime.metadata_references, 1U);
@@ -80,6 +82,10 @@ protected:
     void name_a_target() { name(L"System.Net.HttpWebRequest", L"GetResponse"); }
     void mark(const wchar_t* attribute, mdToken owner = FakeMethod::kMethodToken) {
         runtime.attributes.push_back({owner, attribute});
+    }
+    static void choose_by_name(const wchar_t* patterns) {
+        method_patterns.append(
+            patterns, [](std::wstring_view, const wchar_t*) { ADD_FAILURE() << "left out"; });
     }
     static void log_details() { default_log = DebugLog(L"", 4); }
 
@@ -267,6 +273,85 @@ TEST_F(JitFlow, LeavesAnInstanceMethodNamedLikeTopLevelStatements) {
     name(L"Program", L"<Main>$");
     compile(kStrict);
     expect_left_alone();
+}
+
+// --- Patterns
+
+TEST_F(JitFlow, RewritesAMethodThatAPatternMatchesLikeAMarkedOne) {
+    choose_by_name(L"Shop.Orders.Pl*");
+    compile();
+    expect_rewritten(InstrumentationMode::kAttribute);
+    EXPECT_EQ(output.text(), L""); // a detail
+    log_details();
+    runtime.forget_calls();
+    compile();
+    EXPECT_EQ(output.text(), inserting());
+}
+
+TEST_F(JitFlow, LeavesAGenericMethodThatAPatternMatches) {
+    log_details();
+    choose_by_name(L"Shop.*");
+    runtime.signature = {0x30, 0x01, 0x01, 0x01, 0x1E, 0x00};
+    compile();
+    expect_left_alone();
+    EXPECT_EQ(output.text(), L"Method Shop.Orders.Place not traced because it has generic types\n");
+}
+
+TEST_F(JitFlow, LeavesWhatAPatternExcludesButNoOtherRule) {
+    choose_by_name(L"Shop.*; !Shop.Orders.*; !System.*");
+    compile();
+    expect_left_alone();
+    runtime.forget_calls();
+    name_a_target();
+    compile();
+    expect_rewritten(InstrumentationMode::kTable);
+    rewriting = {};
+    runtime.forget_calls();
+    name(L"Shop.Orders", L"Place");
+    mark(kTrace);
+    compile();
+    expect_rewritten(InstrumentationMode::kAttribute);
+}
+
+TEST_F(JitFlow, ChoosesNothingByNameInTheLibrariesBelowInjectedCode) {
+    choose_by_name(L"*");
+    for (const wchar_t* const assembly : {L"kite.managed", L"System.Private.CoreLib"}) {
+        runtime.assembly_name = assembly;
+        runtime.forget_calls();
+        compile(kStrict);
+        runtime.forget_calls();
+        EXPECT_EQ(search(kStrict), kUntouched);
+        runtime.forget_calls();
+        EXPECT_EQ(inlining(kStrict), kUntouched);
+    }
+    expect_left_alone();
+    EXPECT_EQ(method_patterns.never_matched().size(), 1U);
+}
+
+TEST_F(JitFlow, KeepsWhatAPatternMatchesVisibleInStrictFormOnly) {
+    choose_by_name(L"Shop.Orders.Place");
+    EXPECT_EQ(search(), kUntouched);
+    runtime.forget_calls();
+    EXPECT_EQ(search(kStrict), FALSE);
+    EXPECT_EQ(output.text(), L"UseCachedFunction(Shop, Shop.Orders.Place)=False\n");
+    runtime.forget_calls();
+    EXPECT_EQ(inlining(kStrict), FALSE);
+}
+
+TEST_F(JitFlow, LeavesAMethodWhoseFullNameIsNotGiven) {
+    choose_by_name(L"*");
+    constexpr std::size_t kDescribed = 17; // calls: four more give the name
+    for (std::size_t call = kDescribed; call < kDescribed + 4; ++call) {
+        runtime.results = {{call, E_FAIL}};
+        runtime.forget_calls();
+        compile();
+        expect_left_alone();
+        EXPECT_EQ(output.text(), L"") << call;
+    }
+    runtime.results = {{kDescribed + 4, E_FAIL}}; // the type is not nested
+    runtime.forget_calls();
+    compile();
+    expect_rewritten(InstrumentationMode::kAttribute);
 }
 
 // --- JITInlining
