@@ -111,6 +111,23 @@ TEST_P(Log, StandsInAFileOfEachProcess) {
     EXPECT_EQ(processes.size(), 2U);
 }
 
+TEST_P(Log, IsSeenByAViewer) {
+    std::vector<std::string> seen;
+    {
+        const OutputViewer viewer;
+        watch({.with_debugger = false});
+        seen = viewer.lines();
+    }
+    std::vector<std::string> own;
+    for (const std::string& line : seen) {
+        const std::size_t blank = line.find_first_not_of("0123456789");
+        if (blank != 0 && blank != line.npos && line[blank] == ' ') { // behind the thread's id
+            own.push_back(line.substr(blank + 1));
+        }
+    }
+    EXPECT_EQ(own, narrowed(traced_log()));
+}
+
 TEST_P(Log, NamesWhatWasInstrumented) {
     const auto lines =
         log({{L"DOTNET_STARTUP_HOOKS", managed_library().wstring()}, {L"CORVANE_STRICT_IL", L"1"}});

@@ -18,8 +18,8 @@ namespace corvane::testing {
 
 class OutputViewer {
 public:
-    // Keeps the lines of one process.
-    explicit OutputViewer(DWORD process) : process_(process) {
+    // Keeps the lines of one process, or of all.
+    explicit OutputViewer(DWORD process = 0) : process_(process) {
         if (!ready_ || !data_ || !memory_ || page_ == nullptr) {
             throw std::runtime_error("another viewer runs");
         }
@@ -52,7 +52,7 @@ private:
                     return;
                 }
             }
-            if (page_->process == process_) {
+            if (process_ == 0 || page_->process == process_) {
                 const std::lock_guard lock(mutex_);
                 lines_.emplace_back(page_->text, strnlen(page_->text, sizeof(page_->text)));
             }
