@@ -1,12 +1,13 @@
 // The first question about a method: can its description lead to anything? Of most methods the name
 // alone rules that out, together with facts about their module: which attributes it can name, which
 // of its types a pattern may mean, and whether all that is asked about the module itself succeeds.
-// The facts are learnt at the module's first method and follow its growing metadata. Without an
+// The facts are learnt at the module's first method, from the image that the runtime has loaded.
+// Where there is none, they come from the runtime's metadata and follow its growth. Without an
 // answer, a method is described.
 //
 // Any thread. A lock is shared while facts are learnt or used; whoever forgets them takes it alone.
 // 150 modules take 12 KiB here, however many methods they have, and the table itself 2 KiB. With
-// patterns each type takes one byte more. The runtime keeps the metadata open by itself.
+// patterns each type takes one byte more. The metadata engine takes some KiB for each module.
 #pragma once
 
 #include "clr/cor_profiler.h"

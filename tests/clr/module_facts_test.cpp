@@ -2,6 +2,7 @@
 // all assemblies of the runtime and of libraries, and over modules that are made for it.
 #include "selection/module_facts.h"
 
+#include "selection/image_metadata.h"
 #include "selection/jit_flow.h"
 #include "selection/method_patterns.h"
 #include "selection/target_methods.h"
@@ -12,8 +13,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <fstream>
 #include <functional>
 #include <iostream>
+#include <iterator>
 
 namespace corvane::testing {
 namespace {
@@ -139,14 +143,21 @@ protected:
             RealMethods methods(*dispenser(), entry.path());
             const std::vector<FunctionID> functions = methods.with_body();
             const Outcome full = outcome_of(methods, functions, GetParam(), false);
-            const Outcome quick = outcome_of(methods, functions, GetParam(), true);
-            EXPECT_EQ(quick.choices, full.choices) << entry.path();
-            EXPECT_EQ(quick.lines, full.lines) << entry.path();
-            EXPECT_EQ(quick.refused, full.refused) << entry.path();
-            EXPECT_EQ(quick.never_matched, full.never_matched) << entry.path();
+            std::size_t described[2] = {};
+            for (const bool by_image : {false, true}) {
+                forget_module_facts(RealMethods::kModule);
+                methods.gives_image = by_image;
+                const Outcome quick = outcome_of(methods, functions, GetParam(), true);
+                EXPECT_EQ(quick.choices, full.choices) << entry.path();
+                EXPECT_EQ(quick.lines, full.lines) << entry.path();
+                EXPECT_EQ(quick.refused, full.refused) << entry.path();
+                EXPECT_EQ(quick.never_matched, full.never_matched) << entry.path();
+                described[by_image ? 1 : 0] = quick.described;
+            }
+            EXPECT_EQ(described[0], described[1]) << entry.path();
             ++counts.files;
             counts.methods += functions.size();
-            counts.described += quick.described;
+            counts.described += described[1];
             counts.chosen += static_cast<std::size_t>(std::ranges::count(full.choices, L'\n'));
         }
         std::cout << counts.files << " assemblies, " << counts.methods << " methods, "
@@ -183,6 +194,57 @@ TEST_P(EveryMethod, OfProgramsIsDecidedAsByItsDescription) {
     // One of these assemblies is transparent, another one has transparent methods.
     EXPECT_GT(compare_all(program("selected")).chosen, 15U);
     EXPECT_GT(compare_all(program("table")).chosen, 10U);
+}
+
+// --- Images
+
+class Image : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (dispenser() == nullptr) {
+            GTEST_SKIP() << "CORVANE_DOTNET_ROOTS names no folder with runtime 10";
+        }
+    }
+};
+
+TEST_F(Image, SparesTheRuntimeItsMetadataUnlessThatMayChange) {
+    build_target_methods({});
+    enum { kImage, kNoImage, kHotReload };
+    for (const int way : {kImage, kNoImage, kHotReload}) {
+        SetEnvironmentVariableW(L"DOTNET_MODIFIABLE_ASSEMBLIES",
+                                way == kHotReload ? L"debug" : nullptr);
+        RealMethods methods(*dispenser(), *newest_runtime_folder() / "System.Private.Xml.dll");
+        methods.gives_image = way != kNoImage;
+        const FunctionID function = methods.find(L"System.Xml.XmlReader", L"Close");
+        ASSERT_NE(function, 0U);
+        EXPECT_FALSE(needs_description(&methods, function));
+        EXPECT_FALSE(needs_description(&methods, function));
+        EXPECT_EQ(methods.opened, way == kImage ? 0 : 1);
+    }
+    SetEnvironmentVariableW(L"DOTNET_MODIFIABLE_ASSEMBLIES", nullptr);
+    target_methods.clear();
+}
+
+// With precompiled code and without, for every processor and for one.
+TEST_F(Image, HoldsTheSameMetadataInItsFileAndLoaded) {
+    const fs::path compiler =
+        built_file(fs::path(CORVANE_PROGRAMS_FOLDER).make_preferred()) / "compiler";
+    for (const fs::path& file :
+         {*newest_runtime_folder() / "System.Private.CoreLib.dll",
+          *newest_runtime_folder() / "netstandard.dll", compiler / "compiler.dll",
+          compiler / "Microsoft.CodeAnalysis.dll"}) {
+        std::ifstream stream(file, std::ios::binary);
+        const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
+        const auto flat =
+            find_image_metadata(reinterpret_cast<const std::byte*>(bytes.data()), true);
+        const HMODULE loaded = LoadLibraryExW(file.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
+        ASSERT_NE(loaded, nullptr) << file;
+        const auto mapped = find_image_metadata(reinterpret_cast<const std::byte*>(loaded), false);
+        EXPECT_GT(flat.size(), 1000U) << file;
+        EXPECT_TRUE(std::ranges::equal(flat, mapped)) << file;
+        EXPECT_TRUE(open_image_metadata(flat.data(), true).get() == nullptr); // no image
+        FreeLibrary(loaded);
+    }
 }
 
 // --- Modules that are made for it

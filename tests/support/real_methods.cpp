@@ -85,6 +85,7 @@ FunctionID RealMethods::find(const std::wstring& type, const std::wstring& metho
 
 HRESULT RealMethods::GetTokenAndMetaDataFromFunction(FunctionID function, REFIID iid,
                                                      IUnknown** metadata, mdToken* token) {
+    ++opened;
     *token = static_cast<mdToken>(function);
     return metadata_->QueryInterface(iid, reinterpret_cast<void**>(metadata));
 }
@@ -124,6 +125,7 @@ HRESULT RealMethods::GetAssemblyInfo(AssemblyID, ULONG capacity, ULONG* length, 
 }
 
 HRESULT RealMethods::GetModuleMetaData(ModuleID, DWORD, REFIID iid, IUnknown** metadata) {
+    ++opened;
     return metadata_->QueryInterface(iid, reinterpret_cast<void**>(metadata));
 }
 

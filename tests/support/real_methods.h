@@ -26,6 +26,7 @@ public:
 
     // Whether the image is found as well, and not only the metadata.
     bool gives_image = true;
+    int opened = 0; // how often the metadata was asked for
 
     // Throws std::runtime_error when the assembly cannot be opened.
     RealMethods(IMetaDataDispenserEx& dispenser, const std::filesystem::path& assembly);
