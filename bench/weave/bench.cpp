@@ -33,17 +33,10 @@ constexpr std::intptr_t kSuccess = 42;
 
 struct Run {
     double seconds = 0;
-    double processor_seconds = 0;
     double compiling_seconds = 0; // on all threads
     double compiled = 0;          // methods, each tier on its own
     std::string result;
 };
-
-double seconds_of(const FILETIME& time) {
-    return static_cast<double>((static_cast<std::uint64_t>(time.dwHighDateTime) << 32U) |
-                               time.dwLowDateTime) /
-           1e7;
-}
 
 double now() {
     LARGE_INTEGER frequency;
@@ -56,8 +49,7 @@ double now() {
 class Bench {
 public:
     Bench(std::wstring sources, fs::path work, const fs::path& dotnet_root)
-        : sources_(std::move(sources)),
-          work_(std::move(work)) {
+        : sources_(std::move(sources)), work_(std::move(work)) {
         _wputenv_s(L"DOTNET_ROOT", dotnet_root.c_str());
         _wputenv_s(L"CORECLR_PROFILER", L"{5D3A9C71-0B6E-4F28-9A41-7C2E8B04D1F6}");
         _wputenv_s(L"CORVANE_HOME_APM_DOTNET", work_.c_str());
@@ -108,12 +100,6 @@ private:
         auto* const handle = reinterpret_cast<HANDLE>(process);
         WaitForSingleObject(handle, INFINITE);
         run.seconds = now() - start;
-        FILETIME created{};
-        FILETIME ended{};
-        FILETIME kernel{};
-        FILETIME user{};
-        GetProcessTimes(handle, &created, &ended, &kernel, &user);
-        run.processor_seconds = seconds_of(kernel) + seconds_of(user);
         DWORD exit_code = 0;
         GetExitCodeProcess(handle, &exit_code);
         CloseHandle(handle);
@@ -168,11 +154,11 @@ int bench(const std::wstring& sources, int pairs) {
     fs::remove_all(work);
 
     std::printf("A compiler with every method traced, medians of %d pairs\n", pairs);
-    std::printf("%-8s %10s %12s %12s %12s\n", "", "seconds", "processor", "compiling", "compiled");
+    std::printf("%-8s %10s %12s %12s\n", "", "seconds", "compiling", "compiled");
     for (const auto* const runs : {&plain, &all}) {
-        std::printf("%-8s %10.2f %12.2f %12.2f %12.0f\n", runs == &plain ? "plain" : "all",
-                    median_of(*runs, &Run::seconds), median_of(*runs, &Run::processor_seconds),
-                    median_of(*runs, &Run::compiling_seconds), median_of(*runs, &Run::compiled));
+        std::printf("%-8s %10.2f %12.2f %12.0f\n", runs == &plain ? "plain" : "all",
+                    median_of(*runs, &Run::seconds), median_of(*runs, &Run::compiling_seconds),
+                    median_of(*runs, &Run::compiled));
     }
     std::printf("weave: plain_s=%.2f all_s=%.2f ratio=%.2f bodies=%zu\n",
                 median_of(plain, &Run::seconds), median_of(all, &Run::seconds), median(ratios),
@@ -182,13 +168,13 @@ int bench(const std::wstring& sources, int pairs) {
 
 } // namespace
 
-int wmain(int count, wchar_t** arguments) {
+int main(int count, char** arguments) {
     if (count < 2) {
         std::fputs("usage: weave_bench SOURCES [PAIRS]\n", stderr);
         return 2;
     }
     try {
-        return bench(arguments[1], count > 2 ? std::stoi(arguments[2]) : 7);
+        return bench(fs::path(arguments[1]).wstring(), count > 2 ? std::stoi(arguments[2]) : 7);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "weave_bench: %s\n", error.what());
         return EXIT_FAILURE;

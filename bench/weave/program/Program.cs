@@ -7,8 +7,9 @@ using Microsoft.CodeAnalysis;
 using Microsoft.CodeAnalysis.CSharp;
 
 var framework = Path.GetDirectoryName(typeof(object).Assembly.Location)!;
-var references = new[] { "System.Private.CoreLib", "System.Runtime", "netstandard", "System.Collections", "System.Collections.Concurrent",
-        "System.Linq", "System.Threading", "System.Console", "System.Runtime.InteropServices", "System.Text.RegularExpressions" }
+var references = new[] { "System.Private.CoreLib", "System.Runtime", "netstandard", "mscorlib", "System.Collections", "System.Collections.Concurrent",
+        "System.Linq", "System.Threading", "System.Console", "System.Runtime.InteropServices", "System.Text.RegularExpressions",
+        "System.ComponentModel.Primitives", "System.Diagnostics.Process" }
     .Select(name => MetadataReference.CreateFromFile(Path.Combine(framework, name + ".dll")));
 var options = new CSharpParseOptions(LanguageVersion.CSharp12);
 var sources = Directory.GetFiles(args[0], "*.cs", SearchOption.AllDirectories).Order(StringComparer.Ordinal)
