@@ -4,8 +4,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <regex>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -29,8 +29,8 @@ struct CallTree {
     int threads = 0;
     long long dropped = 0;
     long long failures = 0;
-    int unended = 0;               // of those that are printed
-    std::set<std::string> methods; // without their arguments
+    int unended = 0;                          // of those that are printed
+    std::map<std::string, long long> methods; // without their arguments, and how often
 };
 
 inline CallTree read_call_tree(const std::filesystem::path& file) {
@@ -41,7 +41,7 @@ inline CallTree read_call_tree(const std::filesystem::path& file) {
         const std::size_t begin = next.find_first_not_of(' ');
         const std::size_t end = next.find('(');
         if (begin != 0 && begin < end && end != next.npos) {
-            tree.methods.insert(next.substr(begin, end - begin));
+            ++tree.methods[next.substr(begin, end - begin)];
             tree.unended += next.substr(0, next.find_last_not_of('\r') + 1).ends_with(") ...");
         }
     }
