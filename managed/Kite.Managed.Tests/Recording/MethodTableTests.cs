@@ -1,3 +1,4 @@
+using System;
 using System.Reflection;
 using System.Threading;
 using System.Threading.Tasks;
@@ -55,6 +56,21 @@ public class MethodTableTests
         methods.Register(0, open, traced: true);
         methods.Register(0, count, traced: false);
         Assert.Equal("Kite.Managed.Tests.Shop.Open", methods.Find(0)!.Name);
+    }
+
+    // Describing takes most of the time, and may load types.
+    [Fact]
+    public void AMethodIsDescribedWhenThatIsWantedOrAskedFor()
+    {
+        var times = 0;
+        var method = new FakeMethod(() => throw new TypeLoadException($"{++times}"));
+        methods.Register(0, method, traced: false, describe: false);
+        Assert.Equal(0, times);
+        Assert.Equal("method #0", methods.Find(0)!.Name);
+        Assert.Equal("method #0", methods.Find(0)!.Name);
+        Assert.Equal(1, times);
+        methods.Register(1, method, traced: false);
+        Assert.Equal(2, times);
     }
 
     // Another thread may be quicker after both have found the number free.

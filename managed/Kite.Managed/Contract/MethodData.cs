@@ -15,6 +15,7 @@ public sealed class MethodData
         new ConditionalWeakTable<object, ConcurrentQueue<MethodBase>>();
 
     private readonly WeakReference<MethodBase>? method;
+    private MethodSignature? signature;
 
     internal MethodData(uint index, MethodBase? method, bool traced)
     {
@@ -25,7 +26,6 @@ public sealed class MethodData
             this.method = new WeakReference<MethodBase>(method);
             kept.GetOrCreateValue((object?)method.DeclaringType ?? method.Module).Enqueue(method);
         }
-        Signature = MethodSignature.Of(index, method);
     }
 
     /// <summary>The number under which the method is registered.</summary>
@@ -40,7 +40,9 @@ public sealed class MethodData
     /// <summary>Namespace, type and name, with dots between them.</summary>
     public string Name => Signature.Name;
 
-    internal MethodSignature Signature { get; }
+    // Made when it is first asked for: of most methods nobody ever does, and it takes longer than all the rest. Who
+    // wants it after the method's assembly is gone has to ask before.
+    internal MethodSignature Signature => signature ??= MethodSignature.Of(Index, Method);
 
     // Follows what the injected code writes back; a value that it could not cast would end its prologue.
     internal bool CanReplace(int index, object value)

@@ -9,7 +9,7 @@ namespace Corvane.Instrumentation.Recording;
 internal sealed class MethodTable
 {
     private readonly object gate = new object();
-    private Entry?[] lists = new Entry?[64]; // by the number's remainder
+    private Entry?[] lists = new Entry?[64]; // by the number's last bits
     private int count;
 
     internal bool IsEmpty => Volatile.Read(ref count) == 0;
@@ -17,7 +17,7 @@ internal sealed class MethodTable
     internal MethodData? Find(uint index)
     {
         var all = Volatile.Read(ref lists);
-        for (var entry = Volatile.Read(ref all[index % (uint)all.Length]); entry != null; entry = entry.Next)
+        for (var entry = Volatile.Read(ref all[index & (uint)(all.Length - 1)]); entry != null; entry = entry.Next)
         {
             if (entry.Index == index)
             {
@@ -27,14 +27,19 @@ internal sealed class MethodTable
         return null;
     }
 
-    // The first one keeps a number that two methods share. To describe one may run code of the program.
-    internal void Register(uint index, MethodBase? method, bool traced)
+    // The first one keeps a number that two methods share. What is to be known of it later than its assembly lives is
+    // described now, which may run code of the program.
+    internal void Register(uint index, MethodBase? method, bool traced, bool describe = true)
     {
         if (Find(index) != null)
         {
             return;
         }
-        var described = new MethodData(index, method, traced);
+        var registered = new MethodData(index, method, traced);
+        if (describe)
+        {
+            _ = registered.Signature;
+        }
         lock (gate)
         {
             if (Find(index) != null)
@@ -45,7 +50,7 @@ internal sealed class MethodTable
             {
                 Volatile.Write(ref lists, Grown());
             }
-            Add(lists, index, described);
+            Add(lists, index, registered);
             ++count;
         }
     }
@@ -65,7 +70,7 @@ internal sealed class MethodTable
 
     private static void Add(Entry?[] lists, uint index, MethodData method)
     {
-        ref var first = ref lists[index % (uint)lists.Length];
+        ref var first = ref lists[index & (uint)(lists.Length - 1)];
         Volatile.Write(ref first, new Entry(index, method, first));
     }
 

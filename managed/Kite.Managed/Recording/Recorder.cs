@@ -58,7 +58,7 @@ internal sealed class Recorder
         busy = true;
         try
         {
-            Methods.Register(index, method, traced);
+            Methods.Register(index, method, traced, describe: calls != null);
         }
         catch (Exception exception)
         {
