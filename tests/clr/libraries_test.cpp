@@ -22,6 +22,7 @@ struct Mode : NamedRow {
     std::size_t rewritten; // at least
     std::size_t called;    // methods, at least
     bool all = true;       // calls are recorded
+    const wchar_t* folder = L"libraries";
 };
 
 // Neither library has methods that strict IL cannot do. "Hot": optimised while it runs; the last
@@ -105,11 +106,18 @@ INSTANTIATE_TEST_SUITE_P(Modes, Libraries,
                                             ::testing::ValuesIn(kModes)),
                          row_name<Mode>);
 
+// Precompiled callers have the small methods of their library in their own code.
+const Mode kReadyToRun = {{"ReadyToRun"}, {{L"CORVANE_STRICT_IL", L"1"}}, "", "", 2'700, 2'400,
+                          true,           L"libraries_ReadyToRun"};
+INSTANTIATE_TEST_SUITE_P(Published, Libraries,
+                         ::testing::Combine(::testing::Values(10), ::testing::Values(kReadyToRun)),
+                         row_name<Mode>);
+
 TEST_P(Libraries, AreInstrumentedAndNotNoticed) {
     configure(std::string("<configuration><instrumentation><applications>"
                           "<application name='libraries.exe' corvane='Enabled'") +
               row().settings + "/></applications></instrumentation></configuration>");
-    program = L"libraries";
+    program = row().folder;
     const std::filesystem::path report = folder() / "report.txt";
     const std::filesystem::path tree = folder() / "calls.txt";
 
