@@ -129,6 +129,7 @@ TEST_P(Libraries, AreInstrumentedAndNotNoticed) {
                      .exit_code = 42};
     const std::filesystem::path counts = folder() / "counts.txt";
     launch.environment[L"LIBRARIES_COUNTS"] = counts.wstring();
+    launch.environment[L"CORVANE_OBSERVER_READS_LOG"] = L"1";
     launch.environment[L"CORVANE_OBSERVER_REPORT"] = report.wstring();
     launch.environment[L"CORVANE_CALL_TREE"] = tree.wstring();
     launch.environment[L"CORVANE_VALUES"] = L"all";

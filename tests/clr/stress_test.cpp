@@ -62,6 +62,7 @@ TEST_P(Stress, LosesNoCall) {
     launch.environment[L"CORVANE_STRICT_IL"] = L"1";
     launch.environment[L"CORVANE_STRESS_PROGRAM_SECONDS"] = std::to_wstring(seconds);
     launch.environment[L"CORVANE_STRESS_CALLS"] = counted.wstring();
+    launch.environment[L"CORVANE_OBSERVER_READS_LOG"] = L"1";
     launch.environment[L"CORVANE_OBSERVER_REPORT"] = report.wstring();
     launch.environment[L"CORVANE_CALL_TREE"] = tree.wstring();
     launch.environment[L"CORVANE_VALUES"] = L"all";

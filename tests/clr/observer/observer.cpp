@@ -6,6 +6,8 @@
 //   trace
 //                                                      attribute and no generic types in its
 //                                                      signature
+// With CORVANE_OBSERVER_READS_LOG set, the profiler takes the observer for a debugger, and of the
+// log as well:
 //   complaint  COUNT LINE                              of each line of the log that tells of a
 //   failure
 // and of the module whose file CORVANE_OBSERVER_MODULE names, if it is loaded:
@@ -19,6 +21,7 @@
 #include "selection/method_info.h"
 #include "selection/target_methods.h"
 #include "tests/support/between.h"
+#include "tests/support/patched_import.h"
 
 #include <atomic>
 #include <cstdio>
@@ -234,8 +237,23 @@ bool is_asked_for(ModuleID module) {
 
 // --- Callbacks
 
-HRESULT STDMETHODCALLTYPE initialize(ICorProfilerCallback3* self, IUnknown* info) {
+BOOL WINAPI is_debugger_present() {
+    return TRUE;
+}
+
+void read_log() {
+    wchar_t target[MAX_PATH] = {};
+    GetEnvironmentVariableW(L"CORVANE_WITNESS_TARGET", target, MAX_PATH);
+    corvane::testing::write_import(
+        corvane::testing::import_slot(GetModuleHandleW(target), "IsDebuggerPresent"),
+        reinterpret_cast<void*>(&is_debugger_present));
     AddVectoredExceptionHandler(1, &hear);
+}
+
+HRESULT STDMETHODCALLTYPE initialize(ICorProfilerCallback3* self, IUnknown* info) {
+    if (std::getenv("CORVANE_OBSERVER_READS_LOG") != nullptr) {
+        read_log();
+    }
     const HRESULT hr = info->QueryInterface(__uuidof(ICorProfilerInfo), runtime.put_void());
     return FAILED(hr) ? hr : call_original(clr_slots::kInitialize, self, info);
 }
