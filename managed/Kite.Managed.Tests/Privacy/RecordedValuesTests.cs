@@ -7,11 +7,11 @@ namespace Kite.Managed.Tests.Privacy;
 
 public class RecordedValuesTests
 {
-    private static string Line(RecordedValues values, Type type, string method, object?[] arguments, object? result)
+    private static string Line(RecordedValues values, Type type, string method, object?[] arguments, object? result, object?[]? atExit = null)
     {
         var recording = new RecordedCalls(values: values).With(0, method, type);
         recording.Enter(0, arguments);
-        recording.Leave(0, result);
+        recording.LeaveWith(0, atExit ?? new object?[arguments.Length], result);
         return recording.Tree()[1].Trim().Replace($"{type.FullName!.Replace('+', '.')}.", "");
     }
 
@@ -37,6 +37,7 @@ public class RecordedValuesTests
     [InlineData(typeof(Bar), "get_Secret", "get_Secret() = ***")]
     [InlineData(typeof(Bar), "set_Secret", "set_Secret(value: ***)")]
     [InlineData(typeof(PasswordHasher), "Hash", "Hash(text: ***) = ***")]
+    [InlineData(typeof(PasswordHasher.Inner), "Run", "Run(text: ***) = ***")]
     public void NorIsAnyValueOfASecretMethodOrType(Type type, string method, string line) =>
         Assert.Equal(line, Line(RecordedValues.All, type, method, method == "get_Secret" ? [] : ["hunter2"], method == "set_Secret" ? null : "hunter2"));
 
@@ -47,6 +48,27 @@ public class RecordedValuesTests
         recording.Enter(7, "hunter2", 2);
         recording.Leave(7, "hunter2");
         Assert.Equal("method #7(arg0: ***, arg1: ***) = ***", recording.Tree()[1].Trim());
+    }
+
+    // Another argument may be the secret that a text names.
+    [Fact]
+    public void NoValueIsShownBesideTheNameOfASecret()
+    {
+        Assert.Equal(
+            "Count(kind: ***, more: ***) = ***",
+            Line(RecordedValues.Safe, typeof(Shop), "Count", ["Password", 1234], 1234, ["Password", 1234]));
+    }
+
+    [Fact]
+    public void AMessageMayQuoteASecret()
+    {
+        var recording = new RecordedCalls().With(0, "Enter", typeof(Bar)).With(1, "Hash", typeof(PasswordHasher));
+        recording.Enter(0, "a", "hunter2");
+        recording.Throw(new InvalidOperationException("no login for hunter2"));
+        recording.Enter(1, "hunter2");
+        recording.Throw(new FormatException("hunter2 is too short"));
+        Assert.EndsWith(" ! System.InvalidOperationException", recording.Tree()[1]);
+        Assert.EndsWith(" ! System.FormatException", recording.Tree()[2]);
     }
 
     [Theory]
@@ -81,5 +103,10 @@ public class RecordedValuesTests
     public static class PasswordHasher
     {
         public static string Hash(string text) => text;
+
+        public static class Inner
+        {
+            public static string Run(string text) => text;
+        }
     }
 }

@@ -109,13 +109,13 @@ public class CallRecorderTests
         recording.With(0, "Count");
         recording.Enter(0);
         recording.Enter(0, "tea", 2);
-        recording.Leave(0, 7);
+        recording.LeaveWith(0, ["tea", 2], 7);
         recording.Leave(0);
         Assert.Equal(
             [
                 "thread 1",
                 "  Kite.Managed.Tests.Shop.Open()",
-                "    Kite.Managed.Tests.Shop.Open(arg0: ***, arg1: ***) = 7",
+                "    Kite.Managed.Tests.Shop.Open(arg0: ***, arg1: ***) = ***",
                 "2 calls, 1 threads, 0 dropped",
             ],
             Tree());

@@ -263,6 +263,31 @@ public class RecorderTests
         Assert.True(isInterrupted);
     }
 
+    // It loads types, for which the program may be asked, in methods that are instrumented.
+    [Fact]
+    public void AMethodThatIsDescribedLateIsDescribedOnce()
+    {
+        var times = 0;
+        var recorder = new Recorder(new MethodTable(), null, null);
+        recorder.Callbacks.Add((_, _, _, _) => { });
+        recorder.Register(0, new FakeMethod(() =>
+        {
+            times++;
+            Call(recorder);
+            return [];
+        }), traced: false);
+        Call(recorder);
+        Assert.Equal(1, times);
+
+        static void Call(Recorder recorder)
+        {
+            if (!recorder.IsIdle)
+            {
+                recorder.HasObjectReceiver(0);
+            }
+        }
+    }
+
     // As when a callback ends the process, in whose course the tree is printed.
     [Fact]
     public void ACallbackMayEndTheProcess()

@@ -48,7 +48,10 @@ internal sealed partial class RecordedCalls
         return directives.GetIndexes();
     }
 
-    internal void Leave(uint index, object? result = null) => Recorder.Leave(index, [], result);
+    internal void Leave(uint index, object? result = null) =>
+        LeaveWith(index, new object?[Methods.Find(index)?.Signature.ParameterCount ?? 0], result);
+
+    internal void LeaveWith(uint index, object?[] arguments, object? result) => Recorder.Leave(index, arguments, result);
 
     // As the injected finally block does, whether or not an exception leaves the method.
     internal void Finally() => Recorder.Log(4, "[Finally] Kite.Managed.Tests.Shop::Finally;");

@@ -43,13 +43,14 @@ internal static class SecretText
         switch (text[position])
         {
             case '=':
-                return NamesSecret(text, position) ? Value(text, position + 1, ";&\r\n") : default;
+                return NamesSecret(text, position) ? Value(text, position + 1, ";\r\n", isQuery: true) : default;
             case ':' when StartsWith(text, position, "://"):
                 return User(text, position + 3, isCut);
             case ':':
                 return NamesSecret(text, position) ? Value(text, position + 1, "\r\n") : default;
-            case '>':
-                return NamesSecret(text, position) ? Value(text, position + 1, "<") : default;
+            case '>' when EndsSecretTag(text, position):
+                var end = text.IndexOf("</", position, StringComparison.Ordinal);
+                return (position + 1, end < 0 ? text.Length : end);
             case '-' when StartsWith(text, position, "-----BEGIN "):
                 return (position, text.Length);
             case 'B' or 'b':
@@ -70,38 +71,73 @@ internal static class SecretText
         return SecretNames.IsSecret(text.Substring(from, separator - from));
     }
 
-    private static bool IsOfName(char character) => char.IsLetterOrDigit(character) || character is '_' or '-' or '.' or ' ' or '"' or '\'' or '\\' or ']';
+    private static bool IsOfName(char character) =>
+        char.IsLetterOrDigit(character) ||
+        character is '_' or '-' or '.' or ' ' or '\t' or '"' or '\'' or '\\' or '[' or ']';
 
-    // A value in quotes goes up to the quote that ends it, another one up to one of the ends.
-    private static (int From, int To) Value(string text, int from, string ends)
+    // The tag's name, and its attributes as far as they are looked at.
+    private static bool EndsSecretTag(string text, int position)
     {
-        while (from < text.Length && text[from] is ' ' or '\\')
+        var from = text.LastIndexOf('<', position, Math.Min(position + 1, MaxName));
+        return from >= 0 && from + 1 < position && text[from + 1] != '/' &&
+            SecretNames.IsSecret(text.Substring(from, position - from));
+    }
+
+    // A value goes up to one of the ends, of which none counts in quotes. What stands behind the closing quote may
+    // still be part of it: quotes are doubled in one format, and escaped in another one. In a query the next pair is an
+    // end, too.
+    private static (int From, int To) Value(string text, int from, string ends, bool isQuery = false)
+    {
+        while (from < text.Length && text[from] is ' ' or '\t' or '\r' or '\n' or '\\')
         {
             from++;
         }
-        if (from == text.Length || text[from] is not ('"' or '\''))
+        var end = from;
+        while (end < text.Length && text[end] is '"' or '\'')
         {
-            return (from, End(text, from, ends));
+            end = EndOfQuoted(text, end);
         }
-        var quote = text[from];
+        if (end > from)
+        {
+            return (from, End(text, end, ends + ",}]"));
+        }
+        while (end < text.Length && ends.IndexOf(text[end]) < 0 && !(isQuery && text[end] == '&' && StartsPair(text, end + 1)))
+        {
+            end++;
+        }
+        return (from, end);
+    }
+
+    private static int EndOfQuoted(string text, int from)
+    {
         for (var position = from + 1; position < text.Length; position++)
         {
             if (text[position] == '\\')
             {
                 position++;
             }
-            else if (text[position] == quote)
+            else if (text[position] == text[from])
             {
-                return (from, position + 1);
+                return position + 1;
             }
         }
-        return (from, text.Length);
+        return text.Length;
+    }
+
+    private static bool StartsPair(string text, int from)
+    {
+        var end = from;
+        while (end < text.Length && end - from < MaxName && (char.IsLetterOrDigit(text[end]) || text[end] is '_' or '-' or '.'))
+        {
+            end++;
+        }
+        return end > from && end < text.Length && text[end] == '=';
     }
 
     // A password may hold any character, so the last "@" counts. Of a text that was cut it may be missing.
     private static (int From, int To) User(string text, int from, bool isCut)
     {
-        var end = End(text, from, " \t\r\n\"'<>");
+        var end = End(text, from, " \t\r\n\"<>");
         if (isCut && end == text.Length)
         {
             return (from, end);
@@ -120,7 +156,12 @@ internal static class SecretText
         {
             if (StartsWith(text, position, scheme))
             {
-                return (position + scheme.Length, End(text, position + scheme.Length, " \t\r\n\"',;"));
+                var from = position + scheme.Length;
+                while (from < text.Length && text[from] is ' ' or '\t' or '"' or '\'')
+                {
+                    from++;
+                }
+                return (from, End(text, from, " \t\r\n\"',;"));
             }
         }
         return default;

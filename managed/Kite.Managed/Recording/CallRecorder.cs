@@ -58,7 +58,7 @@ internal sealed class CallRecorder
         var recorded = thread.Close(index, out var call) ? call.Call : Record(thread, index, null, arguments);
         if (recorded != null)
         {
-            End(thread, recorded, CallText.Result(thread.Text, recorded.Method, result, values), now);
+            End(thread, recorded, CallText.Result(thread.Text, recorded.Method, arguments, result, values), now);
         }
         if (call.HasFailed)
         {
@@ -80,7 +80,7 @@ internal sealed class CallRecorder
         var found = thread.Note(exception ?? unknown, out var call);
         if (call != null)
         {
-            End(thread, call, CallText.Exception(thread.Text, exception, values), now);
+            End(thread, call, CallText.Exception(thread.Text, call.Method, exception, values), now);
         }
         return found;
     }

@@ -24,6 +24,7 @@ internal static class CallText
         }
         // Another number of arguments is that of another method that got the same number.
         var labelled = method.ParameterCount == arguments.Length;
+        var areSecret = AreSecret(method, arguments, values);
         for (var position = 0; position < arguments.Length; position++)
         {
             text.Append(text.Length == 0 ? "" : ", ");
@@ -36,25 +37,29 @@ internal static class CallText
             text.Append(labelled ? method.Label(position, out hasValue) : $"arg{position}");
             if (hasValue)
             {
-                AppendValue(text, ": ", arguments[position], values, isSecret: !labelled || method.IsSecret(position));
+                AppendValue(text, ": ", arguments[position], values, isSecret: areSecret || method.IsSecret(position));
             }
         }
         return text.ToString();
     }
 
-    internal static string Result(StringBuilder text, MethodSignature method, object? result, RecordedValues values)
+    internal static string Result(
+        StringBuilder text, MethodSignature method, object?[] arguments, object? result, RecordedValues values)
     {
         text.Clear();
         if (result != null || method.ReturnsValue)
         {
-            AppendValue(text, " = ", result, values, method.ResultIsSecret);
+            AppendValue(text, " = ", result, values, method.ResultIsSecret || AreSecret(method, arguments, values));
         }
         return text.ToString();
     }
 
-    internal static string Exception(StringBuilder text, Exception? exception, RecordedValues values)
+    // A message may quote what the call got.
+    internal static string Exception(
+        StringBuilder text, MethodSignature method, Exception? exception, RecordedValues values)
     {
-        ValueText.AppendException(text.Clear().Append(" ! "), exception, values);
+        ValueText.AppendException(
+            text.Clear().Append(" ! "), exception, method.HasSecrets ? RecordedValues.None : values);
         return text.ToString();
     }
 
@@ -70,6 +75,28 @@ internal static class CallText
             ? (ticks * 1e6 / Stopwatch.Frequency).ToString("0.0", CultureInfo.InvariantCulture)
             : "?";
         text.Append(call.Outcome).Append("  [").Append(elapsed).Append(" us]");
+    }
+
+    // All values of a call are, whose method cannot be the registered one, or in which a text names a secret: the
+    // secret itself may be any of the others.
+    private static bool AreSecret(MethodSignature method, object?[] arguments, RecordedValues values)
+    {
+        if (values == RecordedValues.None)
+        {
+            return false;
+        }
+        if (method.ParameterCount != arguments.Length)
+        {
+            return true;
+        }
+        foreach (var argument in arguments)
+        {
+            if (argument is string { Length: <= ValueText.MaxString } name && SecretNames.IsSecret(name))
+            {
+                return true;
+            }
+        }
+        return false;
     }
 
     private static void AppendValue(

@@ -11,7 +11,7 @@ internal sealed class DurationHistogram
 
     private const int BucketsInOctave = 8;
 
-    private readonly int[]?[] octaves = new int[]?[Octaves];
+    private readonly long[]?[] octaves = new long[]?[Octaves];
 
     internal long Count { get; private set; }
 
@@ -19,7 +19,7 @@ internal sealed class DurationHistogram
     internal void Add(long duration)
     {
         var bucket = BucketOf(Math.Max(0, duration));
-        (octaves[bucket / BucketsInOctave] ??= new int[BucketsInOctave])[bucket % BucketsInOctave]++;
+        (octaves[bucket / BucketsInOctave] ??= new long[BucketsInOctave])[bucket % BucketsInOctave]++;
         Count++;
     }
 
@@ -31,7 +31,7 @@ internal sealed class DurationHistogram
             {
                 continue;
             }
-            var own = octaves[octave] ??= new int[BucketsInOctave];
+            var own = octaves[octave] ??= new long[BucketsInOctave];
             for (var bucket = 0; bucket < BucketsInOctave; bucket++)
             {
                 own[bucket] += counts[bucket];

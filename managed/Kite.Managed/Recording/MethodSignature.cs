@@ -5,7 +5,7 @@ using Corvane.Instrumentation.Privacy;
 
 namespace Corvane.Instrumentation.Recording;
 
-// What a line of the call tree needs of a method, as text: made once, when the method is registered, so that
+// What a line of the call tree needs of a method, as text: made once, so that
 // a call costs no reflection and the method's assembly can be unloaded. Immutable.
 internal sealed class MethodSignature
 {
@@ -19,8 +19,7 @@ internal sealed class MethodSignature
         var parameters = method?.GetParameters() ?? new ParameterInfo[0];
         labels = Array.ConvertAll(parameters, LabelOf);
         shown = Array.ConvertAll(parameters, IsHandedOver);
-        ResultIsSecret = method == null || SecretNames.IsSecret(method.Name) ||
-            SecretNames.IsSecret(method.DeclaringType?.Name ?? "");
+        ResultIsSecret = method == null || NamesSecret(method);
         secret = Array.ConvertAll(
             parameters, parameter => ResultIsSecret || SecretNames.IsSecret(parameter.Name ?? ""));
         ReturnsValue = method is MethodInfo function && function.ReturnType != typeof(void);
@@ -32,8 +31,11 @@ internal sealed class MethodSignature
 
     internal bool ReturnsValue { get; }
 
-    // The name of the method or of its type says so, or is not known. Then every argument is secret as well.
+    // The name of the method or of a type around it says so, or is not known. Then every argument is secret as well.
     internal bool ResultIsSecret { get; }
+
+    // A value of the call, then, may be in the message of an exception.
+    internal bool HasSecrets => ResultIsSecret || Array.IndexOf(secret, true) >= 0;
 
     // In a value type's method the receiver may be the address of the value instead of an object.
     internal bool HasObjectReceiver { get; }
@@ -64,6 +66,16 @@ internal sealed class MethodSignature
     }
 
     internal bool IsSecret(int parameter) => secret[parameter];
+
+    private static bool NamesSecret(MethodBase method)
+    {
+        var isSecret = SecretNames.IsSecret(method.Name);
+        for (var type = method.DeclaringType; type != null && !isSecret; type = type.DeclaringType)
+        {
+            isSecret = SecretNames.IsSecret(type.Name);
+        }
+        return isSecret;
+    }
 
     private static string NameOf(MethodBase method)
     {

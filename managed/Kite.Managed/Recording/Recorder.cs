@@ -44,8 +44,25 @@ internal sealed class Recorder
 
     internal bool IsIdle => busy || (calls == null && Callbacks.IsEmpty);
 
-    // Whether the receiver may be looked at: in a method of a value type it may be an address.
-    internal bool HasObjectReceiver(uint index) => Methods.Find(index)?.Signature.HasObjectReceiver == true;
+    // Whether the receiver may be looked at: in a method of a value type it may be an address. Asked while it is not
+    // idle; it may describe the method, which loads types.
+    internal bool HasObjectReceiver(uint index)
+    {
+        busy = true;
+        try
+        {
+            return Methods.Find(index)?.Signature.HasObjectReceiver == true;
+        }
+        catch (Exception exception)
+        {
+            CountFailure(exception);
+            return false;
+        }
+        finally
+        {
+            busy = false;
+        }
+    }
 
     // One that is passed over is registered by its next call: describing a method may have to load types,
     // for which the program may be asked.
@@ -198,8 +215,8 @@ internal sealed class Recorder
         busy = true;
         try
         {
-            calls!.FinishAll();
-            var reason = calls.HasCalls ? null : NothingRecorded.Reason(Methods);
+            FinishCalls();
+            var reason = calls!.HasCalls ? null : NothingRecorded.Reason(Methods);
             if (reason != null)
             {
                 Complaint.Write(reason.Text);
@@ -214,6 +231,18 @@ internal sealed class Recorder
         finally
         {
             busy = before;
+        }
+    }
+
+    private void FinishCalls()
+    {
+        try
+        {
+            calls!.FinishAll();
+        }
+        catch (Exception exception)
+        {
+            CountFailure(exception);
         }
     }
 
