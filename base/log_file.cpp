@@ -93,6 +93,17 @@ DWORD rename_file(HANDLE file, const std::wstring& name) {
                : last_error();
 }
 
+// A file that another process has open gives up its name at once, and itself with its last handle.
+void discard(const std::wstring& name) {
+    const OwnedHandle file = open_file(name, DELETE, OPEN_EXISTING);
+    if (file &&
+        rename_file(file.get(), name + L'.' + std::to_wstring(GetCurrentProcessId()) + L'.' +
+                                    std::to_wstring(GetTickCount64())) == ERROR_SUCCESS) {
+        FILE_DISPOSITION_INFO gone{TRUE};
+        SetFileInformationByHandle(file.get(), FileDispositionInfo, &gone, sizeof(gone));
+    }
+}
+
 } // namespace
 
 LogFile::LogFile(std::wstring path, std::uint64_t limit) : path_(std::move(path)), limit_(limit) {}
@@ -166,7 +177,16 @@ DWORD LogFile::put_away(std::size_t needed) const {
         const DWORD error = last_error();
         return error == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : error;
     }
-    return has_room(file.get(), needed) ? ERROR_SUCCESS : rename_file(file.get(), path_ + L".old");
+    if (has_room(file.get(), needed)) {
+        return ERROR_SUCCESS;
+    }
+    const std::wstring older = path_ + L".old";
+    DWORD error = rename_file(file.get(), older);
+    if (error == ERROR_ACCESS_DENIED) { // a process that is idle may have the older one open
+        discard(older);
+        error = rename_file(file.get(), older);
+    }
+    return error;
 }
 
 // An empty file takes a record of any length. What has no size, such as a device, is never full.

@@ -358,7 +358,8 @@ HRESULT CClrProfiler::JITCachedFunctionSearchStarted(FunctionID function,
 HRESULT CClrProfiler::JITInlining(FunctionID, FunctionID callee, BOOL* should_inline) noexcept {
     return guarded(kMethodFailed, [&] {
         const SelectionSettings settings = selection_settings();
-        if (profilerInfo && settings.strict && needs_description(profilerInfo.get(), callee)) {
+        if (profilerInfo && !only_samples_ && settings.strict &&
+            needs_description(profilerInfo.get(), callee)) {
             on_jit_inlining(profilerInfo.get(), callee, settings, should_inline);
         }
     });

@@ -20,14 +20,15 @@ std::wstring variable() {
 
 void load_method_patterns() {
     method_patterns.append(variable(), [](std::wstring_view pattern, const wchar_t* reason) {
-        default_log.log(1, L"%s: \"%s\" is left out: %s", kVariable, std::wstring(pattern).c_str(),
-                        reason);
+        // A line is cut: of a long pattern the begin is enough.
+        default_log.log(1, L"%s: \"%.200s\" is left out: %s", kVariable,
+                        std::wstring(pattern).c_str(), reason);
     });
 }
 
 void report_patterns_never_matched() {
     for (const std::wstring& pattern : method_patterns.never_matched()) {
-        default_log.log(1, L"%s: \"%s\" never matched a method", kVariable, pattern.c_str());
+        default_log.log(1, L"%s: \"%.200s\" never matched a method", kVariable, pattern.c_str());
     }
 }
 

@@ -185,6 +185,18 @@ TEST_F(LogFileTest, IsPutAwayOnceByAllThatWriteIt) {
     EXPECT_THAT(texts(path_), ElementsAre("5", "6", "7"));
 }
 
+// A process that has nothing to say keeps the file of its last line open.
+TEST_F(LogFileTest, TakesThePlaceOfAnOlderFileThatIsOpen) {
+    LogFile idle(path_.wstring(), room_for(1, 1));
+    LogFile file(path_.wstring(), room_for(1, 1));
+    for (LogFile* const writer : {&idle, &file, &file, &file}) {
+        EXPECT_EQ(writer->append(L"1"), L"");
+    }
+    file.append(L"2");
+    EXPECT_THAT(texts(older_), ElementsAre("1"));
+    EXPECT_THAT(texts(path_), ElementsAre("2"));
+}
+
 TEST_F(LogFileTest, HasTheLinesOfAllThreadsWhole) {
     LogFile first(path_.wstring(), kRoomy);
     LogFile second(path_.wstring(), kRoomy);
