@@ -38,6 +38,7 @@ protected:
                          .exit_code = exit_code};
         if (records) {
             launch.environment[L"CORVANE_CALL_TREE"] = tree().wstring();
+            launch.environment[L"CORVANE_VALUES"] = L"all";
         }
         watch(launch);
     }
