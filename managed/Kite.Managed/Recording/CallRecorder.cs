@@ -48,7 +48,10 @@ internal sealed class CallRecorder
         var thread = current.Value!;
         var call = Record(thread, index, receiver, arguments);
         thread.Open(index, call);
-        thread.Start(Stopwatch.GetTimestamp());
+        if (call != null || Summary != null)
+        {
+            thread.Start(Stopwatch.GetTimestamp());
+        }
     }
 
     internal void Leave(uint index, object?[] arguments, object? result)
