@@ -142,6 +142,7 @@ bool play(const Scene& scene, const Paths& paths) {
     const std::string entry = entry_of(scene, paths);
     std::printf("    agent.config says: %s\n\n", entry.c_str());
     write_agent_config(paths, entry);
+    fs::remove(paths.calls()); // a program that is left alone writes none
 
     bool loaded = false;
     bool active = false;
