@@ -72,11 +72,11 @@ public class SecretTextTests
     [Fact]
     public void TheTimeGrowsWithTheTextOnly()
     {
-        var hostile = string.Concat(Enumerable.Repeat("key:'\\:=-://<B", 20_000));
+        var hostile = string.Concat(Enumerable.Repeat("key:'\\:=-://<B", 80_000));
         var time = Stopwatch.StartNew();
         SecretText.Redact(hostile, int.MaxValue);
-        SecretText.Redact(new string(':', 300_000), int.MaxValue);
-        SecretText.Redact(new string('a', 300_000) + "=b", int.MaxValue);
-        Assert.True(time.Elapsed.TotalSeconds < 20, $"{time.Elapsed}");
+        SecretText.Redact(new string(':', 1_000_000), int.MaxValue);
+        SecretText.Redact(new string('a', 1_000_000) + "=b", int.MaxValue);
+        Assert.True(time.Elapsed.TotalSeconds < 10, $"{time.Elapsed}");
     }
 }
