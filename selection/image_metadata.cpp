@@ -1,6 +1,7 @@
 #include "selection/image_metadata.h"
 
 #include "base/metadata_engine.h"
+#include "clr/cor_profiler.h"
 
 #include <cstdint>
 
@@ -73,6 +74,13 @@ ComPtr<IMetaDataImport> open_image_metadata(const std::byte* image, bool is_flat
         metadata.reset();
     }
     return metadata;
+}
+
+ComPtr<IMetaDataImport> open_image_metadata_of_module(const std::byte* image, DWORD flags) {
+    const bool may_be_edited =
+        GetEnvironmentVariableW(L"DOTNET_MODIFIABLE_ASSEMBLIES", nullptr, 0) != 0;
+    return may_be_edited ? ComPtr<IMetaDataImport>()
+                         : open_image_metadata(image, (flags & COR_PRF_MODULE_FLAT_LAYOUT) != 0);
 }
 
 } // namespace corvane

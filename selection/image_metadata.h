@@ -17,4 +17,8 @@ std::span<const std::byte> find_image_metadata(const std::byte* image, bool is_f
 // Null where it cannot be opened. The image has to stay.
 ComPtr<IMetaDataImport> open_image_metadata(const std::byte* image, bool is_flat);
 
+// For a module with these flags of the runtime (COR_PRF_MODULE_FLAGS). Null, too, where hot reload
+// may change the module: its image does not get the changes.
+ComPtr<IMetaDataImport> open_image_metadata_of_module(const std::byte* image, DWORD flags);
+
 } // namespace corvane

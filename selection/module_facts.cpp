@@ -71,11 +71,6 @@ void ModuleFacts::learn(ICorProfilerInfo* info, FunctionID function) {
     }
 }
 
-// Hot reload: the image does not get the changes of a program that runs.
-bool may_be_edited() {
-    return GetEnvironmentVariableW(L"DOTNET_MODIFIABLE_ASSEMBLIES", nullptr, 0) != 0;
-}
-
 bool ModuleFacts::can_be_learnt(ICorProfilerInfo* info, FunctionID function) {
     ComPtr<ICorProfilerInfo3> info3;
     LPCBYTE image = nullptr;
@@ -92,10 +87,7 @@ bool ModuleFacts::can_be_learnt(ICorProfilerInfo* info, FunctionID function) {
     if (FAILED(first.get_module_info(info))) {
         return false;
     }
-    if (!may_be_edited()) {
-        metadata_ = open_image_metadata(reinterpret_cast<const std::byte*>(image),
-                                        (flags & COR_PRF_MODULE_FLAT_LAYOUT) != 0);
-    }
+    metadata_ = open_image_metadata_of_module(reinterpret_cast<const std::byte*>(image), flags);
     mdToken token = mdTokenNil;
     if (!metadata_ && (FAILED(info->GetTokenAndMetaDataFromFunction(
                            function, __uuidof(IMetaDataImport), metadata_.put_unknown(), &token)) ||

@@ -2,9 +2,11 @@
 
 #include "clr/com_ptr.h"
 #include "clr/metadata.h"
+#include "clr/metadata_enumeration.h"
 #include "clr/runtime_name.h"
 #include "selection/choice.h"
 #include "selection/full_name.h"
+#include "selection/image_metadata.h"
 #include "selection/method_info.h"
 #include "selection/method_patterns.h"
 #include "selection/ready_to_run.h"
@@ -24,23 +26,12 @@ namespace {
 std::shared_mutex mutex;
 std::unordered_map<ModuleID, bool> known; // under `mutex`
 
-// Closes an enumeration of the metadata.
-struct Enumeration {
-    explicit Enumeration(IMetaDataImport& import) : metadata(import) {}
-    Enumeration(const Enumeration&) = delete;
-    Enumeration& operator=(const Enumeration&) = delete;
-    ~Enumeration() { metadata.CloseEnum(handle); }
-
-    IMetaDataImport& metadata;
-    HCORENUM handle = nullptr;
-};
-
 // Whether `meets` holds for any token that `next(handle, token, count)` gives.
 template <class Next, class Meets>
 bool any_token(IMetaDataImport& metadata, const Next& next, const Meets& meets) {
-    Enumeration tokens(metadata);
+    MetadataEnumeration tokens(&metadata);
     mdToken token = mdTokenNil;
-    for (ULONG count = 0; next(&tokens.handle, &token, &count) == S_OK && count == 1;) {
+    for (ULONG count = 0; next(tokens.put(), &token, &count) == S_OK && count == 1;) {
         if (meets(token)) {
             return true;
         }
@@ -125,9 +116,12 @@ bool learn(ICorProfilerInfo* info, ModuleID module) {
     AssemblyID assembly = 0;
     DWORD flags = 0;
     if (FAILED(info->QueryInterface(__uuidof(ICorProfilerInfo3), info3.put_void())) ||
-        FAILED(info3->GetModuleInfo2(module, &base, 0, &length, nullptr, &assembly, &flags)) ||
-        FAILED(info->GetModuleMetaData(module, ofRead, __uuidof(IMetaDataImport),
-                                       metadata.put_unknown()))) {
+        FAILED(info3->GetModuleInfo2(module, &base, 0, &length, nullptr, &assembly, &flags))) {
+        return true;
+    }
+    metadata = open_image_metadata_of_module(reinterpret_cast<const std::byte*>(base), flags);
+    if (!metadata && FAILED(info->GetModuleMetaData(module, ofRead, __uuidof(IMetaDataImport),
+                                                    metadata.put_unknown()))) {
         return true;
     }
     if (base != nullptr && (flags & kNotMapped) == 0 &&

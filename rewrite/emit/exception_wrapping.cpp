@@ -5,6 +5,23 @@
 
 namespace corvane {
 
+namespace {
+
+// Hands the exception of the local to the managed library. Returns the first instruction.
+Instruction* emit_report(const Emission& emission, IlBuilder& il, mdString before,
+                         std::uint8_t exception) {
+    Instruction* const first = il.ldc_i4(0);
+    il.ldstr(before);
+    il.call(emission.references.log);
+    il.ldnull();
+    il.ldloc_s(exception);
+    il.call(emission.references.error);
+    il.pop();
+    return first;
+}
+
+} // namespace
+
 HRESULT emit_catch_and_throw(Emission& emission, IlBuilder& il, Instruction* first) {
     const InstrumentationReferences& to = emission.references;
     std::uint8_t exception = 0;
@@ -25,13 +42,7 @@ HRESULT emit_catch_and_throw(Emission& emission, IlBuilder& il, Instruction* fir
     emission.body.end_regions_at(own_code.leave);
     il.stloc_s(exception);
 
-    Instruction* const report = il.ldc_i4(0);
-    il.ldstr(before);
-    il.call(to.log);
-    il.ldnull();
-    il.ldloc_s(exception);
-    il.call(to.error);
-    il.pop();
+    Instruction* const report = emit_report(emission, il, before, exception);
     const ProtectedBlock reporting = il.begin_handler(report);
     il.pop();
     il.ldc_i4(0);
@@ -63,13 +74,7 @@ HRESULT emit_reporting_filter(Emission& emission, IlBuilder& il, Instruction* fi
     il.stloc_s(exception);
     il.ldloc_s(exception);
     Instruction* const is_another_object = il.brfalse_s();
-    il.ldc_i4(0);
-    il.ldstr(before);
-    il.call(to.log);
-    il.ldnull();
-    il.ldloc_s(exception);
-    il.call(to.error);
-    il.pop();
+    emit_report(emission, il, before, exception);
     il.bind(is_another_object->target);
     il.ldc_i4_0();
     il.endfilter();

@@ -1,7 +1,7 @@
 #include "rewrite/references/assembly_reference.h"
 
 #include "clr/com_ptr.h"
-#include "rewrite/references/metadata_enumeration.h"
+#include "clr/metadata_enumeration.h"
 
 #include <algorithm>
 #include <mutex>

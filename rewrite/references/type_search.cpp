@@ -1,6 +1,6 @@
 #include "rewrite/references/type_search.h"
 
-#include "rewrite/references/metadata_enumeration.h"
+#include "clr/metadata_enumeration.h"
 
 #include <array>
 #include <string_view>

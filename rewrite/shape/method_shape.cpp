@@ -1,11 +1,11 @@
 #include "rewrite/shape/method_shape.h"
 
 #include "clr/com_ptr.h"
+#include "clr/metadata_enumeration.h"
 #include "il/byte_writer.h"
 #include "il/element_type.h"
 #include "il/token_compression.h"
 #include "rewrite/references/known_references.h"
-#include "rewrite/references/metadata_enumeration.h"
 #include "rewrite/references/type_search.h"
 #include "rewrite/shape/by_ref_like.h"
 
