@@ -46,13 +46,13 @@ std::wstring record_start() {
 // may hold it: after a moment the line is written all the same.
 class AppendLock {
 public:
-    explicit AppendLock(HANDLE file) : file_(file) {
+    AppendLock(HANDLE file, std::uint64_t patience) : file_(file) {
         const std::uint64_t begin = GetTickCount64();
         do {
             OVERLAPPED place = at();
             held_ = LockFileEx(file_, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0,
                                &place) != FALSE;
-        } while (!held_ && GetLastError() == ERROR_LOCK_VIOLATION && wait(begin));
+        } while (!held_ && GetLastError() == ERROR_LOCK_VIOLATION && wait(begin, patience));
     }
     AppendLock(const AppendLock&) = delete;
     AppendLock& operator=(const AppendLock&) = delete;
@@ -63,6 +63,8 @@ public:
         }
     }
 
+    [[nodiscard]] bool is_held() const { return held_; }
+
 private:
     static OVERLAPPED at() {
         OVERLAPPED place = {};
@@ -70,9 +72,12 @@ private:
         return place;
     }
 
-    static bool wait(std::uint64_t begin) {
+    static bool wait(std::uint64_t begin, std::uint64_t patience) {
+        if (GetTickCount64() - begin >= patience) {
+            return false;
+        }
         Sleep(1);
-        return GetTickCount64() - begin < kPatience;
+        return true;
     }
 
     HANDLE file_;
@@ -141,7 +146,8 @@ DWORD LogFile::write(const std::string& record) {
     // The file behind the name is another one after each turn, put away by this process or another.
     for (int turns = 0; error == ERROR_SUCCESS && turns < 3; ++turns) {
         {
-            const AppendLock lock(file_.get());
+            const AppendLock lock(file_.get(), lock_is_stuck_ ? 0 : kPatience);
+            lock_is_stuck_ = !lock.is_held();
             if (has_room(file_.get(), text.size())) {
                 DWORD written = 0;
                 const BOOL done = WriteFile(file_.get(), text.data(),

@@ -77,8 +77,11 @@ ComPtr<IMetaDataImport> open_image_metadata(const std::byte* image, bool is_flat
 }
 
 ComPtr<IMetaDataImport> open_image_metadata_of_module(const std::byte* image, DWORD flags) {
+    const auto is_set = [](const wchar_t* name) {
+        return GetEnvironmentVariableW(name, nullptr, 0) != 0;
+    };
     const bool may_be_edited =
-        GetEnvironmentVariableW(L"DOTNET_MODIFIABLE_ASSEMBLIES", nullptr, 0) != 0;
+        is_set(L"DOTNET_MODIFIABLE_ASSEMBLIES") || is_set(L"COMPlus_MODIFIABLE_ASSEMBLIES");
     return may_be_edited ? ComPtr<IMetaDataImport>()
                          : open_image_metadata(image, (flags & COR_PRF_MODULE_FLAT_LAYOUT) != 0);
 }

@@ -209,10 +209,12 @@ protected:
 
 TEST_F(Image, SparesTheRuntimeItsMetadataUnlessThatMayChange) {
     build_target_methods({});
-    enum { kImage, kNoImage, kHotReload };
-    for (const int way : {kImage, kNoImage, kHotReload}) {
+    enum { kImage, kNoImage, kHotReload, kHotReloadByItsOldName };
+    for (const int way : {kImage, kNoImage, kHotReload, kHotReloadByItsOldName}) {
         SetEnvironmentVariableW(L"DOTNET_MODIFIABLE_ASSEMBLIES",
                                 way == kHotReload ? L"debug" : nullptr);
+        SetEnvironmentVariableW(L"COMPlus_MODIFIABLE_ASSEMBLIES",
+                                way == kHotReloadByItsOldName ? L"debug" : nullptr);
         RealMethods methods(*dispenser(), *newest_runtime_folder() / "System.Private.Xml.dll");
         methods.gives_image = way != kNoImage;
         const FunctionID function = methods.find(L"System.Xml.XmlReader", L"Close");
@@ -221,7 +223,7 @@ TEST_F(Image, SparesTheRuntimeItsMetadataUnlessThatMayChange) {
         EXPECT_FALSE(needs_description(&methods, function));
         EXPECT_EQ(methods.opened, way == kImage ? 0 : 1);
     }
-    SetEnvironmentVariableW(L"DOTNET_MODIFIABLE_ASSEMBLIES", nullptr);
+    SetEnvironmentVariableW(L"COMPlus_MODIFIABLE_ASSEMBLIES", nullptr);
     target_methods.clear();
 }
 

@@ -363,6 +363,21 @@ TEST_F(LogFileTest, WaitsForAnotherProcessAMomentOnly) {
     EXPECT_GE(took, 450U); // ticks are coarse
     EXPECT_LT(took, 5000U);
     EXPECT_THAT(texts(path_), ElementsAre("1", "2"));
+
+    // It is waited for once, not for each line, until it was free again.
+    const ULONGLONG next = real_clock();
+    for (int line = 0; line < 100; ++line) {
+        EXPECT_EQ(file.append(L"3"), L"");
+    }
+    EXPECT_LT(real_clock() - next, 5000U);
+    UnlockFileEx(other.get(), 0, 1, 0, &place);
+    EXPECT_EQ(file.append(L"4"), L"");
+    ASSERT_NE(LockFileEx(other.get(), LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0,
+                         &place),
+              FALSE);
+    const ULONGLONG again = real_clock();
+    EXPECT_EQ(file.append(L"5"), L"");
+    EXPECT_GE(real_clock() - again, 450U);
 }
 
 } // namespace
