@@ -24,7 +24,8 @@ struct Theme : NamedRow {
 class Exceptions : public EachRuntimeRowTest<Theme> {
 protected:
     // Compares with a plain run.
-    void run(const std::vector<std::wstring>& arguments, DWORD exit_code, bool records) {
+    void run(const std::vector<std::wstring>& arguments, DWORD exit_code, bool records,
+             bool debugged = false) {
         program = L"exceptions";
         configure("<configuration><instrumentation><applications>"
                   "<application name='exceptions.exe' corvane='Enabled'/>"
@@ -34,7 +35,8 @@ protected:
                          .environment = {{L"CORVANE_STRICT_IL", L"1"},
                                          {L"DOTNET_STARTUP_HOOKS", managed_library().wstring()}},
                          .with_witness = false,
-                         .with_debugger = false,
+                         .with_debugger = debugged,
+                         .raises_alike = debugged,
                          .exit_code = exit_code};
         if (records) {
             launch.environment[L"CORVANE_CALL_TREE"] = tree().wstring();
@@ -66,6 +68,12 @@ INSTANTIATE_TEST_SUITE_P(Themes, ExceptionTheme,
 TEST_P(ExceptionTheme, LooksAsWithoutInstrumentation) {
     run({row().argument}, row().exit_code, false);
     EXPECT_FALSE(std::filesystem::exists(tree()));
+}
+
+// A debugger stops at each exception where it is thrown, and at one that nothing handles once more:
+// neither more often nor elsewhere because a method in between is instrumented.
+TEST_P(ExceptionTheme, LooksAsWithoutInstrumentationToADebugger) {
+    run({row().argument}, row().exit_code, true, true);
 }
 
 TEST_P(ExceptionTheme, IsRecorded) {

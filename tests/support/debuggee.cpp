@@ -103,6 +103,9 @@ DWORD handle_event(const DebuggeeOptions& options, HANDLE process, const DEBUG_E
             loaded = true;
             return DBG_CONTINUE;
         }
+        if (options.on_exception) {
+            options.on_exception(event.u.Exception);
+        }
         return DBG_EXCEPTION_NOT_HANDLED;
     default:
         return DBG_CONTINUE;

@@ -24,6 +24,8 @@ struct DebuggeeOptions {
     bool passes_errors = false; // standard error is the caller's in any case
     std::chrono::milliseconds timeout = std::chrono::minutes(2);
     std::function<void(const std::wstring& line)> on_debug_output; // none: no debugger
+    // What the program raises, as its debugger hears of it; only with `on_debug_output`.
+    std::function<void(const EXCEPTION_DEBUG_INFO& raised)> on_exception;
 };
 
 struct DebuggeeResult {

@@ -13,6 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr DWORD kManagedException = 0xE0434352;
 constexpr wchar_t kClassId[] = L"{5D3A9C71-0B6E-4F28-9A41-7C2E8B04D1F6}";
 
 // A path that the build machine wrote; what runs Windows programs there shows its files as drive Z.
@@ -170,6 +171,11 @@ RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment)
         options.on_debug_output = [&run](const std::wstring& line) {
             run.debug_output.push_back(line);
         };
+        options.on_exception = [&run](const EXCEPTION_DEBUG_INFO& info) {
+            if (info.ExceptionRecord.ExceptionCode == kManagedException) {
+                run.raised.push_back(info.dwFirstChance != 0 ? L"first chance" : L"second chance");
+            }
+        };
     }
     const DebuggeeResult result = run_debuggee(options);
     if (result.timed_out) {
@@ -182,9 +188,11 @@ RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment)
 
 // One for all tests that start the program alike: nothing that a test varies besides reaches it.
 const RuntimeTest::Run& RuntimeTest::plain_run(const Launch& launch) {
-    static std::map<std::tuple<int, std::wstring, std::wstring, std::vector<std::wstring>>, Run>
+    static std::map<std::tuple<int, std::wstring, std::wstring, std::vector<std::wstring>, bool>,
+                    Run>
         runs;
-    const auto key = std::tuple(major_, program, launch.executable, launch.arguments);
+    const auto key =
+        std::tuple(major_, program, launch.executable, launch.arguments, launch.with_debugger);
     const auto found = runs.find(key);
     if (found != runs.end()) {
         return found->second;
@@ -211,6 +219,10 @@ Watched RuntimeTest::watch(const Launch& launch) {
     const Run watched = run(launch, environment);
     EXPECT_EQ(watched.exit_code, launch.exit_code);
     EXPECT_EQ(watched.output, plain.output + launch.remark);
+    if (launch.raises_alike) {
+        EXPECT_NE(plain.raised, Lines());
+        EXPECT_EQ(watched.raised, plain.raised);
+    }
     return read_debug_output(watched.debug_output);
 }
 

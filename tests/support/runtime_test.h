@@ -61,6 +61,7 @@ struct Launch {
     bool with_witness = true;     // between the runtime and the profiler
     std::wstring witness = L"witness.dll";
     bool with_debugger = true; // else there is no log, which is quicker by far
+    bool raises_alike = false; // a debugger hears of the same exceptions in both runs
     std::chrono::seconds timeout = std::chrono::seconds(60);
     DWORD exit_code = 0;     // the one that it must have, plain and profiled
     std::string remark = {}; // what the profiled run writes behind all that the plain one does
@@ -122,6 +123,7 @@ private:
         DWORD exit_code = 0;
         std::string output;
         Lines debug_output;
+        Lines raised; // managed exceptions, as a debugger hears of them
     };
     Run run(const Launch& launch, Environment environment);
     const Run& plain_run(const Launch& launch);
