@@ -1,0 +1,11 @@
+namespace Corvane.Instrumentation.Spans;
+
+// What is known of a method beyond its name: gives the span of a call its name, kind and attributes. It runs on the
+// program's thread, and what it calls is not recorded.
+internal interface ISpanConvention
+{
+    void Begin(Span span, object? receiver, object?[] arguments);
+
+    // Of a call that returned. The result of a method that goes on afterwards is its task.
+    void End(Span span, object? receiver, object?[] arguments, object? result);
+}

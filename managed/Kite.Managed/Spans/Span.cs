@@ -1,0 +1,103 @@
+using System.Collections.Generic;
+
+namespace Corvane.Instrumentation.Spans;
+
+// One operation of the program, from its begin to the end of its work. It is written by whoever runs the operation,
+// one at a time, and not any more once a sink has it.
+internal sealed class Span
+{
+    // Of the spans that are made of calls.
+    internal const string CallScope = "Corvane.Instrumentation";
+
+    private static readonly KeyValuePair<string, object>[] none = new KeyValuePair<string, object>[0];
+
+    private List<KeyValuePair<string, object>>? attributes;
+    private Failure? failure;
+
+    internal Span(TraceId trace, ulong id, ulong parentId, string name, string? method, string scope)
+    {
+        Trace = trace;
+        Id = id;
+        ParentId = parentId;
+        Name = name;
+        Method = method;
+        Scope = scope;
+    }
+
+    internal TraceId Trace { get; }
+
+    internal ulong Id { get; }
+
+    // 0 for none.
+    internal ulong ParentId { get; }
+
+    internal string Name { get; set; }
+
+    // Namespace, type and name; null for a span that is not of a call.
+    internal string? Method { get; }
+
+    // Who made it: CallScope, or the name of an activity source.
+    internal string Scope { get; }
+
+    // In timestamps of Stopwatch.
+    internal long Started { get; set; }
+
+    // 0 while it is open.
+    internal long Ended { get; set; }
+
+    // The managed thread that it began on.
+    internal int ThreadId { get; set; }
+
+    internal SpanKind Kind { get; set; } = SpanKind.Internal;
+
+    // Its work may go on afterwards: nothing that may be looked at says when that ends.
+    internal bool EndsAtReturn { get; set; }
+
+    // Sinks are shown no other ones.
+    internal bool IsSampled { get; set; } = true;
+
+    internal bool HasError => failure != null;
+
+    // The full name of the exception's type, where there is one.
+    internal string? ErrorType => failure?.Type;
+
+    // Null unless CORVANE_VALUES lets it through.
+    internal string? ErrorMessage => failure?.Message;
+
+    internal IReadOnlyList<KeyValuePair<string, object>> Attributes => (IReadOnlyList<KeyValuePair<string, object>>?)attributes ?? none;
+
+    // A string, long, double or bool. The last one of a key counts.
+    internal void SetAttribute(string key, object value)
+    {
+        attributes ??= new List<KeyValuePair<string, object>>();
+        var attribute = new KeyValuePair<string, object>(key, value);
+        for (var position = 0; position < attributes.Count; position++)
+        {
+            if (attributes[position].Key == key)
+            {
+                attributes[position] = attribute;
+                return;
+            }
+        }
+        attributes.Add(attribute);
+    }
+
+    internal void Fail(string? type, string? message) => failure = new Failure(type, message);
+
+    // The operation went well after all.
+    internal void TakeBackFailure() => failure = null;
+
+    // Of its own, because few spans have one.
+    private sealed class Failure
+    {
+        internal Failure(string? type, string? message)
+        {
+            Type = type;
+            Message = message;
+        }
+
+        internal string? Type { get; }
+
+        internal string? Message { get; }
+    }
+}
