@@ -101,12 +101,12 @@ function(corvane_profiler_library name)
   set_target_properties(${name} PROPERTIES PREFIX "")
 endfunction()
 
-# corvane_dotnet_program(NAME DIRECTORY [PROJECT project] [ASSEMBLY assembly] [DEPENDS file...]
-# [PUBLISH property...]): builds the C# project DIRECTORY/NAME.csproj into managed/NAME of the build directory, by
+# corvane_dotnet_program(NAME DIRECTORY [PROJECT project] [ASSEMBLY assembly] [FRAMEWORK framework]
+# [DEPENDS file...] [PUBLISH property...]): builds the C# project DIRECTORY/NAME.csproj into managed/NAME of the build directory, by
 # the target managed_NAME, which whoever runs it depends on; or publishes it, with these properties. Project and
 # assembly are called NAME unless told otherwise. No build server is left running.
 function(corvane_dotnet_program name directory)
-  cmake_parse_arguments(arg "" "PROJECT;ASSEMBLY" "DEPENDS;PUBLISH" ${ARGN})
+  cmake_parse_arguments(arg "" "PROJECT;ASSEMBLY;FRAMEWORK" "DEPENDS;PUBLISH" ${ARGN})
   if(NOT arg_PROJECT)
     set(arg_PROJECT ${name})
   endif()
@@ -115,8 +115,12 @@ function(corvane_dotnet_program name directory)
   endif()
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${directory}/*.cs" "${directory}/*.csproj")
   set(output "${CMAKE_BINARY_DIR}/managed/${name}")
+  set(framework)
   set(assembly "${output}/${arg_ASSEMBLY}.dll")
   set(command build)
+  if(arg_FRAMEWORK)
+    set(framework --framework ${arg_FRAMEWORK})
+  endif()
   if(arg_PUBLISH)
     set(command publish)
     list(TRANSFORM arg_PUBLISH PREPEND "-p:")
@@ -128,7 +132,7 @@ function(corvane_dotnet_program name directory)
   add_custom_command(
     OUTPUT "${assembly}"
     COMMAND dotnet ${command} "${directory}/${arg_PROJECT}.csproj" --configuration Release --output "${output}"
-            ${arg_PUBLISH} --nologo --verbosity quiet -nodeReuse:false -p:UseSharedCompilation=false
+            ${framework} ${arg_PUBLISH} --nologo --verbosity quiet -nodeReuse:false -p:UseSharedCompilation=false
             --artifacts-path "${CMAKE_BINARY_DIR}/managed/obj/${name}"
     # An output that was up to date is not written again.
     COMMAND "${CMAKE_COMMAND}" -E touch "${assembly}"

@@ -4,6 +4,9 @@ namespace Corvane.Instrumentation.Spans;
 // program's thread, and what it calls is not recorded.
 internal interface ISpanConvention
 {
+    // Of its spans. Known before there is one, for an activity cannot change it.
+    SpanKind Kind { get; }
+
     void Begin(Span span, object? receiver, object?[] arguments);
 
     // Of a call that returned. The result of a method that goes on afterwards is its task.
