@@ -1,6 +1,7 @@
 // The program whose end is tested, started by the tests with one of the names below. It makes its calls as
 // injected code does.
 using System;
+using System.Collections.Generic;
 using System.IO;
 using System.Linq;
 using System.Reflection;
@@ -33,6 +34,12 @@ internal static class Program
                 });
             case ["throw"]:
                 return Call<int>(0, "Add", [1, 2], () => throw new InvalidOperationException("on purpose"));
+            case ["observe and return"]:
+                Invokers.AddObserver(new Prints());
+                return Call(0, "Add", [1, 2], () => Call(1, "Name", ["x"], () => "x").Length + 2);
+            case ["observe and throw"]:
+                Invokers.AddObserver(new Prints());
+                return Call(0, "Add", [1, 2], () => Call<int>(1, "Name", ["x"], () => throw new InvalidOperationException("on purpose")));
             case ["exit in callback"]:
                 Invokers.AddArgumentCallback((_, _, _, _) => Environment.Exit(5));
                 return Call(0, "Add", [1, 2], () => 0);
@@ -244,6 +251,19 @@ internal static class Program
     {
         Call(0, "Add", [1, 2], () => 0);
         return typeof(span).Assembly;
+    }
+
+    private sealed class Prints : CallObserver
+    {
+        public override object? OnBegin(MethodData method, object? receiver, IReadOnlyList<object?> arguments)
+        {
+            Console.WriteLine($"begin {method.Name["Program.".Length..]}");
+            return null;
+        }
+
+        public override void OnEnd(object? state, object? result) => Console.WriteLine($"end {result}");
+
+        public override void OnError(object? state, Exception? exception) => Console.WriteLine($"error {exception?.Message}");
     }
 
     private sealed class ThrowingWriter : StringWriter

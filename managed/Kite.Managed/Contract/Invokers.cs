@@ -1,10 +1,12 @@
+using System;
 using System.Reflection;
+using Corvane.Instrumentation.Observing;
 using Corvane.Instrumentation.Recording;
 
 namespace Corvane.Instrumentation;
 
 /// <summary>
-/// The instrumented methods that were called so far, and the callbacks that want to hear of calls.
+/// The instrumented methods that were called so far, and the callbacks and observers that want to hear of calls.
 /// </summary>
 public static class Invokers
 {
@@ -34,4 +36,22 @@ public static class Invokers
     /// <returns>Whether it was registered.</returns>
     public static bool RemoveArgumentCallback(MethodArgumentCallback? callback) =>
         Recorder.Current?.Callbacks.Remove(callback) == true;
+
+    /// <summary>
+    /// Registers an observer for the calls that begin from now on. Registered twice, it sees each call twice.
+    /// </summary>
+    /// <param name="observer">The observer.</param>
+    /// <returns>
+    /// Takes the registration back when it is disposed of. Calls that the observer saw begin still end; another thread may
+    /// just be about to show it one more.
+    /// </returns>
+    /// <exception cref="ArgumentNullException">There is no observer.</exception>
+    public static IDisposable AddObserver(CallObserver observer)
+    {
+        if (observer == null)
+        {
+            throw new ArgumentNullException(nameof(observer));
+        }
+        return Recorder.Current?.Observe(observer) ?? new ObserverRegistration(null, observer);
+    }
 }

@@ -2,6 +2,7 @@ using System;
 using System.Collections.Concurrent;
 using System.Reflection;
 using System.Runtime.CompilerServices;
+using Corvane.Instrumentation.Observing;
 using Corvane.Instrumentation.Recording;
 
 namespace Corvane.Instrumentation;
@@ -16,6 +17,7 @@ public sealed class MethodData
 
     private readonly WeakReference<MethodBase>? method;
     private MethodSignature? signature;
+    private volatile ObserversOfMethod? observers;
 
     internal MethodData(uint index, MethodBase? method, bool traced)
     {
@@ -43,6 +45,13 @@ public sealed class MethodData
     // Made when it is first asked for: of most methods nobody ever does, and it takes longer than all the rest. Who
     // wants it after the method's assembly is gone has to ask before.
     internal MethodSignature Signature => signature ??= MethodSignature.Of(Index, Method);
+
+    // Null until a call of it could be seen.
+    internal ObserversOfMethod? Observers
+    {
+        get => observers;
+        set => observers = value;
+    }
 
     // Follows what the injected code writes back; a value that it could not cast would end its prologue.
     internal bool CanReplace(int index, object value)

@@ -2,6 +2,7 @@ using System;
 using System.Collections.Generic;
 using System.Diagnostics;
 using System.Threading;
+using Corvane.Instrumentation.Observing;
 using Corvane.Instrumentation.Privacy;
 
 namespace Corvane.Instrumentation.Recording;
@@ -31,9 +32,16 @@ internal sealed class CallRecorder
         this.values = values;
         this.capacity = capacity;
         Summary = summary;
+        Observers = new CallObservers(methods);
     }
 
+    // One that only shows calls to observers.
+    internal static CallRecorder OfNothing(MethodTable methods) =>
+        new CallRecorder(methods, RecordedValues.None, capacity: null);
+
     internal CallSummary? Summary { get; }
+
+    internal CallObservers Observers { get; }
 
     // Whether any call began or ended.
     internal bool HasCalls => Interlocked.Read(ref seen) > 0 || Summary is { IsEmpty: false };
@@ -46,8 +54,17 @@ internal sealed class CallRecorder
     internal void Enter(uint index, object? receiver, object?[] arguments)
     {
         var thread = current.Value!;
+        if (RecordsNothing && Observers.IsEmpty && thread.IsIdle)
+        {
+            return;
+        }
         var call = Record(thread, index, receiver, arguments);
         thread.Open(index, call);
+        ShowLost(thread);
+        if (!Observers.IsEmpty && Observers.Begin(index, receiver, arguments) is { } observed)
+        {
+            thread.Observe(observed);
+        }
         if (call != null || Summary != null)
         {
             thread.Start(Stopwatch.GetTimestamp());
@@ -58,7 +75,13 @@ internal sealed class CallRecorder
     {
         var now = Stopwatch.GetTimestamp();
         var thread = current.Value!;
-        var recorded = thread.Close(index, out var call) ? call.Call : Record(thread, index, null, arguments);
+        var isOpen = thread.Close(index, out var call);
+        ShowLost(thread);
+        if (call.Observed != null)
+        {
+            Observers.End(call.Observed, result);
+        }
+        var recorded = isOpen ? call.Call : Record(thread, index, null, arguments);
         if (recorded != null)
         {
             End(thread, recorded, CallText.Result(thread.Text, recorded.Method, arguments, result, values), now);
@@ -97,6 +120,10 @@ internal sealed class CallRecorder
             return;
         }
         var now = Stopwatch.GetTimestamp();
+        if (call.Observed != null)
+        {
+            Observers.Error(call.Observed, call.Note as Exception);
+        }
         if (call.Call != null)
         {
             End(thread, call.Call, call.Call.Outcome, now);
@@ -118,6 +145,20 @@ internal sealed class CallRecorder
         lock (threads)
         {
             return threads.ToArray();
+        }
+    }
+
+    private bool RecordsNothing => capacity == null && Summary == null;
+
+    // Calls of which no end was seen, and none will be.
+    private void ShowLost(ThreadCalls thread)
+    {
+        if (thread.TakeLost() is { } lost)
+        {
+            foreach (var observed in lost)
+            {
+                Observers.Error(observed, null);
+            }
         }
     }
 

@@ -21,15 +21,20 @@ internal sealed class Recorder
 
     private static readonly object?[] noArguments = new object?[0];
 
-    private readonly CallRecorder? calls;
+    private readonly CallRecorder calls;
     private readonly TraceLog? log;
+    private readonly bool records;
+    private volatile bool follows; // what begins and ends, for the record or for observers
+    private int watchesEnd;
     private long failures;
 
     internal Recorder(MethodTable methods, CallRecorder? calls, TraceLog? log)
     {
         Methods = methods;
-        this.calls = calls;
+        this.calls = calls ?? CallRecorder.OfNothing(methods);
+        this.calls.Observers.Failed = CountFailure;
         this.log = log;
+        records = follows = calls != null;
     }
 
     // Null if there cannot be one, and while it is made: what loads assemblies for that may run instrumented code.
@@ -42,7 +47,7 @@ internal sealed class Recorder
     // What the injected code or a callback failed at.
     internal long Failures => Interlocked.Read(ref failures);
 
-    internal bool IsIdle => busy || (calls == null && Callbacks.IsEmpty);
+    internal bool IsIdle => busy || (!follows && Callbacks.IsEmpty);
 
     // Whether the receiver may be looked at: in a method of a value type it may be an address. Asked while it is not
     // idle; it may describe the method, which loads types.
@@ -64,6 +69,19 @@ internal sealed class Recorder
         }
     }
 
+    // Once there was an observer, calls are followed to the end of the process: one that was seen to begin may be open
+    // for as long. An exception that ends the process ends its calls; where they are recorded, the printing does that.
+    internal IDisposable Observe(CallObserver observer)
+    {
+        if (!records && Interlocked.Exchange(ref watchesEnd, 1) == 0)
+        {
+            AtExit.Run(FinishWithoutRecord);
+        }
+        var registration = calls.Observers.Add(observer);
+        follows = true;
+        return registration;
+    }
+
     // One that is passed over is registered by its next call: describing a method may have to load types,
     // for which the program may be asked.
     internal void Register(uint index, MethodBase? method, bool traced)
@@ -75,7 +93,7 @@ internal sealed class Recorder
         busy = true;
         try
         {
-            Methods.Register(index, method, traced, describe: calls != null);
+            Methods.Register(index, method, traced, describe: records);
         }
         catch (Exception exception)
         {
@@ -103,7 +121,10 @@ internal sealed class Recorder
             {
                 RunCallbacks(index, receiver, arguments, directives);
             }
-            calls?.Enter(index, receiver, arguments);
+            if (follows)
+            {
+                calls.Enter(index, receiver, arguments);
+            }
         }
         catch (Exception exception)
         {
@@ -117,7 +138,7 @@ internal sealed class Recorder
 
     internal void Leave(uint index, object?[]? arguments, object? result)
     {
-        if (calls == null || busy)
+        if (!follows || busy)
         {
             return;
         }
@@ -138,7 +159,7 @@ internal sealed class Recorder
 
     internal bool Fail(Exception? exception)
     {
-        if (calls == null || busy)
+        if (!follows || busy)
         {
             return false;
         }
@@ -189,7 +210,7 @@ internal sealed class Recorder
 
     private void Finish()
     {
-        if (calls == null || busy)
+        if (!follows || busy)
         {
             return;
         }
@@ -216,7 +237,7 @@ internal sealed class Recorder
         try
         {
             FinishCalls();
-            var reason = calls!.HasCalls ? null : NothingRecorded.Reason(Methods);
+            var reason = calls.HasCalls ? null : NothingRecorded.Reason(Methods);
             if (reason != null)
             {
                 Complaint.Write(reason.Text);
@@ -234,11 +255,19 @@ internal sealed class Recorder
         }
     }
 
+    private void FinishWithoutRecord()
+    {
+        var before = busy;
+        busy = true;
+        FinishCalls();
+        busy = before;
+    }
+
     private void FinishCalls()
     {
         try
         {
-            calls!.FinishAll();
+            calls.FinishAll();
         }
         catch (Exception exception)
         {

@@ -1,5 +1,6 @@
 using System.Collections.Generic;
 using System.Text;
+using Corvane.Instrumentation.Observing;
 
 namespace Corvane.Instrumentation.Recording;
 
@@ -17,6 +18,9 @@ internal sealed class ThreadCalls
     // The call that the last operation ended for its note.
     private OpenCall? failed;
 
+    // Observed calls of which no end was seen, innermost first; null if there are none.
+    private List<ObservedCall[]>? lost;
+
     internal object Gate { get; } = new object();
 
     // Stands for no call: its children are the thread's outermost ones.
@@ -31,6 +35,8 @@ internal sealed class ThreadCalls
 
     internal Call Innermost => (open.Count == 0 ? null : open[open.Count - 1].Call) ?? Root;
 
+    internal bool IsIdle => open.Count == 0;
+
     internal bool IsInnermostNoted => open.Count > 0 && open[open.Count - 1].Note != null;
 
     // A call that is not recorded is null, and is open all the same, so that its end is known from others.
@@ -39,9 +45,23 @@ internal sealed class ThreadCalls
         failed = null;
         if (open.Count == MaxOpen)
         {
-            open.RemoveRange(0, MaxOpen / 2);
+            Lose(0, MaxOpen / 2);
         }
         open.Add(new OpenCall { Index = index, Call = call });
+    }
+
+    internal void Observe(ObservedCall[] observed)
+    {
+        var call = open[open.Count - 1];
+        call.Observed = observed;
+        open[open.Count - 1] = call;
+    }
+
+    internal List<ObservedCall[]>? TakeLost()
+    {
+        var taken = lost;
+        lost = null;
+        return taken;
     }
 
     // The innermost call begins now.
@@ -71,7 +91,8 @@ internal sealed class ThreadCalls
             {
                 call = open[position];
                 call.Note = null;
-                open.RemoveRange(position, open.Count - position);
+                Lose(position + 1, open.Count - position - 1);
+                open.RemoveAt(position);
                 return true;
             }
         }
@@ -123,10 +144,24 @@ internal sealed class ThreadCalls
         return true;
     }
 
+    private void Lose(int first, int count)
+    {
+        for (var position = first + count - 1; position >= first; position--)
+        {
+            if (open[position].Observed is { } observed)
+            {
+                lost ??= new List<ObservedCall[]>();
+                lost.Add(observed);
+            }
+        }
+        open.RemoveRange(first, count);
+    }
+
     internal struct OpenCall
     {
         internal uint Index;
         internal Call? Call;
+        internal ObservedCall[]? Observed;
         internal long Started;  // in timestamps
         internal bool HasFailed; // it was ended as one that an exception left
         internal object? Note;  // the exception; kept no longer than the call is open
