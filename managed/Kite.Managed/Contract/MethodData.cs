@@ -1,5 +1,6 @@
 using System;
 using System.Collections.Concurrent;
+using System.Diagnostics.CodeAnalysis;
 using System.Reflection;
 using System.Runtime.CompilerServices;
 using Corvane.Instrumentation.Observing;
@@ -53,6 +54,9 @@ public sealed class MethodData
         set => observers = value;
     }
 
+    [UnconditionalSuppressMessage("Trimming", "IL2026", Justification = "The method runs: its token is that of the module as it is.")]
+    private static MethodBase DefinitionOf(MethodBase method) => method.Module.ResolveMethod(method.MetadataToken)!;
+
     // Follows what the injected code writes back; a value that it could not cast would end its prologue.
     internal bool CanReplace(int index, object value)
     {
@@ -64,7 +68,7 @@ public sealed class MethodData
         if (definition.IsGenericMethod || definition.DeclaringType is { IsGenericType: true })
         {
             // What counts is the type that the signature names, not the one that takes its place here.
-            definition = definition.Module.ResolveMethod(definition.MetadataToken)!;
+            definition = DefinitionOf(definition);
         }
         var parameters = definition.GetParameters();
         if (index >= parameters.Length)

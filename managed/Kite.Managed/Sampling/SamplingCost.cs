@@ -6,6 +6,10 @@ namespace Corvane.Sampling;
 /// <summary>What sampling took.</summary>
 public sealed class SamplingCost
 {
+    internal SamplingCost()
+    {
+    }
+
     /// <summary>From the start to the stop.</summary>
     public TimeSpan Duration { get; internal set; }
 

@@ -33,7 +33,7 @@ internal sealed class WindowsThreads : IProcessThreads
         }
         try
         {
-            var entry = new ThreadEntry { Size = (uint)Marshal.SizeOf(typeof(ThreadEntry)) };
+            var entry = new ThreadEntry { Size = (uint)Marshal.SizeOf<ThreadEntry>() };
             for (var more = Thread32First(list, ref entry); more; more = Thread32Next(list, ref entry))
             {
                 if (entry.ProcessId == process)
