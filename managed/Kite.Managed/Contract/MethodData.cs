@@ -5,6 +5,7 @@ using System.Reflection;
 using System.Runtime.CompilerServices;
 using Corvane.Instrumentation.Observing;
 using Corvane.Instrumentation.Recording;
+using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation;
 
@@ -19,6 +20,8 @@ public sealed class MethodData
     private readonly WeakReference<MethodBase>? method;
     private MethodSignature? signature;
     private volatile ObserversOfMethod? observers;
+    private ISpanConvention? convention;
+    private volatile bool isConventionKnown;
 
     internal MethodData(uint index, MethodBase? method, bool traced)
     {
@@ -54,8 +57,17 @@ public sealed class MethodData
         set => observers = value;
     }
 
-    [UnconditionalSuppressMessage("Trimming", "IL2026", Justification = "The method runs: its token is that of the module as it is.")]
-    private static MethodBase DefinitionOf(MethodBase method) => method.Module.ResolveMethod(method.MetadataToken)!;
+    // Looked up once.
+    internal ISpanConvention? Convention(Func<MethodBase, ISpanConvention?> find)
+    {
+        if (!isConventionKnown)
+        {
+            var definition = Method;
+            convention = definition == null ? null : find(definition);
+            isConventionKnown = true;
+        }
+        return convention;
+    }
 
     // Follows what the injected code writes back; a value that it could not cast would end its prologue.
     internal bool CanReplace(int index, object value)

@@ -4,6 +4,7 @@ using System.Diagnostics;
 using System.Threading;
 using Corvane.Instrumentation.Observing;
 using Corvane.Instrumentation.Privacy;
+using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation.Recording;
 
@@ -26,20 +27,24 @@ internal sealed class CallRecorder
 
     // With null for the capacity only the summary is kept.
     internal CallRecorder(
-        MethodTable methods, RecordedValues values, int? capacity = DefaultCapacity, CallSummary? summary = null)
+        MethodTable methods, RecordedValues values, int? capacity = DefaultCapacity, CallSummary? summary = null,
+        SpanRecorder? spans = null)
     {
         this.methods = methods;
         this.values = values;
         this.capacity = capacity;
         Summary = summary;
+        Spans = spans;
         Observers = new CallObservers(methods);
     }
 
-    // One that only shows calls to observers.
-    internal static CallRecorder OfNothing(MethodTable methods) =>
-        new CallRecorder(methods, RecordedValues.None, capacity: null);
+    // One that only makes spans, if anything, and shows calls to observers.
+    internal static CallRecorder OfNothing(MethodTable methods, SpanRecorder? spans = null) =>
+        new CallRecorder(methods, RecordedValues.None, capacity: null, spans: spans);
 
     internal CallSummary? Summary { get; }
+
+    internal SpanRecorder? Spans { get; }
 
     internal CallObservers Observers { get; }
 
@@ -54,7 +59,8 @@ internal sealed class CallRecorder
     internal void Enter(uint index, object? receiver, object?[] arguments)
     {
         var thread = current.Value!;
-        if (RecordsNothing && Observers.IsEmpty && thread.IsIdle)
+        var hasSpans = Spans is { IsWanted: true };
+        if (RecordsNothing && !hasSpans && Observers.IsEmpty && thread.IsIdle)
         {
             return;
         }
@@ -65,9 +71,15 @@ internal sealed class CallRecorder
         {
             thread.Observe(observed);
         }
-        if (call != null || Summary != null)
+        var span = hasSpans ? Spans!.Begin(index, methods.Find(index), receiver, arguments) : default;
+        if (call != null || Summary != null || span.Span != null)
         {
-            thread.Start(Stopwatch.GetTimestamp());
+            var now = Stopwatch.GetTimestamp();
+            thread.Start(now, span);
+            if (span.Span != null)
+            {
+                span.Span.Started = now;
+            }
         }
     }
 
@@ -85,6 +97,17 @@ internal sealed class CallRecorder
         if (recorded != null)
         {
             End(thread, recorded, CallText.Result(thread.Text, recorded.Method, arguments, result, values), now);
+        }
+        if (call.Span.Span != null)
+        {
+            if (call.HasFailed)
+            {
+                Spans!.TakeBackFailure(call.Span.Span);
+            }
+            else
+            {
+                Spans!.Return(call.Span, methods.Find(index)?.Signature, arguments, result, now);
+            }
         }
         if (call.HasFailed)
         {
@@ -104,9 +127,13 @@ internal sealed class CallRecorder
         var now = Stopwatch.GetTimestamp();
         var thread = current.Value!;
         var found = thread.Note(exception ?? unknown, out var call);
-        if (call != null)
+        if (call.Call != null)
         {
-            End(thread, call, CallText.Exception(thread.Text, call.Method, exception, values), now);
+            End(thread, call.Call, CallText.Exception(thread.Text, call.Call.Method, exception, values), now);
+        }
+        if (call.Span.Span != null)
+        {
+            Spans!.Note(call.Span.Span, methods.Find(call.Index)?.Signature, exception);
         }
         return found;
     }
@@ -123,6 +150,10 @@ internal sealed class CallRecorder
         if (call.Observed != null)
         {
             Observers.Error(call.Observed, call.Note as Exception);
+        }
+        if (call.Span.Span != null)
+        {
+            Spans!.End(call.Span, now);
         }
         if (call.Call != null)
         {
@@ -148,16 +179,23 @@ internal sealed class CallRecorder
         }
     }
 
-    private bool RecordsNothing => capacity == null && Summary == null;
+    internal bool RecordsNothing => capacity == null && Summary == null;
 
     // Calls of which no end was seen, and none will be.
     private void ShowLost(ThreadCalls thread)
     {
         if (thread.TakeLost() is { } lost)
         {
-            foreach (var observed in lost)
+            foreach (var call in lost)
             {
-                Observers.Error(observed, null);
+                if (call.Observed != null)
+                {
+                    Observers.Error(call.Observed, null);
+                }
+                if (call.Span.Span != null)
+                {
+                    Spans!.Lose(call.Span.Span, Stopwatch.GetTimestamp());
+                }
             }
         }
     }

@@ -2,6 +2,7 @@ using System;
 using System.Reflection;
 using System.Text;
 using Corvane.Instrumentation.Privacy;
+using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation.Recording;
 
@@ -24,6 +25,7 @@ internal sealed class MethodSignature
             parameters, parameter => ResultIsSecret || SecretNames.IsSecret(parameter.Name ?? ""));
         ReturnsValue = method is MethodInfo function && function.ReturnType != typeof(void);
         HasObjectReceiver = method is { IsStatic: false, DeclaringType.IsValueType: false };
+        WorkEnd = method == null ? WorkEnd.Return : WorkEnds.Of(method);
         OwnType = HasObjectReceiver && !method!.DeclaringType!.IsSealed ? TypeNames.Of(method.DeclaringType) : null;
     }
 
@@ -39,6 +41,8 @@ internal sealed class MethodSignature
 
     // In a value type's method the receiver may be the address of the value instead of an object.
     internal bool HasObjectReceiver { get; }
+
+    internal WorkEnd WorkEnd { get; }
 
     // The declaring type's name where the receiver may be of another type, else null.
     internal string? OwnType { get; }

@@ -5,6 +5,7 @@ using System.Reflection;
 using System.Runtime.CompilerServices;
 using System.Threading;
 using Corvane.Instrumentation.Privacy;
+using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation.Recording;
 
@@ -24,7 +25,7 @@ internal sealed class Recorder
     private readonly CallRecorder calls;
     private readonly TraceLog? log;
     private readonly bool records;
-    private volatile bool follows; // what begins and ends, for the record or for observers
+    private volatile bool follows; // what begins and ends, for the record, for observers or for spans
     private int watchesEnd;
     private long failures;
 
@@ -33,8 +34,14 @@ internal sealed class Recorder
         Methods = methods;
         this.calls = calls ?? CallRecorder.OfNothing(methods);
         this.calls.Observers.Failed = CountFailure;
+        if (this.calls.Spans is { } spans)
+        {
+            spans.Failed = CountFailure;
+            spans.Guarded = Guard;
+        }
         this.log = log;
-        records = follows = calls != null;
+        records = calls is { RecordsNothing: false };
+        follows = records || calls?.Spans is { IsWanted: true };
     }
 
     // Null if there cannot be one, and while it is made: what loads assemblies for that may run instrumented code.
@@ -47,7 +54,7 @@ internal sealed class Recorder
     // What the injected code or a callback failed at.
     internal long Failures => Interlocked.Read(ref failures);
 
-    internal bool IsIdle => busy || (!follows && Callbacks.IsEmpty);
+    internal bool IsIdle => busy || (!follows && Callbacks.IsEmpty && !FindsListener());
 
     // Whether the receiver may be looked at: in a method of a value type it may be an address. Asked while it is not
     // idle; it may describe the method, which loads types.
@@ -121,7 +128,7 @@ internal sealed class Recorder
             {
                 RunCallbacks(index, receiver, arguments, directives);
             }
-            if (follows)
+            if (follows && !OwnWork.IsCurrent)
             {
                 calls.Enter(index, receiver, arguments);
             }
@@ -205,6 +212,39 @@ internal sealed class Recorder
         finally
         {
             busy = false;
+        }
+    }
+
+    // Whether somebody has begun to listen to the activities of calls. From then on calls are followed. What is asked for
+    // that may be instrumented itself.
+    private bool FindsListener()
+    {
+        if (calls.Spans is not { } spans)
+        {
+            return false;
+        }
+        busy = true;
+        follows |= spans.IsWanted;
+        busy = false;
+        return follows;
+    }
+
+    // What the end of a task runs here is no work of the program, on whose thread it runs.
+    private void Guard(Action run)
+    {
+        var before = busy;
+        busy = true;
+        try
+        {
+            run();
+        }
+        catch (Exception exception)
+        {
+            CountFailure(exception);
+        }
+        finally
+        {
+            busy = before;
         }
     }
 
@@ -318,13 +358,16 @@ internal sealed class Recorder
     private static Recorder FromEnvironment()
     {
         var methods = new MethodTable();
+        var values = RecordedValuesVariable.Read();
         var tree = OutputTarget.FromVariable("CORVANE_CALL_TREE");
         var trace = OutputTarget.FromVariable("CORVANE_TRACE_LOG");
         var summary = OutputTarget.FromVariable("CORVANE_SUMMARY");
         var records = tree != null || summary != null;
-        var recorder = new Recorder(
-            methods, records ? MakeCallRecorder(methods, tree != null, summary != null) : null, trace == null ? null : new TraceLog(trace));
-        Rehearse(records, sumsUp: summary != null);
+        var spans = MakeSpanRecorder(values);
+        var calls = new CallRecorder(
+            methods, values, tree != null ? CallLimit() : null, summary != null ? new CallSummary() : null, spans);
+        var recorder = new Recorder(methods, calls, trace == null ? null : new TraceLog(trace));
+        Rehearse(records, sumsUp: summary != null, hasSpans: spans is { IsWanted: true });
         if (records)
         {
             AtExit.Run(() => recorder.Print(tree, summary));
@@ -332,13 +375,17 @@ internal sealed class Recorder
         return recorder;
     }
 
-    private static CallRecorder MakeCallRecorder(MethodTable methods, bool keepsCalls, bool sumsUp) =>
-        new CallRecorder(
-            methods, RecordedValuesVariable.Read(), keepsCalls ? CallLimit() : null, sumsUp ? new CallSummary() : null);
+    // Null if there cannot be anybody who wants spans.
+    private static SpanRecorder? MakeSpanRecorder(RecordedValues values)
+    {
+        ISpanSink? sink = null;
+        var hasActivities = SpanRecorder.FindActivities();
+        return sink != null || hasActivities ? new SpanRecorder(values, sink, hasActivities: hasActivities) : null;
+    }
 
     // What a trimmed program lacks is to be found now, not in the midst of a call or at the end. All of a method
     // is compiled before any of it runs.
-    private static void Rehearse(bool records, bool sumsUp)
+    private static void Rehearse(bool records, bool sumsUp, bool hasSpans)
     {
         var methods = new MethodTable();
         var recorder = new Recorder(methods, null, null);
@@ -350,6 +397,10 @@ internal sealed class Recorder
         if (records)
         {
             RehearseRecording(sumsUp);
+        }
+        if (hasSpans)
+        {
+            SpanRecorder.Rehearse();
         }
     }
 

@@ -1,6 +1,7 @@
 using System.Collections.Generic;
 using System.Text;
 using Corvane.Instrumentation.Observing;
+using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation.Recording;
 
@@ -18,8 +19,8 @@ internal sealed class ThreadCalls
     // The call that the last operation ended for its note.
     private OpenCall? failed;
 
-    // Observed calls of which no end was seen, innermost first; null if there are none.
-    private List<ObservedCall[]>? lost;
+    // Observed calls and calls with spans of which no end was seen, innermost first; null if there are none.
+    private List<OpenCall>? lost;
 
     internal object Gate { get; } = new object();
 
@@ -57,7 +58,7 @@ internal sealed class ThreadCalls
         open[open.Count - 1] = call;
     }
 
-    internal List<ObservedCall[]>? TakeLost()
+    internal List<OpenCall>? TakeLost()
     {
         var taken = lost;
         lost = null;
@@ -65,10 +66,11 @@ internal sealed class ThreadCalls
     }
 
     // The innermost call begins now.
-    internal void Start(long now)
+    internal void Start(long now, in OpenSpan span)
     {
         var call = open[open.Count - 1];
         call.Started = now;
+        call.Span = span;
         open[open.Count - 1] = call;
         call.Call?.Start(now);
     }
@@ -103,7 +105,7 @@ internal sealed class ThreadCalls
     // Takes note of an exception at the innermost open call that has no note of this one: it may pass through
     // many calls before the first of them ends. How many it has passed is kept at the innermost one, for calls
     // come and go above that in the meantime.
-    internal bool Note(object exception, out Call? call)
+    internal bool Note(object exception, out OpenCall call)
     {
         failed = null;
         var top = open.Count - 1;
@@ -114,11 +116,10 @@ internal sealed class ThreadCalls
         }
         if (position < 0)
         {
-            call = null;
+            call = default;
             return false;
         }
-        var noted = open[position];
-        call = noted.Call;
+        var noted = call = open[position];
         noted.Note = exception;
         noted.Noted = 1;
         open[position] = noted;
@@ -140,7 +141,10 @@ internal sealed class ThreadCalls
         }
         call = open[top];
         open.RemoveAt(top);
-        failed = new OpenCall { Index = call.Index, Call = call.Call, Started = call.Started, HasFailed = true };
+        failed = new OpenCall
+        {
+            Index = call.Index, Call = call.Call, Span = call.Span, Started = call.Started, HasFailed = true,
+        };
         return true;
     }
 
@@ -148,10 +152,10 @@ internal sealed class ThreadCalls
     {
         for (var position = first + count - 1; position >= first; position--)
         {
-            if (open[position].Observed is { } observed)
+            if (open[position] is { Observed: not null } or { Span.Span: not null })
             {
-                lost ??= new List<ObservedCall[]>();
-                lost.Add(observed);
+                lost ??= new List<OpenCall>();
+                lost.Add(open[position]);
             }
         }
         open.RemoveRange(first, count);
@@ -162,6 +166,7 @@ internal sealed class ThreadCalls
         internal uint Index;
         internal Call? Call;
         internal ObservedCall[]? Observed;
+        internal OpenSpan Span;
         internal long Started;  // in timestamps
         internal bool HasFailed; // it was ended as one that an exception left
         internal object? Note;  // the exception; kept no longer than the call is open

@@ -55,12 +55,14 @@ internal static class ValueText
             return text.Append("unknown");
         }
         text.Append(TypeNames.Of(exception.GetType()));
-        if (values == RecordedValues.All && messageField?.GetValue(exception) is string { Length: > 0 } message)
-        {
-            AppendText(text.Append(": "), message, '\0', MaxMessage, isRedacted: true);
-        }
-        return text;
+        return Message(exception, values) is { } message ? text.Append(": ").Append(message) : text;
     }
+
+    // As the exception was made with it; null if there is none, or none is to be recorded.
+    internal static string? Message(Exception exception, RecordedValues values) =>
+        values == RecordedValues.All && messageField?.GetValue(exception) is string { Length: > 0 } message
+            ? AppendText(new StringBuilder(), message, '\0', MaxMessage, isRedacted: true).ToString()
+            : null;
 
     internal static StringBuilder AppendQuoted(StringBuilder text, string characters, bool isRedacted = false) =>
         AppendText(text, characters, '"', MaxString, isRedacted);

@@ -9,6 +9,7 @@ internal interface ISpanConvention
 
     void Begin(Span span, object? receiver, object?[] arguments);
 
-    // Of a call that returned. The result of a method that goes on afterwards is its task.
+    // Of a call that returned, and whose task then ran to completion if it returned one. The result is what it returned,
+    // boxed; null instead of a value task that may be used only once.
     void End(Span span, object? receiver, object?[] arguments, object? result);
 }

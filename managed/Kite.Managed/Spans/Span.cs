@@ -3,7 +3,7 @@ using System.Collections.Generic;
 namespace Corvane.Instrumentation.Spans;
 
 // One operation of the program, from its begin to the end of its work. It is written by whoever runs the operation,
-// one at a time, and not any more once a sink has it.
+// one at a time, and not any more once a sink has it; except that a failure may be taken back.
 internal sealed class Span
 {
     // Of the spans that are made of calls.
@@ -55,6 +55,11 @@ internal sealed class Span
 
     // Sinks are shown no other ones.
     internal bool IsSampled { get; set; } = true;
+
+    // The activity that was current when the span had begun, and whether it was made for the span.
+    internal object? Activity { get; set; }
+
+    internal bool OwnsActivity { get; set; }
 
     internal bool HasError => failure != null;
 

@@ -1,0 +1,239 @@
+#if NET
+using System;
+using System.Buffers.Binary;
+using System.Diagnostics;
+using System.Runtime.CompilerServices;
+using System.Threading;
+
+namespace Corvane.Instrumentation.Spans;
+
+// The activities of calls, for whoever listens to our source, and their place among the program's own ones. A
+// trimmed program may lack the class: nothing here is called then, and activities are objects elsewhere.
+internal static class CallActivities
+{
+    private static readonly ActivitySource source = new ActivitySource(Span.CallScope, "3.9.0");
+
+    internal static bool HasListeners => source.HasListeners();
+
+    // One of ours that has ended may become current again: with the end of an activity that the call began and left open.
+    // What was current before ours takes its place.
+    internal static object? Current
+    {
+        get
+        {
+            var current = Activity.Current;
+            if (current is { IsStopped: true } && current.Source == source)
+            {
+                for (; current is { IsStopped: true } && current.Source == source; current = current.Parent)
+                {
+                }
+                Activity.Current = current;
+            }
+            return current;
+        }
+    }
+
+    // Whether the program's current activity began inside the span: it is then what the next operation is in.
+    internal static bool IsInside(object current, Span? span)
+    {
+        var activity = (Activity)current;
+        if (activity.IdFormat != ActivityIdFormat.W3C || activity.IsStopped)
+        {
+            return false;
+        }
+        return span == null || (activity != span.Activity && !IsAround(activity, (Activity?)span.Activity));
+    }
+
+    internal static TraceId TraceOf(object activity)
+    {
+        System.Span<byte> bytes = stackalloc byte[16];
+        ((Activity)activity).TraceId.CopyTo(bytes);
+        return new TraceId(BinaryPrimitives.ReadUInt64BigEndian(bytes), BinaryPrimitives.ReadUInt64BigEndian(bytes[8..]));
+    }
+
+    internal static ulong IdOf(object activity) => Number(((Activity)activity).SpanId);
+
+    internal static ulong ParentOf(object activity) => Number(((Activity)activity).ParentSpanId);
+
+    internal static bool IsRecorded(object activity) => ((Activity)activity).Recorded;
+
+    // Null if no listener is interested in this one. Its parent is the given span, or else the current activity. What a
+    // listener throws is reported, and the activity is used all the same: it has begun.
+    internal static object? Start(string name, SpanKind kind, Span? parent, Action<Exception> onFailure)
+    {
+        var before = Activity.Current;
+        try
+        {
+            var started = IsCurrent(before, parent)
+                ? source.StartActivity(name, Kind(kind))
+                : source.StartActivity(name, Kind(kind), ContextOf(parent!));
+            return Usable(started);
+        }
+        catch (Exception exception)
+        {
+            onFailure(exception);
+            var current = Activity.Current;
+            return current != before && current?.Source == source ? Usable(current) : null;
+        }
+    }
+
+    // The call returns and the activity goes on.
+    internal static void Leave(object owned, object? before)
+    {
+        if (Activity.Current == owned)
+        {
+            Activity.Current = (Activity?)before;
+        }
+    }
+
+    // What the program made current in the meantime stays so, as it does without us.
+    internal static void Stop(object owned, Action<Exception> onFailure)
+    {
+        var activity = (Activity)owned;
+        var left = Activity.Current;
+        try
+        {
+            activity.Stop();
+        }
+        catch (Exception exception)
+        {
+            onFailure(exception);
+        }
+        if (left != activity)
+        {
+            Activity.Current = left;
+        }
+    }
+
+    // On a thread that has nothing to do with the activity but that its task completed there.
+    internal static void StopElsewhere(object owned, Action<Exception> onFailure)
+    {
+        var context = ExecutionContext.Capture();
+        var left = Activity.Current;
+        var activity = (Activity)owned;
+        Activity.Current = activity;
+        Stop(activity, onFailure);
+        if (context != null)
+        {
+            ExecutionContext.Restore(context);
+        }
+        else
+        {
+            Activity.Current = left;
+        }
+    }
+
+    // What is known of the span at its end goes to the listeners as well.
+    internal static void Describe(Span span)
+    {
+        var activity = (Activity)span.Activity!;
+        if (!activity.IsAllDataRequested)
+        {
+            return;
+        }
+        activity.DisplayName = span.Name;
+        if (span.Method != null)
+        {
+            activity.SetTag("code.function.name", span.Method);
+        }
+        for (var position = 0; position < span.Attributes.Count; position++)
+        {
+            activity.SetTag(span.Attributes[position].Key, span.Attributes[position].Value);
+        }
+        if (span.HasError)
+        {
+            DescribeError(activity, span.ErrorType, span.ErrorMessage);
+        }
+    }
+
+    internal static void TakeBackFailure(Span span) => ((Activity)span.Activity!).SetStatus(ActivityStatusCode.Unset);
+
+    // Calls what a begin and an end need, so that a trimmed program that lacks it shows now. No listener sees any of it.
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    internal static void Rehearse()
+    {
+        using var activity = new Activity(Span.CallScope);
+        activity.SetIdFormat(ActivityIdFormat.W3C);
+        var span = new Span(TraceOf(activity), IdOf(activity), ParentOf(activity), "", "", Span.CallScope) { Activity = activity };
+        _ = Current != null && IsInside(activity, span) && IsRecorded(activity);
+        span.Fail("", null);
+        Describe(span);
+        TakeBackFailure(span);
+        if (!HasListeners)
+        {
+            Start("", SpanKind.Internal, span, _ => { });
+        }
+        StopElsewhere(activity, _ => { });
+        Leave(activity, null);
+    }
+
+    private static void DescribeError(Activity activity, string? type, string? message)
+    {
+        activity.SetStatus(ActivityStatusCode.Error, message);
+        if (type == null)
+        {
+            return;
+        }
+        activity.SetTag("error.type", type);
+        var tags = new ActivityTagsCollection { { "exception.type", type } };
+        if (message != null)
+        {
+            tags.Add("exception.message", message);
+        }
+        activity.AddEvent(new ActivityEvent("exception", tags: tags));
+    }
+
+    // An activity whose ids are of an older form cannot be a span.
+    private static Activity? Usable(Activity? activity)
+    {
+        if (activity == null || activity.IdFormat == ActivityIdFormat.W3C)
+        {
+            return activity;
+        }
+        activity.Stop();
+        return null;
+    }
+
+    private static bool IsCurrent(Activity? current, Span? parent) =>
+        parent == null || (parent.OwnsActivity && parent.Activity == current);
+
+    private static ActivityContext ContextOf(Span span)
+    {
+        System.Span<byte> bytes = stackalloc byte[16];
+        BinaryPrimitives.WriteUInt64BigEndian(bytes, span.Trace.High);
+        BinaryPrimitives.WriteUInt64BigEndian(bytes[8..], span.Trace.Low);
+        var trace = ActivityTraceId.CreateFromBytes(bytes);
+        BinaryPrimitives.WriteUInt64BigEndian(bytes, span.Id);
+        return new ActivityContext(
+            trace, ActivitySpanId.CreateFromBytes(bytes[..8]), span.IsSampled ? ActivityTraceFlags.Recorded : ActivityTraceFlags.None);
+    }
+
+    private static bool IsAround(Activity activity, Activity? inner)
+    {
+        for (var around = inner?.Parent; around != null; around = around.Parent)
+        {
+            if (around == activity)
+            {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    private static ActivityKind Kind(SpanKind kind) => kind switch
+    {
+        SpanKind.Server => ActivityKind.Server,
+        SpanKind.Client => ActivityKind.Client,
+        SpanKind.Producer => ActivityKind.Producer,
+        SpanKind.Consumer => ActivityKind.Consumer,
+        _ => ActivityKind.Internal,
+    };
+
+    private static ulong Number(ActivitySpanId id)
+    {
+        System.Span<byte> bytes = stackalloc byte[8];
+        id.CopyTo(bytes);
+        return BinaryPrimitives.ReadUInt64BigEndian(bytes);
+    }
+}
+#endif
