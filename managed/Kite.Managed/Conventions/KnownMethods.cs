@@ -1,0 +1,79 @@
+using System;
+using System.Collections.Generic;
+using System.Reflection;
+using Corvane.Instrumentation.Spans;
+
+namespace Corvane.Instrumentation.Conventions;
+
+// What is known of the methods that the profiler instruments by its own table, and of their likes that a program may
+// choose. A request or command has one client or server span; its other steps are internal ones.
+internal static class KnownMethods
+{
+    private static readonly ISpanConvention httpCall = new Guarded(new HttpConvention(SpanKind.Client));
+    private static readonly ISpanConvention httpStep = new Guarded(new HttpConvention(SpanKind.Internal));
+    private static readonly ISpanConvention webRequest = new Guarded(new MvcConvention(SpanKind.Server));
+    private static readonly ISpanConvention webAction = new Guarded(new MvcConvention(SpanKind.Internal));
+    private static readonly ISpanConvention serviceRequest = new Guarded(new ServiceConvention(SpanKind.Server));
+    private static readonly ISpanConvention serviceCall = new Guarded(new ServiceConvention(SpanKind.Client));
+    private static readonly ISpanConvention serviceStep = new Guarded(new ServiceConvention(SpanKind.Internal));
+    private static readonly ISpanConvention noSpan = new Guarded(new LogConvention());
+    private static readonly ISpanConvention serilogEvent = new Guarded(new LogConvention(SerilogEvents.Stamp));
+    private static readonly ISpanConvention serilogTemplate = new Guarded(new LogConvention(end: SerilogTemplate.Extend));
+    private static readonly ISpanConvention log4netEvent = new Guarded(new LogConvention(Log4NetEvents.Stamp));
+    private static readonly ISpanConvention log4netLine = new Guarded(new LogConvention(Log4NetEvents.WriteTraceId));
+
+    private static readonly Dictionary<string, ISpanConvention> all = new Dictionary<string, ISpanConvention>
+    {
+        ["System.Net.Http.HttpClientHandler.SetRequestHeaders"] = httpStep,
+        ["System.Net.Http.HttpClientHandler.Send"] = httpCall,
+        ["System.Net.Http.HttpClientHandler.SendAsync"] = httpCall,
+        ["System.Net.HttpWebRequest.GetRequestStream"] = httpStep,
+        ["System.Net.HttpWebRequest.BeginGetRequestStream"] = httpStep,
+        ["System.Net.HttpWebRequest.GetResponse"] = httpCall,
+        ["System.Net.HttpWebRequest.BeginGetResponse"] = httpCall,
+        ["System.Net.HttpWebRequest.EndGetResponse"] = httpStep,
+
+        ["System.Web.Mvc.MvcHandler.BeginProcessRequest"] = webRequest,
+        ["System.Web.Mvc.ReflectedActionDescriptor.Execute"] = webAction,
+        ["System.Web.Mvc.Async.TaskAsyncActionDescriptor.BeginExecute"] = webAction,
+
+        ["System.ServiceModel.Dispatcher.ChannelHandler.HandleRequest"] = serviceRequest,
+        ["System.ServiceModel.Dispatcher.SyncMethodInvoker.Invoke"] = serviceStep,
+        ["System.ServiceModel.Channels.ServiceChannel.Call"] = serviceCall,
+        ["System.ServiceModel.Channels.ServiceChannel.BeginCall"] = serviceCall,
+        ["System.ServiceModel.Channels.ServiceChannel.EndCall"] = serviceStep,
+
+        ["Serilog.Context.LogContext.Enrich"] = serilogEvent,
+        ["Serilog.Formatting.Compact.CompactJsonFormatter.Format"] = serilogEvent,
+        ["Serilog.Sinks.Murrel.LogEventConverter.CreateMurrelEvent"] = serilogEvent,
+        ["Serilog.Formatting.Display.MessageTemplateTextFormatter..ctor"] = serilogTemplate,
+        ["log4net.Core.LoggerManager.GetLogger"] = noSpan,
+        ["log4net.Layout.SimpleLayout.Format"] = log4netLine,
+        ["log4net.Layout.Pattern.PropertyPatternConverter.Convert"] = log4netEvent,
+        ["log4net.Repository.Hierarchy.Logger.CallAppenders"] = log4netEvent,
+    };
+
+    // Null for nearly all methods.
+    internal static ISpanConvention? Find(MethodBase? method)
+    {
+        var type = method?.DeclaringType;
+        if (type?.FullName is not { } name)
+        {
+            return null;
+        }
+        return all.TryGetValue(name + "." + method!.Name, out var convention) ? convention : FindCommand(name, method.Name);
+    }
+
+    // All databases have the same commands. What begins one is the client's part, and what ends it a step.
+    private static ISpanConvention? FindCommand(string typeName, string method)
+    {
+        var isExecuted = method.StartsWith("Execute", StringComparison.Ordinal) || method.StartsWith("BeginExecute", StringComparison.Ordinal);
+        if ((!isExecuted && !method.StartsWith("EndExecute", StringComparison.Ordinal)) ||
+            !typeName.EndsWith("Command", StringComparison.Ordinal) || DatabaseSystem.Of(typeName) is not { } system)
+        {
+            return null;
+        }
+        var isCall = isExecuted && !method.EndsWith("Internal", StringComparison.Ordinal);
+        return new Guarded(new DatabaseConvention(system, isCall ? SpanKind.Client : SpanKind.Internal));
+    }
+}
