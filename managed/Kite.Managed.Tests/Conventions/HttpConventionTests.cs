@@ -77,6 +77,19 @@ public class HttpConventionTests
     }
 
     [Fact]
+    public void AnExceptionMayHaveAResponse()
+    {
+        var convention = KnownCall.Convention(typeof(HttpWebRequest), "GetResponse")!;
+        var span = KnownCall.NewSpan();
+        convention.Fail(span, new WebException("hunter2", null, WebExceptionStatus.ProtocolError, new Response()));
+        Assert.Equal(["as made (Internal)", "http.response.status_code=503", "error.type=503"], KnownCall.Lines(span));
+        span = KnownCall.NewSpan();
+        convention.Fail(span, new WebException("hunter2"));
+        convention.Fail(span, new InvalidOperationException("hunter2"));
+        Assert.Empty(span.Attributes);
+    }
+
+    [Fact]
     public void ATaskThatDidNotSucceedHasNoStatus()
     {
         var convention = KnownCall.Convention(typeof(HttpClientHandler), "SendAsync")!;
@@ -168,5 +181,10 @@ public class HttpConventionTests
     {
         await Task.Delay(1);
         return new HttpResponseMessage(code);
+    }
+
+    private sealed class Response : WebResponse
+    {
+        public HttpStatusCode StatusCode => HttpStatusCode.ServiceUnavailable;
     }
 }

@@ -4,7 +4,9 @@ using System.Collections.Generic;
 using System.Diagnostics;
 using System.IO;
 using System.Linq;
+using System.Runtime.CompilerServices;
 using Corvane.Instrumentation.Conventions;
+using Corvane.Instrumentation.Spans;
 using log4net.Core;
 using log4net.Layout;
 using log4net.Layout.Pattern;
@@ -26,7 +28,7 @@ namespace Kite.Managed.Tests.Conventions;
 public class LogConventionTests
 {
     private const string Trace = "0102030405060708090a0b0c0d0e0f10";
-    private const string InSpan = "0000000000000def";
+    private const string InSpan = "0000000000000abc";
 
     private static LogEvent Event() =>
         new(DateTimeOffset.UnixEpoch, LogEventLevel.Information, null, new MessageTemplateParser().Parse("ordered"), []);
@@ -45,8 +47,8 @@ public class LogConventionTests
     public void ALineCarriesTheIdsOfTheSpanThatItIsWrittenIn(Type type, string method)
     {
         var line = Event();
-        var span = KnownCall.BeginOf(type, method, null, line, null);
-        Assert.False(span.IsSampled);
+        Assert.Equal(SpanKind.None, KnownCall.Convention(type, method)!.Kind);
+        KnownCall.BeginOf(type, method, null, line, null);
         Assert.Equal($"{Trace} {InSpan} ordered", Line(new MessageTemplateTextFormatter("{TraceId} {SpanId} {Message:lj}"), line));
         Assert.Contains($"\"TraceId\":\"{Trace}\",\"SpanId\":\"{InSpan}\"", Line(new JsonFormatter(), line));
         Assert.Equal((Trace, InSpan), (line.TraceId.ToString(), line.SpanId.ToString()));
@@ -56,11 +58,9 @@ public class LogConventionTests
     public void ALineOutsideOfSpansHasNoIds()
     {
         var line = Event();
-        var span = KnownCall.NewSpan(parent: 0);
-        KnownCall.Convention(typeof(LogContext), "Enrich")!.Begin(span, null, [line, null]);
+        KnownCall.Convention(typeof(LogContext), "Enrich")!.Begin(Span.None, null, [line, null]);
         Assert.Null(line.TraceId);
         Assert.Empty(line.Properties);
-        Assert.False(span.IsSampled);
     }
 
     [Fact]
@@ -96,31 +96,33 @@ public class LogConventionTests
     public void ATextFormatterWritesTheTraceId(string template, string expected)
     {
         var formatter = new MessageTemplateTextFormatter(template);
-        KnownCall.Run(formatter, ".ctor", null, template, null);
+        KnownCall.Begin(formatter, ".ctor", template, null);
         var line = Event();
         KnownCall.BeginOf(typeof(LogContext), "Enrich", null, line, null);
         Assert.Equal(expected, Line(formatter, line).Replace(Environment.NewLine, "\n"));
     }
 
     [Fact]
-    public void WhatIsNoFormatterIsLeftAlone()
+    public void WhatIsNoFormatterOrIsNotConstructedIsLeftAlone()
     {
-        var convention = KnownCall.Convention(typeof(MessageTemplateTextFormatter), ".ctor")!;
-        convention.End(KnownCall.NewSpan(), null, ["{Message}", null], null);
-        convention.End(KnownCall.NewSpan(), new object(), ["{Message}", null], null);
-        convention.End(KnownCall.NewSpan(), new MessageTemplateTextFormatter("{Message}"), [null, null], null);
-        convention.End(KnownCall.NewSpan(), new MessageTemplateTextFormatter("{Message}"), [], null);
-        var formatter = new MessageTemplateTextFormatter("{Message:lj}");
-        convention.End(KnownCall.NewSpan(), formatter, ["{Message:lj}", null], null);
-        Assert.Equal("ordered", Line(formatter, Event()));
+        var unfinished = (MessageTemplateTextFormatter)RuntimeHelpers.GetUninitializedObject(typeof(MessageTemplateTextFormatter));
+        foreach (var receiver in new[] { null, new object(), unfinished })
+        {
+            KnownCall.BeginOf(typeof(MessageTemplateTextFormatter), ".ctor", receiver, "{Message:lj}", null);
+        }
+        var line = Event();
+        KnownCall.BeginOf(typeof(LogContext), "Enrich", null, line, null);
+        typeof(MessageTemplateTextFormatter).GetConstructors()[0].Invoke(unfinished, ["{Message:lj}", null]);
+        Assert.Equal("ordered", Line(unfinished, line));
+        KnownCall.BeginOf(typeof(LogContext), "Enrich", null, line, null);
+        Assert.Equal("ordered " + Trace, Line(unfinished, line));
     }
 
     [Fact]
     public void EventsOfLog4NetHaveTheIdsAsProperties()
     {
         var properties = new Hashtable();
-        var span = KnownCall.Begin(new log4net.Repository.Hierarchy.Logger(), "CallAppenders", new LoggingEvent(properties));
-        Assert.False(span.IsSampled);
+        KnownCall.Begin(new log4net.Repository.Hierarchy.Logger(), "CallAppenders", new LoggingEvent(properties));
         Assert.Equal((Trace, InSpan), (properties["TraceId"], properties["SpanId"]));
 
         properties["TraceId"] = "own";
@@ -138,21 +140,33 @@ public class LogConventionTests
     }
 
     [Fact]
-    public void AskingForALoggerIsNoSpan() => Assert.False(KnownCall.BeginOf(typeof(LoggerManager), "GetLogger", null, "a", "b").IsSampled);
+    public void NothingIsKnownOutsideOfSpans()
+    {
+        var properties = new Hashtable();
+        using var writer = new StringWriter();
+        KnownCall.Convention(typeof(log4net.Repository.Hierarchy.Logger), "CallAppenders")!.Begin(Span.None, null, [new LoggingEvent(properties)]);
+        KnownCall.Convention(typeof(SimpleLayout), "Format")!.Begin(Span.None, null, [writer, null]);
+        Assert.Empty(properties);
+        Assert.Equal("", writer.ToString());
+    }
+
+    [Fact]
+    public void AskingForALoggerIsNoSpan() => Assert.Equal(SpanKind.None, KnownCall.Convention(typeof(LoggerManager), "GetLogger")!.Kind);
 
     [Fact]
     public void WhatFailsDoesNotReachTheProgramAndRests()
     {
-        var convention = new Guarded(new LogConvention(
-            (_, _) => throw new InvalidOperationException(), (_, _) => throw new InvalidOperationException()));
+        var calls = 0;
+        var convention = new Guarded(new LogConvention((_, _, _) =>
+        {
+            calls++;
+            throw new InvalidOperationException();
+        }));
         for (var time = 0; time < 5; time++)
         {
             convention.Begin(KnownCall.NewSpan(), null, []);
-            convention.End(KnownCall.NewSpan(), null, [], null);
         }
-        var span = KnownCall.NewSpan();
-        convention.Begin(span, null, []);
-        Assert.True(span.IsSampled);
+        Assert.Equal(3, calls);
     }
 
     private sealed class Sink(Action<LogEvent> seen) : ILogEventSink

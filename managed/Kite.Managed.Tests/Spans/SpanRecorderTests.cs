@@ -197,7 +197,26 @@ public class SpanRecorderTests
         Assert.Equal("Kite.Managed.Tests.Spans.Work.Add", span.Method);
         Assert.Equal([new("a", 1L), new("sum", 3L)], span.Attributes);
         Assert.Equal(SpanKind.Internal, recorded.Only("Do").Kind);
-        Assert.Equal([new("a", 1L)], recorded.Ended[2].Attributes);
+        Assert.Equal([new("a", 1L), new("failed", "InvalidOperationException")], recorded.Ended[2].Attributes);
+    }
+
+    [Fact]
+    public void AMethodOfNoKindHasNoSpanButIsShownTheOneThatItIsIn()
+    {
+        var convention = new Convention { Kind = SpanKind.None };
+        var recorded = new RecordedSpans(conventions: method => method.Name == "Add" ? convention : null);
+        recorded.Call("Outer", () => recorded.Call("Add", [1, 2], () =>
+        {
+            recorded.Call("Inner", () => { });
+            return 3;
+        }));
+        recorded.AssertParent("Outer", "Inner");
+        Assert.Equal(2, recorded.Ended.Length);
+        Assert.Same(recorded.Only("Outer"), convention.Shown);
+        Assert.Null(convention.Result);
+        Assert.Throws<InvalidOperationException>(() => recorded.Call("Add", [1, 2], int () => throw new InvalidOperationException()));
+        Assert.Same(Span.None, convention.Shown);
+        Assert.Equal(2, recorded.Ended.Length);
     }
 
     [Fact]
@@ -215,6 +234,7 @@ public class SpanRecorderTests
         var failing = recorded.Call("Count", [1], () => Task.FromException<int>(new InvalidOperationException()));
         Assert.Same(source.Task, convention.Result);
         Assert.NotNull(failing.Exception);
+        Assert.Contains(new("failed", "InvalidOperationException"), recorded.Ended[1].Attributes);
     }
 
     [Fact]
@@ -324,7 +344,9 @@ public class SpanRecorderTests
 
     private sealed class Convention : ISpanConvention
     {
-        public SpanKind Kind => SpanKind.Client;
+        public SpanKind Kind { get; init; } = SpanKind.Client;
+
+        internal Span? Shown { get; private set; }
 
         internal bool Throws { get; init; }
 
@@ -336,9 +358,16 @@ public class SpanRecorderTests
             {
                 throw new InvalidOperationException();
             }
-            span.Name = "sum";
+            Shown = span;
+            if (span == Span.None)
+            {
+                return;
+            }
+            span.Name = Kind == SpanKind.None ? span.Name : "sum";
             span.SetAttribute("a", (long)(int)arguments[0]!);
         }
+
+        public void Fail(Span span, Exception exception) => span.SetAttribute("failed", exception.GetType().Name);
 
         public void End(Span span, object? receiver, object?[] arguments, object? result)
         {

@@ -57,6 +57,10 @@ internal sealed class DatabaseConvention : ISpanConvention
     {
     }
 
+    public void Fail(Span span, Exception exception)
+    {
+    }
+
     // Returns the operation and what it works on.
     private string? DescribeCommand(Span span, object? command)
     {

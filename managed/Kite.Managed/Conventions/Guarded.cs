@@ -49,6 +49,22 @@ internal sealed class Guarded : ISpanConvention
         }
     }
 
+    public void Fail(Span span, Exception exception)
+    {
+        if (failures >= MaxFailures)
+        {
+            return;
+        }
+        try
+        {
+            convention.Fail(span, exception);
+        }
+        catch (Exception failure)
+        {
+            Note(failure);
+        }
+    }
+
     private void Note(Exception exception)
     {
         if (exception is ThreadInterruptedException)

@@ -10,9 +10,11 @@ namespace Corvane.Instrumentation.Conventions;
 internal sealed class HttpConvention : ISpanConvention
 {
     private const int FirstError = 400;
+    private const string WebException = "System.Net.WebException";
 
     private static readonly PropertyReader method = new PropertyReader("Method");
     private static readonly PropertyReader requestUri = new PropertyReader("RequestUri");
+    private static readonly PropertyReader response = new PropertyReader("Response");
     private static readonly PropertyReader statusCode = new PropertyReader("StatusCode");
     private static readonly PropertyReader taskResult = new PropertyReader("Result");
 
@@ -35,7 +37,20 @@ internal sealed class HttpConvention : ISpanConvention
 
     public void End(Span span, object? receiver, object?[] arguments, object? result)
     {
-        var response = result is Task task ? task.Status == TaskStatus.RanToCompletion ? taskResult.Read(task) : null : result;
+        DescribeStatus(span, result is not Task task ? result : task.Status == TaskStatus.RanToCompletion ? taskResult.Read(task) : null);
+    }
+
+    // The exception has the response where there is one.
+    public void Fail(Span span, Exception exception)
+    {
+        if (exception.GetType().FullName == WebException)
+        {
+            DescribeStatus(span, response.Read(exception));
+        }
+    }
+
+    private static void DescribeStatus(Span span, object? response)
+    {
         if (statusCode.ReadNumber(response) is not { } status)
         {
             return;

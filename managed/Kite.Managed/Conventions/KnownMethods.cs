@@ -16,11 +16,11 @@ internal static class KnownMethods
     private static readonly ISpanConvention serviceRequest = new Guarded(new ServiceConvention(SpanKind.Server));
     private static readonly ISpanConvention serviceCall = new Guarded(new ServiceConvention(SpanKind.Client));
     private static readonly ISpanConvention serviceStep = new Guarded(new ServiceConvention(SpanKind.Internal));
-    private static readonly ISpanConvention noSpan = new Guarded(new LogConvention());
-    private static readonly ISpanConvention serilogEvent = new Guarded(new LogConvention(SerilogEvents.Stamp));
-    private static readonly ISpanConvention serilogTemplate = new Guarded(new LogConvention(end: SerilogTemplate.Extend));
-    private static readonly ISpanConvention log4netEvent = new Guarded(new LogConvention(Log4NetEvents.Stamp));
-    private static readonly ISpanConvention log4netLine = new Guarded(new LogConvention(Log4NetEvents.WriteTraceId));
+    private static readonly ISpanConvention noSpan = Log((_, _, _) => { });
+    private static readonly ISpanConvention serilogEvent = Log((span, _, arguments) => SerilogEvents.Stamp(span, arguments));
+    private static readonly ISpanConvention serilogTemplate = Log((_, receiver, _) => SerilogTemplates.Announce(receiver));
+    private static readonly ISpanConvention log4netEvent = Log((span, _, arguments) => Log4NetEvents.Stamp(span, arguments));
+    private static readonly ISpanConvention log4netLine = Log((span, _, arguments) => Log4NetEvents.WriteTraceId(span, arguments));
 
     private static readonly Dictionary<string, ISpanConvention> all = new Dictionary<string, ISpanConvention>
     {
@@ -53,6 +53,21 @@ internal static class KnownMethods
         ["log4net.Repository.Hierarchy.Logger.CallAppenders"] = log4netEvent,
     };
 
+    // Null where a trimmed program lacks what it takes.
+    internal static Func<MethodBase, ISpanConvention?>? Finder()
+    {
+        try
+        {
+            Find(typeof(Invokers).GetMethod(nameof(Invokers.ContainsKey)));
+            new PropertyReader(nameof(MethodBase.Name)).Read(typeof(Invokers));
+            return Find;
+        }
+        catch (Exception)
+        {
+            return null;
+        }
+    }
+
     // Null for nearly all methods.
     internal static ISpanConvention? Find(MethodBase? method)
     {
@@ -63,6 +78,8 @@ internal static class KnownMethods
         }
         return all.TryGetValue(name + "." + method!.Name, out var convention) ? convention : FindCommand(name, method.Name);
     }
+
+    private static ISpanConvention Log(Action<Span, object?, object?[]> begin) => new Guarded(new LogConvention(begin));
 
     // All databases have the same commands. What begins one is the client's part, and what ends it a step.
     private static ISpanConvention? FindCommand(string typeName, string method)

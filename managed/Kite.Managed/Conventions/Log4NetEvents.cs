@@ -1,5 +1,6 @@
 using System.Collections;
 using System.IO;
+using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation.Conventions;
 
@@ -8,16 +9,20 @@ internal static class Log4NetEvents
 {
     private static readonly PropertyReader properties = new PropertyReader("Properties");
 
-    internal static void Stamp(object?[] arguments, LineIds ids)
+    internal static void Stamp(Span span, object?[] arguments)
     {
+        if (span.Trace.IsNone)
+        {
+            return;
+        }
         foreach (var argument in arguments)
         {
             if (properties.Read(argument) is IDictionary { IsReadOnly: false } found)
             {
                 if (!found.Contains(LogConvention.TraceIdName))
                 {
-                    found[LogConvention.TraceIdName] = ids.Trace;
-                    found[LogConvention.SpanIdName] = ids.Span;
+                    found[LogConvention.TraceIdName] = span.Trace.ToString();
+                    found[LogConvention.SpanIdName] = SpanId.Text(span.Id);
                 }
                 return;
             }
@@ -25,11 +30,11 @@ internal static class Log4NetEvents
     }
 
     // In front of a line of a layout that has no pattern.
-    internal static void WriteTraceId(object?[] arguments, LineIds ids)
+    internal static void WriteTraceId(Span span, object?[] arguments)
     {
-        if (arguments.Length > 0 && arguments[0] is TextWriter writer)
+        if (!span.Trace.IsNone && arguments.Length > 0 && arguments[0] is TextWriter writer)
         {
-            writer.Write(ids.Trace);
+            writer.Write(span.Trace.ToString());
             writer.Write(' ');
         }
     }

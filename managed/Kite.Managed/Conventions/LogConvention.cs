@@ -10,42 +10,19 @@ internal sealed class LogConvention : ISpanConvention
     internal const string TraceIdName = "TraceId";
     internal const string SpanIdName = "SpanId";
 
-    private readonly Action<object?[], LineIds>? begin;
-    private readonly Action<object?, object?[]>? end;
+    private readonly Action<Span, object?, object?[]> begin;
 
-    internal LogConvention(Action<object?[], LineIds>? begin = null, Action<object?, object?[]>? end = null)
+    internal LogConvention(Action<Span, object?, object?[]> begin) => this.begin = begin;
+
+    public SpanKind Kind => SpanKind.None;
+
+    public void Begin(Span span, object? receiver, object?[] arguments) => begin(span, receiver, arguments);
+
+    public void End(Span span, object? receiver, object?[] arguments, object? result)
     {
-        this.begin = begin;
-        this.end = end;
     }
 
-    public SpanKind Kind => SpanKind.Internal;
-
-    // The span is that of the library's method: what it is in is what the program is in.
-    public void Begin(Span span, object? receiver, object?[] arguments)
+    public void Fail(Span span, Exception exception)
     {
-        span.IsSampled = false;
-        if (span.ParentId != 0)
-        {
-            begin?.Invoke(arguments, new LineIds(span.Trace, span.ParentId));
-        }
     }
-
-    public void End(Span span, object? receiver, object?[] arguments, object? result) => end?.Invoke(receiver, arguments);
-}
-
-internal readonly struct LineIds
-{
-    private readonly TraceId trace;
-    private readonly ulong span;
-
-    internal LineIds(TraceId trace, ulong span)
-    {
-        this.trace = trace;
-        this.span = span;
-    }
-
-    internal string Trace => trace.ToString();
-
-    internal string Span => SpanId.Text(span);
 }

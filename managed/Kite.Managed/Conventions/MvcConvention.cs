@@ -1,3 +1,4 @@
+using System;
 using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation.Conventions;
@@ -40,6 +41,10 @@ internal sealed class MvcConvention : ISpanConvention
     }
 
     public void End(Span span, object? receiver, object?[] arguments, object? result)
+    {
+    }
+
+    public void Fail(Span span, Exception exception)
     {
     }
 

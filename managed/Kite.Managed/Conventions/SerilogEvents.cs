@@ -1,6 +1,7 @@
 using System;
 using System.Reflection;
 using System.Runtime.CompilerServices;
+using Corvane.Instrumentation.Spans;
 #if NET
 using System.Diagnostics;
 #endif
@@ -16,13 +17,18 @@ internal static class SerilogEvents
     private static readonly ConditionalWeakTable<Type, Stamp> stamps = new ConditionalWeakTable<Type, Stamp>();
     private static readonly Stamp none = new Stamp((_, _) => { });
 
-    internal static void Stamp(object?[] arguments, LineIds ids)
+    internal static void Stamp(Span span, object?[] arguments)
     {
+        SerilogTemplates.ExtendAnnounced();
+        if (span.Trace.IsNone)
+        {
+            return;
+        }
         foreach (var argument in arguments)
         {
             if (argument != null && stamps.GetValue(argument.GetType(), Make) is var stamp && stamp != none)
             {
-                stamp.Write(argument, ids);
+                stamp.Write(argument, span);
                 return;
             }
         }
@@ -41,7 +47,7 @@ internal static class SerilogEvents
     private static bool IsAdd(MethodInfo method) =>
         method.Name == "AddPropertyIfAbsent" && method.GetParameters() is [{ ParameterType.IsByRef: false }];
 
-    private static Action<object, LineIds> Properties(MethodInfo add)
+    private static Action<object, Span> Properties(MethodInfo add)
     {
         var property = add.GetParameters()[0].ParameterType;
         var scalar = property.Assembly.GetType("Serilog.Events.ScalarValue", throwOnError: true)!;
@@ -50,10 +56,10 @@ internal static class SerilogEvents
         var adder = (IAdder)Activator.CreateInstance(typeof(Adder<,>).MakeGenericType(add.DeclaringType!, property))!;
         var write = adder.Bind(add);
         object Property(string name, string id) => makeProperty.Invoke([name, makeScalar.Invoke([id])]);
-        return (to, ids) =>
+        return (to, span) =>
         {
-            write(to, Property(LogConvention.TraceIdName, ids.Trace));
-            write(to, Property(LogConvention.SpanIdName, ids.Span));
+            write(to, Property(LogConvention.TraceIdName, span.Trace.ToString()));
+            write(to, Property(LogConvention.SpanIdName, SpanId.Text(span.Id)));
         };
     }
 
@@ -63,25 +69,25 @@ internal static class SerilogEvents
 #if NET
     // They are fields that only its constructor writes.
     [MethodImpl(MethodImplOptions.NoInlining)]
-    private static Action<object, LineIds>? OwnIds(Type type)
+    private static Action<object, Span>? OwnIds(Type type)
     {
-        var trace = type.GetField("_traceId", Any);
-        var span = type.GetField("_spanId", Any);
-        if (trace?.FieldType != typeof(ActivityTraceId) || span?.FieldType != typeof(ActivitySpanId))
+        var traceId = type.GetField("_traceId", Any);
+        var spanId = type.GetField("_spanId", Any);
+        if (traceId?.FieldType != typeof(ActivityTraceId) || spanId?.FieldType != typeof(ActivitySpanId))
         {
             return null;
         }
-        return (to, ids) =>
+        return (to, span) =>
         {
-            if (trace.GetValue(to) is ActivityTraceId known && known == default)
+            if (traceId.GetValue(to) is ActivityTraceId known && known == default)
             {
-                trace.SetValue(to, ActivityTraceId.CreateFromString(ids.Trace.AsSpan()));
-                span.SetValue(to, ActivitySpanId.CreateFromString(ids.Span.AsSpan()));
+                traceId.SetValue(to, ActivityTraceId.CreateFromString(span.Trace.ToString().AsSpan()));
+                spanId.SetValue(to, ActivitySpanId.CreateFromString(SpanId.Text(span.Id).AsSpan()));
             }
         };
     }
 #else
-    private static Action<object, LineIds>? OwnIds(Type type) => null;
+    private static Action<object, Span>? OwnIds(Type type) => null;
 #endif
 
     private interface IAdder
@@ -101,7 +107,7 @@ internal static class SerilogEvents
 
 internal sealed class Stamp
 {
-    internal Stamp(Action<object, LineIds> write) => Write = write;
+    internal Stamp(Action<object, Span> write) => Write = write;
 
-    internal Action<object, LineIds> Write { get; }
+    internal Action<object, Span> Write { get; }
 }

@@ -42,6 +42,10 @@ internal sealed class ServiceConvention : ISpanConvention
     {
     }
 
+    public void Fail(Span span, Exception exception)
+    {
+    }
+
     private static void Describe(Span span, string? service, string method)
     {
         if (!IsName(method))

@@ -133,7 +133,7 @@ internal sealed class CallRecorder
         }
         if (call.Span.Span != null)
         {
-            Spans!.Note(call.Span.Span, methods.Find(call.Index)?.Signature, exception);
+            Spans!.Note(call.Span, methods.Find(call.Index)?.Signature, exception);
         }
         return found;
     }

@@ -4,6 +4,7 @@ using System.IO;
 using System.Reflection;
 using System.Runtime.CompilerServices;
 using System.Threading;
+using Corvane.Instrumentation.Conventions;
 using Corvane.Instrumentation.Privacy;
 using Corvane.Instrumentation.Spans;
 
@@ -380,7 +381,7 @@ internal sealed class Recorder
     {
         ISpanSink? sink = null;
         var hasActivities = SpanRecorder.FindActivities();
-        return sink != null || hasActivities ? new SpanRecorder(values, sink, hasActivities: hasActivities) : null;
+        return sink != null || hasActivities ? new SpanRecorder(values, sink, conventions: KnownMethods.Finder(), hasActivities: hasActivities) : null;
     }
 
     // What a trimmed program lacks is to be found now, not in the midst of a call or at the end. All of a method

@@ -9,6 +9,9 @@ internal sealed class Span
     // Of the spans that are made of calls.
     internal const string CallScope = "Corvane.Instrumentation";
 
+    // Stands for no span.
+    internal static readonly Span None = new Span(default, 0, 0, "", null, CallScope) { IsSampled = false };
+
     private static readonly KeyValuePair<string, object>[] none = new KeyValuePair<string, object>[0];
 
     private List<KeyValuePair<string, object>>? attributes;

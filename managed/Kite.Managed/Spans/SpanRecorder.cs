@@ -59,7 +59,7 @@ internal sealed class SpanRecorder
         var spans = new SpanRecorder(RecordedValues.All, new Discard(), hasActivities: false);
         var before = SpanFlow.Current;
         var open = spans.Begin(0, null, null, []);
-        spans.Note(open.Span!, null, new InvalidOperationException());
+        spans.Note(open, null, new InvalidOperationException());
         spans.TakeBackFailure(open.Span!);
         spans.Return(open, MethodSignature.Of(0, null), [], null, Stopwatch.GetTimestamp());
         SpanFlow.Current = before;
@@ -94,6 +94,11 @@ internal sealed class SpanRecorder
             return default;
         }
         var open = new OpenSpan { Before = SpanFlow.Current, Convention = method?.Convention(conventions) };
+        if (open.Convention is { Kind: SpanKind.None })
+        {
+            Describe(open.Convention, open.Before ?? Span.None, receiver, arguments);
+            return default;
+        }
         var span = Make(signature, open.Convention?.Kind ?? SpanKind.Internal, ref open);
         if (span == null)
         {
@@ -114,8 +119,11 @@ internal sealed class SpanRecorder
     }
 
     // An exception is about to leave the call.
-    internal void Note(Span span, MethodSignature? method, Exception? exception) =>
-        Fail(span, method, exception?.GetType().ToString(), exception);
+    internal void Note(in OpenSpan open, MethodSignature? method, Exception? exception)
+    {
+        Fail(open.Span!, method, exception?.GetType().ToString(), exception);
+        DescribeFailure(open.Convention, open.Span!, exception);
+    }
 
     // It returned after all. Who was shown it may have seen the failure.
     internal void TakeBackFailure(Span span)
@@ -295,6 +303,7 @@ internal sealed class SpanRecorder
         var exception = TaskOutcome.ExceptionOf(task);
         var type = exception?.GetType() ?? (task.IsCanceled ? typeof(TaskCanceledException) : null);
         Fail(span, method, type?.ToString(), exception);
+        DescribeFailure(convention, span, exception);
     }
 
     // A message may quote what the call got.
@@ -358,6 +367,22 @@ internal sealed class SpanRecorder
         catch (Exception exception)
         {
             Failed(exception);
+        }
+    }
+
+    private void DescribeFailure(ISpanConvention? convention, Span span, Exception? exception)
+    {
+        if (convention == null || exception == null)
+        {
+            return;
+        }
+        try
+        {
+            convention.Fail(span, exception);
+        }
+        catch (Exception failure)
+        {
+            Failed(failure);
         }
     }
 
