@@ -1,7 +1,10 @@
 using System;
+using System.Collections.Generic;
 using System.Diagnostics;
+using System.IO;
 using System.Net;
 using System.Net.Http;
+using System.Net.Sockets;
 using System.Threading;
 using System.Threading.Tasks;
 using Corvane.Instrumentation.Spans;
@@ -175,6 +178,60 @@ public class HttpConventionTests
         span.IsSampled = false;
         KnownCall.Convention(typeof(HttpClientHandler), "SendAsync")!.Begin(span, null, [message]);
         Assert.EndsWith("-00", Assert.Single(message.Headers.GetValues("traceparent")));
+    }
+
+    // The platform's own client adds the ids of the current activity to a request that has none.
+    [Fact]
+    public async Task ARequestCarriesIdsOnce()
+    {
+        using var activity = new Activity("of the program");
+        activity.SetParentId("00-0102030405060708090a0b0c0d0e0f10-3333333333333333-01");
+        activity.Start();
+        using var client = new HttpClient();
+        string[] sent = await Received(async uri =>
+        {
+            using var plain = await client.GetAsync(uri);
+        });
+        Assert.StartsWith("traceparent: 00-0102030405060708090a0b0c0d0e0f10-", Assert.Single(sent, IsParent));
+
+        sent = await Received(async uri =>
+        {
+            using var message = new HttpRequestMessage(HttpMethod.Get, uri);
+            Send(message);
+            using var response = await client.SendAsync(message);
+        });
+        Assert.Equal("traceparent: " + Header, Assert.Single(sent, IsParent));
+
+        sent = await Received(async uri =>
+        {
+            var request = WebRequest.CreateHttp(uri);
+            KnownCall.Begin(request, "GetResponse");
+            using var response = await Task.Run(request.GetResponse);
+        });
+        Assert.Equal("traceparent: " + Header, Assert.Single(sent, IsParent));
+    }
+
+    private static bool IsParent(string line) => line.StartsWith("traceparent", StringComparison.OrdinalIgnoreCase);
+
+    // The lines of a request that reached a server.
+    private static async Task<string[]> Received(Func<Uri, Task> request)
+    {
+        using var listener = new TcpListener(IPAddress.Loopback, 0);
+        listener.Start();
+        var lines = new List<string>();
+        var answering = Task.Run(async () =>
+        {
+            using var client = await listener.AcceptTcpClientAsync();
+            using var reader = new StreamReader(client.GetStream());
+            while (await reader.ReadLineAsync() is { Length: > 0 } line)
+            {
+                lines.Add(line);
+            }
+            await client.GetStream().WriteAsync("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n"u8.ToArray());
+        });
+        await request(new Uri($"http://127.0.0.1:{((IPEndPoint)listener.LocalEndpoint).Port}/"));
+        await answering;
+        return [.. lines];
     }
 
     private static async Task<HttpResponseMessage> Delayed(HttpStatusCode code)
