@@ -22,9 +22,9 @@
 #include "rewrite/emit/epilogue.h"
 #include "rewrite/emit/exception_wrapping.h"
 #include "rewrite/emit/prologue.h"
-#include "rewrite/left_methods.h"
 #include "rewrite/references/module_references.h"
 #include "rewrite/rewrite_settings.h"
+#include "selection/method_outcomes.h"
 
 #include <algorithm>
 #include <atomic>
@@ -224,20 +224,22 @@ HRESULT rewrite(RewriteContext& context, ICorProfilerInfo* info,
         hr = rewriter.Write(body);
     }
     if (SUCCEEDED(hr)) {
+        count_instrumented();
         context.log.log(3, L"Instrumented, number %u", index);
     }
     return hr;
 }
 
 // True when the method is instrumented, now or since an earlier compilation. What keeps it from
-// that is logged.
+// that is logged, and in the refusal.
 bool rewrite_or_report(RewriteContext& context, ICorProfilerInfo* info,
-                       const InstrumentationReferences& references, InstrumentationMode mode) {
-    Refusal refusal;
+                       const InstrumentationReferences& references, InstrumentationMode mode,
+                       Refusal& refusal) {
     const HRESULT hr = rewrite(context, info, references, mode, refusal);
     if (FAILED(hr)) {
         if (refusal.reason().empty()) {
             log_result(context.log, L"Left as it is (%s)", hr);
+            refusal.refuse(hresult_text(hr).c_str());
         } else {
             context.log.log(1, L"Left as it is: %s", refusal.reason().c_str());
         }
@@ -255,12 +257,15 @@ HRESULT RewriteMethod(RewriteContext& context, ICorProfilerInfo* info, const met
     try {
         const DefinedReferences defined =
             DefineInstrumentationReferences(context, info, method, strict_il);
-        if (!defined.references || !rewrite_or_report(context, info, *defined.references, mode)) {
-            leave_for_good(method.module_id, method.method_token);
+        Refusal refusal;
+        if (!defined.references) {
+            leave_for_good(method.module_id, method.method_token, defined.reason);
+        } else if (!rewrite_or_report(context, info, *defined.references, mode, refusal)) {
+            leave_for_good(method.module_id, method.method_token, refusal.reason());
         }
         return defined.result;
     } catch (...) {
-        leave_for_good(method.module_id, method.method_token);
+        leave_for_good(method.module_id, method.method_token, L"there was no memory");
         throw;
     }
 }

@@ -3,6 +3,7 @@
 #include "base/hresult_text.h"
 #include "clr/metadata.h"
 #include "selection/full_name.h"
+#include "selection/method_outcomes.h"
 #include "selection/method_patterns.h"
 #include "selection/target_methods.h"
 
@@ -91,6 +92,9 @@ void on_jit_compilation_started(ICorProfilerInfo* info, FunctionID function,
         return;
     }
     log_choice(method, choice);
+    if (choice.obstacle == Obstacle::kGeneric) {
+        leave_for_good(method.module_id, method.method_token, L"it has generic types");
+    }
     if (!is_chosen(choice)) {
         return;
     }

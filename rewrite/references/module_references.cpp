@@ -139,6 +139,7 @@ public:
 
     // Of the last call of the metadata.
     [[nodiscard]] HRESULT result() const { return result_; }
+    [[nodiscard]] const std::wstring& reason() const { return reason_; }
 
     bool open(ICorProfilerInfo* writing, ICorProfilerInfo* reading, ModuleID module) {
         constexpr const wchar_t* kNoMetadata = L"Failed to get module metadata interface (%s)";
@@ -160,6 +161,7 @@ public:
                 : L"its module has no manifest";
         if (!reason.empty()) {
             log_.log(1, L"Left as it is: %s", reason.c_str());
+            reason_ = reason;
         }
         return reason.empty();
     }
@@ -211,6 +213,7 @@ private:
         const bool has_room = form_ == BlobForm::kExact || compress_token(tokens_.*room.type);
         if (!has_room) {
             log_.log(1, L"%s", message);
+            reason_ = message;
         }
         return has_room;
     }
@@ -219,6 +222,8 @@ private:
         result_ = hr;
         if (FAILED(hr)) {
             log_result(log_, message, hr);
+            reason_ =
+                std::wstring(L"its metadata refused a reference: ") + hresult_text(hr).c_str();
         }
         return SUCCEEDED(hr);
     }
@@ -226,6 +231,7 @@ private:
     const DebugLog& log_;
     BlobForm form_;
     HRESULT result_ = S_OK;
+    std::wstring reason_; // what kept the last step from succeeding
     Tokens tokens_;
     ComPtr<IMetaDataEmit> emit_;
     ComPtr<IMetaDataAssemblyEmit> assembly_emit_;
@@ -239,7 +245,7 @@ DefinedReferences DefineInstrumentationReferences(RewriteContext& context, ICorP
     // The walk over the type references is written down for each method, for whoever reads that.
     if (!context.log.writes(1)) {
         if (const auto known = known_references(method.module_id)) {
-            return {S_OK, known};
+            return {S_OK, known, {}};
         }
     }
     Definer definer(context.log, strict ? BlobForm::kExact : BlobForm::kFixedLength);
@@ -251,7 +257,7 @@ DefinedReferences DefineInstrumentationReferences(RewriteContext& context, ICorP
     if (references) {
         keep_references(method.module_id, *references);
     }
-    return {definer.result(), references};
+    return {definer.result(), references, definer.reason()};
 }
 
 } // namespace corvane

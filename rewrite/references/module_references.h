@@ -7,6 +7,7 @@
 #include "selection/chosen_method.h"
 
 #include <optional>
+#include <string>
 
 namespace corvane {
 
@@ -16,6 +17,7 @@ struct DefinedReferences {
     // will not be found, are no failures.
     HRESULT result = S_OK;
     std::optional<InstrumentationReferences> references; // all of them, or none
+    std::wstring reason;                                 // for none
 };
 
 // Defines the references in the method's module. Whatever goes wrong is logged on the context's

@@ -86,6 +86,7 @@ protected:
         EXPECT_EQ(module->installations, 0);
         EXPECT_EQ(module->bodies[method], before);
         EXPECT_THAT(log(), ElementsAre(L"Left as it is: " + reason));
+        EXPECT_EQ(method_outcomes(), (MethodOutcomes{0, 1, 1, reason}));
         EXPECT_EQ(instrumentation_index, 1U);
     }
 

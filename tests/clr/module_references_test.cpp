@@ -554,6 +554,9 @@ TEST_F(ModuleReferencesTest, AreNotTriedAgainForAMethodThatWasLeft) {
     module->runtime_type = COR_PRF_CORE_CLR;
     EXPECT_EQ(instrument(token), S_OK);
     const auto lines = log();
+    EXPECT_EQ(method_outcomes(),
+              (MethodOutcomes{
+                  0, 1, 1, L"kite.managed is not loaded; name its file in DOTNET_STARTUP_HOOKS"}));
     managedLibraryLoaded = true;
     EXPECT_EQ(compile(token), S_OK);
     EXPECT_THAT(module->metadata_calls, IsEmpty());
@@ -561,6 +564,7 @@ TEST_F(ModuleReferencesTest, AreNotTriedAgainForAMethodThatWasLeft) {
     // Neither another method of the module nor, once the module is gone, another module's.
     EXPECT_EQ(compile(add(L"Cancel", kVoid, kReturn)), S_OK);
     EXPECT_EQ(module->installations, 1);
+    EXPECT_EQ(method_outcomes().instrumented, 1U);
     forget_left_methods(ScratchModule::kModule + 1);
     compile(token);
     EXPECT_EQ(module->installations, 1);

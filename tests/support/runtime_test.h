@@ -63,8 +63,9 @@ struct Launch {
     bool with_debugger = true; // else there is no log, which is quicker by far
     bool raises_alike = false; // a debugger hears of the same exceptions in both runs
     std::chrono::seconds timeout = std::chrono::seconds(60);
-    DWORD exit_code = 0;     // the one that it must have, plain and profiled
-    std::string remark = {}; // what the profiled run writes behind all that the plain one does
+    DWORD exit_code = 0;      // the one that it must have, plain and profiled
+    std::string opening = {}; // what the profiled run writes before all that the plain one does
+    std::string remark = {};  // and behind it
 };
 
 // What a run under the profiler showed.

@@ -3,9 +3,9 @@
 #pragma once
 
 #include "base/hresult_text.h"
-#include "rewrite/left_methods.h"
 #include "rewrite/method_instrumenter.h"
 #include "rewrite/rewrite_settings.h"
+#include "selection/method_outcomes.h"
 #include "tests/support/debug_output.h"
 #include "tests/support/real_methods.h"
 #include "tests/support/scratch_module.h"
@@ -71,7 +71,7 @@ protected:
     // As if for the first time: one that was left before is not passed over.
     HRESULT instrument(mdMethodDef token,
                        InstrumentationMode mode = InstrumentationMode::kAttribute) {
-        forget_left_methods(ScratchModule::kModule);
+        forget_method_outcomes();
         return compile(token, mode);
     }
     // `reading` is the context's own interface, where it is another object than the callback's.

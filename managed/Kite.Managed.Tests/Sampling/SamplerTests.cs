@@ -1,6 +1,7 @@
 using System;
 using System.Collections.Generic;
 using System.Diagnostics;
+using System.IO;
 using System.Linq;
 using System.Runtime.InteropServices;
 using System.Threading;
@@ -538,7 +539,32 @@ public class SamplerTests
         Assert.EndsWith(", 100 us a snapshot; 1,234 calls of the profiler failed", cost.ToString());
         Assert.Equal("0 snapshots in 0.0 s, 0 missed, 0 dropped; sampling took 0.0 % of the time, 0 us a snapshot",
             new SamplingCost().ToString());
-        Assert.Equal("0 threads every 2.5 ms: " + cost, new Profile(TimeSpan.FromMilliseconds(2.5), [], cost, null).ToString());
+        Assert.Equal(
+            $"0 threads every 2.5 ms: {cost}; no managed code was sampled: the calls of the profiler failed",
+            new Profile(TimeSpan.FromMilliseconds(2.5), [], cost, null).ToString());
+    }
+
+    [Fact]
+    public void WhyThereIsNothingIsSaid()
+    {
+        string? Why(long rounds, long failed = 0, Exception? failure = null, params ThreadProfile[] threads) => new Profile(
+            SamplerOptions.DefaultInterval, threads, new SamplingCost { Rounds = rounds, Failed = failed }, failure).WhyEmpty;
+        const string Empty = "no managed code was sampled: ";
+        Assert.Equal(Empty + "sampling ended before the first snapshot", Why(0));
+        Assert.Equal(Empty + "the calls of the profiler failed", Why(1, 1));
+        Assert.Equal(Empty + "sampling ended early by System.FormatException: on purpose", Why(0, 0, new FormatException("on purpose")));
+        Assert.Equal(Empty + "no thread ran any, or its stack could not be walked", Why(1));
+        process.Add(10, "native");
+        var native = process.Sample();
+        Assert.Equal(Empty + "no thread ran any, or its stack could not be walked", native.WhyEmpty);
+        Assert.EndsWith("; " + native.WhyEmpty, native.ToString());
+        process.Add(11, "managed", 1);
+        Assert.Null(process.Sample().WhyEmpty);
+        using var folder = new TemporaryFolder();
+        native.Save(folder.FullName, "profile");
+        Assert.Contains(native.WhyEmpty!, File.ReadAllText(folder["profile.svg"]));
+        Assert.Contains($"\"name\":\"profile: {native.WhyEmpty}\"", File.ReadAllText(folder["profile.speedscope.json"]));
+        Assert.Equal("", File.ReadAllText(folder["profile.folded"]));
     }
 
     [Fact]

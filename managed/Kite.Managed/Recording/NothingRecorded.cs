@@ -1,4 +1,5 @@
 using System;
+using System.Globalization;
 using System.Runtime.CompilerServices;
 using Corvane.Sampling.Platform;
 
@@ -34,15 +35,41 @@ internal sealed class NothingRecorded
     [MethodImpl(MethodImplOptions.NoInlining)]
     private static NothingRecorded Find(MethodTable methods)
     {
-        if (ProfilerExports.FindOrNull(out var whyNot) == null)
-        {
-            return new NothingRecorded(whyNot, false);
-        }
-        return new NothingRecorded(
-            methods.IsEmpty
-                ? "no instrumented method was called. Methods are instrumented for their names, their trace attribute " +
-                  "or CORVANE_METHODS; the profiler's log (CORVANE_LOG_FILE) names those that were left unchanged, and why."
-                : "no call of an instrumented method had ended.",
-            true);
+        return ProfilerExports.FindOrNull(out var whyNot) is { } profiler
+            ? new NothingRecorded(Why(!methods.IsEmpty, profiler.GetInstrumentationOutcome()), true)
+            : new NothingRecorded(whyNot, false);
     }
+
+    internal static string Why(bool wasCalled, InstrumentationOutcome? outcome)
+    {
+        if (wasCalled)
+        {
+            return "no call of an instrumented method had ended.";
+        }
+        if (outcome == null)
+        {
+            return "no instrumented method was called.";
+        }
+        if (outcome.Instrumented > 0)
+        {
+            return $"none of the instrumented methods ({Number(outcome.Instrumented)}) was called.{Left(outcome)}";
+        }
+        return outcome.Left > 0
+            ? $"no method was instrumented.{Left(outcome)}"
+            : "no method was chosen. Methods are chosen for their names, their trace attribute or CORVANE_METHODS, when " +
+              "they are compiled. Without CORVANE_STRICT_IL=1 a method that is inlined or precompiled is not seen.";
+    }
+
+    private static string Left(InstrumentationOutcome outcome)
+    {
+        if (outcome.Left == 0)
+        {
+            return "";
+        }
+        var some = outcome.LeftForReason == outcome.Left ? "" : $", {Number(outcome.LeftForReason)} of them for this reason";
+        return $" Chosen methods that were left unchanged: {Number(outcome.Left)}{some}: {outcome.Reason}. " +
+            "The profiler's log (CORVANE_LOG_FILE) names them.";
+    }
+
+    private static string Number(long number) => number.ToString(CultureInfo.InvariantCulture);
 }

@@ -2,6 +2,7 @@ using System;
 using System.Collections.Generic;
 using System.Globalization;
 using System.IO;
+using System.Linq;
 using Corvane.Sampling.Results;
 
 namespace Corvane.Sampling;
@@ -57,8 +58,25 @@ public sealed class Profile
         Directory.CreateDirectory(folder);
         var path = Path.Combine(folder, name);
         WriteFile(path + ".folded", writer => WriteFolded(writer));
-        WriteFile(path + ".speedscope.json", writer => WriteSpeedscope(writer, name));
+        WriteFile(path + ".speedscope.json", writer => WriteSpeedscope(writer, WhyEmpty is { } why ? $"{name}: {why}" : name));
         WriteFile(path + ".svg", writer => WriteFlameGraph(writer, name));
+    }
+
+    // Null if some managed code was seen.
+    internal string? WhyEmpty
+    {
+        get
+        {
+            if (Threads.Any(thread => thread.Samples.Any(sample => sample.Stack is { Depth: > 0 })))
+            {
+                return null;
+            }
+            var why = Failure != null ? $"sampling ended early by {Failure.GetType()}: {Failure.Message}"
+                : Cost.Rounds == 0 ? "sampling ended before the first snapshot"
+                : Cost.Failed > 0 ? "the calls of the profiler failed"
+                : "no thread ran any, or its stack could not be walked";
+            return $"no managed code was sampled: {why}";
+        }
     }
 
     /// <summary>What it holds and took, as one sentence.</summary>
@@ -69,7 +87,7 @@ public sealed class Profile
             Threads.Count == 1 ? "1 thread" : Threads.Count + " threads",
             Interval.TotalMilliseconds,
             Cost) +
-        (Failure == null ? "" : $"; ended early by {Failure.GetType()}: {Failure.Message}");
+        (Failure != null ? $"; ended early by {Failure.GetType()}: {Failure.Message}" : WhyEmpty is { } why ? $"; {why}" : "");
 
     private static void WriteFile(string path, Action<TextWriter> write)
     {

@@ -87,5 +87,9 @@ internal static class SamplingAtStart
     {
         var profile = sampler.Stop(Sampler.Patience) ?? throw new TimeoutException("sampling did not end");
         profile.Save(folder, Name(AppDomain.CurrentDomain.FriendlyName));
+        if (profile.WhyEmpty is { } why)
+        {
+            Complaint.Write(why);
+        }
     }
 }

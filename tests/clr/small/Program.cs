@@ -1,6 +1,6 @@
 // Calls small methods in hot loops: in a method of this module, in one that is not inlined, in a generic one.
 // Tells how often it called each of them, so that a test can compare with what was recorded. Calls none of them if it
-// is to be quiet.
+// is to be quiet, or only methods that cannot be instrumented.
 using System;
 using System.Runtime.CompilerServices;
 using System.Threading;
@@ -8,6 +8,13 @@ using System.Threading;
 Console.WriteLine($"runtime {Environment.Version}");
 if (args is ["quiet"])
 {
+    return 42;
+}
+if (args is ["refused"])
+{
+    Refused.First("x");
+    Refused.Second(1);
+    Refused.Third("x");
     return 42;
 }
 var sum = 0L;
@@ -25,6 +32,24 @@ if (args is ["exit"])
     Environment.Exit(42);
 }
 return 42;
+
+internal static class Refused
+{
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    public static void First<T>(T value)
+    {
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    public static void Second<T>(T value)
+    {
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    public static void Third(ReadOnlySpan<char> text)
+    {
+    }
+}
 
 internal static class Callers
 {

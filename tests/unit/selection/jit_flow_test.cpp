@@ -1,6 +1,7 @@
 #include "selection/jit_flow.h"
 
 #include "base/hresult_text.h"
+#include "selection/method_outcomes.h"
 #include "selection/method_patterns.h"
 #include "selection/target_methods.h"
 #include "tests/support/allocations.h"
@@ -234,6 +235,18 @@ TEST_F(JitFlow, LeavesAMarkedGenericMethod) {
     compile();
     expect_left_alone();
     EXPECT_EQ(output.text(), L"Method Shop.Orders.Place not traced because it has generic types\n");
+}
+
+TEST_F(JitFlow, CountsAMarkedGenericMethodAsLeft) {
+    forget_method_outcomes();
+    runtime.signature = {0x30, 0x01, 0x01, 0x01, 0x1E, 0x00};
+    compile();
+    EXPECT_EQ(method_outcomes().left, 0U);
+    mark(kTrace);
+    compile();
+    compile();
+    EXPECT_EQ(method_outcomes(), (MethodOutcomes{0, 1, 1, L"it has generic types"}));
+    forget_method_outcomes();
 }
 
 TEST_F(JitFlow, SaysNothingOfAMarkedGenericMethodByDefault) {

@@ -51,13 +51,44 @@ public class ProfilerFactsTests
         "one profiler only.",
         Facts(("CORECLR_ENABLE_PROFILING", "1"), ("CORECLR_PROFILER", "{0}")).WhyMissing());
 
+    // What is asked for in the right way, but for what is named here.
+    private static string WhyMissing(string[] files, params (string Name, string Value)[] variables)
+    {
+        var facts = Facts([
+            ("CORECLR_ENABLE_PROFILING", "1"), ("CORECLR_PROFILER", ClassId.ToLowerInvariant()), .. variables]);
+        facts.FileExists = files.Contains;
+        return facts.WhyMissing();
+    }
+
+    [Theory]
+    [InlineData("CORECLR_PROFILER_PATH")]
+    [InlineData("CORECLR_PROFILER_PATH_64")]
+    public void APathWithoutAFileIsSaid(string variable) => Assert.Equal(
+        $@"CorvaneProfiler.dll is not in this process: {variable} is C:\a.dll, and there is no such file. Correct it.",
+        WhyMissing([], (variable, @"C:\a.dll")));
+
+    // The runtime looks nowhere else if it is wrong.
     [Fact]
-    public void AProfilerThatLeftOrWasNotLoadedIsSaid() => Assert.Equal(
-        "CorvaneProfiler.dll is not in this process although it was asked for, or is one that does not sample: it could " +
-        "not be loaded, or it left because agent.config does not enable Shop.exe. Look whether CORECLR_PROFILER_PATH " +
-        "names the right file, and whether agent.config in the folder that CORVANE_HOME_APM_DOTNET names has " +
-        "<application name=\"Shop.exe\" corvane=\"Enabled\"/>.",
-        Facts(("CORECLR_ENABLE_PROFILING", "1"), ("CORECLR_PROFILER", ClassId.ToLowerInvariant())).WhyMissing());
+    public void OnlyTheFirstPathCounts() => Assert.Equal(
+        @"CorvaneProfiler.dll is not in this process: it left because CORVANE_HOME_APM_DOTNET is not set. Set it to the " +
+        "folder of agent.config, which lists Shop.exe.",
+        WhyMissing([@"C:\64.dll"], ("CORECLR_PROFILER_PATH", @"C:\a.dll"), ("CORECLR_PROFILER_PATH_64", @"C:\64.dll")));
+
+    [Theory]
+    [InlineData(@"C:\agent")]
+    [InlineData(@"C:\agent\")]
+    public void TheProgramAndTheFileThatDoesNotListItAreNamed(string home)
+    {
+        const string Config = @"C:\agent\agent.config";
+        Assert.Equal(
+            $"CorvaneProfiler.dll is not in this process: it left because {Config} does not enable Shop.exe, or it could not " +
+            "be loaded. The file needs <application name=\"Shop.exe\" corvane=\"Enabled\"/> in " +
+            "configuration/instrumentation/applications.",
+            WhyMissing([Config], ("CORVANE_HOME_APM_DOTNET", home)));
+        Assert.Equal(
+            $"CorvaneProfiler.dll is not in this process: it left because there is no {Config}. Write it, and list Shop.exe in it.",
+            WhyMissing([], ("CORVANE_HOME_APM_DOTNET", home)));
+    }
 
     [Fact]
     public void TheModuleIsLookedForByItsPathFirst()

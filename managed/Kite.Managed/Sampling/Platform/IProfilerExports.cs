@@ -13,6 +13,19 @@ internal interface IProfilerExports
     FunctionNames[] GetFunctionNames(double[] functions);
 }
 
+// What became of the methods that the profiler chose.
+internal sealed class InstrumentationOutcome
+{
+    internal long Instrumented { get; set; }
+
+    internal long Left { get; set; }
+
+    // For the commonest reason, and what that is.
+    internal long LeftForReason { get; set; }
+
+    internal string Reason { get; set; } = "";
+}
+
 // Null where they could not be read.
 internal readonly struct FunctionNames
 {

@@ -11,11 +11,16 @@ internal sealed class ProfilerExports : IProfilerExports
 
     private readonly TakeSnapshotExport takeSnapshot;
     private readonly GetFunctionNamesExport getFunctionNames;
+    private readonly GetInstrumentationOutcomeExport? getInstrumentationOutcome;
 
-    private ProfilerExports(TakeSnapshotExport takeSnapshot, GetFunctionNamesExport getFunctionNames)
+    private ProfilerExports(
+        TakeSnapshotExport takeSnapshot,
+        GetFunctionNamesExport getFunctionNames,
+        GetInstrumentationOutcomeExport? getInstrumentationOutcome)
     {
         this.takeSnapshot = takeSnapshot;
         this.getFunctionNames = getFunctionNames;
+        this.getInstrumentationOutcome = getInstrumentationOutcome;
     }
 
     [UnmanagedFunctionPointer(CallingConvention.Cdecl)]
@@ -23,6 +28,9 @@ internal sealed class ProfilerExports : IProfilerExports
 
     [UnmanagedFunctionPointer(CallingConvention.Cdecl)]
     private delegate int GetFunctionNamesExport(IntPtr[] ids, int count, out IntPtr records);
+
+    [UnmanagedFunctionPointer(CallingConvention.Cdecl)]
+    private delegate int GetInstrumentationOutcomeExport(out OutcomeRecord record);
 
     internal static ProfilerExports Find() =>
         FindOrNull(out var whyNot) ?? throw new InvalidOperationException(whyNot);
@@ -45,9 +53,13 @@ internal sealed class ProfilerExports : IProfilerExports
                 var names = GetProcAddress(module, "GetFunctionNames");
                 if (take != IntPtr.Zero && names != IntPtr.Zero)
                 {
+                    var outcome = GetProcAddress(module, "GetInstrumentationOutcome");
                     return new ProfilerExports(
                         Marshal.GetDelegateForFunctionPointer<TakeSnapshotExport>(take),
-                        Marshal.GetDelegateForFunctionPointer<GetFunctionNamesExport>(names));
+                        Marshal.GetDelegateForFunctionPointer<GetFunctionNamesExport>(names),
+                        outcome == IntPtr.Zero
+                            ? null
+                            : Marshal.GetDelegateForFunctionPointer<GetInstrumentationOutcomeExport>(outcome));
                 }
             }
         }
@@ -112,9 +124,26 @@ internal sealed class ProfilerExports : IProfilerExports
         }
     }
 
-    private static string? TakeText(IntPtr field)
+    // Null where the profiler is older than the library.
+    internal InstrumentationOutcome? GetInstrumentationOutcome()
     {
-        var text = Marshal.ReadIntPtr(field);
+        if (getInstrumentationOutcome == null || getInstrumentationOutcome(out var record) != 0)
+        {
+            return null;
+        }
+        return new InstrumentationOutcome
+        {
+            Instrumented = record.Instrumented,
+            Left = record.Left,
+            LeftForReason = record.LeftForReason,
+            Reason = Take(record.Reason) ?? "",
+        };
+    }
+
+    private static string? TakeText(IntPtr field) => Take(Marshal.ReadIntPtr(field));
+
+    private static string? Take(IntPtr text)
+    {
         if (text == IntPtr.Zero)
         {
             return null;
@@ -122,6 +151,16 @@ internal sealed class ProfilerExports : IProfilerExports
         var taken = Marshal.PtrToStringBSTR(text);
         Marshal.FreeBSTR(text);
         return taken;
+    }
+
+    [StructLayout(LayoutKind.Sequential)]
+    private struct OutcomeRecord
+    {
+        internal uint Instrumented;
+        internal uint Left;
+        internal uint LeftForReason;
+        internal uint Unused;
+        internal IntPtr Reason;
     }
 
     [DllImport("kernel32.dll", CharSet = CharSet.Unicode)]
