@@ -170,6 +170,24 @@ public class CallObserverTests
         Assert.Equal(["1 Open() of nothing", "2 Count(tea, 2) of nothing", "2 ! no tea", "1 = null"], Seen());
     }
 
+    // The exception leaves a call that nobody observes.
+    [Fact]
+    public void ACallEndsWithItsOwnExceptionWhereNothingIsRecorded()
+    {
+        var recorder = new Recorder(recording.Methods, null, null);
+        var observing = recorder.Observe(new Notes(seen));
+        recorder.Enter(0, null, [], null);
+        observing.Dispose();
+        recorder.Enter(1, null, ["tea", 2], null);
+        Assert.True(recorder.Fail(exception));
+        recorder.Log(4, null);
+        recorder.Log(4, null);
+        recorder.Leave(0, [], null);
+        Assert.Equal(["1 Open() of nothing", "1 = null"], Seen());
+        recorder.Enter(1, null, ["tea", 2], null);
+        Assert.False(recorder.Fail(exception));
+    }
+
     [Fact]
     public void TheFirstSeesTheBeginFirstAndTheEndLast()
     {
