@@ -25,6 +25,7 @@ internal sealed class RecordedSpans : ISpanSink
         RecordedValues values = RecordedValues.None, RootSampler? sampler = null,
         Func<MethodBase, ISpanConvention?>? conventions = null, bool hasSink = true, bool hasActivities = true)
     {
+        Sampler = sampler ?? ((_, _) => true);
         var methods = new MethodTable();
         Recorder = new Recorder(
             methods,
@@ -40,6 +41,8 @@ internal sealed class RecordedSpans : ISpanSink
     }
 
     internal Recorder Recorder { get; }
+
+    internal RootSampler Sampler { get; }
 
     internal Span[] Ended => [.. ended];
 

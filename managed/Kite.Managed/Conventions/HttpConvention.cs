@@ -49,6 +49,16 @@ internal sealed class HttpConvention : ISpanConvention
         }
     }
 
+    // A request that was made, as the platform tells of it.
+    internal static void DescribeExchange(Span span, object? request, object? response)
+    {
+        if (requestUri.Read(request) is Uri uri)
+        {
+            Describe(span, request!, uri);
+        }
+        DescribeStatus(span, response);
+    }
+
     private static void DescribeStatus(Span span, object? response)
     {
         if (statusCode.ReadNumber(response) is not { } status)
@@ -62,7 +72,7 @@ internal sealed class HttpConvention : ISpanConvention
         }
     }
 
-    private void DescribeArgument(Span span, object?[] arguments)
+    private static void DescribeArgument(Span span, object?[] arguments)
     {
         foreach (var argument in arguments)
         {
@@ -74,14 +84,14 @@ internal sealed class HttpConvention : ISpanConvention
         }
     }
 
-    private void Describe(Span span, object request, Uri uri)
+    private static void Describe(Span span, object request, Uri uri)
     {
         var name = MethodOf(request);
         if (name != null)
         {
             span.SetAttribute(AttributeNames.HttpMethod, name);
         }
-        if (Kind == SpanKind.Client)
+        if (span.Kind == SpanKind.Client)
         {
             span.Name = HttpMethods.Name(name);
         }

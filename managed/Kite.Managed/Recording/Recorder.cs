@@ -369,6 +369,7 @@ internal sealed class Recorder
             methods, values, tree != null ? CallLimit() : null, summary != null ? new CallSummary() : null, spans);
         var recorder = new Recorder(methods, calls, trace == null ? null : new TraceLog(trace));
         Rehearse(records, sumsUp: summary != null, hasSpans: spans is { IsWanted: true });
+        spans?.ListenToPlatform(SourceNames.FromEnvironment());
         if (records)
         {
             AtExit.Run(() => recorder.Print(tree, summary));

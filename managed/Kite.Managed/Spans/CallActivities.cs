@@ -44,16 +44,28 @@ internal static class CallActivities
         return span == null || (activity != span.Activity && !IsAround(activity, (Activity?)span.Activity));
     }
 
-    internal static TraceId TraceOf(object activity)
+    internal static TraceId TraceOf(object activity) => TraceOf(((Activity)activity).TraceId);
+
+    internal static TraceId TraceOf(ActivityTraceId id)
     {
         System.Span<byte> bytes = stackalloc byte[16];
-        ((Activity)activity).TraceId.CopyTo(bytes);
+        id.CopyTo(bytes);
         return new TraceId(BinaryPrimitives.ReadUInt64BigEndian(bytes), BinaryPrimitives.ReadUInt64BigEndian(bytes[8..]));
     }
 
     internal static ulong IdOf(object activity) => Number(((Activity)activity).SpanId);
 
     internal static ulong ParentOf(object activity) => Number(((Activity)activity).ParentSpanId);
+
+    internal static ActivityTraceId TraceIdOf(Span span)
+    {
+        System.Span<byte> bytes = stackalloc byte[16];
+        BinaryPrimitives.WriteUInt64BigEndian(bytes, span.Trace.High);
+        BinaryPrimitives.WriteUInt64BigEndian(bytes[8..], span.Trace.Low);
+        return ActivityTraceId.CreateFromBytes(bytes);
+    }
+
+    internal static SpanKind KindOf(ActivityKind kind) => (SpanKind)((int)kind + 1);
 
     internal static bool IsRecorded(object activity) => ((Activity)activity).Recorded;
 
@@ -199,13 +211,10 @@ internal static class CallActivities
 
     private static ActivityContext ContextOf(Span span)
     {
-        System.Span<byte> bytes = stackalloc byte[16];
-        BinaryPrimitives.WriteUInt64BigEndian(bytes, span.Trace.High);
-        BinaryPrimitives.WriteUInt64BigEndian(bytes[8..], span.Trace.Low);
-        var trace = ActivityTraceId.CreateFromBytes(bytes);
+        System.Span<byte> bytes = stackalloc byte[8];
         BinaryPrimitives.WriteUInt64BigEndian(bytes, span.Id);
         return new ActivityContext(
-            trace, ActivitySpanId.CreateFromBytes(bytes[..8]), span.IsSampled ? ActivityTraceFlags.Recorded : ActivityTraceFlags.None);
+            TraceIdOf(span), ActivitySpanId.CreateFromBytes(bytes), span.IsSampled ? ActivityTraceFlags.Recorded : ActivityTraceFlags.None);
     }
 
     private static bool IsAround(Activity activity, Activity? inner)
@@ -220,14 +229,8 @@ internal static class CallActivities
         return false;
     }
 
-    private static ActivityKind Kind(SpanKind kind) => kind switch
-    {
-        SpanKind.Server => ActivityKind.Server,
-        SpanKind.Client => ActivityKind.Client,
-        SpanKind.Producer => ActivityKind.Producer,
-        SpanKind.Consumer => ActivityKind.Consumer,
-        _ => ActivityKind.Internal,
-    };
+    // The platform counts them in the same order.
+    private static ActivityKind Kind(SpanKind kind) => (ActivityKind)((int)kind - 1);
 
     private static ulong Number(ActivitySpanId id)
     {

@@ -85,6 +85,26 @@ internal sealed class SpanRecorder
         }
     }
 
+    // From here on what the platform tells of itself is recorded as well.
+    internal void ListenToPlatform(SourceNames sources)
+    {
+#if NET
+        if (sink == null || !hasActivities)
+        {
+            return;
+        }
+        try
+        {
+            new ActivitySpans(sink, sampler, values, sources, Guarded).Begin();
+            new RequestEvents(Guarded).Begin();
+        }
+        catch (Exception exception)
+        {
+            Complaint.Write("requests and other activities of the platform will not be recorded", exception);
+        }
+#endif
+    }
+
     // The flow is in the span when this returns. Whoever calls it takes the time.
     internal OpenSpan Begin(uint index, MethodData? method, object? receiver, object?[] arguments)
     {

@@ -1,0 +1,249 @@
+// Activities of other sources as spans, among the spans of calls.
+using System;
+using System.Collections.Generic;
+using System.Diagnostics;
+using System.Linq;
+using System.Net;
+using System.Net.Http;
+using System.Threading;
+using System.Threading.Tasks;
+using Corvane.Instrumentation.Privacy;
+using Corvane.Instrumentation.Spans;
+using Xunit;
+
+namespace Kite.Managed.Tests.Spans;
+
+[Collection(nameof(CallActivitiesTests))]
+public sealed class ActivitySpansTests : IDisposable
+{
+    private readonly ActivitySource program = new("Kite.Managed.Tests");
+    private readonly RecordedSpans spans = new();
+    private readonly List<IDisposable> listening = [];
+
+    public void Dispose()
+    {
+        listening.ForEach(one => one.Dispose());
+        program.Dispose();
+        Assert.Null(Activity.Current);
+        Assert.Null(SpanFlow.Current);
+        Assert.Null(Activity.TraceIdGenerator);
+    }
+
+    [Fact]
+    public void AnActivityIsASpan()
+    {
+        Listen();
+        using (var activity = program.StartActivity("work", ActivityKind.Client)!)
+        {
+            activity.DisplayName = "GET";
+            activity.SetTag("http.request.method", "GET").SetTag("customer.name", "planted").SetTag("server.port", 80);
+            activity.SetStatus(ActivityStatusCode.Error, "planted").SetTag("error.type", "timeout");
+            Thread.Sleep(5);
+        }
+        var span = Assert.Single(spans.Ended);
+        Assert.Equal(("GET", SpanKind.Client, "Kite.Managed.Tests", null), (span.Name, span.Kind, span.Scope, span.Method));
+        Assert.Equal(
+            [new("http.request.method", "GET"), new("server.port", 80L), new KeyValuePair<string, object>("error.type", "timeout")], span.Attributes);
+        Assert.Equal((true, "timeout", null), (span.HasError, span.ErrorType, span.ErrorMessage));
+        Assert.True(Stopwatch.GetElapsedTime(span.Started, span.Ended) >= TimeSpan.FromMilliseconds(5));
+        Assert.Equal(Environment.CurrentManagedThreadId, span.ThreadId);
+    }
+
+    [Fact]
+    public void ActivitiesOfOtherSourcesAreNone()
+    {
+        Listen("Another");
+        Assert.Null(program.StartActivity("work"));
+        spans.Call("Do", () => { });
+        Assert.Single(spans.Ended);
+    }
+
+    [Fact]
+    public void ActivitiesAndCallsAreInOneTree()
+    {
+        Listen();
+        using (var around = program.StartActivity("around"))
+        {
+            spans.Call("Outer", () =>
+            {
+                using var inside = program.StartActivity("inside")!;
+                Assert.Same(around, inside.Parent);
+                spans.Call("Inner", () => program.StartActivity("innermost")!.Stop());
+            });
+        }
+        AssertChain("around", "Outer", "inside", "Inner", "innermost");
+    }
+
+    [Fact]
+    public void ACallThatIsATraceOfItsOwnGivesItsTraceToActivities()
+    {
+        Listen();
+        spans.Call("Outer", () => spans.Call("Inner", () => program.StartActivity("inside")!.Stop()));
+        AssertChain("Outer", "Inner", "inside");
+        Assert.Equal(0ul, spans.Ended.Single(span => span.Name.EndsWith("Outer", StringComparison.Ordinal)).ParentId);
+    }
+
+    [Fact]
+    public void AnActivityWithAGivenParentKeepsIt()
+    {
+        Listen();
+        var given = new ActivityContext(ActivityTraceId.CreateRandom(), ActivitySpanId.CreateRandom(), ActivityTraceFlags.Recorded, isRemote: true);
+        spans.Call("Outer", () => program.StartActivity("inside", ActivityKind.Server, given)!.Stop());
+        var inside = spans.Ended.Single(span => span.Name == "inside");
+        Assert.Equal((given.TraceId.ToHexString(), given.SpanId.ToHexString()), (inside.Trace.ToString(), SpanId.Text(inside.ParentId)));
+        Assert.NotEqual(inside.Trace, spans.Only("Outer").Trace);
+    }
+
+    [Fact]
+    public void TheProgramsOwnGeneratorOfIdsStays()
+    {
+        var trace = ActivityTraceId.CreateRandom();
+        Func<ActivityTraceId> own = () => trace;
+        Activity.TraceIdGenerator = own;
+        try
+        {
+            Listen();
+            Assert.Same(own, Activity.TraceIdGenerator);
+            spans.Call("Outer", () => program.StartActivity("inside")!.Stop());
+            listening.ForEach(one => one.Dispose());
+            Assert.Same(own, Activity.TraceIdGenerator);
+        }
+        finally
+        {
+            Activity.TraceIdGenerator = null;
+        }
+        Assert.Equal(0ul, spans.Ended.Single(span => span.Name == "inside").ParentId);
+    }
+
+    [Theory]
+    [InlineData(true)]
+    [InlineData(false)]
+    public void TheSamplerDecidesForActivitiesToo(bool isSampled)
+    {
+        var asked = new List<bool?>();
+        var recorded = new RecordedSpans(sampler: (_, parent) =>
+        {
+            asked.Add(parent);
+            return isSampled;
+        });
+        Listen(recorded);
+        using (var around = program.StartActivity("around"))
+        {
+            Assert.Equal(isSampled, around!.Recorded);
+            recorded.Call("Outer", () => program.StartActivity("inside")?.Stop());
+        }
+        Assert.Equal(isSampled ? 3 : 0, recorded.Ended.Length);
+        Assert.Null(asked[0]);
+        Assert.All(asked.Skip(1), parent => Assert.True(parent is null || parent == isSampled));
+    }
+
+    [Fact]
+    public async Task OurOwnTrafficIsNotRecorded()
+    {
+        Listen();
+        var before = OwnWork.Begin();
+        Assert.Null(program.StartActivity("work"));
+        await Task.Run(() => Assert.Null(program.StartActivity("work")));
+        OwnWork.End(before);
+        Assert.Empty(spans.Ended);
+    }
+
+    [Fact]
+    public void WhoListensToUsAndToTheProgramSeesOneTree()
+    {
+        Listen();
+        var stopped = new List<Activity>();
+        using var listener = new ActivityListener
+        {
+            ShouldListenTo = source => source.Name is "Corvane.Instrumentation" or "Kite.Managed.Tests",
+            Sample = (ref ActivityCreationOptions<ActivityContext> _) => ActivitySamplingResult.AllDataAndRecorded,
+            ActivityStopped = stopped.Add,
+        };
+        ActivitySource.AddActivityListener(listener);
+        spans.Call("Outer", () =>
+        {
+            using var inside = program.StartActivity("inside");
+            spans.Call("Inner", () => { });
+        });
+        AssertChain("Outer", "inside", "Inner");
+        Assert.Equal(
+            stopped.Select(activity => (activity.SpanId.ToHexString(), activity.ParentSpanId.ToHexString())),
+            spans.Ended.Select(span => (SpanId.Text(span.Id), SpanId.Text(span.ParentId))));
+    }
+
+    // The client's activity and events are the platform's.
+    [Fact]
+    public async Task ACallOfHttpClientIsASpan()
+    {
+        Listen("System.Net.Http");
+        using var server = new HttpListener();
+        var port = Listening(server);
+        var header = "";
+        var serving = Task.Run(async () =>
+        {
+            var context = await server.GetContextAsync();
+            header = context.Request.Headers["traceparent"];
+            context.Response.StatusCode = 404;
+            context.Response.Close();
+        });
+        using var client = new HttpClient();
+        await spans.Call("Later", async () =>
+        {
+            using var answer = await client.GetAsync($"http://localhost:{port}/a?user=planted");
+        });
+        await serving;
+        spans.Wait(2);
+        var span = spans.Ended.Single(span => span.Scope == "System.Net.Http");
+        Assert.Equal(("GET", SpanKind.Client), (span.Name, span.Kind));
+        Assert.Equal(spans.Only("Later").Id, span.ParentId);
+        Assert.Equal($"00-{span.Trace}-{SpanId.Text(span.Id)}-01", header);
+        Assert.Equal(404L, Value(span, "http.response.status_code"));
+        Assert.Equal("localhost", Value(span, "server.address"));
+        Assert.DoesNotContain("planted", (string)Value(span, "url.full")!);
+        Assert.True(span.HasError);
+    }
+
+    private static object? Value(Span span, string key) => span.Attributes.SingleOrDefault(attribute => attribute.Key == key).Value;
+
+    private static int Listening(HttpListener server)
+    {
+        while (true)
+        {
+            var port = Random.Shared.Next(20_000, 60_000);
+            try
+            {
+                server.Prefixes.Clear();
+                server.Prefixes.Add($"http://localhost:{port}/");
+                server.Start();
+                return port;
+            }
+            catch (HttpListenerException)
+            {
+                // Somebody else's.
+            }
+        }
+    }
+
+    private void Listen(params string[] sources) => Listen(spans, sources);
+
+    private void Listen(RecordedSpans recorded, params string[] sources)
+    {
+        var names = new SourceNames(sources.Length == 0 ? program.Name : sources[0]);
+        var activities = new ActivitySpans(recorded, recorded.Sampler, RecordedValues.None, names, run => run());
+        var events = new RequestEvents(run => run());
+        activities.Begin();
+        events.Begin();
+        listening.AddRange([activities, events]);
+    }
+
+    private void AssertChain(params string[] names)
+    {
+        Assert.Equal(names.Length, spans.Ended.Length);
+        var chain = names.Select(name => spans.Ended.Single(span => span.Name.Split('.').Last() == name)).ToArray();
+        Assert.Single(chain.Select(span => span.Trace).Distinct());
+        for (var position = 1; position < chain.Length; position++)
+        {
+            Assert.Equal(chain[position - 1].Id, chain[position].ParentId);
+        }
+    }
+}

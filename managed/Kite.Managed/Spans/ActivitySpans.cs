@@ -1,0 +1,153 @@
+#if NET
+using System;
+using System.Diagnostics;
+using System.Runtime.CompilerServices;
+using Corvane.Instrumentation.Privacy;
+
+namespace Corvane.Instrumentation.Spans;
+
+// Makes spans of the activities with which the platform and its libraries tell what they do: requests, outgoing calls,
+// commands. They and the spans of calls are parents of each other, as the program's flow has it. Any thread.
+internal sealed class ActivitySpans : IDisposable
+{
+    private const string SpanProperty = "Corvane.Instrumentation.Span";
+
+    private readonly ISpanSink sink;
+    private readonly RootSampler sampler;
+    private readonly RecordedValues values;
+    private readonly Action<Action> guarded;
+    private readonly ActivityListener listener;
+
+    // What runs in the program's midst goes through `guarded`.
+    internal ActivitySpans(ISpanSink sink, RootSampler sampler, RecordedValues values, SourceNames sources, Action<Action> guarded)
+    {
+        this.sink = sink;
+        this.sampler = sampler;
+        this.values = values;
+        this.guarded = guarded;
+        listener = new ActivityListener
+        {
+            ShouldListenTo = source => sources.Contain(source.Name),
+            Sample = Sample,
+            SampleUsingParentId = (ref ActivityCreationOptions<string> options) =>
+                IsSampled(CallActivities.TraceOf(options.TraceId), null) ? ActivitySamplingResult.AllDataAndRecorded : ActivitySamplingResult.None,
+            ActivityStarted = activity => guarded(() => OnStarted(activity)),
+            ActivityStopped = activity => guarded(() => OnStopped(activity)),
+        };
+    }
+
+    // From here on. An activity that begins a trace inside a span takes the trace of the span.
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    internal void Begin()
+    {
+        Activity.TraceIdGenerator ??= NewTraceId;
+        ActivitySource.AddActivityListener(listener);
+    }
+
+    public void Dispose()
+    {
+        if (Activity.TraceIdGenerator == NewTraceId)
+        {
+            Activity.TraceIdGenerator = null;
+        }
+        listener.Dispose();
+    }
+
+    // Null for one that is no span.
+    internal static Span? Of(Activity? activity) => activity?.GetCustomProperty(SpanProperty) as Span;
+
+    private static ActivityTraceId NewTraceId() =>
+        SpanFlow.Current is { Trace.IsNone: false } span ? CallActivities.TraceIdOf(span) : ActivityTraceId.CreateRandom();
+
+    // Where a trace that is not sampled begins, its activity carries that to whoever takes part in it.
+    private ActivitySamplingResult Sample(ref ActivityCreationOptions<ActivityContext> options)
+    {
+        if (OwnWork.IsCurrent)
+        {
+            return ActivitySamplingResult.None;
+        }
+        var parent = options.Parent;
+        var isRoot = parent == default;
+        if (IsSampled(CallActivities.TraceOf(options.TraceId), isRoot ? null : (parent.TraceFlags & ActivityTraceFlags.Recorded) != 0))
+        {
+            return ActivitySamplingResult.AllDataAndRecorded;
+        }
+        return isRoot ? ActivitySamplingResult.PropagationData : ActivitySamplingResult.None;
+    }
+
+    private bool IsSampled(TraceId trace, bool? parentIsSampled)
+    {
+        try
+        {
+            return SpanFlow.Current is { } span && span.Trace.Equals(trace) ? span.IsSampled : sampler(trace, parentIsSampled);
+        }
+        catch (Exception)
+        {
+            return false;
+        }
+    }
+
+    private void OnStarted(Activity activity)
+    {
+        // Another listener may have asked for it.
+        if (!activity.Recorded || activity.IdFormat != ActivityIdFormat.W3C || OwnWork.IsCurrent)
+        {
+            return;
+        }
+        var trace = CallActivities.TraceOf(activity);
+        if (!IsSampled(trace, activity.ParentSpanId == default ? null : true))
+        {
+            return;
+        }
+        activity.SetCustomProperty(SpanProperty, new Span(
+            trace, CallActivities.IdOf(activity), ParentOf(activity, trace), activity.DisplayName, null, activity.Source.Name)
+        {
+            Kind = CallActivities.KindOf(activity.Kind),
+            ThreadId = Environment.CurrentManagedThreadId,
+            Started = Stopwatch.GetTimestamp(),
+        });
+    }
+
+    // The span that the program is in, if that began inside of the activity's own parent.
+    private static ulong ParentOf(Activity activity, TraceId trace)
+    {
+        var own = CallActivities.ParentOf(activity);
+        if (SpanFlow.Current is not { } span || !span.Trace.Equals(trace))
+        {
+            return own;
+        }
+        var isGiven = activity.Parent == null && own != 0;
+        return isGiven || (activity.Parent != null && CallActivities.IsInside(activity.Parent, span)) ? own : span.Id;
+    }
+
+    private void OnStopped(Activity activity)
+    {
+        if (Of(activity) is not { Ended: 0 } span)
+        {
+            return;
+        }
+        span.Ended = Stopwatch.GetTimestamp();
+        if (activity.DisplayName != activity.OperationName)
+        {
+            span.Name = activity.DisplayName;
+        }
+        foreach (var tag in activity.EnumerateTagObjects())
+        {
+            if (ActivityTags.Redact(span.Scope, tag.Key, tag.Value, values) is { } value)
+            {
+                span.SetAttribute(tag.Key, value);
+            }
+        }
+        if (activity.Status == ActivityStatusCode.Error && !span.HasError)
+        {
+            span.Fail(activity.GetTagItem("error.type") as string, Message(activity));
+        }
+        sink.OnEnded(span);
+    }
+
+    private string? Message(Activity activity) =>
+        values == RecordedValues.All && activity.StatusDescription is { } message ? SecretText.Redact(message, MaxMessage) : null;
+
+    private const int MaxMessage = 1_000;
+}
+#endif
