@@ -6,6 +6,7 @@ using System.Globalization;
 using System.Linq;
 using System.Runtime.CompilerServices;
 using System.Text;
+using Corvane.Instrumentation.Privacy;
 using Corvane.Instrumentation.Recording;
 using Xunit;
 
@@ -21,6 +22,11 @@ public class CallTextTests
         recording.Leave(7, result);
         return recording.Tree()[1].Trim();
     }
+
+    [Fact]
+    public void ArgumentsThatNobodyKnowsAreCounted() =>
+        Assert.Equal(
+            "arg0, arg1", CallText.Arguments(new StringBuilder(), MethodSignature.Of(7, null), null, [1, "x"], RecordedValues.None));
 
     [Fact]
     public void AMethodThatReturnsNothingHasNoResult() =>

@@ -81,13 +81,13 @@ internal static class CallText
     // secret itself may be any of the others.
     private static bool AreSecret(MethodSignature method, object?[] arguments, RecordedValues values)
     {
-        if (values == RecordedValues.None)
-        {
-            return false;
-        }
         if (method.ParameterCount != arguments.Length)
         {
             return true;
+        }
+        if (values == RecordedValues.None)
+        {
+            return false;
         }
         foreach (var argument in arguments)
         {
