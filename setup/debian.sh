@@ -3,12 +3,14 @@
 # What is needed for what.
 declare -A packages=(
     [build]="ca-certificates cmake ninja-build"
-    [host]="g++ libboost1.81-dev libboost-filesystem1.81-dev libgmock-dev"
+    [host]="g++ libboost1.81-dev libboost-filesystem1.81-dev libgmock-dev nodejs"
     [clang]="clang libclang-rt-14-dev"
     [target]="bubblewrap g++-mingw-w64-x86-64-posix mingw-w64-tools procps xz-utils"
     [googletest]="googletest" # its sources, for the target
     [format]="clang-format git"
 )
+# A Node.js that is not Debian's brings it along.
+command -v npm >/dev/null || packages[host]+=" npm"
 
 # missing_packages NEED...
 missing_packages() {

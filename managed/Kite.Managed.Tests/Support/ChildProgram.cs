@@ -3,6 +3,7 @@ using System;
 using System.Collections.Generic;
 using System.Diagnostics;
 using System.IO;
+using System.Linq;
 using Xunit;
 
 namespace Kite.Managed.Tests;
@@ -16,6 +17,12 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
 
     internal static ChildProgram Run(string program, string[] arguments, params (string Name, string Value)[] variables)
     {
+        using var process = Start(program, arguments, variables);
+        return WaitFor(process);
+    }
+
+    internal static Process Start(string program, string[] arguments, params (string Name, string Value)[] variables)
+    {
         var isAssembly = program.EndsWith(".dll", StringComparison.Ordinal);
         var start = new ProcessStartInfo(
             isAssembly ? Environment.ProcessPath! : program, isAssembly ? [program, .. arguments] : arguments)
@@ -26,8 +33,8 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
         foreach (var name in new[]
         {
             "CORVANE_CALL_TREE", "CORVANE_CALL_LIMIT", "CORVANE_SUMMARY", "CORVANE_TRACE_LOG", "CORVANE_SAMPLE", "CORVANE_SAMPLE_INTERVAL_MS",
-            "DOTNET_STARTUP_HOOKS",
-        })
+            "DOTNET_STARTUP_HOOKS", "CORVANE_OTLP_FILE", "CORVANE_TRACE_FILE",
+        }.Concat(start.Environment.Keys.Where(name => name.StartsWith("OTEL_", StringComparison.Ordinal)).ToArray()))
         {
             start.Environment.Remove(name);
         }
@@ -38,7 +45,12 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
         {
             start.Environment[name] = value;
         }
-        using var process = Process.Start(start)!;
+        return Process.Start(start)!;
+    }
+
+    // Reads the rest of what it writes.
+    internal static ChildProgram WaitFor(Process process)
+    {
         var errors = process.StandardError.ReadToEndAsync();
         var output = process.StandardOutput.ReadToEndAsync();
         if (!process.WaitForExit(60_000))

@@ -10,6 +10,8 @@ namespace Corvane.Instrumentation.Recording;
 // process. Text is UTF-8. The console is written to past the program's own writers, which may be its own code.
 internal sealed class OutputTarget
 {
+    private const int BufferSize = 4096;
+
     private readonly string name;
 
     private OutputTarget(string name) => this.name = name;
@@ -23,13 +25,13 @@ internal sealed class OutputTarget
             var path => ForFile(path),
         };
 
-    internal StreamWriter Open(FileMode mode) =>
-        new StreamWriter(name switch
-        {
-            "stderr" => Console.OpenStandardError(),
-            "stdout" => Console.OpenStandardOutput(),
-            _ => new FileStream(name, mode, FileAccess.Write, FileShare.ReadWrite),
-        });
+    internal string Name => name;
+
+    internal StreamWriter Open(FileMode mode) => new StreamWriter(Open(mode, FileShare.ReadWrite, BufferSize));
+
+    // For bytes that are written as they come, by this process alone.
+    internal Stream OpenStream() => Open(FileMode.Create, FileShare.Read, 1);
+
 
     // Writes a whole text. That it cannot be written is said once, and is no reason to fail.
     internal void Write(Action<TextWriter> write)
@@ -50,6 +52,13 @@ internal sealed class OutputTarget
         using var process = Process.GetCurrentProcess();
         return process.Id.ToString(CultureInfo.InvariantCulture);
     }
+
+    private Stream Open(FileMode mode, FileShare others, int buffer) => name switch
+    {
+        "stderr" => Console.OpenStandardError(),
+        "stdout" => Console.OpenStandardOutput(),
+        _ => new FileStream(name, mode, FileAccess.Write, others, buffer),
+    };
 
     private static OutputTarget? ForFile(string path)
     {

@@ -4,7 +4,7 @@ using System.IO;
 using System.Reflection;
 using System.Runtime.CompilerServices;
 using System.Threading;
-using Corvane.Instrumentation.Conventions;
+using Corvane.Instrumentation.Export;
 using Corvane.Instrumentation.Privacy;
 using Corvane.Instrumentation.Spans;
 
@@ -56,6 +56,9 @@ internal sealed class Recorder
     internal long Failures => Interlocked.Read(ref failures);
 
     internal bool IsIdle => busy || (!follows && Callbacks.IsEmpty && !FindsListener());
+
+    // For a thread of the library: nothing that it calls is the program's.
+    internal static void PassOverThisThread() => busy = true;
 
     // Whether the receiver may be looked at: in a method of a value type it may be an address. Asked while it is not
     // idle; it may describe the method, which loads types.
@@ -271,14 +274,14 @@ internal sealed class Recorder
     }
 
     // Nothing that the printing calls is recorded. It may be a callback that ends the process.
-    internal void Print(OutputTarget? tree, OutputTarget? summary)
+    internal void Print(OutputTarget? tree, OutputTarget? summary, Sinks? sinks = null)
     {
         var before = busy;
         busy = true;
         try
         {
             FinishCalls();
-            var reason = calls.HasCalls ? null : NothingRecorded.Reason(Methods);
+            var reason = calls.HasCalls || sinks is { HasSpans: true } ? null : NothingRecorded.Reason(Methods);
             if (reason != null)
             {
                 Complaint.Write(reason.Text);
@@ -289,6 +292,7 @@ internal sealed class Recorder
                 tree?.Write(writer => CallTree.Write(writer, calls, Failures, reason?.Text));
                 summary?.Write(writer => calls.Summary!.Write(writer, Methods, reason?.Text));
             }
+            sinks?.End();
         }
         finally
         {
@@ -364,25 +368,26 @@ internal sealed class Recorder
         var trace = OutputTarget.FromVariable("CORVANE_TRACE_LOG");
         var summary = OutputTarget.FromVariable("CORVANE_SUMMARY");
         var records = tree != null || summary != null;
-        var spans = MakeSpanRecorder(values);
+        var sinks = Sinks.FromEnvironment();
+        var spans = MakeSpanRecorder(values, sinks);
         var calls = new CallRecorder(
             methods, values, tree != null ? CallLimit() : null, summary != null ? new CallSummary() : null, spans);
         var recorder = new Recorder(methods, calls, trace == null ? null : new TraceLog(trace));
         Rehearse(records, sumsUp: summary != null, hasSpans: spans is { IsWanted: true });
-        spans?.ListenToPlatform(SourceNames.FromEnvironment());
-        if (records)
+        if (records || sinks != null)
         {
-            AtExit.Run(() => recorder.Print(tree, summary));
+            AtExit.Run(() => recorder.Print(tree, summary, sinks));
         }
         return recorder;
     }
 
     // Null if there cannot be anybody who wants spans.
-    private static SpanRecorder? MakeSpanRecorder(RecordedValues values)
+    private static SpanRecorder? MakeSpanRecorder(RecordedValues values, Sinks? sinks)
     {
-        ISpanSink? sink = null;
         var hasActivities = SpanRecorder.FindActivities();
-        return sink != null || hasActivities ? new SpanRecorder(values, sink, conventions: KnownMethods.Finder(), hasActivities: hasActivities) : null;
+        return sinks != null || hasActivities
+            ? new SpanRecorder(values, sinks?.Queue, sinks?.Sampler, hasActivities: hasActivities)
+            : null;
     }
 
     // What a trimmed program lacks is to be found now, not in the midst of a call or at the end. All of a method

@@ -1,0 +1,123 @@
+using System;
+using System.Collections.Generic;
+using System.Linq;
+using System.Threading;
+using Corvane.Instrumentation.Export;
+using Corvane.Instrumentation.Spans;
+using Xunit;
+
+namespace Kite.Managed.Tests.Export;
+
+public class SpanQueueTests
+{
+    private int wakes;
+
+    private SpanQueue NewQueue() => new(() => Interlocked.Increment(ref wakes));
+
+    private static List<Span> Drain(SpanQueue queue)
+    {
+        var drained = new DrainedSpans();
+        queue.Drain(drained);
+        Assert.Equal(drained.Spans.Count, drained.EndedOn.Count);
+        return drained.Spans;
+    }
+
+    [Fact]
+    public void SpansComeInTheOrderOfTheirEnds()
+    {
+        var queue = NewQueue();
+        var spans = Enumerable.Range(1, 100).Select(id => Spans.Of((ulong)id)).ToArray();
+        Array.ForEach(spans[..50], queue.OnEnded);
+        Assert.Equal(spans[..50], Drain(queue));
+        Assert.Empty(Drain(queue));
+        Array.ForEach(spans[50..], queue.OnEnded);
+        Assert.Equal(spans[50..], Drain(queue));
+        Assert.Equal(1, wakes);
+        Assert.Equal(0, queue.Dropped);
+    }
+
+    [Fact]
+    public void AFullQueueKeepsTheNewestAndCountsTheDropped()
+    {
+        var queue = NewQueue();
+        var spans = Enumerable.Range(1, SpanQueue.MaxOfThread + 1000).Select(id => Spans.Of((ulong)id)).ToArray();
+        Array.ForEach(spans, queue.OnEnded);
+        Assert.Equal(spans[1000..], Drain(queue));
+        Assert.Equal(1000, queue.Dropped);
+        Assert.Equal(1, queue.DroppingThreads);
+        Assert.Equal(2, wakes);
+        Array.ForEach(spans[..10], queue.OnEnded);
+        Assert.Equal(spans[..10], Drain(queue));
+        Assert.Equal(1000, queue.Dropped);
+    }
+
+    [Fact]
+    public void ThreadsThatRecordWhileOthersReadLoseNothing()
+    {
+        const int Threads = 16;
+        const int Each = 50_000;
+        var queue = NewQueue();
+        var threads = Enumerable.Range(0, Threads).Select(number => new Thread(() =>
+        {
+            for (var id = 0; id < Each; id++)
+            {
+                queue.OnEnded(Spans.Of((ulong)((number * Each) + id + 1)));
+            }
+        })).ToArray();
+        Array.ForEach(threads, thread => thread.Start());
+        var seen = new HashSet<ulong>();
+        bool isLast;
+        do
+        {
+            isLast = threads.All(thread => !thread.IsAlive);
+            foreach (var span in Drain(queue))
+            {
+                Assert.True(seen.Add(span.Id));
+            }
+        }
+        while (!isLast);
+        Assert.Equal(Threads * Each, seen.Count + queue.Dropped);
+        Assert.Equal(0, queue.Threads);
+    }
+
+    [Fact]
+    public void ThreadsThatComeAndGoLeaveNothingBehind()
+    {
+        var queue = NewQueue();
+        var references = new List<WeakReference>();
+        var spans = 0;
+        for (var round = 0; round < 100; round++)
+        {
+            var threads = Enumerable.Range(0, 100).Select(_ => new Thread(() => queue.OnEnded(Spans.Of(1)), 1 << 17)).ToArray();
+            Array.ForEach(threads, thread => thread.Start());
+            Array.ForEach(threads, thread => thread.Join());
+            references.AddRange(threads.Select(thread => new WeakReference(thread)));
+            if (round % 10 == 9)
+            {
+                spans += Drain(queue).Count;
+                Assert.Equal(0, queue.Threads);
+            }
+        }
+        Assert.Equal(10_000, spans);
+        GC.Collect();
+        GC.WaitForPendingFinalizers();
+        GC.Collect();
+        Assert.InRange(references.Count(reference => reference.IsAlive), 0, 200);
+    }
+
+    [Fact]
+    public void ASpanTakesFewBytesInTheQueue()
+    {
+        var queue = NewQueue();
+        var span = Spans.Of(1);
+        queue.OnEnded(span);
+        Drain(queue);
+        var before = GC.GetAllocatedBytesForCurrentThread();
+        for (var count = 0; count < 8192; count++)
+        {
+            queue.OnEnded(span);
+        }
+        // The list doubles, and each size of it is garbage for the next.
+        Assert.InRange(GC.GetAllocatedBytesForCurrentThread() - before, 8192 * 8, 8192 * 18);
+    }
+}

@@ -1,0 +1,164 @@
+using System;
+using System.Collections.Generic;
+using System.Diagnostics;
+using System.Runtime.CompilerServices;
+using System.Threading;
+using Corvane.Instrumentation.Recording;
+using Corvane.Instrumentation.Spans;
+
+namespace Corvane.Instrumentation.Export;
+
+// Brings the spans of the queue to where they go, on a thread of its own that begins with the first one.
+internal sealed class Exporter
+{
+    // With what a killed process had not written yet, half of what it may lose.
+    internal static readonly TimeSpan Interval = TimeSpan.FromMilliseconds(500);
+
+    private static readonly TimeSpan moment = TimeSpan.FromMilliseconds(200);
+
+    private readonly AutoResetEvent awake = new AutoResetEvent(false);
+    private readonly ManualResetEvent done = new ManualResetEvent(false);
+    private readonly IReadOnlyList<ISpanTarget> targets;
+    private int hasBegun;
+    private DateTime? end;
+    private volatile bool isEnding;
+
+    internal Exporter(IReadOnlyList<ISpanTarget> targets)
+    {
+        this.targets = targets;
+        Queue = new SpanQueue(Wake);
+    }
+
+    internal SpanQueue Queue { get; }
+
+    // Whether there were any spans.
+    internal bool HasSpans => Volatile.Read(ref hasBegun) != 0;
+
+    // What was lost, in one line, or null. Targets have so much time; to give up takes a moment more. Once.
+    internal string? End(TimeSpan most)
+    {
+        if (!HasSpans)
+        {
+            return null;
+        }
+        end = DateTime.UtcNow + most;
+        isEnding = true;
+        awake.Set();
+        var isDone = Wait(done, most + moment);
+        var lost = new List<string>();
+        foreach (var target in targets)
+        {
+            if (target.Losses.AtEnd() is { } text)
+            {
+                lost.Add(text);
+            }
+        }
+        if (Queue.Dropped > 0)
+        {
+            lost.Add($"{Queue.Dropped} dropped by {Queue.DroppingThreads} threads that made more than could be written");
+        }
+        if (!isDone)
+        {
+            lost.Add($"some not written within {most.TotalSeconds} s");
+        }
+        return lost.Count == 0 ? null : $"lost spans: {string.Join("; ", lost)}";
+    }
+
+    // What a thread does with a span, without one.
+    internal void Rehearse(Span span)
+    {
+        var drained = new DrainedSpans();
+        drained.Spans.Add(span);
+        drained.EndedOn.Add(span.ThreadId);
+        foreach (var target in targets)
+        {
+            target.Write(drained);
+            target.End(DateTime.UtcNow);
+        }
+    }
+
+    private void Wake()
+    {
+        if (Volatile.Read(ref hasBegun) == 0 && Interlocked.Exchange(ref hasBegun, 1) == 0)
+        {
+            OwnThread.Start("Corvane exporter", Run, exception => Complaint.Write("spans are not written any more", exception));
+        }
+        awake.Set();
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private void Run()
+    {
+        try
+        {
+            RunToTheEnd();
+        }
+        finally
+        {
+            done.Set();
+        }
+    }
+
+    private void RunToTheEnd()
+    {
+        var drained = new DrainedSpans();
+        bool isLast;
+        do
+        {
+            awake.WaitOne(Interval);
+            isLast = isEnding;
+            drained.Clear();
+            Queue.Drain(drained);
+            if (drained.Spans.Count > 0)
+            {
+                foreach (var target in targets)
+                {
+                    Guard(target, drained.Spans.Count, () => target.Write(drained));
+                }
+            }
+        }
+        while (!isLast);
+        foreach (var target in targets)
+        {
+            Guard(target, 0, () => target.End(end ?? DateTime.UtcNow));
+        }
+    }
+
+    private static void Guard(ISpanTarget target, int spans, Action action)
+    {
+        try
+        {
+            action();
+        }
+        catch (Exception exception)
+        {
+            target.Losses.Add(spans, exception);
+        }
+    }
+
+    // A program may interrupt the thread that ends it. It was meant to be interrupted in a wait of its own.
+    private static bool Wait(WaitHandle handle, TimeSpan most)
+    {
+        var clock = Stopwatch.StartNew();
+        var isInterrupted = false;
+        while (true)
+        {
+            try
+            {
+                var rest = most - clock.Elapsed;
+                return handle.WaitOne(rest > TimeSpan.Zero ? rest : TimeSpan.Zero);
+            }
+            catch (ThreadInterruptedException)
+            {
+                isInterrupted = true;
+            }
+            finally
+            {
+                if (isInterrupted)
+                {
+                    Thread.CurrentThread.Interrupt();
+                }
+            }
+        }
+    }
+}

@@ -1,0 +1,66 @@
+using System;
+using System.Globalization;
+using System.Threading;
+using Corvane.Instrumentation.Recording;
+
+namespace Corvane.Instrumentation.Export;
+
+// The spans that did not get to where they belong, and why. The first loss is said when it happens, for nobody knows how
+// the process will end; the sum is for its end. Any thread.
+internal sealed class Losses
+{
+    private readonly object gate = new object();
+    private readonly string where;
+    private volatile bool hasArrived;
+    private long said;
+    private long spans;
+    private string why = "";
+
+    // where: as in "not written to x".
+    internal Losses(string where) => this.where = where;
+
+    internal long Spans
+    {
+        get
+        {
+            lock (gate)
+            {
+                return spans;
+            }
+        }
+    }
+
+    internal void Add(long count, Exception exception) => Add(count, Reason(exception));
+
+    internal void Add(long count, string reason)
+    {
+        bool isFirst;
+        lock (gate)
+        {
+            isFirst = spans == 0;
+            spans += count;
+            why = reason;
+            said = isFirst ? count : said;
+        }
+        if (isFirst)
+        {
+            Complaint.Write($"spans are {where}: {reason}");
+        }
+    }
+
+    // That some got there. Until then the first line says it all.
+    internal void Arrived() => hasArrived = true;
+
+    // Null if nothing was lost that was not said.
+    internal string? AtEnd()
+    {
+        lock (gate)
+        {
+            return spans == said || !hasArrived ? null : $"{spans.ToString(CultureInfo.InvariantCulture)} {where} ({why.TrimEnd('.')})";
+        }
+    }
+
+    // What a failed connection says of itself is behind what the client says.
+    private static string Reason(Exception exception) =>
+        exception.InnerException is { } inner && exception is not TypeInitializationException ? inner.Message : exception.Message;
+}

@@ -1,0 +1,187 @@
+using System;
+using System.Collections.Generic;
+using System.Diagnostics;
+using System.Threading;
+using Corvane.Instrumentation.Spans;
+
+namespace Corvane.Instrumentation.Export;
+
+// Sends spans to a collector, on a thread of its own, so that a collector that is slow or gone keeps nothing else
+// waiting. A queue of limited length keeps the newest.
+internal sealed class OtlpPush : ISpanTarget
+{
+    private static readonly TimeSpan firstPause = TimeSpan.FromSeconds(1);
+    private static readonly TimeSpan longestPause = TimeSpan.FromSeconds(30);
+
+    private readonly OtlpEndpoint endpoint;
+    private readonly IOtlpEncoding encoding;
+    private readonly Resource resource;
+    private readonly Queue<Span> queue = new Queue<Span>(); // guarded by itself
+    private readonly List<Span> batch = new List<Span>();
+    private readonly Random random = new Random();
+    private readonly AutoResetEvent filled = new AutoResetEvent(false);
+    private readonly ManualResetEvent ending = new ManualResetEvent(false);
+    private readonly ManualResetEvent done = new ManualResetEvent(false);
+    private bool hasBegun;
+    private volatile bool hasGivenUp;
+    private DateTime end = DateTime.MaxValue;
+    private OtlpClient? client;
+
+    internal OtlpPush(OtlpEndpoint endpoint, Resource resource)
+    {
+        this.endpoint = endpoint;
+        this.resource = resource;
+        encoding = endpoint.IsJson ? new OtlpJson() : new OtlpProtobuf();
+        Losses = new Losses($"not sent to {endpoint.Name}");
+    }
+
+    public Losses Losses { get; }
+
+    public void Write(DrainedSpans drained)
+    {
+        var dropped = 0;
+        lock (queue)
+        {
+            foreach (var span in drained.Spans)
+            {
+                if (queue.Count == endpoint.MaxQueue)
+                {
+                    queue.Dequeue();
+                    dropped++;
+                }
+                queue.Enqueue(span);
+            }
+        }
+        if (dropped > 0)
+        {
+            Losses.Add(dropped, "they come faster than they can be sent");
+        }
+        if (!hasBegun)
+        {
+            hasBegun = true;
+            OwnThread.Start("Corvane sender", Run, exception => Losses.Add(Waiting(), exception));
+        }
+        filled.Set();
+    }
+
+    // What hangs keeps no program from ending.
+    public void End(DateTime until)
+    {
+        if (!hasBegun)
+        {
+            return;
+        }
+        end = until;
+        ending.Set();
+        if (!done.WaitOne(Rest()))
+        {
+            Lose(Waiting(), "the end point did not answer before the process ended");
+            hasGivenUp = true;
+        }
+    }
+
+    private void Run()
+    {
+        var awake = new WaitHandle[] { filled, ending };
+        try
+        {
+            bool isEnding;
+            do
+            {
+                WaitHandle.WaitAny(awake);
+                if (endpoint.Delay > TimeSpan.Zero)
+                {
+                    ending.WaitOne(endpoint.Delay);
+                }
+                isEnding = ending.WaitOne(0);
+                while (Fill())
+                {
+                    Send();
+                }
+            }
+            while (!isEnding);
+        }
+        finally
+        {
+            done.Set();
+            client?.Dispose();
+        }
+    }
+
+    private bool Fill()
+    {
+        lock (queue)
+        {
+            batch.Clear();
+            while (queue.Count > 0 && batch.Count < endpoint.MaxBatch)
+            {
+                batch.Add(queue.Dequeue());
+            }
+            return batch.Count > 0;
+        }
+    }
+
+    private int Waiting()
+    {
+        lock (queue)
+        {
+            return queue.Count + batch.Count;
+        }
+    }
+
+    // Until it is accepted or refused for good, or time is over. While the process ends there is one attempt.
+    private void Send()
+    {
+        encoding.Bytes.Clear();
+        OtlpTraces.Write(encoding, resource, batch, 0, batch.Count);
+        client ??= new OtlpClient(endpoint, encoding.ContentType);
+        var body = encoding.Bytes.ToArray();
+        var clock = Stopwatch.StartNew();
+        var pause = firstPause;
+        while (true)
+        {
+            var isLast = ending.WaitOne(0);
+            var answer = client.Post(body, Least(endpoint.Timeout, Rest()));
+            if (answer.Rejected > 0)
+            {
+                Lose((int)Math.Min(answer.Rejected, batch.Count), "the end point rejected them");
+            }
+            if (answer.IsAccepted)
+            {
+                Losses.Arrived();
+                break;
+            }
+            if (isLast || !answer.MayRetry || clock.Elapsed > endpoint.MaxTrying)
+            {
+                Lose(batch.Count, answer.Why);
+                break;
+            }
+            ending.WaitOne(Least(answer.RetryAfter ?? Jitter(pause), longestPause));
+            pause = Least(pause + pause, longestPause);
+        }
+        lock (queue)
+        {
+            batch.Clear();
+        }
+    }
+
+    // What was given up is counted already.
+    private void Lose(int spans, string why)
+    {
+        if (!hasGivenUp)
+        {
+            Losses.Add(spans, why);
+        }
+    }
+
+    // Many processes that lost the same end point do not all come back at once.
+    private TimeSpan Jitter(TimeSpan pause) => TimeSpan.FromMilliseconds(pause.TotalMilliseconds * (0.5 + random.NextDouble()));
+
+    private TimeSpan Rest()
+    {
+        var rest = end - DateTime.UtcNow;
+        return rest > TimeSpan.Zero ? Least(rest, TimeSpan.FromDays(1)) : TimeSpan.Zero;
+    }
+
+    private static TimeSpan Least(TimeSpan one, TimeSpan other) => one < other ? one : other;
+}

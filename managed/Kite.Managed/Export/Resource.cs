@@ -1,0 +1,92 @@
+using System;
+using System.Collections.Generic;
+using System.Diagnostics;
+using System.IO;
+using System.Reflection;
+using System.Runtime.InteropServices;
+using Corvane.Instrumentation.Privacy;
+
+namespace Corvane.Instrumentation.Export;
+
+// What is said of this process with all of its spans, by the names of OpenTelemetry's conventions. Immutable.
+internal sealed class Resource
+{
+    private readonly List<KeyValuePair<string, object>> attributes = new List<KeyValuePair<string, object>>();
+
+    private Resource()
+    {
+    }
+
+    internal IReadOnlyCollection<KeyValuePair<string, object>> Attributes => attributes;
+
+    internal string ServiceName { get; private set; } = "";
+
+    internal long ProcessId { get; private set; }
+
+    internal string LibraryVersion { get; } = typeof(Resource).Assembly.GetName().Version?.ToString(3) ?? "";
+
+    // What the program's user says of it goes before what is found out.
+    internal static Resource From(Variables variables)
+    {
+        var resource = new Resource();
+        foreach (var pair in variables.Pairs("OTEL_RESOURCE_ATTRIBUTES"))
+        {
+            resource.Set(pair.Key, SecretNames.IsSecret(pair.Key) ? SecretText.Mask : pair.Value);
+        }
+        if (variables.Text("OTEL_SERVICE_NAME") is { } service)
+        {
+            resource.Set("service.name", service);
+        }
+        using (var process = Process.GetCurrentProcess())
+        {
+            resource.ProcessId = process.Id;
+            resource.Add("service.name", () => ProgramName());
+            resource.Add("process.pid", () => (long)process.Id);
+            resource.Add("process.executable.name", () => Path.GetFileName(process.MainModule!.FileName!));
+        }
+        resource.Add("process.runtime.name", () => Runtime().Name);
+        resource.Add("process.runtime.version", () => Runtime().Version);
+        resource.Add("host.name", () => Environment.MachineName);
+        resource.Set("telemetry.sdk.name", "corvane");
+        resource.Set("telemetry.sdk.language", "dotnet");
+        resource.Set("telemetry.sdk.version", resource.LibraryVersion);
+        resource.ServiceName = resource.attributes.Find(attribute => attribute.Key == "service.name").Value as string ?? "";
+        return resource;
+    }
+
+    private void Set(string key, object value)
+    {
+        attributes.RemoveAll(attribute => attribute.Key == key);
+        attributes.Add(new KeyValuePair<string, object>(key, value));
+    }
+
+    // A system that does not say does not keep the program's spans from being written.
+    private void Add(string key, Func<object> find)
+    {
+        try
+        {
+            if (!attributes.Exists(attribute => attribute.Key == key))
+            {
+                Set(key, find());
+            }
+        }
+        catch (Exception)
+        {
+        }
+    }
+
+    // Of a program that a general host runs the domain has the name.
+    private static string ProgramName()
+    {
+        var name = AppDomain.CurrentDomain.FriendlyName;
+        return name.EndsWith(".exe", StringComparison.OrdinalIgnoreCase) ? name.Substring(0, name.Length - 4) : name;
+    }
+
+    // As in ".NET 8.0.30" or ".NET Framework 4.8.9300.0".
+    private static (string Name, string Version) Runtime()
+    {
+        var text = RuntimeInformation.FrameworkDescription;
+        var blank = text.LastIndexOf(' ');
+        return blank < 0 ? (text, Environment.Version.ToString()) : (text.Substring(0, blank), text.Substring(blank + 1));
+    }
+}

@@ -1,0 +1,85 @@
+using System;
+using System.Collections.Generic;
+using System.IO;
+using System.Runtime.CompilerServices;
+using Corvane.Instrumentation.Recording;
+using Corvane.Instrumentation.Spans;
+
+namespace Corvane.Instrumentation.Export;
+
+// Where the spans of this process go, by the variables.
+internal sealed class Sinks
+{
+    private static readonly TimeSpan longestEnd = TimeSpan.FromSeconds(2);
+
+    private readonly Exporter exporter;
+
+    private Sinks(IReadOnlyList<ISpanTarget> targets, RootSampler sampler)
+    {
+        exporter = new Exporter(targets);
+        Sampler = sampler;
+    }
+
+    internal ISpanSink Queue => exporter.Queue;
+
+    internal RootSampler Sampler { get; }
+
+    internal bool HasSpans => exporter.HasSpans;
+
+    // Null if nobody asked for spans.
+    internal static Sinks? FromEnvironment()
+    {
+        var variables = Variables.OfProcess;
+        var otlp = OutputTarget.FromVariable("CORVANE_OTLP_FILE");
+        var chrome = OutputTarget.FromVariable("CORVANE_TRACE_FILE");
+        var endpoint = OtlpEndpoint.From(variables);
+        if (otlp == null && chrome == null && endpoint == null)
+        {
+            return null;
+        }
+        var resource = Resource.From(variables);
+        Rehearse(resource);
+        var targets = new List<ISpanTarget>();
+        if (otlp != null)
+        {
+            targets.Add(new OtlpFile(File(otlp), resource));
+        }
+        if (chrome != null)
+        {
+            targets.Add(new ChromeTrace(File(chrome), resource));
+        }
+        if (endpoint != null)
+        {
+            targets.Add(new OtlpPush(endpoint, resource));
+        }
+        return new Sinks(targets, RootSampling.From(variables));
+    }
+
+    // Nothing is recorded behind it. What is lost is said in one line.
+    internal void End()
+    {
+        if (exporter.End(longestEnd) is { } lost)
+        {
+            Complaint.Write(lost);
+        }
+    }
+
+    private static BlockFile File(OutputTarget target) => new BlockFile(target.OpenStream, target.Name);
+
+    // What a program that was trimmed lacks shows now. What sends runs on a thread of its own and says so there.
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private static void Rehearse(Resource resource)
+    {
+        var span = new Span(new TraceId(0, 1), 1, 2, "name", "method", Span.CallScope);
+        span.SetAttribute("text", "value");
+        span.SetAttribute("number", 0.5);
+        span.Fail("type", "message");
+        var exporter = new Exporter(new ISpanTarget[]
+        {
+            new OtlpFile(new BlockFile(() => new MemoryStream(), ""), resource),
+            new ChromeTrace(new BlockFile(() => new MemoryStream(), ""), resource),
+        });
+        exporter.Rehearse(span);
+        OtlpTraces.Write(new OtlpProtobuf(), resource, new[] { span }, 0, 1);
+    }
+}

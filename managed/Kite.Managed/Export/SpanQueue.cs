@@ -1,0 +1,131 @@
+using System;
+using System.Collections.Concurrent;
+using System.Collections.Generic;
+using System.Threading;
+using Corvane.Instrumentation.Spans;
+
+namespace Corvane.Instrumentation.Export;
+
+// Where spans wait until they are written. Each thread has a list of its own, which keeps the newest and counts what
+// it drops. The thread and the one reader never wait for each other: whoever is about to look into a list takes it
+// away, and a thread whose list is gone begins another one.
+internal sealed class SpanQueue : ISpanSink
+{
+    // Of one thread; less where there are very many of them.
+    internal const int MaxOfThread = 8192;
+    private const int MinOfThread = 64;
+    private const int MaxOfAll = 1 << 20;
+
+    // So many are worth a round of the reader before its time.
+    private const int Worthwhile = 512;
+
+    [ThreadStatic]
+    private static Ring? ring;
+
+    private readonly Action wake;
+    private readonly ConcurrentQueue<Ring> arrived = new ConcurrentQueue<Ring>();
+    private readonly List<Ring> rings = new List<Ring>();
+    private volatile int limit = MaxOfThread;
+
+    // The reader is woken by the first span of a thread, and when there are many.
+    internal SpanQueue(Action wake) => this.wake = wake;
+
+    // How many were dropped, and by how many threads. The reader's.
+    internal long Dropped { get; private set; }
+
+    internal int DroppingThreads { get; private set; }
+
+    // Threads that the reader looks at.
+    internal int Threads => rings.Count;
+
+    public void OnEnded(Span span)
+    {
+        var mine = ring;
+        if (mine == null || mine.Owner != this)
+        {
+            ring = mine = new Ring(this);
+            arrived.Enqueue(mine);
+            mine.Add(span, limit);
+            wake();
+        }
+        else if (mine.Add(span, limit))
+        {
+            wake();
+        }
+    }
+
+    // Moves all spans that there are to the list. One reader at a time.
+    internal void Drain(DrainedSpans into)
+    {
+        while (arrived.TryDequeue(out var next))
+        {
+            rings.Add(next);
+            into.Threads.Add(next.Thread);
+        }
+        limit = Math.Max(MinOfThread, Math.Min(MaxOfThread, MaxOfAll / Math.Max(1, rings.Count)));
+        rings.RemoveAll(one => !Drain(one, into));
+    }
+
+    // Whether more may come. A thread that has ended is asked first, so that nothing comes in between.
+    private bool Drain(Ring from, DrainedSpans into)
+    {
+        var mayAdd = from.Thread.IsAlive;
+        if (from.Take() is { } spans)
+        {
+            into.Add(from.Thread.ManagedThreadId, spans);
+            if (spans.Dropped > 0)
+            {
+                Dropped += spans.Dropped;
+                DroppingThreads += from.HasDropped ? 0 : 1;
+                from.HasDropped = true;
+            }
+        }
+        return mayAdd;
+    }
+
+    private sealed class Ring
+    {
+        // In place of the list while the thread has it.
+        private static readonly SpanRing taken = new SpanRing();
+
+        private SpanRing? spans;
+
+        internal Ring(SpanQueue owner) => Owner = owner;
+
+        internal SpanQueue Owner { get; }
+
+        internal Thread Thread { get; } = Thread.CurrentThread;
+
+        // The reader's.
+        internal bool HasDropped { get; set; }
+
+        // By the thread alone. Whether there are many now.
+        internal bool Add(Span span, int limit)
+        {
+            var mine = Interlocked.Exchange(ref spans, taken) ?? new SpanRing();
+            mine.Add(span, limit);
+            Volatile.Write(ref spans, mine);
+            return mine.Count == Math.Min(Worthwhile, limit / 2);
+        }
+
+        // By the reader alone. The thread has it for some nanoseconds at a time.
+        internal SpanRing? Take()
+        {
+            var wait = default(SpinWait);
+            for (var attempt = 0; attempt < 100; attempt++)
+            {
+                var seen = Volatile.Read(ref spans);
+                if (seen == null)
+                {
+                    return null;
+                }
+                if (seen != taken && Interlocked.CompareExchange(ref spans, null, seen) == seen)
+                {
+                    return seen;
+                }
+                wait.SpinOnce();
+            }
+            return null;
+        }
+    }
+}
