@@ -148,7 +148,7 @@ public class DatabaseConventionTests
     [InlineData("(DESCRIPTION=hunter2", null, null, null)]
     [InlineData("Server=db;Password=hunter2", null, null, null)]
     [InlineData("user:hunter2@db", null, null, null)]
-    [InlineData("user/hunter2@db", "user", null, null)]
+    [InlineData("user/hunter2@db", null, null, null)]
     [InlineData("db,hunter2", null, null, null)]
     [InlineData("C:\\data\\hunter2.db", null, null, null)]
     [InlineData("", null, null, null)]

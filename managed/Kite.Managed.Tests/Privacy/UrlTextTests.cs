@@ -53,6 +53,9 @@ public class UrlTextTests
     [InlineData("https://host/api-key/hunter2", "https://host/api-key/***")]
     [InlineData("https://host/user=hunter2/a", "https://host/user=***/a")]
     [InlineData("/users/hunter2@host/a", "/users/***/a")]
+    [InlineData("/users/hunter2%40host/a", "/users/***/a")]
+    [InlineData("/%74oken/hunter2/a%20b", "/%74oken/***/a%20b")]
+    [InlineData("/token%2Fhunter2/a", "/***/***")]
     [InlineData("\\\\host\\token\\hunter2", "\\\\host\\token\\***")]
     // Fragment
     [InlineData("https://host/a#hunter2", "https://host/a")]

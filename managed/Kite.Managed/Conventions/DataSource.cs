@@ -28,7 +28,7 @@ internal readonly struct DataSource
     internal static DataSource Of(string source)
     {
         source = source.Trim();
-        if (source.Length > MaxLength)
+        if (source.Length > MaxLength || source.IndexOf('@') >= 0)
         {
             return default;
         }

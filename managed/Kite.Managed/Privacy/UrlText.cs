@@ -14,6 +14,8 @@ internal static class UrlText
     private const string Separators = "/\\";
     private const string PathEnds = "?#";
 
+    private static readonly char[] marks = ['@', '=', ';', '&', '?', '#', '/', '\\'];
+
     internal static string Of(string url)
     {
         var isCut = url.Length > MaxRead;
@@ -109,8 +111,9 @@ internal static class UrlText
             var segment = path.Substring(from, end - from);
             if (segment.Length > 0)
             {
-                AppendSegment(result, segment, isSecret);
-                isSecret = SecretNames.IsSecret(segment);
+                var plain = segment.IndexOf('%') < 0 ? segment : Uri.UnescapeDataString(segment);
+                AppendSegment(result, segment, isSecret || (plain != segment && plain.IndexOfAny(marks) >= 0));
+                isSecret = SecretNames.IsSecret(plain);
             }
             result.Append(path, end, Math.Min(1, path.Length - end));
             from = end + 1;
