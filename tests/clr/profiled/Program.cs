@@ -37,6 +37,9 @@ internal static class Program
             case ["own", var file]:
                 OwnSampler.Run(file);
                 break;
+            case ["observed"]:
+                Observed.Run();
+                break;
             default:
                 return 1;
         }
