@@ -1,8 +1,9 @@
 // What a call of an instrumented method costs, by its number of parameters, against one that does
 // the same by hand in C#: in a real runtime with the profiler in it, while nothing is recorded,
-// while every call is, and while calls are only counted because the recorder keeps no more.
+// while every call is, while calls are only counted because the recorder keeps no more, while every
+// call is a span in a file, and while somebody listens to activities.
 // Usage: call_bench [RUNS]; the runtime is found through CORVANE_DOTNET_ROOTS.
-// The three take turns, so that a machine that is busy for a while is busy for all of them.
+// They take turns, so that a machine that is busy for a while is busy for all of them.
 #include "bench/measuring.h"
 #include "tests/support/real_methods.h"
 
@@ -36,11 +37,14 @@ struct Times {
     double plain = 0;
     double instrumented = 0;
     double by_hand = 0;
+    double bytes = 0; // of an instrumented call
 };
+
+enum class Record { kNone, kTree, kSpans, kActivities };
 
 struct Mode {
     const char* title;
-    bool records;
+    Record record;
     const wchar_t* calls; // in a row: not many, so that what interrupts them stands out
     const wchar_t* repeats;
     const wchar_t* filling; // calls that are recorded before
@@ -57,15 +61,19 @@ std::string last_line(const fs::path& path) {
     return last;
 }
 
-// Whether the recorder kept the calls that it was meant to keep.
-void check_recording(const Mode& mode, const fs::path& tree) {
-    const std::string figures = mode.records ? last_line(tree) : "";
+// Whether the recorder kept the calls that it was meant to keep. How many spans are written depends on the disk.
+void check_recording(const Mode& mode, const fs::path& tree, const fs::path& spans) {
+    const bool records = mode.record == Record::kTree;
+    const std::string figures = records ? last_line(tree) : "";
     unsigned long recorded = 0;
     unsigned long threads = 0;
     unsigned long dropped = 0;
     const bool is_told = std::sscanf(figures.c_str(), "%lu calls, %lu threads, %lu dropped",
                                      &recorded, &threads, &dropped) == 3;
-    if (is_told != mode.records || fs::exists(tree) != mode.records ||
+    if (is_told != records || fs::exists(tree) != records ||
+        fs::exists(spans) != (mode.record == Record::kSpans) ||
+        (mode.record == Record::kSpans &&
+         last_line(spans).find("CallMethods.Methods50.Traced") == std::string::npos) ||
         mode.drops != (dropped > 0) || figures.find("failures") != std::string::npos) {
         throw std::runtime_error(std::string(mode.title) + ": not as recorded: " + figures);
     }
@@ -74,8 +82,10 @@ void check_recording(const Mode& mode, const fs::path& tree) {
 std::vector<Times> run(const Mode& mode, const fs::path& work, const fs::path& dotnet_root) {
     const fs::path output = work / "times.txt";
     const fs::path tree = work / "calls.txt";
+    const fs::path spans = work / "spans.json";
     fs::remove(output);
     fs::remove(tree);
+    fs::remove(spans);
     const std::pair<const wchar_t*, std::wstring> environment[] = {
         {L"DOTNET_ROOT", dotnet_root.wstring()},
         {L"CORECLR_ENABLE_PROFILING", L"1"},
@@ -83,7 +93,9 @@ std::vector<Times> run(const Mode& mode, const fs::path& work, const fs::path& d
         {L"CORECLR_PROFILER_PATH", (own_folder() / "CorvaneProfiler.dll").wstring()},
         {L"CORVANE_HOME_APM_DOTNET", work.wstring()},
         {L"CORVANE_STRICT_IL", L"1"},
-        {L"CORVANE_CALL_TREE", mode.records ? tree.wstring() : L""}, // none if empty
+        // None if empty.
+        {L"CORVANE_CALL_TREE", mode.record == Record::kTree ? tree.wstring() : L""},
+        {L"CORVANE_OTLP_FILE", mode.record == Record::kSpans ? spans.wstring() : L""},
     };
     for (const auto& [name, value] : environment) {
         _wputenv_s(name, value.c_str());
@@ -92,16 +104,19 @@ std::vector<Times> run(const Mode& mode, const fs::path& work, const fs::path& d
     const std::wstring quoted_output = L'"' + output.wstring() + L'"';
     const std::intptr_t exit_code =
         _wspawnl(_P_WAIT, program.c_str(), L"call_methods.exe", quoted_output.c_str(), mode.calls,
-                 mode.repeats, mode.filling, static_cast<const wchar_t*>(nullptr));
+                 mode.repeats, mode.filling,
+                 mode.record == Record::kActivities ? L"listen" : nullptr,
+                 static_cast<const wchar_t*>(nullptr));
     if (exit_code != 0) {
         throw std::runtime_error(std::string(mode.title) + ": the program failed");
     }
-    check_recording(mode, tree);
+    check_recording(mode, tree, spans);
 
     std::vector<Times> all;
     std::ifstream file(output);
     for (Times times;
-         file >> times.parameters >> times.plain >> times.instrumented >> times.by_hand;) {
+         file >> times.parameters >> times.plain >> times.instrumented >> times.by_hand >>
+         times.bytes;) {
         all.push_back(times);
     }
     return all;
@@ -114,6 +129,7 @@ struct Figures {
     double added = 0;         // nanoseconds
     double added_by_hand = 0; // the same
     double ratio = 0;         // of the two, each within one run
+    double bytes = 0;
 };
 
 Figures figures_of(const Mode& mode, std::size_t row) {
@@ -128,7 +144,8 @@ Figures figures_of(const Mode& mode, std::size_t row) {
             over_runs([](const Times& t) { return t.instrumented - t.plain; }),
             over_runs([](const Times& t) { return t.by_hand - t.plain; }),
             over_runs(
-                [](const Times& t) { return (t.instrumented - t.plain) / (t.by_hand - t.plain); })};
+                [](const Times& t) { return (t.instrumented - t.plain) / (t.by_hand - t.plain); }),
+            over_runs([](const Times& t) { return t.bytes; })};
 }
 
 Figures figures_for(const Mode& mode, int parameters) {
@@ -138,12 +155,13 @@ Figures figures_for(const Mode& mode, int parameters) {
 }
 
 void print(const Mode& mode) {
-    std::printf("%s\n%-12s %12s %12s %12s %8s\n", mode.title, "parameters", "plain", "added",
-                "by hand", "ratio");
+    std::printf("%s\n%-12s %12s %12s %12s %8s %8s\n", mode.title, "parameters", "plain",
+                "added", "by hand", "ratio", "bytes");
     for (std::size_t row = 0; row < mode.runs.at(0).size(); ++row) {
         const Figures figures = figures_of(mode, row);
-        std::printf("%-12d %12.1f %12.1f %12.1f %8.2f\n", mode.runs[0][row].parameters,
-                    figures.plain, figures.added, figures.added_by_hand, figures.ratio);
+        std::printf("%-12d %12.1f %12.1f %12.1f %8.2f %8.0f\n", mode.runs[0][row].parameters,
+                    figures.plain, figures.added, figures.added_by_hand, figures.ratio,
+                    figures.bytes);
     }
     std::printf("\n");
 }
@@ -163,10 +181,12 @@ int bench(int runs) {
            "</configuration>";
 
     Mode modes[] = {
-        {"Nothing is recorded", false, L"500", L"201", L"0", false, {}},
+        {"Nothing is recorded", Record::kNone, L"500", L"201", L"0", false, {}},
         // Few enough that the recorder has room for all of them.
-        {"Every call is recorded", true, L"100", L"51", L"0", false, {}},
-        {"Calls are only counted: the recorder is full", true, L"500", L"201", L"100000", true, {}},
+        {"Every call is recorded", Record::kTree, L"100", L"51", L"0", false, {}},
+        {"Calls are only counted: the recorder is full", Record::kTree, L"500", L"201", L"100000", true, {}},
+        {"Every call is a span in a file", Record::kSpans, L"100", L"51", L"0", false, {}},
+        {"Somebody listens to activities", Record::kActivities, L"100", L"51", L"0", false, {}},
     };
     for (int i = 0; i < runs; ++i) {
         for (Mode& mode : modes) {
@@ -180,10 +200,14 @@ int bench(int runs) {
         print(mode);
     }
     const Figures five = figures_for(modes[0], 5);
+    const Figures span = figures_for(modes[3], 2);
+    std::printf("A span takes %.0f bytes beyond those that the injected code takes itself\n\n",
+                span.bytes - figures_for(modes[0], 2).bytes);
     std::printf("call: none=%.0f five=%.0f fifty=%.0f ratio_five=%.2f recorded_five=%.0f "
-                "full_five=%.0f\n",
+                "full_five=%.0f span=%.0f activity=%.0f\n",
                 figures_for(modes[0], 0).added, five.added, figures_for(modes[0], 50).added,
-                five.ratio, figures_for(modes[1], 5).added, figures_for(modes[2], 5).added);
+                five.ratio, figures_for(modes[1], 5).added, figures_for(modes[2], 5).added, span.added,
+                figures_for(modes[4], 2).added);
     return EXIT_SUCCESS;
 }
 

@@ -31,10 +31,14 @@ internal sealed class RequestEvents : IObserver<DiagnosticListener>, IObserver<K
     private static readonly PropertyReader exception = new PropertyReader("exception");
     private static readonly ConditionalWeakTable<Assembly, object> endpoints = new ConditionalWeakTable<Assembly, object>();
 
+    // The end of a request is told only to those who asked for its start.
     private static readonly Dictionary<string, string[]> wanted = new Dictionary<string, string[]>
     {
         ["Microsoft.AspNetCore"] =
-            [Request, Request + ".Stop", "Microsoft.AspNetCore.Hosting.UnhandledException", "Microsoft.AspNetCore.Diagnostics.UnhandledException"],
+        [
+            Request, Request + ".Start", Request + ".Stop", "Microsoft.AspNetCore.Hosting.UnhandledException",
+            "Microsoft.AspNetCore.Diagnostics.UnhandledException",
+        ],
         ["HttpHandlerDiagnosticListener"] = Environment.Version.Major < 9 ? [Call, Call + ".Stop"] : [],
     };
 
