@@ -1,4 +1,5 @@
 using System;
+using System.Runtime.CompilerServices;
 
 namespace Corvane.Instrumentation;
 
@@ -10,12 +11,18 @@ public sealed class InstrumentationDirectives
 {
     private static readonly int[] none = new int[0];
 
-    private int[] indexes = none;
-    private MethodData? method;
-    private object?[]? arguments;
+    // Null unless there are callbacks: every call makes two of these objects, and nearly all stay empty.
+    private Replacement? replacement;
+
+    /// <summary>Makes one that asks for nothing.</summary>
+    [MethodImpl(EveryCall.Options)]
+    public InstrumentationDirectives()
+    {
+    }
 
     /// <summary>The indexes of the replaced arguments, in the order in which they were first replaced.</summary>
-    public int[] GetIndexes() => indexes;
+    [MethodImpl(EveryCall.Options)]
+    public int[] GetIndexes() => replacement == null ? none : replacement.Indexes;
 
     /// <summary>
     /// Replaces an argument of the call that a <see cref="MethodArgumentCallback"/> is told of.
@@ -31,32 +38,41 @@ public sealed class InstrumentationDirectives
     /// <returns>Whether the method will see the value. If not, the argument stays as it was.</returns>
     public bool ReplaceArgument(int index, object? value)
     {
-        if (method == null || arguments == null || value == null || index < 0 || index >= arguments.Length ||
-            !method.CanReplace(index, value))
+        var arguments = replacement?.Arguments;
+        if (arguments == null || value == null || index < 0 || index >= arguments.Length ||
+            !replacement!.Method.CanReplace(index, value))
         {
             return false;
         }
         arguments[index] = value;
+        var indexes = replacement.Indexes;
         if (Array.IndexOf(indexes, index) < 0)
         {
             var longer = new int[indexes.Length + 1];
             indexes.CopyTo(longer, 0);
             longer[indexes.Length] = index;
-            indexes = longer;
+            replacement.Indexes = longer;
         }
         return true;
     }
 
     // Between the two calls the callbacks of one call run; before and after, nothing would be written back.
-    internal void Open(MethodData method, object?[] arguments)
-    {
-        this.method = method;
-        this.arguments = arguments;
-    }
+    internal void Open(MethodData method, object?[] arguments) => replacement = new Replacement(method, arguments);
 
-    internal void Close()
+    internal void Close() => replacement!.Arguments = null;
+
+    private sealed class Replacement
     {
-        method = null;
-        arguments = null;
+        internal Replacement(MethodData method, object?[] arguments)
+        {
+            Method = method;
+            Arguments = arguments;
+        }
+
+        internal MethodData Method { get; }
+
+        internal object?[]? Arguments { get; set; } // until the callbacks have run
+
+        internal int[] Indexes { get; set; } = none;
     }
 }

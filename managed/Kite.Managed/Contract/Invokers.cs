@@ -1,6 +1,6 @@
 using System;
 using System.Reflection;
-using Corvane.Instrumentation.Observing;
+using System.Runtime.CompilerServices;
 using Corvane.Instrumentation.Recording;
 
 namespace Corvane.Instrumentation;
@@ -12,6 +12,7 @@ public static class Invokers
 {
     /// <summary>Whether a method is registered under this number.</summary>
     /// <param name="index">The number that the method got when it was instrumented.</param>
+    [MethodImpl(EveryCall.Options)]
     public static bool ContainsKey(uint index) => Recorder.Current?.Methods.Find(index) != null;
 
     /// <summary>

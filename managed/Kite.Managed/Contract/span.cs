@@ -1,4 +1,5 @@
 using System;
+using System.Runtime.CompilerServices;
 using Corvane.Instrumentation;
 using Corvane.Instrumentation.Recording;
 
@@ -19,6 +20,7 @@ public static class span
     /// </summary>
     /// <param name="level">0 for what fails or is about to be reported, 4 where a method's own code is over.</param>
     /// <param name="text">The line.</param>
+    [MethodImpl(EveryCall.Options)]
     public static void Log(int level, string? text) => Recorder.Current?.Log(level, text);
 
     /// <summary>
@@ -40,6 +42,7 @@ public static class span
     /// </param>
     /// <param name="arguments">The arguments, boxed; null for a string, an object or a class passed by reference.</param>
     /// <param name="directives">Where the callbacks ask for other arguments.</param>
+    [MethodImpl(EveryCall.Options)]
     public static void GenericPrologue(
         uint index, object? receiver, object?[]? arguments, InstrumentationDirectives? directives)
     {
@@ -62,6 +65,7 @@ public static class span
     /// <param name="arguments">The arguments as they are at exit.</param>
     /// <param name="result">What it returns, boxed; null if that is nothing.</param>
     /// <param name="directives">Takes part for symmetry: what a method returns cannot be replaced.</param>
+    [MethodImpl(EveryCall.Options)]
     public static void GenericEpilogue(
         uint index, object? receiver, object?[]? arguments, object? result, InstrumentationDirectives? directives)
     {

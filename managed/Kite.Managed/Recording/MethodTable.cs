@@ -1,4 +1,5 @@
 using System.Reflection;
+using System.Runtime.CompilerServices;
 using System.Threading;
 
 namespace Corvane.Instrumentation.Recording;
@@ -9,17 +10,25 @@ namespace Corvane.Instrumentation.Recording;
 internal sealed class MethodTable
 {
     private readonly object gate = new object();
-    private Entry?[] lists = new Entry?[64]; // by the number's last bits
+    private MethodData?[] methods = new MethodData?[1024]; // by number
+    private Entry? others; // with numbers far beyond
     private int count;
 
     internal bool IsEmpty => Volatile.Read(ref count) == 0;
 
+    [MethodImpl(EveryCall.Options)]
     internal MethodData? Find(uint index)
     {
-        var all = Volatile.Read(ref lists);
-        for (var entry = Volatile.Read(ref all[index & (uint)(all.Length - 1)]); entry != null; entry = entry.Next)
+        var all = Volatile.Read(ref methods);
+        var found = index < (uint)all.Length ? Volatile.Read(ref all[index]) : null;
+        return found ?? (Volatile.Read(ref others) == null ? null : FindOther(index));
+    }
+
+    private MethodData? FindOther(uint index)
+    {
+        for (var entry = Volatile.Read(ref others); entry != null; entry = entry.Next)
         {
-            if (entry.Index == index)
+            if (entry.Method.Index == index)
             {
                 return entry.Method;
             }
@@ -46,44 +55,36 @@ internal sealed class MethodTable
             {
                 return;
             }
-            if (count == lists.Length)
-            {
-                Volatile.Write(ref lists, Grown());
-            }
-            Add(lists, index, registered);
+            Add(registered);
             ++count;
         }
     }
 
-    private Entry?[] Grown()
+    // The numbers are those of a counter, so that there are few gaps.
+    private void Add(MethodData method)
     {
-        var grown = new Entry?[2 * lists.Length];
-        foreach (var list in lists)
+        var index = method.Index;
+        if (index >= 2 * (uint)methods.Length)
         {
-            for (var entry = list; entry != null; entry = entry.Next)
-            {
-                Add(grown, entry.Index, entry.Method);
-            }
+            Volatile.Write(ref others, new Entry(method, others));
+            return;
         }
-        return grown;
-    }
-
-    private static void Add(Entry?[] lists, uint index, MethodData method)
-    {
-        ref var first = ref lists[index & (uint)(lists.Length - 1)];
-        Volatile.Write(ref first, new Entry(index, method, first));
+        if (index >= (uint)methods.Length)
+        {
+            var grown = new MethodData?[2 * methods.Length];
+            methods.CopyTo(grown, 0);
+            Volatile.Write(ref methods, grown);
+        }
+        Volatile.Write(ref methods[index], method);
     }
 
     private sealed class Entry
     {
-        internal Entry(uint index, MethodData method, Entry? next)
+        internal Entry(MethodData method, Entry? next)
         {
-            Index = index;
             Method = method;
             Next = next;
         }
-
-        internal uint Index { get; }
 
         internal MethodData Method { get; }
 

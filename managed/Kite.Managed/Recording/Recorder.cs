@@ -55,10 +55,7 @@ internal sealed class Recorder
     // What the injected code or a callback failed at.
     internal long Failures => Interlocked.Read(ref failures);
 
-    internal bool IsIdle => busy || (!follows && Callbacks.IsEmpty && !FindsListener());
-
-    // For a thread of the library: nothing that it calls is the program's.
-    internal static void PassOverThisThread() => busy = true;
+    internal bool IsIdle => (calls == null && Callbacks.IsEmpty) || busy;
 
     // Whether the receiver may be looked at: in a method of a value type it may be an address. Asked while it is not
     // idle; it may describe the method, which loads types.
@@ -147,6 +144,7 @@ internal sealed class Recorder
         }
     }
 
+    [MethodImpl(EveryCall.Options)]
     internal void Leave(uint index, object?[]? arguments, object? result)
     {
         if (!follows || busy)
@@ -190,6 +188,7 @@ internal sealed class Recorder
         }
     }
 
+    [MethodImpl(EveryCall.Options)]
     internal void Log(int level, string? text)
     {
         if (level == 0 && TellsOfFailure(text))
@@ -219,39 +218,7 @@ internal sealed class Recorder
         }
     }
 
-    // Whether somebody has begun to listen to the activities of calls. From then on calls are followed. What is asked for
-    // that may be instrumented itself.
-    private bool FindsListener()
-    {
-        if (calls.Spans is not { } spans)
-        {
-            return false;
-        }
-        busy = true;
-        follows |= spans.IsWanted;
-        busy = false;
-        return follows;
-    }
-
-    // What the end of a task runs here is no work of the program, on whose thread it runs.
-    private void Guard(Action run)
-    {
-        var before = busy;
-        busy = true;
-        try
-        {
-            run();
-        }
-        catch (Exception exception)
-        {
-            CountFailure(exception);
-        }
-        finally
-        {
-            busy = before;
-        }
-    }
-
+    [MethodImpl(EveryCall.Options)]
     private void Finish()
     {
         if (!follows || busy)
