@@ -71,13 +71,11 @@ internal static class KnownMethods
     // Null for nearly all methods.
     internal static ISpanConvention? Find(MethodBase? method)
     {
-        var type = method?.DeclaringType;
-        if (type?.FullName is not { } name)
-        {
-            return null;
-        }
-        return all.TryGetValue(name + "." + method!.Name, out var convention) ? convention : FindCommand(name, method.Name);
+        return method?.DeclaringType?.FullName is { } type ? Find(type, method.Name) : null;
     }
+
+    internal static ISpanConvention? Find(string type, string method) =>
+        all.TryGetValue(type + "." + method, out var convention) ? convention : FindCommand(type, method);
 
     private static ISpanConvention Log(Action<Span, object?, object?[]> begin) => new Guarded(new LogConvention(begin));
 
