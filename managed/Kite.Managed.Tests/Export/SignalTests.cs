@@ -40,6 +40,14 @@ public sealed class SignalTests : IDisposable
         Assert.Equal(2, Otlp().Length);
     }
 
+    [Fact]
+    public void ASignalInACallLeavesItUnfinished()
+    {
+        EndBy("2", "inside", Files);
+        Assert.Equal(
+            [false, true], Otlp().Select(span => span.Attributes().Contains($"corvane.unfinished=boolValue:{true}")));
+    }
+
     private static ChildProgram EndBy(string signal, string what, params (string, string)[] variables)
     {
         // Whoever runs the tests may have them ignore some.

@@ -41,6 +41,28 @@ public sealed class SinksTests : IDisposable
     }
 
     [Fact]
+    public void SpansThatAreOpenAtTheEndAreWrittenAsUnfinished()
+    {
+        var run = ChildProgram.Run(["exit"], Files);
+        Assert.Equal(4, run.ExitCode);
+        Assert.Equal(["err"], run.Errors);
+        Assert.Contains($"corvane.unfinished=boolValue:{true}", Assert.Single(Otlp()).Attributes());
+        Assert.Equal(["X"], Trace().Skip(1).Select(one => one.Text("ph")));
+    }
+
+    [Fact]
+    public void EveryCallOfThreadsThatAreCutOffIsThereOnce()
+    {
+        var run = ChildProgram.Run(["exit meanwhile"], Files);
+        Assert.Equal(7, run.ExitCode);
+        Assert.Equal(["err"], run.Errors);
+        var ids = Otlp().Select(span => span.Text("spanId")).ToArray();
+        Assert.Equal(ids.Length, ids.Distinct().Count());
+        Assert.InRange(Otlp().Count(span => span.Attributes().Contains($"corvane.unfinished=boolValue:{true}")), 0, 8);
+        Trace();
+    }
+
+    [Fact]
     public void AnExceptionHasItsTypeAndItsMessageOnlyIfValuesAreAskedFor()
     {
         foreach (var (values, message) in new[] { ("none", null), ("safe", null), ("all", "on purpose") })

@@ -106,6 +106,47 @@ public class SpanQueueTests
     }
 
     [Fact]
+    public void WhatHasNotEndedIsKnownWhereverItBeganAndEnds()
+    {
+        var queue = NewQueue();
+        Span Begin(ulong id)
+        {
+            var span = Spans.Of(id, (long)id, to: 0);
+            queue.OnBegun(span);
+            return span;
+        }
+        var first = Begin(1);
+        Span? elsewhere = null;
+        var thread = new Thread(() => elsewhere = Begin(2));
+        thread.Start();
+        thread.Join();
+        Assert.Empty(Drain(queue));
+        Assert.Equal(1, queue.Threads);
+        for (ulong id = 3; id < 10_000; id++)
+        {
+            Begin(id).Ended = 1;
+        }
+        var last = Begin(10_000);
+        Assert.Equal([last, elsewhere!, first], queue.Open());
+        elsewhere!.Ended = 1;
+        Assert.Equal([last, first], queue.Open());
+    }
+
+    [Fact]
+    public void SpansThatNeverEndAreKeptUpToALimit()
+    {
+        var queue = NewQueue();
+        for (ulong id = 1; id <= 100_000; id++)
+        {
+            queue.OnBegun(Spans.Of(id, (long)id, to: 0));
+        }
+        Drain(queue);
+        var open = queue.Open();
+        Assert.InRange(open.Count, 2000, 10_000);
+        Assert.Equal(Enumerable.Range(0, open.Count).Select(place => (ulong)(100_000 - place)), open.Select(span => span.Id));
+    }
+
+    [Fact]
     public void ASpanTakesFewBytesInTheQueue()
     {
         var queue = NewQueue();

@@ -49,6 +49,10 @@ internal sealed class RecordedSpans : ISpanSink
     // For a moment when all spans are expected to have ended.
     internal Span Only(string method) => Assert.Single(ended, span => span.Name == $"{Type}.{method}");
 
+    public void OnBegun(Span span)
+    {
+    }
+
     public void OnEnded(Span span) => ended.Enqueue(span);
 
     internal T Call<T>(string method, Func<T> body) => Call(method, [], body);

@@ -339,6 +339,10 @@ public class SpanRecorderTests
     {
         internal int Count { get; private set; }
 
+        public void OnBegun(Span span)
+        {
+        }
+
         public void OnEnded(Span span) => Count++;
     }
 

@@ -307,12 +307,17 @@ internal static class Program
                 signalled.Set();
             };
         }
-        Console.WriteLine("ready");
-        if (signalled.Wait(20_000))
+        if (what == "inside")
         {
-            return Call(0, "Add", [1, 2], () => 5);
+            return Call(0, "Add", [1, 2], Wait);
         }
-        return 98;
+        return Wait();
+
+        int Wait()
+        {
+            Console.WriteLine("ready");
+            return signalled.Wait(20_000) ? Call(0, "Add", [1, 2], () => 5) : 98;
+        }
     }
 
     public static void Login(string user, string password) => throw new InvalidOperationException($"{user}:{password}");

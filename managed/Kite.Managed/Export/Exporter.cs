@@ -109,6 +109,10 @@ internal sealed class Exporter
             isLast = isEnding;
             drained.Clear();
             Queue.Drain(drained);
+            if (isLast)
+            {
+                AddOpen(drained);
+            }
             if (drained.Spans.Count > 0)
             {
                 foreach (var target in targets)
@@ -121,6 +125,21 @@ internal sealed class Exporter
         foreach (var target in targets)
         {
             Guard(target, 0, () => target.End(end ?? DateTime.UtcNow));
+        }
+    }
+
+    // What did not end with the process. Those that end meanwhile are drained once more.
+    private void AddOpen(DrainedSpans drained)
+    {
+        var open = Queue.Open();
+        Queue.Drain(drained);
+        foreach (var span in open)
+        {
+            if (span.Ended == 0)
+            {
+                drained.Spans.Add(span);
+                drained.EndedOn.Add(span.ThreadId);
+            }
         }
     }
 

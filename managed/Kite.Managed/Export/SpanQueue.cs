@@ -25,6 +25,7 @@ internal sealed class SpanQueue : ISpanSink
     private readonly Action wake;
     private readonly ConcurrentQueue<Ring> arrived = new ConcurrentQueue<Ring>();
     private readonly List<Ring> rings = new List<Ring>();
+    private readonly OpenSpans left = new OpenSpans(); // of threads that have ended
     private volatile int limit = MaxOfThread;
 
     // The reader is woken by the first span of a thread, and when there are many.
@@ -38,17 +39,11 @@ internal sealed class SpanQueue : ISpanSink
     // Threads that the reader looks at.
     internal int Threads => rings.Count;
 
+    public void OnBegun(Span span) => Mine().Open.Add(span);
+
     public void OnEnded(Span span)
     {
-        var mine = ring;
-        if (mine == null || mine.Owner != this)
-        {
-            ring = mine = new Ring(this);
-            arrived.Enqueue(mine);
-            mine.Add(span, limit);
-            wake();
-        }
-        else if (mine.Add(span, limit))
+        if (Mine().Add(span, limit))
         {
             wake();
         }
@@ -66,6 +61,31 @@ internal sealed class SpanQueue : ISpanSink
         rings.RemoveAll(one => !Drain(one, into));
     }
 
+    // Those that have not ended, the latest first. They may end at any moment.
+    internal List<Span> Open()
+    {
+        var spans = new List<Span>(left.Spans());
+        foreach (var one in rings)
+        {
+            spans.AddRange(one.Open.Spans());
+        }
+        spans.RemoveAll(span => span.Ended != 0 || span.Started == 0);
+        spans.Sort((one, other) => other.Started.CompareTo(one.Started));
+        return spans;
+    }
+
+    private Ring Mine()
+    {
+        var mine = ring;
+        if (mine == null || mine.Owner != this)
+        {
+            ring = mine = new Ring(this);
+            arrived.Enqueue(mine);
+            wake();
+        }
+        return mine;
+    }
+
     // Whether more may come. A thread that has ended is asked first, so that nothing comes in between.
     private bool Drain(Ring from, DrainedSpans into)
     {
@@ -78,6 +98,13 @@ internal sealed class SpanQueue : ISpanSink
                 Dropped += spans.Dropped;
                 DroppingThreads += from.HasDropped ? 0 : 1;
                 from.HasDropped = true;
+            }
+        }
+        if (!mayAdd)
+        {
+            foreach (var span in from.Open.Spans())
+            {
+                left.Add(span);
             }
         }
         return mayAdd;
@@ -95,6 +122,9 @@ internal sealed class SpanQueue : ISpanSink
         internal SpanQueue Owner { get; }
 
         internal Thread Thread { get; } = Thread.CurrentThread;
+
+        // Began on it, and may end on any.
+        internal OpenSpans Open { get; } = new OpenSpans();
 
         // The reader's.
         internal bool HasDropped { get; set; }

@@ -99,13 +99,15 @@ internal sealed class ActivitySpans : IDisposable
         {
             return;
         }
-        activity.SetCustomProperty(SpanProperty, new Span(
+        var span = new Span(
             trace, CallActivities.IdOf(activity), ParentOf(activity, trace), activity.DisplayName, null, activity.Source.Name)
         {
             Kind = CallActivities.KindOf(activity.Kind),
             ThreadId = Environment.CurrentManagedThreadId,
             Started = Stopwatch.GetTimestamp(),
-        });
+        };
+        activity.SetCustomProperty(SpanProperty, span);
+        sink.OnBegun(span);
     }
 
     // The span that the program is in, if that began inside of the activity's own parent.

@@ -1,7 +1,10 @@
 namespace Corvane.Instrumentation.Spans;
 
-// Takes what ended, on the thread that ends it: cheap, bounded, and without an exception.
+// Is shown what is sampled, on the threads that begin and end it: cheap, bounded, and without an exception.
 internal interface ISpanSink
 {
+    // It has no time yet.
+    void OnBegun(Span span);
+
     void OnEnded(Span span);
 }

@@ -125,6 +125,10 @@ internal sealed class SpanRecorder
             return default;
         }
         span.ThreadId = Environment.CurrentManagedThreadId;
+        if (span.IsSampled)
+        {
+            sink?.OnBegun(span);
+        }
         open.Span = span;
         SpanFlow.Current = span;
 #if NET
@@ -408,6 +412,10 @@ internal sealed class SpanRecorder
 
     private sealed class Discard : ISpanSink
     {
+        public void OnBegun(Span span)
+        {
+        }
+
         public void OnEnded(Span span)
         {
         }
