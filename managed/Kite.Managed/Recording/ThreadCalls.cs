@@ -1,3 +1,4 @@
+using System;
 using System.Collections.Generic;
 using System.Text;
 using Corvane.Instrumentation.Observing;
@@ -14,10 +15,13 @@ internal sealed class ThreadCalls
 
     private static readonly MethodSignature none = MethodSignature.Of(0, null);
 
-    private readonly List<OpenCall> open = new List<OpenCall>();
+    // The innermost one is the last of so many.
+    private OpenCall[] open = new OpenCall[16];
+    private int count;
 
-    // The call that the last operation ended for its note.
-    private OpenCall? failed;
+    // The call that the last operation ended for its note, if it did.
+    private OpenCall failed;
+    private bool hasFailed;
 
     // Observed calls and calls with spans of which no end was seen, innermost first; null if there are none.
     private List<OpenCall>? lost;
@@ -34,29 +38,30 @@ internal sealed class ThreadCalls
 
     internal StringBuilder Text { get; } = new StringBuilder();
 
-    internal Call Innermost => (open.Count == 0 ? null : open[open.Count - 1].Call) ?? Root;
+    internal Call Innermost => (count == 0 ? null : open[count - 1].Call) ?? Root;
 
-    internal bool IsIdle => open.Count == 0;
+    internal bool IsIdle => count == 0;
 
-    internal bool IsInnermostNoted => open.Count > 0 && open[open.Count - 1].Note != null;
+    internal bool IsInnermostNoted => count > 0 && open[count - 1].Note != null;
 
     // A call that is not recorded is null, and is open all the same, so that its end is known from others.
     internal void Open(uint index, Call? call)
     {
-        failed = null;
-        if (open.Count == MaxOpen)
+        hasFailed = false;
+        if (count == MaxOpen)
         {
             Lose(0, MaxOpen / 2);
         }
-        open.Add(new OpenCall { Index = index, Call = call });
+        if (count == open.Length)
+        {
+            Array.Resize(ref open, 2 * count);
+        }
+        ref var opened = ref open[count++];
+        opened.Index = index;
+        opened.Call = call;
     }
 
-    internal void Observe(ObservedCall[] observed)
-    {
-        var call = open[open.Count - 1];
-        call.Observed = observed;
-        open[open.Count - 1] = call;
-    }
+    internal void Observe(ObservedCall[] observed) => open[count - 1].Observed = observed;
 
     internal List<OpenCall>? TakeLost()
     {
@@ -68,10 +73,9 @@ internal sealed class ThreadCalls
     // The innermost call begins now.
     internal void Start(long now, in OpenSpan span)
     {
-        var call = open[open.Count - 1];
+        ref var call = ref open[count - 1];
         call.Started = now;
         call.Span = span;
-        open[open.Count - 1] = call;
         call.Call?.Start(now);
     }
 
@@ -80,21 +84,22 @@ internal sealed class ThreadCalls
     // way to another one, which the method then caught.
     internal bool Close(uint index, out OpenCall call)
     {
-        var last = failed;
-        failed = null;
-        if (last is { } ended && ended.Index == index)
+        if (hasFailed)
         {
-            call = ended;
-            return true;
+            hasFailed = false;
+            if (failed.Index == index)
+            {
+                call = failed;
+                return true;
+            }
         }
-        for (var position = open.Count - 1; position >= 0; position--)
+        for (var position = count - 1; position >= 0; position--)
         {
             if (open[position].Index == index)
             {
-                call = open[position];
+                Lose(position + 1, count - position - 1);
+                call = TakeInnermost();
                 call.Note = null;
-                Lose(position + 1, open.Count - position - 1);
-                open.RemoveAt(position);
                 return true;
             }
         }
@@ -107,8 +112,8 @@ internal sealed class ThreadCalls
     // come and go above that in the meantime.
     internal bool Note(object exception, out OpenCall call)
     {
-        failed = null;
-        var top = open.Count - 1;
+        hasFailed = false;
+        var top = count - 1;
         var position = top;
         while (position >= 0 && open[position].Note == exception)
         {
@@ -119,38 +124,43 @@ internal sealed class ThreadCalls
             call = default;
             return false;
         }
-        var noted = call = open[position];
+        ref var noted = ref open[position];
+        call = noted;
         noted.Note = exception;
         noted.Noted = 1;
-        open[position] = noted;
-        var innermost = open[top];
-        innermost.Noted = top - position + 1;
-        open[top] = innermost;
+        open[top].Noted = top - position + 1;
         return true;
     }
 
     // Takes the innermost open call if it has a note.
     internal bool CloseNoted(out OpenCall call)
     {
-        var top = open.Count - 1;
-        if (top < 0 || open[top].Note == null)
+        if (!IsInnermostNoted)
         {
-            failed = null;
+            hasFailed = false;
             call = default;
             return false;
         }
-        call = open[top];
-        open.RemoveAt(top);
+        call = TakeInnermost();
         failed = new OpenCall
         {
             Index = call.Index, Call = call.Call, Span = call.Span, Started = call.Started, HasFailed = true,
         };
+        hasFailed = true;
         return true;
     }
 
-    private void Lose(int first, int count)
+    // Nothing that it had is kept alive.
+    private OpenCall TakeInnermost()
     {
-        for (var position = first + count - 1; position >= first; position--)
+        var call = open[--count];
+        open[count] = default;
+        return call;
+    }
+
+    private void Lose(int first, int many)
+    {
+        for (var position = first + many - 1; position >= first; position--)
         {
             if (open[position] is { Observed: not null } or { Span.Span: not null })
             {
@@ -158,7 +168,9 @@ internal sealed class ThreadCalls
                 lost.Add(open[position]);
             }
         }
-        open.RemoveRange(first, count);
+        Array.Copy(open, first + many, open, first, count - first - many);
+        Array.Clear(open, count - many, many);
+        count -= many;
     }
 
     internal struct OpenCall
