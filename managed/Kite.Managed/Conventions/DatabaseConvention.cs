@@ -25,6 +25,9 @@ internal sealed class DatabaseConvention : ISpanConvention
 
     private readonly DatabaseSystem system;
 
+    // What was read last, by the texts' identities: most programs have theirs as constants.
+    private readonly ReadText?[] known = new ReadText?[64];
+
     internal DatabaseConvention(DatabaseSystem system, SpanKind kind)
     {
         this.system = system;
@@ -69,7 +72,7 @@ internal sealed class DatabaseConvention : ISpanConvention
             return null;
         }
         var isProcedure = commandType.ReadNumber(command) == StoredProcedure;
-        var sql = SqlText.Of(isProcedure ? "EXECUTE " + text : text, system.Dialect);
+        var sql = Read(text, isProcedure);
         if (isProcedure && sql.Target != null)
         {
             span.SetAttribute(AttributeNames.DatabaseProcedure, sql.Target);
@@ -86,6 +89,18 @@ internal sealed class DatabaseConvention : ISpanConvention
         var summary = sql.Target == null ? sql.Operation : sql.Operation + " " + sql.Target;
         span.SetAttribute(AttributeNames.DatabaseSummary, summary);
         return summary;
+    }
+
+    private SqlText Read(string text, bool isProcedure)
+    {
+        ref var place = ref known[RuntimeHelpers.GetHashCode(text) % known.Length];
+        var read = place;
+        if (read == null || (object)read.Text != text || read.IsProcedure != isProcedure)
+        {
+            read = new ReadText(text, isProcedure, SqlText.Of(isProcedure ? "EXECUTE " + text : text, system.Dialect));
+            place = read;
+        }
+        return read.Sql;
     }
 
     private string? DescribeConnection(Span span, object? from)
@@ -106,5 +121,21 @@ internal sealed class DatabaseConvention : ISpanConvention
             span.SetAttribute(AttributeNames.ServerPort, (long)source.Port);
         }
         return source.Server;
+    }
+
+    private sealed class ReadText
+    {
+        internal ReadText(string text, bool isProcedure, SqlText sql)
+        {
+            Text = text;
+            IsProcedure = isProcedure;
+            Sql = sql;
+        }
+
+        internal string Text { get; }
+
+        internal bool IsProcedure { get; }
+
+        internal SqlText Sql { get; }
     }
 }
