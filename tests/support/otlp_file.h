@@ -21,6 +21,8 @@ struct OtlpSpan {
     std::string name;
     int kind = 0;
     int status = 0;
+    unsigned long long started = 0; // in nanoseconds
+    unsigned long long ended = 0;
     std::map<std::string, std::string> attributes;
 
     // Empty if there is no such one.
@@ -38,7 +40,10 @@ inline OtlpSpan read_otlp_span(const boost::property_tree::ptree& tree) {
     span.name = tree.get<std::string>("name");
     span.kind = tree.get<int>("kind");
     span.status = tree.get<int>("status.code", 0);
-    for (const auto& [unnamed, attribute] : tree.get_child("attributes", {})) {
+    span.started = tree.get<unsigned long long>("startTimeUnixNano");
+    span.ended = tree.get<unsigned long long>("endTimeUnixNano");
+    const boost::property_tree::ptree none;
+    for (const auto& [unnamed, attribute] : tree.get_child("attributes", none)) {
         const auto& value = attribute.get_child("value");
         span.attributes[attribute.get<std::string>("key")] = value.begin()->second.data();
     }

@@ -218,7 +218,43 @@ internal sealed class Recorder
         }
     }
 
-    [MethodImpl(EveryCall.Options)]
+    // Whether somebody has begun to listen to the activities of calls. From then on calls are followed. What is asked for
+    // that may be instrumented itself.
+    private bool FindsListener()
+    {
+        if (calls.Spans is not { } spans)
+        {
+            return false;
+        }
+        busy = true;
+        var isWanted = spans.IsWanted;
+        busy = false;
+        if (isWanted)
+        {
+            follows = true;
+        }
+        return isWanted;
+    }
+
+    // What the end of a task runs here is no work of the program, on whose thread it runs.
+    private void Guard(Action run)
+    {
+        var before = busy;
+        busy = true;
+        try
+        {
+            run();
+        }
+        catch (Exception exception)
+        {
+            CountFailure(exception);
+        }
+        finally
+        {
+            busy = before;
+        }
+    }
+
     private void Finish()
     {
         if (!follows || busy)

@@ -29,6 +29,7 @@ internal sealed class RequestEvents : IObserver<DiagnosticListener>, IObserver<K
     private static readonly PropertyReader pattern = new PropertyReader("RoutePattern");
     private static readonly PropertyReader patternText = new PropertyReader("RawText");
     private static readonly PropertyReader exception = new PropertyReader("exception");
+    private static readonly PropertyReader exceptionOfCall = new PropertyReader("Exception");
     private static readonly ConditionalWeakTable<Assembly, object> endpoints = new ConditionalWeakTable<Assembly, object>();
 
     // The end of a request is told only to those who asked for its start.
@@ -39,7 +40,7 @@ internal sealed class RequestEvents : IObserver<DiagnosticListener>, IObserver<K
             Request, Request + ".Start", Request + ".Stop", "Microsoft.AspNetCore.Hosting.UnhandledException",
             "Microsoft.AspNetCore.Diagnostics.UnhandledException",
         ],
-        ["HttpHandlerDiagnosticListener"] = Environment.Version.Major < 9 ? [Call, Call + ".Stop"] : [],
+        ["HttpHandlerDiagnosticListener"] = Environment.Version.Major < 9 ? [Call, Call + ".Stop", "System.Net.Http.Exception"] : [],
     };
 
     private readonly Action<Action> guarded;
@@ -82,7 +83,7 @@ internal sealed class RequestEvents : IObserver<DiagnosticListener>, IObserver<K
                 HttpConvention.DescribeExchange(span, request.Read(happened.Value), response.Read(happened.Value));
                 break;
             default:
-                if (exception.Read(happened.Value) is Exception thrown)
+                if ((exception.Read(happened.Value) ?? exceptionOfCall.Read(happened.Value)) is Exception thrown)
                 {
                     span.Fail(thrown.GetType().ToString(), null);
                 }

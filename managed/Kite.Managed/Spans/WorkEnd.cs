@@ -40,7 +40,20 @@ internal static class WorkEnds
             case "System.Collections.Generic.IAsyncEnumerable`1" or "System.Collections.Generic.IAsyncEnumerator`1":
                 return WorkEnd.Unknown;
             default:
-                return method.IsDefined(typeof(AsyncStateMachineAttribute), inherit: false) ? WorkEnd.Unknown : WorkEnd.Return;
+                return IsAsync(method) ? WorkEnd.Unknown : WorkEnd.Return;
+        }
+    }
+
+    // The attributes of a method may be of an assembly that is missing.
+    private static bool IsAsync(MethodBase method)
+    {
+        try
+        {
+            return method.IsDefined(typeof(AsyncStateMachineAttribute), inherit: false);
+        }
+        catch (Exception)
+        {
+            return false;
         }
     }
 
