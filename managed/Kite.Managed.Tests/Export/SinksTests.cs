@@ -55,11 +55,13 @@ public sealed class SinksTests : IDisposable
     {
         var run = ChildProgram.Run(["exit meanwhile"], Files);
         Assert.Equal(7, run.ExitCode);
-        Assert.Equal(["err"], run.Errors);
+        // On a busy machine not all can be written in time.
+        Assert.All(run.Errors[1..], line => Assert.StartsWith("kite.managed: lost spans: ", line));
+        Assert.InRange(run.Errors.Length, 1, 2);
         var ids = Otlp().Select(span => span.Text("spanId")).ToArray();
         Assert.Equal(ids.Length, ids.Distinct().Count());
         Assert.InRange(Otlp().Count(span => span.Attributes().Contains($"corvane.unfinished=boolValue:{true}")), 0, 8);
-        Trace();
+        Trace(mayBeCut: true);
     }
 
     [Fact]

@@ -18,6 +18,24 @@ public class AtExitTests
         Assert.Equal(1, runs);
     }
 
+    [Theory]
+    [InlineData(0, 8, 1)]
+    [InlineData(0, 10, 1)]
+    [InlineData(1, 10, 1)]
+    [InlineData(2, 9, 0)]
+    [InlineData(2, 10, 1)]
+    [InlineData(5, 10, 0)]
+    [InlineData(6, 9, 0)]
+    [InlineData(6, 10, 1)]
+    public void WhatTheConsoleTellsIsAnEndWhereTheRuntimeMakesNone(uint happened, int runtime, int expected)
+    {
+        var runs = 0;
+        using var exit = AtExit.Run(() => runs++);
+        Assert.False(exit.OnConsole(happened, runtime));
+        Assert.False(exit.OnConsole(happened, runtime));
+        Assert.Equal(expected, runs);
+    }
+
     [Fact]
     public void AnExceptionThatEndsNothingIsNoEnd()
     {

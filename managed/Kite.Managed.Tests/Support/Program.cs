@@ -74,8 +74,6 @@ internal static class Program
                 return CallForEver();
             case ["call often", var threads, var calls]:
                 return CallOften(int.Parse(threads), int.Parse(calls));
-            case ["wait for a signal", var what]:
-                return WaitForSignal(what);
             case ["fail with secrets"]:
                 return FailWithSecrets();
             default:
@@ -293,31 +291,6 @@ internal static class Program
         Array.ForEach(all, thread => thread.Join());
         Console.WriteLine((int)clock.Elapsed.TotalSeconds);
         return 0;
-    }
-
-    private static int WaitForSignal(string what)
-    {
-        using var signalled = new ManualResetEventSlim();
-        Call(0, "Add", [1, 2], () => 0);
-        if (what == "cancel")
-        {
-            Console.CancelKeyPress += (_, happened) =>
-            {
-                happened.Cancel = true;
-                signalled.Set();
-            };
-        }
-        if (what == "inside")
-        {
-            return Call(0, "Add", [1, 2], Wait);
-        }
-        return Wait();
-
-        int Wait()
-        {
-            Console.WriteLine("ready");
-            return signalled.Wait(20_000) ? Call(0, "Add", [1, 2], () => 5) : 98;
-        }
     }
 
     public static void Login(string user, string password) => throw new InvalidOperationException($"{user}:{password}");

@@ -59,7 +59,7 @@ internal sealed class Exporter
         }
         if (!isDone)
         {
-            lost.Add($"some not written within {most.TotalSeconds} s");
+            lost.Add(FormattableString.Invariant($"some not written within {most.TotalSeconds} s"));
         }
         return lost.Count == 0 ? null : $"lost spans: {string.Join("; ", lost)}";
     }
@@ -155,29 +155,28 @@ internal sealed class Exporter
         }
     }
 
-    // A program may interrupt the thread that ends it. It was meant to be interrupted in a wait of its own.
+    // A program may interrupt the thread that ends it. It was meant for a wait of the program's own.
     private static bool Wait(WaitHandle handle, TimeSpan most)
     {
         var clock = Stopwatch.StartNew();
         var isInterrupted = false;
-        while (true)
+        bool? isSet = null;
+        while (isSet == null)
         {
             try
             {
                 var rest = most - clock.Elapsed;
-                return handle.WaitOne(rest > TimeSpan.Zero ? rest : TimeSpan.Zero);
+                isSet = handle.WaitOne(rest > TimeSpan.Zero ? rest : TimeSpan.Zero);
             }
             catch (ThreadInterruptedException)
             {
                 isInterrupted = true;
             }
-            finally
-            {
-                if (isInterrupted)
-                {
-                    Thread.CurrentThread.Interrupt();
-                }
-            }
         }
+        if (isInterrupted)
+        {
+            Thread.CurrentThread.Interrupt();
+        }
+        return isSet.Value;
     }
 }

@@ -1,22 +1,33 @@
 using System;
-using System.Collections.Generic;
 using System.Runtime.CompilerServices;
-#if NET
 using System.Runtime.InteropServices;
-#endif
 using System.Threading;
 
 namespace Corvane.Instrumentation.Recording;
 
 // Runs something once when the process ends: by returning from Main, by Environment.Exit, by an exception that
-// nothing handles, for which the runtime has an event of its own, or by a signal, such as Ctrl+C, that the program lets
-// end it. The .NET Framework may also unload the domain alone. Disposing takes it back.
+// nothing handles, for which the runtime has an event of its own, or by what the console tells of, such as Ctrl+C. The
+// .NET Framework may also unload the domain alone. Disposing takes it back.
 internal sealed class AtExit : IDisposable
 {
-    private readonly List<IDisposable> signals = new List<IDisposable>();
+    private const uint CtrlC = 0;
+    private const uint CtrlBreak = 1;
+    private const uint Close = 2;
+    private const uint Shutdown = 6;
+
+    // Until then the runtime itself makes an orderly end of a closed console and of a shutdown.
+    private const int RuntimeThatLeavesCloseAlone = 10;
+
+    private readonly ConsoleHandler handler; // kept, because the system calls it
     private Action? action;
 
-    private AtExit(Action action) => this.action = action;
+    private AtExit(Action action)
+    {
+        this.action = action;
+        handler = happened => OnConsole(happened, Environment.Version.Major);
+    }
+
+    private delegate bool ConsoleHandler(uint happened);
 
     internal static AtExit Run(Action action)
     {
@@ -24,14 +35,7 @@ internal sealed class AtExit : IDisposable
         AppDomain.CurrentDomain.ProcessExit += exit.OnEnd;
         AppDomain.CurrentDomain.DomainUnload += exit.OnEnd;
         AppDomain.CurrentDomain.UnhandledException += exit.OnEnd;
-        try
-        {
-            exit.TakeSignals();
-        }
-        catch (Exception)
-        {
-            // A program that was trimmed may have no signals. What was written before the end is there without them.
-        }
+        exit.HearConsole(true);
         return exit;
     }
 
@@ -44,42 +48,46 @@ internal sealed class AtExit : IDisposable
         }
     }
 
+    // The system asks the handlers in the reverse order of their registration, up to the first that takes what
+    // happened. This one is registered before the runtime's, which the program's are behind. So it is asked when
+    // nobody has kept the process from ending. It takes nothing.
+    internal bool OnConsole(uint happened, int runtime)
+    {
+        if (happened is CtrlC or CtrlBreak || (happened is Close or Shutdown && runtime >= RuntimeThatLeavesCloseAlone))
+        {
+            End();
+        }
+        return false;
+    }
+
     public void Dispose()
     {
         AppDomain.CurrentDomain.ProcessExit -= OnEnd;
         AppDomain.CurrentDomain.DomainUnload -= OnEnd;
         AppDomain.CurrentDomain.UnhandledException -= OnEnd;
-        signals.ForEach(signal => signal.Dispose());
+        HearConsole(false);
     }
 
     private void End() => Interlocked.Exchange(ref action, null)?.Invoke();
 
-#if NET
-    // Handlers run in the reverse order of their registration, so that this one comes after those of the program and
-    // sees what they decided. It decides nothing itself. Up to .NET 9 the runtime ends the process in an orderly way
-    // when it is asked to stop or its console is closed.
-    [MethodImpl(MethodImplOptions.NoInlining)]
-    private void TakeSignals()
+    // There is no such thing on other systems, and what a trimmed program lacks is done without.
+    private void HearConsole(bool begins)
     {
-        var ending = Environment.Version.Major < 10
-            ? new[] { PosixSignal.SIGINT, PosixSignal.SIGQUIT }
-            : new[] { PosixSignal.SIGINT, PosixSignal.SIGQUIT, PosixSignal.SIGTERM, PosixSignal.SIGHUP };
-        foreach (var signal in ending)
+        try
         {
-            signals.Add(PosixSignalRegistration.Create(signal, OnSignal));
+            if (RuntimeInformation.IsOSPlatform(OSPlatform.Windows))
+            {
+                SetHandler(begins);
+            }
+        }
+        catch (Exception)
+        {
         }
     }
 
-    private void OnSignal(PosixSignalContext context)
-    {
-        if (!context.Cancel)
-        {
-            End();
-        }
-    }
-#else
-    private void TakeSignals()
-    {
-    }
-#endif
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private void SetHandler(bool begins) => SetConsoleCtrlHandler(handler, begins);
+
+    [DllImport("kernel32")]
+    private static extern bool SetConsoleCtrlHandler(ConsoleHandler handler, bool add);
 }

@@ -1,0 +1,131 @@
+// The thread that writes, and its end.
+using System;
+using System.Collections.Generic;
+using System.Diagnostics;
+using System.Linq;
+using System.Threading;
+using Corvane.Instrumentation.Export;
+using Corvane.Instrumentation.Spans;
+using Xunit;
+
+namespace Kite.Managed.Tests.Export;
+
+public class ExporterTests
+{
+    private sealed class Target : ISpanTarget
+    {
+        internal List<Span> Spans { get; } = [];
+
+        internal Action? OnWrite { get; init; }
+
+        public Losses Losses { get; } = new("not kept");
+
+        public void Write(DrainedSpans drained)
+        {
+            OnWrite?.Invoke();
+            Spans.AddRange(drained.Spans);
+        }
+
+        public void End(DateTime until)
+        {
+        }
+    }
+
+    [Fact]
+    public void SpansAreWrittenTwiceASecond()
+    {
+        var target = new Target();
+        var exporter = new Exporter([target]);
+        Assert.False(exporter.HasSpans);
+        exporter.Queue.OnEnded(Spans.Of(1));
+        exporter.Queue.OnEnded(Spans.Of(2));
+        Assert.True(exporter.HasSpans);
+        Assert.True(SpinWait.SpinUntil(() => target.Spans.Count == 2, 10_000));
+        Assert.Null(exporter.End(TimeSpan.FromSeconds(2)));
+    }
+
+    [Fact]
+    public void WithoutSpansThereIsNoEndToWaitFor()
+    {
+        var clock = Stopwatch.StartNew();
+        Assert.Null(new Exporter([new Target()]).End(TimeSpan.FromSeconds(20)));
+        Assert.InRange(clock.Elapsed.TotalSeconds, 0, 10);
+    }
+
+    [Fact]
+    public void ATargetThatThrowsKeepsNothingFromTheOthers()
+    {
+        var bad = new Target { OnWrite = () => throw new InvalidOperationException("broken") };
+        var good = new Target();
+        var exporter = new Exporter([bad, good]);
+        exporter.Queue.OnEnded(Spans.Of(1));
+        Assert.True(SpinWait.SpinUntil(() => good.Spans.Count == 1, 10_000));
+        exporter.Queue.OnEnded(Spans.Of(2));
+        exporter.End(TimeSpan.FromSeconds(10));
+        Assert.Equal([1UL, 2UL], good.Spans.Select(span => span.Id));
+        Assert.Equal(2, bad.Losses.Spans);
+    }
+
+    [Fact]
+    public void ATargetThatHangsKeepsNobodyWaiting()
+    {
+        using var never = new ManualResetEventSlim();
+        var exporter = new Exporter([new Target { OnWrite = never.Wait }]);
+        exporter.Queue.OnEnded(Spans.Of(1));
+        var clock = Stopwatch.StartNew();
+        Assert.Equal("lost spans: some not written within 0.5 s", exporter.End(TimeSpan.FromSeconds(0.5)));
+        Assert.InRange(clock.Elapsed.TotalSeconds, 0.5, 5);
+        never.Set();
+    }
+
+    [Fact]
+    public void AThreadThatIsInterruptedEndsItAllTheSame()
+    {
+        var target = new Target { OnWrite = () => Thread.Sleep(300) };
+        var exporter = new Exporter([target]);
+        exporter.Queue.OnEnded(Spans.Of(1));
+        var isInterrupted = false;
+        var thread = new Thread(() =>
+        {
+            Thread.CurrentThread.Interrupt();
+            exporter.End(TimeSpan.FromSeconds(10));
+            try
+            {
+                Thread.Sleep(0);
+                Thread.Sleep(1);
+            }
+            catch (ThreadInterruptedException)
+            {
+                isInterrupted = true;
+            }
+        });
+        thread.Start();
+        Assert.True(thread.Join(20_000));
+        Assert.True(isInterrupted);
+        Assert.Single(target.Spans);
+    }
+
+    [Fact]
+    public void WhatWasDroppedIsSaidAtTheEnd()
+    {
+        using var isIn = new ManualResetEventSlim();
+        using var go = new ManualResetEventSlim();
+        var exporter = new Exporter([new Target
+        {
+            OnWrite = () =>
+            {
+                isIn.Set();
+                go.Wait();
+            },
+        }]);
+        exporter.Queue.OnEnded(Spans.Of(1));
+        isIn.Wait();
+        for (ulong id = 2; id < SpanQueue.MaxOfThread + 12; id++)
+        {
+            exporter.Queue.OnEnded(Spans.Of(id));
+        }
+        go.Set();
+        Assert.Equal(
+            "lost spans: 10 dropped by 1 threads that made more than could be written", exporter.End(TimeSpan.FromSeconds(20)));
+    }
+}
