@@ -103,11 +103,13 @@ TEST_P(Known, CallsAreDescribedWithoutTheirSecrets) {
     }
     std::ranges::sort(statuses);
     EXPECT_EQ(statuses, std::vector<std::string>({"200 ", "404 404"}));
-    ASSERT_EQ(lines.size(), 4u);
-    EXPECT_THAT(std::vector<std::string>({lines[2], lines[3]}),
+    ASSERT_EQ(lines.size(), 6u);
+    EXPECT_THAT(std::vector<std::string>({lines[4], lines[5]}),
                 ::testing::UnorderedElementsAreArray(headers));
 
     EXPECT_EQ(lines[0], "ordered");
+    EXPECT_EQ(lines[2], "INFO - ordered");
+    EXPECT_EQ(lines[3], "/");
     EXPECT_EQ(exported.find("hunter2"), std::string::npos);
 }
 
@@ -115,12 +117,15 @@ TEST_P(Known, LinesOfALogCarryIds) {
     record("<add key='InsertLogTraceIdIntoLogs' value='Enabled'/>"
            "<add key='AddAttributeLogTraceId' value='Enabled'/>");
     const OtlpSpan& main = only("Program.Main");
-    ASSERT_EQ(lines.size(), 4u);
+    ASSERT_EQ(lines.size(), 6u);
     EXPECT_EQ(lines[0], "ordered " + main.trace);
     EXPECT_THAT(lines[1], ::testing::HasSubstr("\"TraceId\":\"" + main.trace + "\",\"SpanId\":\"" +
                                                main.id + "\""));
+    EXPECT_EQ(lines[2], main.trace + " INFO - ordered");
+    EXPECT_EQ(lines[3], main.trace + "/" + main.id);
     for (const OtlpSpan& span : spans) {
-        EXPECT_FALSE(span["code.function.name"].starts_with("Serilog.")) << span.name;
+        const std::string method = span["code.function.name"];
+        EXPECT_FALSE(method.starts_with("Serilog.") || method.starts_with("log4net.")) << method;
     }
 }
 

@@ -24,6 +24,7 @@ internal static class Program
         using var seen = new StreamWriter(arguments[0], append: false);
         Log(new MessageTemplateTextFormatter("{Message:lj}{NewLine}{Exception}"), seen);
         Log(new JsonFormatter(), seen);
+        new log4net.Repository.Hierarchy.Logger(seen).CallAppenders(new log4net.Core.LoggingEvent("ordered"));
         Execute("SELECT * FROM Orders WHERE Card = 'hunter2'");
         foreach (var header in Request("200 OK").Concat(Request("404 Not Found")).Where(line => line.StartsWith("traceparent")))
         {
