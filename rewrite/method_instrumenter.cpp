@@ -22,6 +22,8 @@
 #include "rewrite/emit/epilogue.h"
 #include "rewrite/emit/exception_wrapping.h"
 #include "rewrite/emit/prologue.h"
+#include "rewrite/left_methods.h"
+#include "rewrite/references/known_references.h"
 #include "rewrite/references/module_references.h"
 #include "rewrite/rewrite_settings.h"
 #include "selection/method_outcomes.h"
@@ -54,6 +56,34 @@ void open_mscorlib_once(ICorProfilerInfo* info) {
         opened.get()->AddRef();
     }
 }
+
+// The signatures of a module, of which the metadata searches all for each that is new.
+class KnownSignatures final : public LocalSignatures {
+public:
+    KnownSignatures(ModuleID module, LocalSignatures& metadata)
+        : module_(module), metadata_(metadata) {}
+
+    std::optional<Blob> signature(std::uint32_t token) override {
+        return metadata_.signature(token);
+    }
+    std::optional<Blob> type_spec(std::uint32_t token) override {
+        return metadata_.type_spec(token);
+    }
+    std::optional<std::uint32_t> token_of(Blob blob) override {
+        auto token = known_local_signature(module_, blob);
+        if (!token) {
+            token = metadata_.token_of(blob);
+            if (token) {
+                keep_local_signature(module_, blob, *token);
+            }
+        }
+        return token;
+    }
+
+private:
+    ModuleID module_;
+    LocalSignatures& metadata_;
+};
 
 // What stands in the code and decides whether and how it can be put into a block.
 struct CodeFacts {
@@ -190,7 +220,8 @@ HRESULT rewrite(RewriteContext& context, ICorProfilerInfo* info,
                         std::wstring_view(method.type_name), std::wstring_view(method.method_name));
     }
     ModuleSignatures signatures(import.get(), emit.get());
-    GrowingSignature growing(signatures);
+    KnownSignatures known(method.module_id, signatures);
+    GrowingSignature growing(known);
     MethodBody body;
     body.local_signatures = strict_il ? static_cast<LocalSignatures*>(&growing) : &signatures;
     hr = rewriter.Read(body);

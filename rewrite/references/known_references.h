@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 
 namespace corvane {
 
@@ -18,6 +19,11 @@ void keep_references(ModuleID module, const InstrumentationReferences& reference
 // The type that values of a primitive type are boxed as.
 [[nodiscard]] std::optional<mdToken> known_boxing_type(ModuleID module, std::uint8_t element_type);
 void keep_boxing_type(ModuleID module, std::uint8_t element_type, mdToken type);
+
+// The token of a signature of locals.
+[[nodiscard]] std::optional<std::uint32_t>
+known_local_signature(ModuleID module, std::span<const std::uint8_t> blob);
+void keep_local_signature(ModuleID module, std::span<const std::uint8_t> blob, std::uint32_t token);
 
 void forget_references(ModuleID module);
 

@@ -5,7 +5,11 @@
 #include "rewrite/shape/method_signature.h"
 
 #include <array>
+#include <map>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace corvane {
@@ -68,6 +72,54 @@ ByRefLike ask_module(ICorProfilerInfo* info, ModuleID module, const TypePath& pa
     return counts ? ByRefLike::kNo : ByRefLike::kUnknown;
 }
 
+// What was found about a type of a module. Good as long as the same modules are loaded.
+class Answers {
+public:
+    using Type = std::pair<ModuleID, mdToken>;
+
+    std::optional<ByRefLike> find(std::uint64_t state, const Type& type) {
+        const std::lock_guard lock(mutex_);
+        const auto found = answers_.find(type);
+        return state == state_ && found != answers_.end() ? std::optional(found->second)
+                                                          : std::nullopt;
+    }
+
+    void keep(std::uint64_t state, const Type& type, ByRefLike answer) {
+        const std::lock_guard lock(mutex_);
+        if (state > state_) {
+            answers_.clear();
+            state_ = state;
+        }
+        if (state == state_) {
+            answers_[type] = answer;
+        }
+    }
+
+private:
+    std::mutex mutex_;
+    std::uint64_t state_ = 0;
+    std::map<Type, ByRefLike> answers_;
+};
+
+// Outlives every thread that compiles.
+Answers& answers() {
+    static auto& all = *new Answers();
+    return all;
+}
+
+// Which module's type is meant is not resolved: a method too many left as it is does no harm,
+// and one that boxes what cannot be boxed ends the program.
+ByRefLike ask_modules(ICorProfilerInfo* info, ModuleID module, const TypePath& path) {
+    ByRefLike answer = ByRefLike::kUnknown;
+    const bool stays = is_loaded_module(module);
+    visit_loaded_modules([&](ModuleID candidate) {
+        const ByRefLike there = ask_module(info, candidate, path, stays);
+        answer = there == ByRefLike::kUnknown ? answer : there;
+        return answer != ByRefLike::kYes;
+    });
+    return answer;
+}
+
 // The type that a TypeSpec is an instance of; a type that is no value type is no by-ref-like one.
 ByRefLike ask_type_spec(ICorProfilerInfo* info, ModuleID module, IMetaDataImport* metadata,
                         mdTypeSpec type) {
@@ -100,6 +152,10 @@ ByRefLike by_ref_like(ICorProfilerInfo* info, ModuleID module, IMetaDataImport* 
     if (TypeFromToken(type) == mdtTypeDef) {
         return is_marked(metadata, type) ? ByRefLike::kYes : ByRefLike::kNo;
     }
+    const std::uint64_t state = loaded_modules_state();
+    if (const auto known = answers().find(state, {module, type})) {
+        return *known;
+    }
     TypePath path;
     if (!read_path(metadata, type, path) || path.empty()) {
         return ByRefLike::kUnknown;
@@ -107,15 +163,10 @@ ByRefLike by_ref_like(ICorProfilerInfo* info, ModuleID module, IMetaDataImport* 
     if (is_unmarked(path)) {
         return ByRefLike::kYes;
     }
-    // Which module's type is meant is not resolved: a method too many left as it is does no harm,
-    // and one that boxes what cannot be boxed ends the program.
-    ByRefLike answer = ByRefLike::kUnknown;
-    const bool stays = is_loaded_module(module);
-    visit_loaded_modules([&](ModuleID candidate) {
-        const ByRefLike there = ask_module(info, candidate, path, stays);
-        answer = there == ByRefLike::kUnknown ? answer : there;
-        return answer != ByRefLike::kYes;
-    });
+    const ByRefLike answer = ask_modules(info, module, path);
+    if (answer != ByRefLike::kUnknown) { // a module that is made at run time may yet define it
+        answers().keep(state, {module, type}, answer);
+    }
     return answer;
 }
 

@@ -1,5 +1,6 @@
 #include "rewrite/shape/loaded_modules.h"
 
+#include <atomic>
 #include <mutex>
 #include <set>
 #include <shared_mutex>
@@ -13,6 +14,7 @@ struct LoadedModules {
     std::mutex mutex; // around `modules`, for one access
     std::set<ModuleID> modules;
     std::shared_mutex visits; // shared by those who look
+    std::atomic<std::uint64_t> state = 0;
 };
 
 // Outlives every thread that compiles.
@@ -45,6 +47,7 @@ bool add_loaded_module(ICorProfilerInfo3* info, ModuleID module) {
     LoadedModules& all = loaded();
     const std::lock_guard lock(all.mutex);
     all.modules.insert(module);
+    ++all.state;
     return true;
 }
 
@@ -52,6 +55,7 @@ void remove_loaded_module(ModuleID module) {
     LoadedModules& all = loaded();
     {
         const std::lock_guard lock(all.mutex);
+        ++all.state;
         if (all.modules.erase(module) == 0) {
             return;
         }
@@ -63,6 +67,10 @@ bool is_loaded_module(ModuleID module) {
     LoadedModules& all = loaded();
     const std::lock_guard lock(all.mutex);
     return all.modules.contains(module);
+}
+
+std::uint64_t loaded_modules_state() {
+    return loaded().state;
 }
 
 void visit_loaded_modules(const std::function<bool(ModuleID module)>& visit) {

@@ -7,6 +7,7 @@
 
 #include "clr/cor_profiler.h"
 
+#include <cstdint>
 #include <functional>
 
 namespace corvane {
@@ -19,6 +20,9 @@ void remove_loaded_module(ModuleID module); // returns when nobody looks at it a
 
 // Whether it is one of them.
 bool is_loaded_module(ModuleID module);
+
+// Another number after any module has come or gone, one that can be collected included.
+std::uint64_t loaded_modules_state();
 
 // Shows the modules until `visit` answers false or throws. Not for long, and nothing is loaded or
 // unloaded in it, which would wait for itself.

@@ -27,5 +27,19 @@ TEST(LoadedModules, LetAnUnlistedModuleGoDuringAVisit) {
     EXPECT_FALSE(is_loaded_module(kListed));
 }
 
+// Even one that was never listed: the answers about its types are not those of the next module with
+// its id.
+TEST(LoadedModules, HaveAnotherStateAfterAnyChange) {
+    const std::uint64_t before = loaded_modules_state();
+    add_loaded_module(nullptr, kListed);
+    const std::uint64_t with_one = loaded_modules_state();
+    EXPECT_GT(with_one, before);
+    remove_loaded_module(kUnlisted);
+    const std::uint64_t after = loaded_modules_state();
+    EXPECT_GT(after, with_one);
+    EXPECT_EQ(loaded_modules_state(), after);
+    remove_loaded_module(kListed);
+}
+
 } // namespace
 } // namespace corvane
