@@ -106,6 +106,7 @@ public:
         return emit(Opcode::kBrfalseS, target);
     }
     Instruction* bne_un_s(Instruction* target = nullptr) { return emit(Opcode::kBneUnS, target); }
+    Instruction* blt_s(Instruction* target = nullptr) { return emit(Opcode::kBltS, target); }
     Instruction* leave_s(Instruction* target = nullptr) { return emit(Opcode::kLeaveS, target); }
 
     Instruction* throw_() { return emit(Opcode::kThrow); }

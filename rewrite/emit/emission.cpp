@@ -76,13 +76,18 @@ void emit_receiver(const Emission& emission, IlBuilder& il) {
     }
 }
 
-void emit_argument_array(const Emission& emission, IlBuilder& il, std::uint8_t array) {
-    const MethodShape& shape = emission.shape;
-    const std::size_t count = shape.parameters.size();
-    il.ldc_i4_s(static_cast<std::int8_t>(count));
+Instruction* emit_new_array(const Emission& emission, IlBuilder& il, std::uint8_t array) {
+    Instruction* const first =
+        il.ldc_i4_s(static_cast<std::int8_t>(emission.shape.parameters.size()));
     il.newarr(emission.references.object_type);
     il.stloc_s(array);
-    for (std::size_t i = 0; i < count; ++i) {
+    return first;
+}
+
+void emit_argument_array(const Emission& emission, IlBuilder& il, std::uint8_t array) {
+    const MethodShape& shape = emission.shape;
+    emit_new_array(emission, il, array);
+    for (std::size_t i = 0; i < shape.parameters.size(); ++i) {
         il.ldloc_s(array);
         il.ldc_i4(static_cast<std::uint32_t>(i));
         il.ldarg_s(shape.argument_number(i));

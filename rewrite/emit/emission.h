@@ -16,6 +16,12 @@ namespace corvane {
 // the index, the receiver, the array, a position and an argument. GenericEpilogue takes as many.
 inline constexpr std::uint32_t kInjectedStack = 5;
 
+// The arguments and the directives of one call of the managed library.
+struct CallLocals {
+    std::uint8_t array = 0;      // object[]
+    std::uint8_t directives = 0; // InstrumentationDirectives
+};
+
 struct Emission {
     const method_info& method;
     const MethodShape& shape;
@@ -26,6 +32,7 @@ struct Emission {
     InstrumentationMode mode;
     bool strict; // the form of the code
     Refusal& refusal;
+    CallLocals locals{}; // of the prologue
 };
 
 // The text that a block of injected code logs, naming the method.
@@ -54,6 +61,9 @@ HRESULT add_result_local(Emission& emission, std::uint8_t& index);
 
 // Loads the receiver, or null for a static method.
 void emit_receiver(const Emission& emission, IlBuilder& il);
+
+// A new object[] for the arguments, in a local. Returns the first instruction.
+Instruction* emit_new_array(const Emission& emission, IlBuilder& il, std::uint8_t array);
 
 // Fills a new object[] with the arguments and keeps it in a local.
 void emit_argument_array(const Emission& emission, IlBuilder& il, std::uint8_t array);

@@ -153,7 +153,7 @@ std::wstring reason_against_library_beside(IMetaDataAssemblyImport* metadata,
 }
 
 // The runtime's own assemblies, which a trimmed program may have lost in part.
-std::wstring reason_against_runtime(ICorProfilerInfo* info) {
+std::wstring reason_against_runtime(ICorProfilerInfo* info, bool strict) {
     static std::atomic<bool> serves = false;
     const ModuleID core = coreLibraryModuleId;
     if (serves || core == 0) {
@@ -162,11 +162,13 @@ std::wstring reason_against_runtime(ICorProfilerInfo* info) {
     std::wstring reason;
     if (const ModuleID mscorlib = mscorlibModuleId; mscorlib != 0) {
         const ComPtr<IMetaDataImport> metadata = metadata_of(info, mscorlib);
-        reason = metadata ? lacks(missing_from_mscorlib(metadata.get())) : L"cannot be read";
+        reason =
+            metadata ? lacks(missing_from_mscorlib(metadata.get(), strict)) : L"cannot be read";
     } else if (const std::wstring file = file_beside(name_of(info, core), L"mscorlib");
                !file.empty()) {
-        reason = verdict_of(
-            file, [](IMetaDataImport* metadata) { return lacks(missing_from_mscorlib(metadata)); });
+        reason = verdict_of(file, [strict](IMetaDataImport* metadata) {
+            return lacks(missing_from_mscorlib(metadata, strict));
+        });
     } else {
         reason = L"is not there";
     }
@@ -174,7 +176,8 @@ std::wstring reason_against_runtime(ICorProfilerInfo* info) {
         return L"the program's mscorlib " + reason + L"; publish it without trimming";
     }
     const ComPtr<IMetaDataImport> metadata = metadata_of(info, core);
-    reason = metadata ? lacks(missing_from_core_library(metadata.get())) : L"cannot be read";
+    reason =
+        metadata ? lacks(missing_from_core_library(metadata.get(), strict)) : L"cannot be read";
     if (!reason.empty()) {
         return L"the program's core library " + reason + L"; publish it without trimming";
     }
@@ -195,14 +198,14 @@ std::wstring reason_against_library(ICorProfilerInfo* info, ModuleID module) {
 }
 
 std::wstring reason_against_calls(ICorProfilerInfo* info, IMetaDataAssemblyImport* metadata,
-                                  std::wstring_view module_name) {
+                                  std::wstring_view module_name, bool strict) {
     if (!is_core_clr(info)) {
         return {};
     }
     std::wstring reason = managedLibraryLoaded
                               ? std::wstring()
                               : reason_against_library_beside(metadata, module_name);
-    return reason.empty() ? reason_against_runtime(info) : reason;
+    return reason.empty() ? reason_against_runtime(info, strict) : reason;
 }
 
 } // namespace corvane

@@ -28,6 +28,6 @@ std::wstring reason_against_library(ICorProfilerInfo* info, ModuleID module);
 // Framework, where it is installed for all programs and loaded when it is first called, nothing is
 // asked. `metadata` is the module's, before anything is defined in it, and `module_name` its path.
 std::wstring reason_against_calls(ICorProfilerInfo* info, IMetaDataAssemblyImport* metadata,
-                                  std::wstring_view module_name);
+                                  std::wstring_view module_name, bool strict);
 
 } // namespace corvane

@@ -10,6 +10,8 @@
 #include "rewrite/references/reference_signatures.h"
 #include "rewrite/references/type_search.h"
 
+#include <algorithm>
+#include <span>
 #include <variant>
 
 namespace corvane {
@@ -31,6 +33,8 @@ struct Tokens : InstrumentationReferences {
     mdTypeRef method_base = mdTypeRefNil;
     mdTypeRef method_data = mdTypeRefNil;
     mdTypeRef method_base_in_signatures = mdTypeRefNil;
+    mdTypeRef array = mdTypeRefNil;
+    mdMemberRef index_of_any = mdMemberRefNil;
 };
 
 using Token = mdToken Tokens::*;
@@ -57,13 +61,19 @@ struct FirstTypeRef {
     Token token;
     const wchar_t* name;
 };
+// A generic method with its type arguments.
+struct MethodSpec {
+    Token token;
+    Token method;
+    std::span<const std::uint8_t> arguments;
+};
 // Sets none: makes sure that signatures of fixed length have room for the type.
 struct RoomFor {
     Token type;
 };
 
 struct Step {
-    std::variant<AssemblyRef, TypeRef, MemberRef, FirstTypeRef, RoomFor> what;
+    std::variant<AssemblyRef, TypeRef, MemberRef, FirstTypeRef, MethodSpec, RoomFor> what;
     const wchar_t* message; // of its failure
 };
 
@@ -131,6 +141,14 @@ constexpr Step kSteps[] = {
      L"Failed to get Corvane.Instrumentation.Invokers::Register_Method() method reference (%s)"},
 };
 
+constexpr const wchar_t* kNoIndexOf =
+    L"Failed to get System.Array::IndexOf() method reference (%s)";
+constexpr Step kStrictSteps[] = {
+    {TypeRef{&Tokens::array, &Tokens::mscorlib, L"System.Array"}, kNoIndexOf},
+    {MemberRef{&Tokens::index_of_any, &Tokens::array, L"IndexOf", signature::kIndexOf}, kNoIndexOf},
+    {MethodSpec{&Tokens::index_of, &Tokens::index_of_any, signature::kOfInt32}, kNoIndexOf},
+};
+
 // The metadata of a module, and what has been defined in it. A step that answers false has logged
 // why and is the last.
 class Definer {
@@ -157,7 +175,8 @@ public:
         ComPtr<IMetaDataAssemblyImport> assembly_import;
         const std::wstring reason =
             SUCCEEDED(emit_.query(assembly_import))
-                ? reason_against_calls(info, assembly_import.get(), module_name)
+                ? reason_against_calls(info, assembly_import.get(), module_name,
+                                       form_ == BlobForm::kExact)
                 : L"its module has no manifest";
         if (!reason.empty()) {
             log_.log(1, L"Left as it is: %s", reason.c_str());
@@ -167,13 +186,8 @@ public:
     }
 
     std::optional<InstrumentationReferences> define_all() {
-        for (const auto& [what, message] : kSteps) {
-            const auto define_this = [&, text = message](const auto& step) {
-                return define(step, text);
-            };
-            if (!std::visit(define_this, what)) {
-                return std::nullopt;
-            }
+        if (!define_each(kSteps) || (form_ == BlobForm::kExact && !define_each(kStrictSteps))) {
+            return std::nullopt;
         }
         tokens_.register_method_binds =
             form_ == BlobForm::kExact ||
@@ -182,6 +196,13 @@ public:
     }
 
 private:
+    bool define_each(std::span<const Step> steps) {
+        return std::ranges::all_of(steps, [&](const Step& step) {
+            return std::visit([&](const auto& what) { return define(what, step.message); },
+                              step.what);
+        });
+    }
+
     bool define(const AssemblyRef& assembly, const wchar_t* message) {
         return succeeded(define_assembly_ref_once(assembly_emit_.get(), assembly.identity,
                                                   tokens_.*assembly.token),
@@ -201,6 +222,15 @@ private:
         return succeeded(emit_->DefineMemberRef(tokens_.*member.parent, member.name, blob.data(),
                                                 static_cast<ULONG>(blob.size()),
                                                 &(tokens_.*member.token)),
+                         message);
+    }
+
+    bool define(const MethodSpec& method, const wchar_t* message) {
+        ComPtr<IMetaDataEmit2> emit2;
+        return succeeded(emit_.query(emit2), message) &&
+               succeeded(emit2->DefineMethodSpec(tokens_.*method.method, method.arguments.data(),
+                                                 static_cast<ULONG>(method.arguments.size()),
+                                                 &(tokens_.*method.token)),
                          message);
     }
 

@@ -17,6 +17,7 @@ constexpr const wchar_t* kDirectives = L"Corvane.Instrumentation.Instrumentation
 constexpr const wchar_t* kInvokers = L"Corvane.Instrumentation.Invokers";
 constexpr const wchar_t* kSpan = L"kite.managed.span";
 constexpr const wchar_t* kException = L"System.Exception";
+constexpr const wchar_t* kArray = L"System.Array";
 constexpr const wchar_t* kMethodBase = L"System.Reflection.MethodBase";
 
 constexpr const wchar_t* kFromMscorlib[] = {
@@ -94,22 +95,31 @@ std::wstring missing_from_managed_library(IMetaDataImport* library) {
     return {};
 }
 
-std::wstring missing_from_mscorlib(IMetaDataImport* mscorlib) {
+std::wstring missing_from_mscorlib(IMetaDataImport* mscorlib, bool strict) {
     ComPtr<IMetaDataAssemblyImport> assembly;
     if (FAILED(mscorlib->QueryInterface(__uuidof(IMetaDataAssemblyImport), assembly.put_void()))) {
         return L"its manifest";
     }
-    const auto* const found = std::ranges::find_if(kFromMscorlib, [&](const wchar_t* name) {
+    const auto is_missing = [&](const wchar_t* name) {
         mdToken token = mdTokenNil;
         return FAILED(assembly->FindExportedTypeByName(name, mdTokenNil, &token)) &&
                FAILED(mscorlib->FindTypeDefByName(name, mdTokenNil, &token));
-    });
-    return found != std::end(kFromMscorlib) ? *found : L"";
+    };
+    const auto* const found = std::ranges::find_if(kFromMscorlib, is_missing);
+    if (found != std::end(kFromMscorlib)) {
+        return *found;
+    }
+    return strict && is_missing(kArray) ? kArray : L"";
 }
 
-std::wstring missing_from_core_library(IMetaDataImport* core) {
-    return missing(core, {kMethodBase, L"GetCurrentMethod", reference_signature::kGetCurrentMethod,
-                          kMethodBase});
+std::wstring missing_from_core_library(IMetaDataImport* core, bool strict) {
+    namespace signature = reference_signature;
+    std::wstring name = missing(
+        core, {kMethodBase, L"GetCurrentMethod", signature::kGetCurrentMethod, kMethodBase});
+    if (name.empty() && strict) {
+        name = missing(core, {kArray, L"IndexOf", signature::kIndexOf});
+    }
+    return name;
 }
 
 } // namespace corvane

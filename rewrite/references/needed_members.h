@@ -16,9 +16,9 @@ std::wstring missing_from_managed_library(IMetaDataImport* library);
 
 // In mscorlib, which in .NET only says where the types are. Every type that a value may be boxed as
 // counts, because strict IL refers to those that the module does not name.
-std::wstring missing_from_mscorlib(IMetaDataImport* mscorlib);
+std::wstring missing_from_mscorlib(IMetaDataImport* mscorlib, bool strict);
 
 // In the assembly that defines the runtime's own types.
-std::wstring missing_from_core_library(IMetaDataImport* core);
+std::wstring missing_from_core_library(IMetaDataImport* core, bool strict);
 
 } // namespace corvane

@@ -21,6 +21,8 @@ namespace reference_signature {
 
 inline constexpr std::uint8_t kStatic = 0x00;
 inline constexpr std::uint8_t kInstance = 0x20;
+inline constexpr std::uint8_t kGeneric = 0x10;
+inline constexpr std::uint8_t kInstantiation = 0x0A;
 // Stands where the token of a type comes. No signature has this byte.
 inline constexpr std::uint8_t kToken = 0xFF;
 
@@ -52,6 +54,11 @@ inline constexpr auto kGetCurrentMethod = bytes(kStatic, 0, kElementClass, kToke
 // Invokers: static void RegisterMethod(uint32, MethodBase, bool)
 inline constexpr auto kRegisterMethod =
     bytes(kStatic, 3, kElementVoid, kElementU4, kElementClass, kToken, kElementBoolean);
+
+// Array: static int32 IndexOf<T>(T[], T), and what makes T an int32
+inline constexpr auto kIndexOf =
+    bytes(kStatic | kGeneric, 1, 2, kElementI4, kElementSzArray, kElementMVar, 0, kElementMVar, 0);
+inline constexpr auto kOfInt32 = bytes(kInstantiation, 1, kElementI4);
 
 } // namespace reference_signature
 

@@ -1,5 +1,6 @@
 #include "tests/support/il_text.h"
 
+#include "clr/com_ptr.h"
 #include "il/byte_reader.h"
 #include "il/element_type.h"
 #include "rewrite/body/body_reader.h"
@@ -57,6 +58,18 @@ public:
                                         nullptr);
             const std::string member = narrow(name.data());
             return this->token(parent) + "::" + member;
+        }
+        case mdtMethodSpec: {
+            ComPtr<IMetaDataImport2> import2;
+            check(SUCCEEDED(
+                metadata_.QueryInterface(__uuidof(IMetaDataImport2), import2.put_void())));
+            mdToken method = mdTokenNil;
+            PCCOR_SIGNATURE blob = nullptr;
+            ULONG size = 0;
+            import2->GetMethodSpecProps(token, &method, &blob, &size);
+            ByteReader reader(blob, blob + size);
+            check(reader.read<std::uint8_t>() == 0x0A && reader.read_compressed() == 1U);
+            return this->token(method) + '<' + type(reader) + '>';
         }
         case mdtString:
             metadata_.GetUserString(token, name.data(), 399, &length);

@@ -64,7 +64,7 @@ public:
 
     // References are counted, but not to the end of the object.
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-        if (iid == __uuidof(IMetaDataImport2)) {
+        if (iid == __uuidof(IMetaDataImport2) || iid == __uuidof(IMetaDataEmit2)) {
             return import_->QueryInterface(iid, object);
         }
         if (iid == __uuidof(IMetaDataAssemblyEmit)) {
