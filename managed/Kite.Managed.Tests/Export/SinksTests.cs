@@ -276,4 +276,18 @@ public sealed class SinksTests : IDisposable
         Assert.StartsWith("kite.managed: nothing was recorded: ", Assert.Single(run.Errors[1..]));
         Assert.Empty(folder.Files);
     }
+
+    // Here no process is served.
+    [Fact]
+    public void AProcessThatIsNotServedRecordsNoRequestsAndKeepsAnotherOnesFile()
+    {
+        using var server = new Collector();
+        File.WriteAllText(folder["otlp"], "another one's");
+        var run = ChildProgram.Run(
+            ["request", server.Address],
+            ("CORVANE_OTLP_FILE", folder["otlp"]), ("DOTNET_STARTUP_HOOKS", typeof(kite.managed.span).Assembly.Location));
+        Assert.Equal(200, run.ExitCode);
+        Assert.Equal("another one's", File.ReadAllText(folder["otlp"]));
+        Assert.Single(server.Requests);
+    }
 }

@@ -70,6 +70,12 @@ internal static class Program
                 return ForgetSampler(end);
             case ["call while loading"]:
                 return CallWhileLoading();
+            case ["request", var address]:
+                using (var client = new System.Net.Http.HttpClient())
+                using (var answer = client.Send(new System.Net.Http.HttpRequestMessage(System.Net.Http.HttpMethod.Post, address)))
+                {
+                    return (int)answer.StatusCode;
+                }
             case ["call for ever"]:
                 return CallForEver();
             case ["call often", var threads, var calls]:
