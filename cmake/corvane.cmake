@@ -101,12 +101,12 @@ function(corvane_profiler_library name)
   set_target_properties(${name} PROPERTIES PREFIX "")
 endfunction()
 
-# corvane_dotnet_program(NAME DIRECTORY [PROJECT project] [ASSEMBLY assembly] [FRAMEWORK framework]
-# [DEPENDS file...] [PUBLISH property...]): builds the C# project DIRECTORY/NAME.csproj into managed/NAME of the build directory, by
-# the target managed_NAME, which whoever runs it depends on; or publishes it, with these properties. Project and
-# assembly are called NAME unless told otherwise. No build server is left running.
+# corvane_dotnet_program(NAME DIRECTORY [PROJECT project] [ASSEMBLY assembly] [PROPERTIES property...]
+# [DEPENDS file...] [PUBLISH property...]): builds the C# project DIRECTORY/NAME.csproj into managed/NAME of the build
+# directory, with these properties, by the target managed_NAME, which whoever runs it depends on; or publishes it.
+# Project and assembly are called NAME unless told otherwise. No build server is left running.
 function(corvane_dotnet_program name directory)
-  cmake_parse_arguments(arg "" "PROJECT;ASSEMBLY;FRAMEWORK" "DEPENDS;PUBLISH" ${ARGN})
+  cmake_parse_arguments(arg "" "PROJECT;ASSEMBLY" "DEPENDS;PROPERTIES;PUBLISH" ${ARGN})
   if(NOT arg_PROJECT)
     set(arg_PROJECT ${name})
   endif()
@@ -115,12 +115,9 @@ function(corvane_dotnet_program name directory)
   endif()
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${directory}/*.cs" "${directory}/*.csproj")
   set(output "${CMAKE_BINARY_DIR}/managed/${name}")
-  set(framework)
   set(assembly "${output}/${arg_ASSEMBLY}.dll")
   set(command build)
-  if(arg_FRAMEWORK)
-    set(framework --framework ${arg_FRAMEWORK})
-  endif()
+  list(TRANSFORM arg_PROPERTIES PREPEND "-p:")
   if(arg_PUBLISH)
     set(command publish)
     list(TRANSFORM arg_PUBLISH PREPEND "-p:")
@@ -132,8 +129,8 @@ function(corvane_dotnet_program name directory)
   add_custom_command(
     OUTPUT "${assembly}"
     COMMAND dotnet ${command} "${directory}/${arg_PROJECT}.csproj" --configuration Release --output "${output}"
-            ${framework} ${arg_PUBLISH} --nologo --verbosity quiet -nodeReuse:false -p:UseSharedCompilation=false
-            --artifacts-path "${CMAKE_BINARY_DIR}/managed/obj/${name}"
+            ${arg_PROPERTIES} ${arg_PUBLISH} --nologo --verbosity quiet -nodeReuse:false
+            -p:UseSharedCompilation=false --artifacts-path "${CMAKE_BINARY_DIR}/managed/obj/${name}"
     # An output that was up to date is not written again.
     COMMAND "${CMAKE_COMMAND}" -E touch "${assembly}"
     DEPENDS ${sources} ${arg_DEPENDS} "${PROJECT_SOURCE_DIR}/Directory.Build.props"

@@ -22,7 +22,6 @@
 #include "rewrite/emit/epilogue.h"
 #include "rewrite/emit/exception_wrapping.h"
 #include "rewrite/emit/prologue.h"
-#include "rewrite/left_methods.h"
 #include "rewrite/references/known_references.h"
 #include "rewrite/references/module_references.h"
 #include "rewrite/rewrite_settings.h"

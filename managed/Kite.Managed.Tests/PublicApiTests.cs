@@ -140,7 +140,7 @@ public class PublicApiTests
             return $"enum {Name(type)} : {Name(Enum.GetUnderlyingType(type))}";
         }
         var kind = type.IsInterface ? "interface"
-            : type.IsValueType ? (type.IsDefined(typeof(IsReadOnlyAttribute)) ? "readonly struct" : "struct")
+            : type.IsValueType ? (IsReadOnly(type) ? "readonly struct" : "struct")
             : type is { IsAbstract: true, IsSealed: true } ? "static class"
             : type.IsAbstract ? "abstract class"
             : type.IsSealed ? "sealed class"
@@ -269,6 +269,10 @@ public class PublicApiTests
     }
 
     private static string Simple(string name) => name.Split('`')[0];
+
+    // A library for a platform without the attribute has one of its own.
+    private static bool IsReadOnly(Type type) =>
+        type.CustomAttributes.Any(attribute => attribute.AttributeType.FullName == typeof(IsReadOnlyAttribute).FullName);
 
     private static readonly Dictionary<Type, string> keywords = new()
     {

@@ -219,6 +219,10 @@ Watched RuntimeTest::watch(const Launch& launch) {
     const Run watched = run(launch, environment);
     EXPECT_EQ(watched.exit_code, launch.exit_code);
     EXPECT_EQ(watched.output, launch.opening + plain.output + launch.remark);
+    if (launch.raises_alike) {
+        EXPECT_NE(plain.raised, Lines());
+        EXPECT_EQ(watched.raised, plain.raised);
+    }
     return read_debug_output(watched.debug_output);
 }
 

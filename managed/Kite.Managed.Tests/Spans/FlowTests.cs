@@ -285,8 +285,8 @@ public class FlowTests
         }));
         spans.Wait(3);
         Assert.Equal(
-            ["System.Threading.Tasks.TaskCanceledException", null, "System.OperationCanceledException"],
-            spans.Ended.Select(span => span.ErrorType));
+            [null, "System.OperationCanceledException", "System.Threading.Tasks.TaskCanceledException"],
+            spans.Ended.Select(span => span.ErrorType).Order(StringComparer.Ordinal));
     }
 
     [Fact]

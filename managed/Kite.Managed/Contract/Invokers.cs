@@ -1,6 +1,7 @@
 using System;
 using System.Reflection;
 using System.Runtime.CompilerServices;
+using Corvane.Instrumentation.Observing;
 using Corvane.Instrumentation.Recording;
 
 namespace Corvane.Instrumentation;

@@ -69,6 +69,9 @@ public sealed class MethodData
         return convention;
     }
 
+    [UnconditionalSuppressMessage("Trimming", "IL2026", Justification = "The method runs: its token is that of the module as it is.")]
+    private static MethodBase DefinitionOf(MethodBase method) => method.Module.ResolveMethod(method.MetadataToken)!;
+
     // Follows what the injected code writes back; a value that it could not cast would end its prologue.
     internal bool CanReplace(int index, object value)
     {

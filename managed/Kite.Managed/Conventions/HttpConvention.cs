@@ -69,6 +69,10 @@ internal sealed class HttpConvention : ISpanConvention
         if (status >= FirstError)
         {
             span.SetAttribute(AttributeNames.ErrorType, status.ToString(CultureInfo.InvariantCulture));
+            if (!span.HasError)
+            {
+                span.Fail(null, null);
+            }
         }
     }
 

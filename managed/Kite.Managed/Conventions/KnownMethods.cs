@@ -17,9 +17,9 @@ internal static class KnownMethods
     private static readonly ISpanConvention serviceCall = new Guarded(new ServiceConvention(SpanKind.Client));
     private static readonly ISpanConvention serviceStep = new Guarded(new ServiceConvention(SpanKind.Internal));
     private static readonly ISpanConvention noSpan = Log((_, _, _) => { });
-    private static readonly ISpanConvention serilogEvent = Log((span, _, arguments) => SerilogEvents.Stamp(span, arguments));
+    private static readonly ISpanConvention serilogEvent = Log((span, _, arguments) => SerilogEvents.Write(span, arguments));
     private static readonly ISpanConvention serilogTemplate = Log((_, receiver, _) => SerilogTemplates.Announce(receiver));
-    private static readonly ISpanConvention log4netEvent = Log((span, _, arguments) => Log4NetEvents.Stamp(span, arguments));
+    private static readonly ISpanConvention log4netEvent = Log((span, _, arguments) => Log4NetEvents.Write(span, arguments));
     private static readonly ISpanConvention log4netLine = Log((span, _, arguments) => Log4NetEvents.WriteTraceId(span, arguments));
 
     private static readonly Dictionary<string, ISpanConvention> all = new Dictionary<string, ISpanConvention>

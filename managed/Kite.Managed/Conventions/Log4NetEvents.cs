@@ -9,7 +9,7 @@ internal static class Log4NetEvents
 {
     private static readonly PropertyReader properties = new PropertyReader("Properties");
 
-    internal static void Stamp(Span span, object?[] arguments)
+    internal static void Write(Span span, object?[] arguments)
     {
         if (span.Trace.IsNone)
         {

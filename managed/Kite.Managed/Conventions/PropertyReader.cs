@@ -34,28 +34,13 @@ internal sealed class PropertyReader
     {
         try
         {
-            return new Getter(Find(type) is { } getter ? MakeDelegate(getter) : null);
+            return new Getter(Members.Getter(type, name) is { } getter ? MakeDelegate(getter) : null);
         }
         catch (Exception)
         {
             // A type that the property names may be missing.
             return new Getter(null);
         }
-    }
-
-    // The most derived one: a type may hide the property of its base.
-    private MethodInfo? Find(Type type)
-    {
-        const BindingFlags declared = BindingFlags.Instance | BindingFlags.Public | BindingFlags.NonPublic | BindingFlags.DeclaredOnly;
-        for (var owner = type; owner != null; owner = owner.BaseType!)
-        {
-            var property = owner.GetProperty(name, declared);
-            if (property != null)
-            {
-                return property.GetIndexParameters().Length == 0 ? property.GetGetMethod(nonPublic: true) : null;
-            }
-        }
-        return null;
     }
 
     private static Func<object, object?>? MakeDelegate(MethodInfo getter)
@@ -65,8 +50,7 @@ internal sealed class PropertyReader
         {
             return null;
         }
-        var maker = typeof(Typed<,>).MakeGenericType(owner, getter.ReturnType);
-        return ((ITyped)Activator.CreateInstance(maker)!).Bind(getter);
+        return ((ITyped)Members.New(typeof(Typed<,>), owner, getter.ReturnType)).Bind(getter);
     }
 
     private interface ITyped

@@ -2,9 +2,6 @@ using System;
 using System.Reflection;
 using System.Runtime.CompilerServices;
 using Corvane.Instrumentation.Spans;
-#if NET
-using System.Diagnostics;
-#endif
 
 namespace Corvane.Instrumentation.Conventions;
 
@@ -12,12 +9,10 @@ namespace Corvane.Instrumentation.Conventions;
 // or properties where it has none (before 3.1). What has ids already keeps them.
 internal static class SerilogEvents
 {
-    private const BindingFlags Any = BindingFlags.Instance | BindingFlags.Public | BindingFlags.NonPublic;
-
     private static readonly ConditionalWeakTable<Type, Stamp> stamps = new ConditionalWeakTable<Type, Stamp>();
     private static readonly Stamp none = new Stamp((_, _) => { });
 
-    internal static void Stamp(Span span, object?[] arguments)
+    internal static void Write(Span span, object?[] arguments)
     {
         SerilogTemplates.ExtendAnnounced();
         if (span.Trace.IsNone)
@@ -36,25 +31,40 @@ internal static class SerilogEvents
 
     private static Stamp Make(Type type)
     {
-        var add = Array.Find(type.GetMethods(), IsAdd);
-        if (add == null)
-        {
-            return none;
-        }
-        return new Stamp(OwnIds(type) ?? Properties(add));
+        var add = Members.Method(type, "AddPropertyIfAbsent", takes => takes.Length == 1 && !takes[0].ParameterType.IsByRef);
+        return add == null ? none : new Stamp(OwnIds(type) ?? Properties(add));
     }
 
-    private static bool IsAdd(MethodInfo method) =>
-        method.Name == "AddPropertyIfAbsent" && method.GetParameters() is [{ ParameterType.IsByRef: false }];
+    // They are fields that only its constructor writes, of types that this library cannot name on every platform.
+    private static Action<object, Span>? OwnIds(Type type)
+    {
+        var traceId = Members.Field(type, "_traceId");
+        var spanId = Members.Field(type, "_spanId");
+        if (traceId == null || spanId == null || Members.Constructor(traceId.FieldType, IsText) is not { } makeTraceId ||
+            Members.Constructor(spanId.FieldType, IsText) is not { } makeSpanId)
+        {
+            return null;
+        }
+        var unset = Members.New(traceId.FieldType);
+        return (to, span) =>
+        {
+            if (Equals(traceId.GetValue(to), unset))
+            {
+                traceId.SetValue(to, makeTraceId.Invoke([span.Trace.ToString()]));
+                spanId.SetValue(to, makeSpanId.Invoke([SpanId.Text(span.Id)]));
+            }
+        };
+    }
+
+    private static bool IsText(ParameterInfo[] takes) => takes.Length == 1 && takes[0].ParameterType == typeof(string);
 
     private static Action<object, Span> Properties(MethodInfo add)
     {
         var property = add.GetParameters()[0].ParameterType;
-        var scalar = property.Assembly.GetType("Serilog.Events.ScalarValue", throwOnError: true)!;
-        var makeScalar = scalar.GetConstructor([typeof(object)])!;
-        var makeProperty = Array.Find(property.GetConstructors(), IsOfNameAndValue)!;
-        var adder = (IAdder)Activator.CreateInstance(typeof(Adder<,>).MakeGenericType(add.DeclaringType!, property))!;
-        var write = adder.Bind(add);
+        var scalar = Members.Beside(property, "Serilog.Events.ScalarValue")!;
+        var makeScalar = Members.Constructor(scalar, takes => takes.Length == 1)!;
+        var makeProperty = Members.Constructor(property, takes => takes.Length == 2)!;
+        var write = ((IAdder)Members.New(typeof(Adder<,>), add.DeclaringType!, property)).Bind(add);
         object Property(string name, string id) => makeProperty.Invoke([name, makeScalar.Invoke([id])]);
         return (to, span) =>
         {
@@ -62,33 +72,6 @@ internal static class SerilogEvents
             write(to, Property(LogConvention.SpanIdName, SpanId.Text(span.Id)));
         };
     }
-
-    private static bool IsOfNameAndValue(ConstructorInfo constructor) =>
-        constructor.GetParameters() is [var name, _] && name.ParameterType == typeof(string);
-
-#if NET
-    // They are fields that only its constructor writes.
-    [MethodImpl(MethodImplOptions.NoInlining)]
-    private static Action<object, Span>? OwnIds(Type type)
-    {
-        var traceId = type.GetField("_traceId", Any);
-        var spanId = type.GetField("_spanId", Any);
-        if (traceId?.FieldType != typeof(ActivityTraceId) || spanId?.FieldType != typeof(ActivitySpanId))
-        {
-            return null;
-        }
-        return (to, span) =>
-        {
-            if (traceId.GetValue(to) is ActivityTraceId known && known == default)
-            {
-                traceId.SetValue(to, ActivityTraceId.CreateFromString(span.Trace.ToString().AsSpan()));
-                spanId.SetValue(to, ActivitySpanId.CreateFromString(SpanId.Text(span.Id).AsSpan()));
-            }
-        };
-    }
-#else
-    private static Action<object, Span>? OwnIds(Type type) => null;
-#endif
 
     private interface IAdder
     {
@@ -103,11 +86,11 @@ internal static class SerilogEvents
             return (to, property) => write((TEvent)to, (TProperty)property);
         }
     }
-}
 
-internal sealed class Stamp
-{
-    internal Stamp(Action<object, Span> write) => Write = write;
+    private sealed class Stamp
+    {
+        internal Stamp(Action<object, Span> write) => Write = write;
 
-    internal Action<object, Span> Write { get; }
+        internal Action<object, Span> Write { get; }
+    }
 }

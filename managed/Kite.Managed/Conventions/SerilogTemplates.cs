@@ -1,6 +1,5 @@
 using System;
 using System.Collections.Generic;
-using System.Reflection;
 using System.Threading;
 
 namespace Corvane.Instrumentation.Conventions;
@@ -15,6 +14,7 @@ internal static class SerilogTemplates
     private const int MaxPending = 1_000;
 
     private static readonly List<WeakReference<object>> pending = new List<WeakReference<object>>();
+    private static readonly PropertyReader templateText = new PropertyReader("Text");
     private static int count;
 
     // The formatter is not constructed yet.
@@ -62,15 +62,15 @@ internal static class SerilogTemplates
     {
         try
         {
-            var field = Field(formatter.GetType());
+            var field = Members.Field(formatter.GetType(), "_outputTemplate");
             var template = field?.GetValue(formatter);
             if (field != null && template == null)
             {
                 return false;
             }
-            if (field != null && template!.GetType().GetProperty("Text")?.GetValue(template) is string text && Extended(text) is var extended && extended != text)
+            if (templateText.ReadText(template) is { } text && Extended(text) is var extended && extended != text)
             {
-                field.SetValue(formatter, Parse(field.FieldType, extended));
+                field!.SetValue(formatter, Parse(template!.GetType(), extended));
             }
         }
         catch (Exception exception) when (exception is not ThreadInterruptedException)
@@ -80,19 +80,9 @@ internal static class SerilogTemplates
         return true;
     }
 
-    private static object Parse(Type template, string text)
+    private static object? Parse(Type template, string text)
     {
-        var parser = template.Assembly.GetType("Serilog.Parsing.MessageTemplateParser", throwOnError: true)!;
-        return parser.GetMethod("Parse", [typeof(string)])!.Invoke(Activator.CreateInstance(parser), [text])!;
-    }
-
-    private static FieldInfo? Field(Type? type)
-    {
-        FieldInfo? field = null;
-        for (; type != null && field == null; type = type.BaseType)
-        {
-            field = type.GetField("_outputTemplate", BindingFlags.Instance | BindingFlags.NonPublic | BindingFlags.DeclaredOnly);
-        }
-        return field;
+        var parser = Members.Beside(template, "Serilog.Parsing.MessageTemplateParser")!;
+        return Members.Method(parser, "Parse", takes => takes.Length == 1)!.Invoke(Members.New(parser), [text]);
     }
 }

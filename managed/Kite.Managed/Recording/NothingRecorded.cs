@@ -19,6 +19,19 @@ internal sealed class NothingRecorded
     // The profiler is in the process.
     internal bool IsServed { get; }
 
+    // Without it a process may have nothing but the variables from another one, whose files it is to leave alone.
+    internal static bool IsProfilerHere()
+    {
+        try
+        {
+            return FindProfiler();
+        }
+        catch (Exception)
+        {
+            return false;
+        }
+    }
+
     internal static NothingRecorded Reason(MethodTable methods)
     {
         try
@@ -31,6 +44,9 @@ internal sealed class NothingRecorded
             return new NothingRecorded($"whether {ProfilerFacts.Library} is in this process cannot be found out: {exception.Message}", false);
         }
     }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private static bool FindProfiler() => ProfilerExports.FindOrNull(out _) != null;
 
     [MethodImpl(MethodImplOptions.NoInlining)]
     private static NothingRecorded Find(MethodTable methods)

@@ -4,6 +4,7 @@ using System.IO;
 using System.Reflection;
 using System.Runtime.CompilerServices;
 using System.Threading;
+using Corvane.Instrumentation.Conventions;
 using Corvane.Instrumentation.Export;
 using Corvane.Instrumentation.Privacy;
 using Corvane.Instrumentation.Spans;
@@ -55,7 +56,10 @@ internal sealed class Recorder
     // What the injected code or a callback failed at.
     internal long Failures => Interlocked.Read(ref failures);
 
-    internal bool IsIdle => (calls == null && Callbacks.IsEmpty) || busy;
+    internal bool IsIdle => busy || (!follows && Callbacks.IsEmpty && !FindsListener());
+
+    // For a thread of the library: nothing that it calls is the program's.
+    internal static void PassOverThisThread() => busy = true;
 
     // Whether the receiver may be looked at: in a method of a value type it may be an address. Asked while it is not
     // idle; it may describe the method, which loads types.
@@ -220,6 +224,7 @@ internal sealed class Recorder
 
     // Whether somebody has begun to listen to the activities of calls. From then on calls are followed. What is asked for
     // that may be instrumented itself.
+    [MethodImpl(EveryCall.Options)]
     private bool FindsListener()
     {
         if (calls.Spans is not { } spans)
@@ -255,6 +260,7 @@ internal sealed class Recorder
         }
     }
 
+    [MethodImpl(EveryCall.Options)]
     private void Finish()
     {
         if (!follows || busy)
@@ -377,6 +383,10 @@ internal sealed class Recorder
             methods, values, tree != null ? CallLimit() : null, summary != null ? new CallSummary() : null, spans);
         var recorder = new Recorder(methods, calls, trace == null ? null : new TraceLog(trace));
         Rehearse(records, sumsUp: summary != null, hasSpans: spans is { IsWanted: true });
+        if (sinks != null && NothingRecorded.IsProfilerHere())
+        {
+            spans!.ListenToPlatform(SourceNames.FromEnvironment());
+        }
         if (records || sinks != null)
         {
             AtExit.Run(() => recorder.Print(tree, summary, sinks));
@@ -389,7 +399,7 @@ internal sealed class Recorder
     {
         var hasActivities = SpanRecorder.FindActivities();
         return sinks != null || hasActivities
-            ? new SpanRecorder(values, sinks?.Queue, sinks?.Sampler, hasActivities: hasActivities)
+            ? new SpanRecorder(values, sinks?.Queue, sinks?.Sampler, KnownMethods.Finder(), hasActivities)
             : null;
     }
 

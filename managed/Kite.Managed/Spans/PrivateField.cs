@@ -1,4 +1,5 @@
 using System;
+using System.Diagnostics.CodeAnalysis;
 using System.Reflection;
 #if NET
 using System.Reflection.Emit;
@@ -26,6 +27,8 @@ internal sealed class PrivateField
         return read != null;
     }
 
+    [UnconditionalSuppressMessage("Trimming", "IL2070", Justification = "A field that is gone has no reader.")]
+    [UnconditionalSuppressMessage("Trimming", "IL2075", Justification = "A field that is gone has no reader.")]
     private Reader MakeReader(Type type)
     {
         try
@@ -39,11 +42,12 @@ internal sealed class PrivateField
         }
         catch (Exception)
         {
-            // Of a program whose code was all made beforehand.
+            // The program was trimmed, or no code can be made in it.
             return new Reader(null);
         }
     }
 
+    [UnconditionalSuppressMessage("AOT", "IL3050", Justification = "Where no code can be made, there is no reader.")]
     [MethodImpl(MethodImplOptions.NoInlining)]
     private static Func<object, object?> Compile(Type type, FieldInfo field)
     {

@@ -231,8 +231,8 @@ internal sealed class SpanRecorder
         var parent = open.Before;
         object? current = null;
 #if NET
-        open.ContextBefore = ExecutionContext.Capture();
         current = hasActivities ? CallActivities.Current : null;
+        open.ContextBefore = ExecutionContext.Capture();
         open.ActivityBefore = current;
         if (current != null && CallActivities.IsInside(current, parent))
         {
@@ -303,8 +303,29 @@ internal sealed class SpanRecorder
         {
             arguments = [];
         }
-        task.ConfigureAwait(false).GetAwaiter().UnsafeOnCompleted(
-            () => Guarded(() => Complete(span, method, task, convention, receiver, arguments)));
+        WithoutFlow(() => task.ContinueWith(
+            _ => Guarded(() => Complete(span, method, task, convention, receiver, arguments)),
+            CancellationToken.None, TaskContinuationOptions.ExecuteSynchronously, TaskScheduler.Default));
+    }
+
+    // The context afterwards is the very one of before.
+    private static void WithoutFlow(Action run)
+    {
+        if (ExecutionContext.IsFlowSuppressed())
+        {
+            run();
+            return;
+        }
+#if NET
+        var context = ExecutionContext.Capture()!;
+#endif
+        using (ExecutionContext.SuppressFlow())
+        {
+            run();
+        }
+#if NET
+        ExecutionContext.Restore(context);
+#endif
     }
 
     private void Complete(
