@@ -15,9 +15,9 @@ check_dotnet_sdk() {
         "SDK archive for linux-x64 and name its folder: export DOTNET_ROOT=FOLDER PATH=FOLDER:\$PATH"
 }
 
-# Makes a DOTNET_ROOT for each runtime, named after its major version.
+# Makes a DOTNET_ROOT for each runtime, named after its major version. It has the web framework, too.
 make_dotnet_roots() {
-    local into=$1 work=$1/work version package shared fxr
+    local into=$1 work=$1/work version framework package shared fxr
     mkdir "$work"
     cat >"$work/runtimes.csproj" <<END
 <Project Sdk="Microsoft.NET.Sdk">
@@ -26,24 +26,29 @@ make_dotnet_roots() {
   </PropertyGroup>
   <ItemGroup>
     <PackageDownload Include="Microsoft.NETCore.App.Runtime.win-x64" Version="[${DOTNET_RUNTIMES// /];[}]" />
+    <PackageDownload Include="Microsoft.AspNetCore.App.Runtime.win-x64" Version="[${DOTNET_RUNTIMES// /];[}]" />
   </ItemGroup>
 </Project>
 END
     dotnet restore "$work/runtimes.csproj"
     for version in $DOTNET_RUNTIMES; do
-        package=$NUGET_PACKAGES/microsoft.netcore.app.runtime.win-x64/$version/runtimes/win-x64
-        shared=$into/${version%%.*}/shared/Microsoft.NETCore.App/$version
+        for framework in NETCore AspNetCore; do
+            package=$NUGET_PACKAGES/microsoft.${framework,,}.app.runtime.win-x64/$version/runtimes/win-x64
+            shared=$into/${version%%.*}/shared/Microsoft.$framework.App/$version
+            mkdir -p "$shared"
+            cp -r "$package"/lib/net*/. "$package/native/." "$shared"
+        done
         fxr=$into/${version%%.*}/host/fxr/$version
-        mkdir -p "$shared" "$fxr"
-        cp -r "$package"/lib/net*/. "$package/native/." "$shared"
-        cp "$package/native/hostfxr.dll" "$fxr"
+        mkdir -p "$fxr"
+        cp "$into/${version%%.*}/shared/Microsoft.NETCore.App/$version/hostfxr.dll" "$fxr"
     done
     rm -rf "$work"
 }
 
 setup_dotnet() {
     local hint
-    hint="Missing: the NuGet packages Microsoft.NETCore.App.Runtime.win-x64, versions $DOTNET_RUNTIMES."$'\n'
+    hint="Missing: the NuGet packages Microsoft.NETCore.App.Runtime.win-x64 and"
+    hint+=" Microsoft.AspNetCore.App.Runtime.win-x64, versions $DOTNET_RUNTIMES."$'\n'
     hint+="They come from the feed that 'dotnet nuget list source' names: check that it can be reached."
     provide dotnet "$dotnet_roots" "fetching the .NET runtimes ${DOTNET_RUNTIMES// /, } for Windows" "$hint" make_dotnet_roots
 }

@@ -18,6 +18,7 @@ struct OtlpSpan {
     std::string trace;
     std::string id;
     std::string parent; // empty for none
+    std::string scope;  // who made it
     std::string name;
     int kind = 0;
     int status = 0;
@@ -65,6 +66,7 @@ inline std::vector<OtlpSpan> read_otlp_file(const std::filesystem::path& file) {
             for (const auto& [second, scope] : resource.get_child("scopeSpans")) {
                 for (const auto& [third, span] : scope.get_child("spans")) {
                     spans.push_back(read_otlp_span(span));
+                    spans.back().scope = scope.get<std::string>("scope.name");
                 }
             }
         }
