@@ -31,8 +31,10 @@ internal static class StartupHook
     [MethodImpl(MethodImplOptions.NoInlining)]
     private static void Begin()
     {
+        AtExit.IsBeforeMain = true;
         _ = Recorder.Current;
         SamplingAtStart.Begin();
+        AtExit.IsBeforeMain = false;
         LoadMscorlib();
     }
 

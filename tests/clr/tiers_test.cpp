@@ -147,8 +147,10 @@ TEST_P(Tiers, ShareTheReferencesOfTheirModule) {
                std::stoi(all["references"].at(0).at(field));
     };
     EXPECT_EQ(added(1), 3); // the managed library, mscorlib, system
-    EXPECT_EQ(added(2), 8);
-    EXPECT_EQ(added(3), 9);
+    // Strict code searches the replaced indexes with a method of Array's.
+    const int array = row().strict == std::wstring_view(L"1") ? 1 : 0;
+    EXPECT_EQ(added(2), 8 + array);
+    EXPECT_EQ(added(3), 9 + array);
 
     // None means the same as another one: that differs in more than the token.
     for (const char* const kind : {"assembly", "type", "member"}) {

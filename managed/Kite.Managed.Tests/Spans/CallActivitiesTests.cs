@@ -5,11 +5,13 @@ using System.Collections.Concurrent;
 using System.Collections.Generic;
 using System.Diagnostics;
 using System.Linq;
+using System.Net.Http;
 using System.Threading;
 using System.Threading.Tasks;
 using Corvane.Instrumentation;
 using Corvane.Instrumentation.Privacy;
 using Corvane.Instrumentation.Spans;
+using Kite.Managed.Tests.Conventions;
 using Xunit;
 
 namespace Kite.Managed.Tests.Spans;
@@ -32,6 +34,22 @@ public sealed class CallActivitiesTests : IDisposable
         program.Dispose();
         Assert.Null(Activity.Current);
         Assert.Null(SpanFlow.Current);
+    }
+
+    // No sink of ours, but a program that records its own traces: what it calls is to record them, too.
+    [Fact]
+    public void WhatTheProgramRecordsIsSaidToBeSo()
+    {
+        using var activity = new Activity("of a call");
+        activity.SetIdFormat(ActivityIdFormat.W3C);
+        activity.ActivityTraceFlags = ActivityTraceFlags.Recorded;
+        var message = new HttpRequestMessage(HttpMethod.Get, "http://localhost/");
+        var span = KnownCall.NewSpan();
+        span.IsSampled = false;
+        span.Activity = activity;
+        span.OwnsActivity = true;
+        KnownCall.Convention(typeof(HttpClientHandler), "SendAsync")!.Begin(span, null, [message]);
+        Assert.EndsWith("-01", Assert.Single(message.Headers.GetValues("traceparent")));
     }
 
     [Fact]

@@ -23,6 +23,9 @@ internal sealed class DatabaseConvention : ISpanConvention
     [ThreadStatic]
     private static int lastCommand;
 
+    // Longer ones are made anew each time, as a rule, and would stay in memory.
+    private const int MostKept = 4096;
+
     private readonly DatabaseSystem system;
 
     // What was read last, by the texts' identities: most programs have theirs as constants.
@@ -98,7 +101,10 @@ internal sealed class DatabaseConvention : ISpanConvention
         if (read == null || (object)read.Text != text || read.IsProcedure != isProcedure)
         {
             read = new ReadText(text, isProcedure, SqlText.Of(isProcedure ? "EXECUTE " + text : text, system.Dialect));
-            place = read;
+            if (text.Length <= MostKept)
+            {
+                place = read;
+            }
         }
         return read.Sql;
     }

@@ -29,7 +29,7 @@ internal static class TraceContext
         {
             return;
         }
-        Set(carrier, Parent, $"00-{span.Trace}-{SpanId.Text(span.Id)}-{(span.IsSampled ? "01" : "00")}");
+        Set(carrier, Parent, $"00-{span.Trace}-{SpanId.Text(span.Id)}-{(span.IsRecorded ? "01" : "00")}");
         if (StateOf(span) is { Length: > 0 } state)
         {
             Set(carrier, State, state);

@@ -3,6 +3,8 @@ using System.Globalization;
 using System.IO;
 using System.Net.Http;
 using System.Net.Http.Headers;
+using System.Net.Sockets;
+using System.Security.Authentication;
 using System.Threading;
 
 namespace Corvane.Instrumentation.Export;
@@ -53,9 +55,16 @@ internal sealed class OtlpClient : IDisposable
         }
         catch (Exception exception) when (exception is HttpRequestException or IOException)
         {
-            return OtlpAnswer.None((exception.InnerException ?? exception).Message);
+            return OtlpAnswer.None(Reason(exception));
         }
     }
+
+    // Other texts of the platform quote the answer, or the address of a proxy with what it holds.
+    private static string Reason(Exception exception) => exception.InnerException switch
+    {
+        SocketException or AuthenticationException => exception.InnerException.Message,
+        _ => "the connection failed, or the answer is none of HTTP's",
+    };
 
     // What keeps sending also goes to no other place, and leaves no trace of its own with whoever traces the
     // program's requests.

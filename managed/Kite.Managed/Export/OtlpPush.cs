@@ -96,7 +96,7 @@ internal sealed class OtlpPush : ISpanTarget
                 isEnding = ending.WaitOne(0);
                 while (Fill())
                 {
-                    Send();
+                    TrySend();
                 }
             }
             while (!isEnding);
@@ -129,6 +129,23 @@ internal sealed class OtlpPush : ISpanTarget
         }
     }
 
+    // A batch that something unforeseen keeps from being sent does not end the sending.
+    private void TrySend()
+    {
+        try
+        {
+            Send();
+        }
+        catch (Exception exception)
+        {
+            Lose(batch.Count, exception.GetType().ToString());
+        }
+        lock (queue)
+        {
+            batch.Clear();
+        }
+    }
+
     // Until it is accepted or refused for good, or time is over. While the process ends there is one attempt.
     private void Send()
     {
@@ -158,10 +175,6 @@ internal sealed class OtlpPush : ISpanTarget
             }
             ending.WaitOne(Least(answer.RetryAfter ?? Jitter(pause), longestPause));
             pause = Least(pause + pause, longestPause);
-        }
-        lock (queue)
-        {
-            batch.Clear();
         }
     }
 

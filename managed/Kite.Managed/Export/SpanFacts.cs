@@ -55,8 +55,9 @@ internal static class SpanFacts
                 all.Add(isSecret ? new KeyValuePair<string, object>(attribute.Key, SecretText.Mask) : attribute);
             }
         }
-        catch (InvalidOperationException) when (span.Ended == 0)
+        catch (Exception)
         {
+            // It is open, and its thread goes on with it: what was read so far is written.
         }
     }
 

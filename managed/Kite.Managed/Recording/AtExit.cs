@@ -29,13 +29,19 @@ internal sealed class AtExit : IDisposable
 
     private delegate bool ConsoleHandler(uint happened);
 
+    // The runtime has not registered its own handler of the console yet.
+    internal static bool IsBeforeMain { get; set; }
+
     internal static AtExit Run(Action action)
     {
         var exit = new AtExit(action);
         AppDomain.CurrentDomain.ProcessExit += exit.OnEnd;
         AppDomain.CurrentDomain.DomainUnload += exit.OnEnd;
         AppDomain.CurrentDomain.UnhandledException += exit.OnEnd;
-        exit.HearConsole(true);
+        if (IsBeforeMain)
+        {
+            exit.HearConsole(true);
+        }
         return exit;
     }
 
@@ -50,7 +56,8 @@ internal sealed class AtExit : IDisposable
 
     // The system asks the handlers in the reverse order of their registration, up to the first that takes what
     // happened. This one is registered before the runtime's, which the program's are behind. So it is asked when
-    // nobody has kept the process from ending. It takes nothing.
+    // nobody has kept the process from ending. It takes nothing. Where the library is first used later, there is none: it
+    // would be asked before the program, which may go on.
     internal bool OnConsole(uint happened, int runtime)
     {
         if (happened is CtrlC or CtrlBreak || (happened is Close or Shutdown && runtime >= RuntimeThatLeavesCloseAlone))

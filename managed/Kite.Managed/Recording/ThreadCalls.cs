@@ -144,7 +144,7 @@ internal sealed class ThreadCalls
         call = TakeInnermost();
         failed = new OpenCall
         {
-            Index = call.Index, Call = call.Call, Span = call.Span, Started = call.Started, HasFailed = true,
+            Index = call.Index, Call = call.Call, Span = new OpenSpan { Span = call.Span.Span }, Started = call.Started, HasFailed = true,
         };
         hasFailed = true;
         return true;

@@ -160,11 +160,12 @@ internal static class CallActivities
 
     internal static void TakeBackFailure(Span span) => ((Activity)span.Activity!).SetStatus(ActivityStatusCode.Unset);
 
-    // Calls what a begin and an end need, so that a trimmed program that lacks it shows now. No listener sees any of it.
+    // Calls what a begin needs, and has compiled what an end needs, so that a trimmed program that lacks it shows now. The
+    // activity does not start: a listener would see it, and to end it nevertheless would throw, which debuggers see.
     [MethodImpl(MethodImplOptions.NoInlining)]
     internal static void Rehearse()
     {
-        using var activity = new Activity(Span.CallScope);
+        var activity = new Activity(Span.CallScope);
         activity.SetIdFormat(ActivityIdFormat.W3C);
         var span = new Span(TraceOf(activity), IdOf(activity), ParentOf(activity), "", "", Span.CallScope) { Activity = activity };
         _ = Current != null && IsInside(activity, span) && IsRecorded(activity);
@@ -175,7 +176,11 @@ internal static class CallActivities
         {
             Start("", SpanKind.Internal, span, _ => { });
         }
-        StopElsewhere(activity, _ => { });
+        Action<object, Action<Exception>>[] ends = [Stop, StopElsewhere];
+        foreach (var end in ends)
+        {
+            RuntimeHelpers.PrepareMethod(end.Method.MethodHandle);
+        }
         Leave(activity, null);
     }
 
@@ -214,7 +219,7 @@ internal static class CallActivities
         System.Span<byte> bytes = stackalloc byte[8];
         BinaryPrimitives.WriteUInt64BigEndian(bytes, span.Id);
         return new ActivityContext(
-            TraceIdOf(span), ActivitySpanId.CreateFromBytes(bytes), span.IsSampled ? ActivityTraceFlags.Recorded : ActivityTraceFlags.None);
+            TraceIdOf(span), ActivitySpanId.CreateFromBytes(bytes), span.IsRecorded ? ActivityTraceFlags.Recorded : ActivityTraceFlags.None);
     }
 
     private static bool IsAround(Activity activity, Activity? inner)

@@ -64,6 +64,14 @@ internal sealed class Span
 
     internal bool OwnsActivity { get; set; }
 
+    // By a sink of ours or by whoever listens to the program's activities: what is called has to be recorded, too.
+    internal bool IsRecorded =>
+#if NET
+        IsSampled || (OwnsActivity && CallActivities.IsRecorded(Activity!));
+#else
+        IsSampled;
+#endif
+
     internal bool HasError => failure != null;
 
     // The full name of the exception's type, where there is one.
