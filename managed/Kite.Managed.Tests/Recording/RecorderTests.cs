@@ -8,6 +8,7 @@ using System.Threading;
 using Corvane.Instrumentation;
 using Corvane.Instrumentation.Privacy;
 using Corvane.Instrumentation.Recording;
+using Corvane.Instrumentation.Spans;
 using Xunit;
 
 namespace Kite.Managed.Tests.Recording;
@@ -105,6 +106,23 @@ public class RecorderTests
         Assert.False(recording.Recorder.Callbacks.Remove(callback));
         recording.Enter(0);
         Assert.Equal(3, runs);
+    }
+
+    // It may go on in threads of the program's, where calls are open.
+    [Fact]
+    public void OurOwnWorkNeitherBeginsNorEndsCalls()
+    {
+        recording.Enter(0);
+        var before = OwnWork.Begin();
+        recording.Enter(1, "tea", 2);
+        recording.Leave(1, 2);
+        recording.Leave(0);
+        Assert.False(recording.Recorder.Fail(new InvalidOperationException()));
+        OwnWork.End(before);
+        Assert.Equal(1, recording.Calls.Recorded);
+        Assert.Null(recording.Calls.Threads().Single().Root.FirstChild!.Elapsed);
+        recording.Leave(0);
+        Assert.NotNull(recording.Calls.Threads().Single().Root.FirstChild!.Elapsed);
     }
 
     // It waits for whoever prints its calls; it was meant to be interrupted when it waits for something of its own.

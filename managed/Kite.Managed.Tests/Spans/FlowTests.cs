@@ -330,13 +330,38 @@ public class FlowTests
         Assert.True(source.Touches > 0);
     }
 
+    // A loop that waits for the next thing or for the program's end, whichever comes first, asks for the end each time.
+    [Fact]
+    public void OfATaskThatIsReturnedOverAndOverNotEveryEndIsWaitedFor()
+    {
+        const int More = 10;
+        var end = new TaskCompletionSource();
+        for (var call = 0; call < SpanRecorder.MostOpenTasks + More; call++)
+        {
+            spans.Call("Later", () => end.Task);
+        }
+        Assert.Equal(More, spans.Ended.Length);
+        Assert.All(spans.Ended, span => Assert.True(span.EndsAtReturn));
+        end.SetResult();
+        spans.Wait(SpanRecorder.MostOpenTasks + More);
+
+        var next = new TaskCompletionSource();
+        spans.Call("Later", () => next.Task);
+        Assert.Equal(SpanRecorder.MostOpenTasks + More, spans.Ended.Length);
+        next.SetResult();
+        spans.Wait(SpanRecorder.MostOpenTasks + More + 1);
+        Assert.Equal(More, spans.Ended.Count(span => span.EndsAtReturn));
+    }
+
     [Fact]
     public void WhatGoesOnUnseenSaysSo()
     {
         spans.Call("List", () => (IAsyncEnumerable<int>?)null);
         spans.Call("Forget", () => { });
+        spans.Call("Begin", () => (IAsyncResult?)null);
         spans.Call("Do", () => { });
         Assert.True(spans.Only("List").EndsAtReturn);
+        Assert.True(spans.Only("Begin").EndsAtReturn);
         Assert.True(spans.Only("Forget").EndsAtReturn);
         Assert.False(spans.Only("Do").EndsAtReturn);
     }

@@ -136,5 +136,7 @@ internal static class Work
 
     public static IAsyncEnumerable<int> List() => null!;
 
+    public static IAsyncResult Begin() => null!;
+
     public static async void Forget() => await Task.Yield();
 }

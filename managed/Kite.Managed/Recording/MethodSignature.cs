@@ -7,7 +7,7 @@ using Corvane.Instrumentation.Spans;
 namespace Corvane.Instrumentation.Recording;
 
 // What a line of the call tree needs of a method, as text: made once, so that
-// a call costs no reflection and the method's assembly can be unloaded. Immutable.
+// a call costs no reflection and the method's assembly can be unloaded. Immutable, but for one count.
 internal sealed class MethodSignature
 {
     private readonly string[] labels;
@@ -48,6 +48,9 @@ internal sealed class MethodSignature
     internal string? OwnType { get; }
 
     internal int ParameterCount => labels.Length;
+
+    // How many tasks that it returned have not completed yet, of those whose end is waited for.
+    internal int OpenTasks;
 
     internal static MethodSignature Of(uint index, MethodBase? method)
     {

@@ -151,7 +151,7 @@ internal sealed class Recorder
     [MethodImpl(EveryCall.Options)]
     internal void Leave(uint index, object?[]? arguments, object? result)
     {
-        if (!follows || busy)
+        if (!follows || busy || OwnWork.IsCurrent)
         {
             return;
         }
@@ -172,7 +172,7 @@ internal sealed class Recorder
 
     internal bool Fail(Exception? exception)
     {
-        if (!follows || busy)
+        if (!follows || busy || OwnWork.IsCurrent)
         {
             return false;
         }
@@ -263,7 +263,7 @@ internal sealed class Recorder
     [MethodImpl(EveryCall.Options)]
     private void Finish()
     {
-        if (!follows || busy)
+        if (!follows || busy || OwnWork.IsCurrent)
         {
             return;
         }

@@ -13,6 +13,9 @@ namespace Corvane.Instrumentation.Spans;
 // threads share nothing.
 internal sealed class SpanRecorder
 {
+    // Of one method.
+    internal const int MostOpenTasks = 16_384;
+
     private static readonly Func<MethodBase, ISpanConvention?> noConventions = _ => null;
 
     private readonly RecordedValues values;
@@ -287,13 +290,21 @@ internal sealed class SpanRecorder
     private bool IsSampled(TraceId trace) => sink != null && sampler(trace, null);
 
     // The span ends when the task has completed, on whatever thread that happens. The task is only continued, without
-    // the flow and without a look at its exception, so that the program finds it as it would otherwise.
+    // the flow and without a look at its exception, so that the program finds it as it would otherwise. A method may
+    // return the same task over and over, which completes at the end of the program: that many are not waited for.
     private void Follow(in OpenSpan open, MethodSignature? method, object?[] arguments, Task task, long now)
     {
         var span = open.Span!;
         if (task.IsCompleted)
         {
             EndTask(span, method, task, open.Convention, open.Receiver, arguments);
+            End(open, now);
+            return;
+        }
+        if (method != null && Interlocked.Increment(ref method.OpenTasks) > MostOpenTasks)
+        {
+            Interlocked.Decrement(ref method.OpenTasks);
+            span.EndsAtReturn = true;
             End(open, now);
             return;
         }
@@ -331,6 +342,10 @@ internal sealed class SpanRecorder
     private void Complete(
         Span span, MethodSignature? method, Task task, ISpanConvention? convention, object? receiver, object?[] arguments)
     {
+        if (method != null)
+        {
+            Interlocked.Decrement(ref method.OpenTasks);
+        }
         span.Ended = Stopwatch.GetTimestamp();
         EndTask(span, method, task, convention, receiver, arguments);
         StopActivity(span);

@@ -37,7 +37,8 @@ internal static class WorkEnds
         {
             case "System.Threading.Tasks.ValueTask" or "System.Threading.Tasks.ValueTask`1":
                 return WorkEnd.ValueTask;
-            case "System.Collections.Generic.IAsyncEnumerable`1" or "System.Collections.Generic.IAsyncEnumerator`1":
+            case "System.Collections.Generic.IAsyncEnumerable`1" or "System.Collections.Generic.IAsyncEnumerator`1"
+                or "System.IAsyncResult":
                 return WorkEnd.Unknown;
             default:
                 return IsAsync(method) ? WorkEnd.Unknown : WorkEnd.Return;
