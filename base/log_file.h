@@ -43,9 +43,8 @@ private:
     OwnedHandle file_;
     std::uint64_t opened_at_ = 0;
     bool failing_ = false;
-    bool torn_ = false; // the last record was cut
-    bool lock_is_stuck_ =
-        false; // another process keeps it: no line waits for it until it was free once
+    bool torn_ = false;          // the last record was cut
+    bool lock_is_stuck_ = false; // another process keeps it: no line waits until it was free once
 };
 
 } // namespace corvane

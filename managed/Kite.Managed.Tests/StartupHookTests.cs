@@ -52,6 +52,15 @@ public sealed class StartupHookTests : IDisposable
         Assert.Equal("3 calls, 1 threads, 0 dropped", run.Errors.Last());
     }
 
+    // What only few programs need would be half of the start of a small one.
+    [Fact]
+    public void ActivitiesAreLoadedByTheProgramAlone()
+    {
+        var run = ChildProgram.Run(program, ["listen later"], ("DOTNET_STARTUP_HOOKS", library));
+        Assert.Equal(["out", "False", "Program.Name", "Program.Add"], run.Output);
+        Assert.Equal(3, run.ExitCode);
+    }
+
     // Here no process is served.
     [Theory]
     [InlineData("CORVANE_CALL_TREE")]

@@ -7,12 +7,11 @@ using Microsoft.CodeAnalysis;
 using Microsoft.CodeAnalysis.CSharp;
 
 var framework = Path.GetDirectoryName(typeof(object).Assembly.Location)!;
-var references = new[] { "System.Private.CoreLib", "System.Runtime", "netstandard", "mscorlib", "System.Collections", "System.Collections.Concurrent",
-        "System.Linq", "System.Threading", "System.Console", "System.Runtime.InteropServices", "System.Text.RegularExpressions",
-        "System.ComponentModel.Primitives", "System.Diagnostics.Process" }
-    .Select(name => MetadataReference.CreateFromFile(Path.Combine(framework, name + ".dll")));
+var references = ((string)AppContext.GetData("TRUSTED_PLATFORM_ASSEMBLIES")!).Split(Path.PathSeparator)
+    .Where(file => Path.GetDirectoryName(file) == framework).Select(file => MetadataReference.CreateFromFile(file));
 var options = new CSharpParseOptions(LanguageVersion.CSharp12);
-var sources = Directory.GetFiles(args[0], "*.cs", SearchOption.AllDirectories).Order(StringComparer.Ordinal)
+var sources = Directory.GetFiles(args[0], "*.cs", SearchOption.AllDirectories)
+    .Where(file => !file.Contains(@"\obj\", StringComparison.Ordinal)).Order(StringComparer.Ordinal)
     .Select(file => CSharpSyntaxTree.ParseText(File.ReadAllText(file), options));
 var compilation = CSharpCompilation.Create("compiled", sources, references, new CSharpCompilationOptions(
     OutputKind.DynamicallyLinkedLibrary, optimizationLevel: OptimizationLevel.Release, allowUnsafe: true,

@@ -63,6 +63,23 @@ public class OtlpPushTests
     }
 
     [Fact]
+    public void AFullBatchDoesNotWaitForTheTimeOfOthers()
+    {
+        using var collector = new Collector();
+        var push = To(collector.Address, ("OTEL_BSP_SCHEDULE_DELAY", "60000"), ("OTEL_BSP_MAX_EXPORT_BATCH_SIZE", "10"));
+        Send(push, 1, 4);
+        Send(push, 5, 5);
+        Assert.Empty(collector.Requests);
+        Send(push, 10, 1);
+        collector.Wait(1);
+        Assert.Equal(10, collector.Spans().Count());
+        Send(push, 11, 1);
+        Assert.InRange(End(push), TimeSpan.Zero, TimeSpan.FromSeconds(5));
+        Assert.Equal(11, collector.Spans().Count());
+        Assert.Equal(0, push.Losses.Spans);
+    }
+
+    [Fact]
     public void TheAddressForTracesAloneIsTakenAsItIs()
     {
         using var collector = new Collector();

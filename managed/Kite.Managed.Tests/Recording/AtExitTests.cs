@@ -1,4 +1,5 @@
 using System;
+using System.Threading;
 using Corvane.Instrumentation.Recording;
 using Xunit;
 
@@ -34,6 +35,45 @@ public class AtExitTests
         Assert.False(exit.OnConsole(happened, runtime));
         Assert.False(exit.OnConsole(happened, runtime));
         Assert.Equal(expected, runs);
+    }
+
+    // It would cut the first one short.
+    [Fact]
+    public void AnotherEndWaitsForTheFirst()
+    {
+        using var begun = new ManualResetEventSlim();
+        using var mayEnd = new ManualResetEventSlim();
+        using var exit = AtExit.Run(() =>
+        {
+            begun.Set();
+            mayEnd.Wait();
+        });
+        var first = new Thread(() => exit.OnConsole(0, 10));
+        var second = new Thread(() => exit.OnEnd(null, EventArgs.Empty));
+        first.Start();
+        begun.Wait();
+        second.Start();
+        Assert.False(second.Join(200));
+        mayEnd.Set();
+        Assert.True(second.Join(30_000));
+        Assert.True(first.Join(30_000));
+    }
+
+    // A callback may end the process while its end is being recorded.
+    [Fact]
+    public void AnEndWithinTheEndDoesNotWait()
+    {
+        AtExit? exit = null;
+        var runs = 0;
+        using (exit = AtExit.Run(() =>
+        {
+            runs++;
+            exit!.OnEnd(null, EventArgs.Empty);
+        }))
+        {
+            exit.OnEnd(null, EventArgs.Empty);
+        }
+        Assert.Equal(1, runs);
     }
 
     [Fact]

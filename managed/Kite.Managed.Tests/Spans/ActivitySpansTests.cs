@@ -115,6 +115,31 @@ public sealed class ActivitySpansTests : IDisposable
         Assert.Equal(0ul, spans.Ended.Single(span => span.Name == "inside").ParentId);
     }
 
+    // A program may make activities by itself, which nobody is asked about. What comes from elsewhere was decided there.
+    [Theory]
+    [InlineData(null, true)]
+    [InlineData("00-0102030405060708090a0b0c0d0e0f10-3333333333333333-00", false)]
+    [InlineData("00-0102030405060708090a0b0c0d0e0f10-3333333333333333-01", true)]
+    public void AnActivityThatNobodyWasAskedAboutDecidesNothing(string? parent, bool expected)
+    {
+        var recorded = new RecordedSpans(sampler: (_, parentIsSampled) => parentIsSampled ?? true);
+        using (var around = new Activity("of the program"))
+        {
+            around.SetIdFormat(ActivityIdFormat.W3C);
+            if (parent != null)
+            {
+                around.SetParentId(parent);
+            }
+            around.Start();
+            recorded.Call("Outer", () => { });
+            Listen(recorded);
+            using var inner = new Activity("inside").Start();
+            recorded.Call("Do", () => { });
+            program.StartActivity("work")?.Stop();
+        }
+        Assert.Equal(expected ? ["Kite.Managed.Tests.Spans.Work.Outer", "Kite.Managed.Tests.Spans.Work.Do", "work"] : [], recorded.Ended.Select(span => span.Name));
+    }
+
     [Theory]
     [InlineData(true)]
     [InlineData(false)]

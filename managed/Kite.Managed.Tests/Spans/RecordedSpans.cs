@@ -30,7 +30,7 @@ internal sealed class RecordedSpans : ISpanSink
         Recorder = new Recorder(
             methods,
             CallRecorder.OfNothing(
-                methods, new SpanRecorder(values, hasSink ? this : null, sampler, conventions, hasActivities && SpanRecorder.FindActivities())),
+                methods, new SpanRecorder(values, hasSink ? this : null, sampler, conventions, hasActivities ? ProgramActivities.Load() : null)),
             null);
         foreach (var method in typeof(Work).GetMethods(BindingFlags.Static | BindingFlags.Public | BindingFlags.DeclaredOnly))
         {

@@ -179,6 +179,39 @@ public class SpanRecorderTests
         Assert.Equal([(asked[0].Item1, null), (recorded.Ended[0].Trace, null)], asked);
     }
 
+    // Who is called is to know that the trace is not recorded, or would begin another one.
+    [Fact]
+    public void WhatGoesOutOfATraceThatIsNotRecordedSaysSo()
+    {
+        var seen = new List<Span>();
+        var client = new ClientConvention(seen);
+        var recorded = new RecordedSpans(sampler: (_, _) => false, conventions: method => method.Name == "Add" ? client : null);
+        TraceId trace = default;
+        recorded.Call("Outer", () =>
+        {
+            trace = SpanFlow.Current!.Trace;
+            recorded.Call("Inner", () => recorded.Call("Add", [1, 2], () => 3));
+        });
+        var span = Assert.Single(seen);
+        Assert.Equal((trace, false, SpanKind.Client), (span.Trace, span.IsRecorded, span.Kind));
+        Assert.Empty(recorded.Ended);
+    }
+
+    private sealed class ClientConvention(List<Span> seen) : ISpanConvention
+    {
+        public SpanKind Kind => SpanKind.Client;
+
+        public void Begin(Span span, object? receiver, object?[] arguments) => seen.Add(span);
+
+        public void End(Span span, object? receiver, object?[] arguments, object? result)
+        {
+        }
+
+        public void Fail(Span span, Exception exception)
+        {
+        }
+    }
+
     [Fact]
     public async Task OurOwnWorkIsNotRecorded()
     {
@@ -318,7 +351,7 @@ public class SpanRecorderTests
         var recorder = new Corvane.Instrumentation.Recording.Recorder(
             methods,
             Corvane.Instrumentation.Recording.CallRecorder.OfNothing(
-                methods, new SpanRecorder(RecordedValues.None, discarding, hasActivities: SpanRecorder.FindActivities())),
+                methods, new SpanRecorder(RecordedValues.None, discarding, activities: ProgramActivities.Load())),
             null);
         recorder.Register(0, typeof(Work).GetMethod("Add"), traced: true);
         object?[] arguments = [1, 2];

@@ -76,6 +76,11 @@ internal static class Program
                 {
                     return (int)answer.StatusCode;
                 }
+            case ["listen later"]:
+                Call(0, "Add", [1, 2], () => 0);
+                Console.WriteLine(AppDomain.CurrentDomain.GetAssemblies()
+                    .Any(assembly => assembly.GetName().Name is "System.Diagnostics.DiagnosticSource" or "System.Collections.Specialized"));
+                return Listen();
             case ["call for ever"]:
                 return CallForEver();
             case ["call often", var threads, var calls]:
@@ -230,6 +235,20 @@ internal static class Program
     }
 
     // The first use of the library loads assemblies, of which the program is told, in methods that may be instrumented.
+    // The program has activities from here on.
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private static int Listen()
+    {
+        using var listener = new ActivityListener
+        {
+            ShouldListenTo = source => source.Name == "Corvane.Instrumentation",
+            Sample = (ref ActivityCreationOptions<ActivityContext> _) => ActivitySamplingResult.AllData,
+            ActivityStopped = activity => Console.WriteLine(activity.OperationName),
+        };
+        ActivitySource.AddActivityListener(listener);
+        return Call(0, "Add", [1, 2], () => Call(1, "Name", ["x"], () => 3));
+    }
+
     private static int CallWhileLoading()
     {
         var calls = 0;

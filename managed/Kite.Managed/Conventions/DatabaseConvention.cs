@@ -10,21 +10,21 @@ internal sealed class DatabaseConvention : ISpanConvention
 {
     private const int StoredProcedure = 4; // of System.Data.CommandType
 
+    // Longer ones are made anew each time, as a rule, and would stay in memory.
+    private const int MostKept = 4096;
+
     private static readonly PropertyReader commandText = new PropertyReader("CommandText");
     private static readonly PropertyReader commandType = new PropertyReader("CommandType");
     private static readonly PropertyReader connection = new PropertyReader("Connection");
     private static readonly PropertyReader database = new PropertyReader("Database");
     private static readonly PropertyReader dataSource = new PropertyReader("DataSource");
 
-    // The last one that began on this thread, and which command it was of; that is not kept alive.
+    // The last one that began on this thread, and which command it was of. Neither is kept alive.
     [ThreadStatic]
-    private static Span? last;
+    private static ulong lastSpan;
 
     [ThreadStatic]
     private static int lastCommand;
-
-    // Longer ones are made anew each time, as a rule, and would stay in memory.
-    private const int MostKept = 4096;
 
     private readonly DatabaseSystem system;
 
@@ -41,14 +41,18 @@ internal sealed class DatabaseConvention : ISpanConvention
 
     public void Begin(Span span, object? receiver, object?[] arguments)
     {
+        if (!span.IsRecorded)
+        {
+            return;
+        }
         var command = RuntimeHelpers.GetHashCode(receiver);
-        if (last != null && last.Id == span.ParentId && lastCommand == command)
+        if (lastSpan != 0 && lastSpan == span.ParentId && lastCommand == command)
         {
             // Its methods call each other: the outermost one says it all.
             span.Kind = SpanKind.Internal;
             return;
         }
-        last = span;
+        lastSpan = span.Id;
         lastCommand = command;
         span.SetAttribute(AttributeNames.DatabaseSystem, system.Name);
         var name = DescribeCommand(span, receiver);

@@ -24,13 +24,9 @@ internal sealed class HttpConvention : ISpanConvention
 
     public void Begin(Span span, object? receiver, object?[] arguments)
     {
-        if (requestUri.Read(receiver) is Uri own)
+        if (span.IsRecorded)
         {
-            Describe(span, receiver!, own);
-        }
-        else
-        {
-            DescribeArgument(span, arguments);
+            DescribeRequest(span, receiver, arguments);
         }
         TraceContext.Inject(span, receiver, arguments);
     }
@@ -76,8 +72,13 @@ internal sealed class HttpConvention : ISpanConvention
         }
     }
 
-    private static void DescribeArgument(Span span, object?[] arguments)
+    private static void DescribeRequest(Span span, object? receiver, object?[] arguments)
     {
+        if (requestUri.Read(receiver) is Uri own)
+        {
+            Describe(span, receiver!, own);
+            return;
+        }
         foreach (var argument in arguments)
         {
             if (requestUri.Read(argument) is Uri uri)

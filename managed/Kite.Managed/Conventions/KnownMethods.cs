@@ -1,6 +1,7 @@
 using System;
 using System.Collections.Generic;
 using System.Reflection;
+using System.Threading;
 using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation.Conventions;
@@ -53,20 +54,10 @@ internal static class KnownMethods
         ["log4net.Repository.Hierarchy.Logger.CallAppenders"] = log4netEvent,
     };
 
-    // Null where a trimmed program lacks what it takes.
-    internal static Func<MethodBase, ISpanConvention?>? Finder()
-    {
-        try
-        {
-            Find(typeof(Invokers).GetMethod(nameof(Invokers.ContainsKey)));
-            new PropertyReader(nameof(MethodBase.Name)).Read(typeof(Invokers));
-            return Find;
-        }
-        catch (Exception)
-        {
-            return null;
-        }
-    }
+    // False where a trimmed program lacks what it takes.
+    private static readonly Lazy<bool> isPossible = new Lazy<bool>(Rehearse, LazyThreadSafetyMode.PublicationOnly);
+
+    internal static ISpanConvention? FindIfPossible(MethodBase? method) => isPossible.Value ? Find(method) : null;
 
     // Null for nearly all methods.
     internal static ISpanConvention? Find(MethodBase? method)
@@ -76,6 +67,20 @@ internal static class KnownMethods
 
     internal static ISpanConvention? Find(string type, string method) =>
         all.TryGetValue(type + "." + method, out var convention) ? convention : FindCommand(type, method);
+
+    private static bool Rehearse()
+    {
+        try
+        {
+            Find(typeof(Invokers).GetMethod(nameof(Invokers.ContainsKey)));
+            new PropertyReader(nameof(MethodBase.Name)).Read(typeof(Invokers));
+            return true;
+        }
+        catch (Exception)
+        {
+            return false;
+        }
+    }
 
     private static ISpanConvention Log(Action<Span, object?, object?[]> begin) => new Guarded(new LogConvention(begin));
 

@@ -30,7 +30,7 @@ internal sealed class Losses
         }
     }
 
-    internal void Add(long count, Exception exception) => Add(count, Reason(exception));
+    internal void Add(long count, Exception exception) => Add(count, exception.Message);
 
     internal void Add(long count, string reason)
     {
@@ -59,8 +59,4 @@ internal sealed class Losses
             return spans == said || !hasArrived ? null : $"{spans.ToString(CultureInfo.InvariantCulture)} {where} ({why.TrimEnd('.')})";
         }
     }
-
-    // What a failed connection says of itself is behind what the client says.
-    private static string Reason(Exception exception) =>
-        exception.InnerException is { } inner && exception is not TypeInitializationException ? inner.Message : exception.Message;
 }

@@ -1,5 +1,6 @@
 using System;
 using System.Collections.Generic;
+using System.Runtime.CompilerServices;
 
 namespace Corvane.Instrumentation.Export;
 
@@ -51,10 +52,13 @@ internal sealed class OtlpEndpoint
             return null;
         }
         var name = Named(variables, "ENDPOINT");
-        if (variables.Text(name) is not { } text)
-        {
-            return null;
-        }
+        return variables.Text(name) is { } text ? At(text, name, variables) : null;
+    }
+
+    // Not inlined: most programs need no addresses.
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private static OtlpEndpoint? At(string text, string name, Variables variables)
+    {
         if (!Uri.TryCreate(text, UriKind.Absolute, out var address) || address.Scheme is not ("http" or "https"))
         {
             variables.Complain($"{name} is no address of http or https: no spans are sent");

@@ -89,10 +89,7 @@ internal sealed class OtlpPush : ISpanTarget
             do
             {
                 WaitHandle.WaitAny(awake);
-                if (endpoint.Delay > TimeSpan.Zero)
-                {
-                    ending.WaitOne(endpoint.Delay);
-                }
+                AwaitBatch(awake);
                 isEnding = ending.WaitOne(0);
                 while (Fill())
                 {
@@ -105,6 +102,24 @@ internal sealed class OtlpPush : ISpanTarget
         {
             done.Set();
             client?.Dispose();
+        }
+    }
+
+    // For as long as spans may wait, unless there are enough of them.
+    private void AwaitBatch(WaitHandle[] awake)
+    {
+        var clock = Stopwatch.StartNew();
+        while (!HasBatch() && !ending.WaitOne(0) && endpoint.Delay - clock.Elapsed is var rest && rest > TimeSpan.Zero)
+        {
+            WaitHandle.WaitAny(awake, rest);
+        }
+    }
+
+    private bool HasBatch()
+    {
+        lock (queue)
+        {
+            return queue.Count >= endpoint.MaxBatch;
         }
     }
 

@@ -132,7 +132,11 @@ internal sealed class SpanQueue : ISpanSink
         // By the thread alone. Whether there are many now.
         internal bool Add(Span span, int limit)
         {
-            var mine = Interlocked.Exchange(ref spans, taken) ?? new SpanRing();
+            var mine = Interlocked.Exchange(ref spans, taken);
+            if (mine == null || mine == taken) // no memory was left in the midst of this
+            {
+                mine = new SpanRing();
+            }
             mine.Add(span, limit);
             Volatile.Write(ref spans, mine);
             return mine.Count == Math.Min(Worthwhile, limit / 2);

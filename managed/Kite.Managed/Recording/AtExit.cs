@@ -18,6 +18,9 @@ internal sealed class AtExit : IDisposable
     // Until then the runtime itself makes an orderly end of a closed console and of a shutdown.
     private const int RuntimeThatLeavesCloseAlone = 10;
 
+    private static readonly TimeSpan MostWaiting = TimeSpan.FromSeconds(10);
+
+    private readonly object gate = new object();
     private readonly ConsoleHandler handler; // kept, because the system calls it
     private Action? action;
 
@@ -75,7 +78,22 @@ internal sealed class AtExit : IDisposable
         HearConsole(false);
     }
 
-    private void End() => Interlocked.Exchange(ref action, null)?.Invoke();
+    // Two threads may end the process. The second one would cut the first one short.
+    private void End()
+    {
+        var isMine = Monitor.TryEnter(gate, MostWaiting);
+        try
+        {
+            Interlocked.Exchange(ref action, null)?.Invoke();
+        }
+        finally
+        {
+            if (isMine)
+            {
+                Monitor.Exit(gate);
+            }
+        }
+    }
 
     // There is no such thing on other systems, and what a trimmed program lacks is done without.
     private void HearConsole(bool begins)

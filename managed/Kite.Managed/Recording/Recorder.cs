@@ -382,10 +382,10 @@ internal sealed class Recorder
         var calls = new CallRecorder(
             methods, values, tree != null ? CallLimit() : null, summary != null ? new CallSummary() : null, spans);
         var recorder = new Recorder(methods, calls, trace == null ? null : new TraceLog(trace));
-        Rehearse(records, sumsUp: summary != null, hasSpans: spans is { IsWanted: true });
+        Rehearse(records, sumsUp: summary != null, hasSpans: sinks != null);
         if (sinks != null && NothingRecorded.IsProfilerHere())
         {
-            spans!.ListenToPlatform(SourceNames.FromEnvironment());
+            spans.ListenToPlatform(SourceNames.FromEnvironment());
         }
         if (records || sinks != null)
         {
@@ -394,13 +394,11 @@ internal sealed class Recorder
         return recorder;
     }
 
-    // Null if there cannot be anybody who wants spans.
-    private static SpanRecorder? MakeSpanRecorder(RecordedValues values, Sinks? sinks)
+    // What only a listener in the program would want waits until there can be one.
+    private static SpanRecorder MakeSpanRecorder(RecordedValues values, Sinks? sinks)
     {
-        var hasActivities = SpanRecorder.FindActivities();
-        return sinks != null || hasActivities
-            ? new SpanRecorder(values, sinks?.Queue, sinks?.Sampler, KnownMethods.Finder(), hasActivities)
-            : null;
+        var activities = sinks != null ? ProgramActivities.Load() : ProgramActivities.Await();
+        return new SpanRecorder(values, sinks?.Queue, sinks?.Sampler, KnownMethods.FindIfPossible, activities);
     }
 
     // What a trimmed program lacks is to be found now, not in the midst of a call or at the end. All of a method

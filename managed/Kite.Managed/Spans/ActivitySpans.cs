@@ -68,12 +68,17 @@ internal sealed class ActivitySpans : IDisposable
         }
         var parent = options.Parent;
         var isRoot = parent == default;
-        if (IsSampled(CallActivities.TraceOf(options.TraceId), isRoot ? null : (parent.TraceFlags & ActivityTraceFlags.Recorded) != 0))
+        if (IsSampled(CallActivities.TraceOf(options.TraceId), isRoot ? null : Decision(parent)))
         {
             return ActivitySamplingResult.AllDataAndRecorded;
         }
         return isRoot ? ActivitySamplingResult.PropagationData : ActivitySamplingResult.None;
     }
+
+    private static bool? Decision(ActivityContext parent) =>
+        Activity.Current is { } current && current.Context == parent
+            ? CallActivities.Decision(current)
+            : (parent.TraceFlags & ActivityTraceFlags.Recorded) != 0;
 
     private bool IsSampled(TraceId trace, bool? parentIsSampled)
     {

@@ -13,7 +13,12 @@ internal static class CallActivities
 {
     private static readonly ActivitySource source = new ActivitySource(Span.CallScope, "3.9.0");
 
-    internal static bool HasListeners => source.HasListeners();
+    // Not inlined: who asks must not have the activities loaded.
+    internal static bool HasListeners
+    {
+        [MethodImpl(MethodImplOptions.NoInlining)]
+        get => source.HasListeners();
+    }
 
     // One of ours that has ended may become current again: with the end of an activity that the call began and left open.
     // What was current before ours takes its place.
@@ -68,6 +73,25 @@ internal static class CallActivities
     internal static SpanKind KindOf(ActivityKind kind) => (SpanKind)((int)kind + 1);
 
     internal static bool IsRecorded(object activity) => ((Activity)activity).Recorded;
+
+    // Whether the program or whoever called it wants the activity recorded. Null where nobody was asked: it was made
+    // without a source, by this program alone.
+    internal static bool? Decision(object current)
+    {
+        var activity = (Activity)current;
+        if (activity.Recorded)
+        {
+            return true;
+        }
+        for (var around = activity; around != null; around = around.Parent)
+        {
+            if (around.Source.Name.Length > 0 || (around.Parent == null && around.ParentId != null))
+            {
+                return false;
+            }
+        }
+        return null;
+    }
 
     // Null if no listener is interested in this one. Its parent is the given span, or else the current activity. What a
     // listener throws is reported, and the activity is used all the same: it has begun.
@@ -168,7 +192,7 @@ internal static class CallActivities
         var activity = new Activity(Span.CallScope);
         activity.SetIdFormat(ActivityIdFormat.W3C);
         var span = new Span(TraceOf(activity), IdOf(activity), ParentOf(activity), "", "", Span.CallScope) { Activity = activity };
-        _ = Current != null && IsInside(activity, span) && IsRecorded(activity);
+        _ = Current != null && IsInside(activity, span) && Decision(activity) != true;
         span.Fail("", null);
         Describe(span);
         TakeBackFailure(span);

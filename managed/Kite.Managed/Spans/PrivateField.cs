@@ -7,6 +7,7 @@ using System.Reflection.Emit;
 using System.Linq.Expressions;
 #endif
 using System.Runtime.CompilerServices;
+using Corvane.Instrumentation.Conventions;
 
 namespace Corvane.Instrumentation.Spans;
 
@@ -27,17 +28,11 @@ internal sealed class PrivateField
         return read != null;
     }
 
-    [UnconditionalSuppressMessage("Trimming", "IL2070", Justification = "A field that is gone has no reader.")]
-    [UnconditionalSuppressMessage("Trimming", "IL2075", Justification = "A field that is gone has no reader.")]
     private Reader MakeReader(Type type)
     {
         try
         {
-            var field = type.GetField(name, BindingFlags.Instance | BindingFlags.NonPublic | BindingFlags.DeclaredOnly);
-            for (var above = type.BaseType; field == null && above != null; above = above.BaseType)
-            {
-                field = above.GetField(name, BindingFlags.Instance | BindingFlags.NonPublic | BindingFlags.DeclaredOnly);
-            }
+            var field = Members.Field(type, name);
             return new Reader(field is { FieldType.IsValueType: false } ? Compile(type, field) : null);
         }
         catch (Exception)

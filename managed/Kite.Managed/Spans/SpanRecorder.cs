@@ -22,44 +22,24 @@ internal sealed class SpanRecorder
     private readonly ISpanSink? sink;
     private readonly RootSampler sampler;
     private readonly Func<MethodBase, ISpanConvention?> conventions;
-    private readonly bool hasActivities;
+    private readonly ProgramActivities activities;
 
     // Without a sink there are spans only while somebody listens to activities. Everything is sampled by default.
     internal SpanRecorder(
         RecordedValues values, ISpanSink? sink, RootSampler? sampler = null,
-        Func<MethodBase, ISpanConvention?>? conventions = null, bool hasActivities = false)
+        Func<MethodBase, ISpanConvention?>? conventions = null, ProgramActivities? activities = null)
     {
         this.values = values;
         this.sink = sink;
         this.sampler = sampler ?? ((_, _) => true);
         this.conventions = conventions ?? noConventions;
-        this.hasActivities = hasActivities;
-    }
-
-    // Whether this platform has activities, and the program what they need of it.
-    internal static bool FindActivities()
-    {
-#if NET
-        try
-        {
-            Rehearse();
-            CallActivities.Rehearse();
-            return true;
-        }
-        catch (Exception)
-        {
-            // Trimmed: nobody can listen.
-            return false;
-        }
-#else
-        return false;
-#endif
+        this.activities = activities ?? ProgramActivities.None;
     }
 
     // As for the recorder as a whole: what a trimmed program lacks is to be found now.
     internal static void Rehearse()
     {
-        var spans = new SpanRecorder(RecordedValues.All, new Discard(), hasActivities: false);
+        var spans = new SpanRecorder(RecordedValues.All, new Discard());
         var before = SpanFlow.Current;
         var open = spans.Begin(0, null, null, []);
         spans.Note(open, null, new InvalidOperationException());
@@ -81,7 +61,7 @@ internal sealed class SpanRecorder
         get
         {
 #if NET
-            return hasActivities && CallActivities.HasListeners;
+            return activities.AreUsable && CallActivities.HasListeners;
 #else
             return false;
 #endif
@@ -92,7 +72,7 @@ internal sealed class SpanRecorder
     internal void ListenToPlatform(SourceNames sources)
     {
 #if NET
-        if (sink == null || !hasActivities)
+        if (sink == null || !activities.AreUsable)
         {
             return;
         }
@@ -234,7 +214,7 @@ internal sealed class SpanRecorder
         var parent = open.Before;
         object? current = null;
 #if NET
-        current = hasActivities ? CallActivities.Current : null;
+        current = activities.AreUsable ? CallActivities.Current : null;
         open.ContextBefore = ExecutionContext.Capture();
         open.ActivityBefore = current;
         if (current != null && CallActivities.IsInside(current, parent))
@@ -255,8 +235,8 @@ internal sealed class SpanRecorder
             var trace = SpanIds.NewTrace();
             return New(trace, 0, method, kind, IsSampled(trace), current);
         }
-        // What is inside a span that is not shown needs none of its own.
-        return parent.IsSampled ? New(parent.Trace, parent.Id, method, kind, true, current) : null;
+        // What is inside a span that is not shown needs none of its own, unless it tells others so.
+        return parent.IsSampled || kind == SpanKind.Client ? New(parent.Trace, parent.Id, method, kind, parent.IsSampled, current) : null;
     }
 
 #if NET
@@ -264,7 +244,7 @@ internal sealed class SpanRecorder
     {
         var trace = CallActivities.TraceOf(current);
         var isSampled = sink != null &&
-            (around != null && around.Trace.Equals(trace) ? around.IsSampled : sampler(trace, CallActivities.IsRecorded(current)));
+            (around != null && around.Trace.Equals(trace) ? around.IsSampled : sampler(trace, CallActivities.Decision(current)));
         if (IsListenedTo && CallActivities.Start(method.Name, kind, null, Failed) is { } activity)
         {
             return Owner(activity, method, kind, isSampled);

@@ -5,7 +5,6 @@ using System.Linq;
 using System.Threading;
 using System.Threading.Channels;
 using System.Threading.Tasks;
-using System.Threading.Tasks.Sources;
 using Corvane.Instrumentation;
 
 internal static class Flows
@@ -130,26 +129,6 @@ internal static class Flows
 
     [Trace]
     private static ValueTask<int> Once(OnceSource source) => new ValueTask<int>(source, 1);
-
-    // May be asked once.
-    private sealed class OnceSource : IValueTaskSource<int>
-    {
-        internal int Touches { get; private set; }
-
-        public ValueTaskSourceStatus GetStatus(short token)
-        {
-            Touches++;
-            return ValueTaskSourceStatus.Succeeded;
-        }
-
-        public void OnCompleted(Action<object?> continuation, object? state, short token, ValueTaskSourceOnCompletedFlags flags) => Touches++;
-
-        public int GetResult(short token)
-        {
-            Touches++;
-            return 3;
-        }
-    }
 }
 
 namespace Corvane.Instrumentation

@@ -179,9 +179,15 @@ internal static class Races
         using (var collecting = new Target(Collect))
         {
             uint[] ids = [allocating.Id, busy.Id, collecting.Id, Platform.GetCurrentThreadId()];
+            int collections = GC.CollectionCount(0);
             for (int i = 0; i < count * ids.Length; i++)
             {
                 statuses[i % ids.Length].Add(Sampler.Take(ids[i % ids.Length]));
+            }
+            collections = GC.CollectionCount(0) - collections;
+            if (collections < count)
+            {
+                Console.WriteLine($"only {collections} collections");
             }
             ExpectAlive(allocating);
             ExpectAlive(busy);
