@@ -26,6 +26,13 @@ public sealed class OtlpTests : IDisposable
     }
 
     [Theory]
+    [InlineData(".NET 8.0.30", ".NET", "8.0.30")]
+    [InlineData(".NET Framework 4.8.9300.0", ".NET Framework", "4.8.9300.0")]
+    [InlineData("Mono 6.8.0.105 (Debian 6.8.0.105+dfsg-3.3 Sat Jun 21 UTC 2025)", "Mono", "6.8.0.105")]
+    public void ARuntimeHasANameAndAVersion(string description, string name, string version) =>
+        Assert.Equal((name, version), Resource.Runtime(description));
+
+    [Theory]
     [InlineData(true)]
     [InlineData(false)]
     public void EveryFieldIsWhereTheDefinitionsHaveIt(bool isJson)

@@ -22,6 +22,7 @@ internal sealed class Exporter
     private int hasBegun;
     private DateTime? end;
     private volatile bool isEnding;
+    private volatile bool isOver;
 
     internal Exporter(IReadOnlyList<ISpanTarget> targets)
     {
@@ -81,9 +82,18 @@ internal sealed class Exporter
     {
         if (Volatile.Read(ref hasBegun) == 0 && Interlocked.Exchange(ref hasBegun, 1) == 0)
         {
-            OwnThread.Start("Corvane exporter", Run, exception => Complaint.Write("spans are not written any more", exception));
+            OwnThread.Start("Corvane exporter", Run, Fail);
         }
         awake.Set();
+    }
+
+    // A domain that is unloaded ends its threads, also those that have done their work.
+    private void Fail(Exception exception)
+    {
+        if (!isOver)
+        {
+            Complaint.Write("spans are not written any more", exception);
+        }
     }
 
     [MethodImpl(MethodImplOptions.NoInlining)]
@@ -126,6 +136,7 @@ internal sealed class Exporter
         {
             Guard(target, 0, () => target.End(end ?? DateTime.UtcNow));
         }
+        isOver = true;
     }
 
     // What did not end with the process. Those that end meanwhile are drained once more.

@@ -59,7 +59,7 @@ internal sealed class OtlpPush : ISpanTarget
         if (!hasBegun)
         {
             hasBegun = true;
-            OwnThread.Start("Corvane sender", Run, exception => Losses.Add(Waiting(), exception));
+            OwnThread.Start("Corvane sender", Run, Fail);
         }
         filled.Set();
     }
@@ -77,6 +77,15 @@ internal sealed class OtlpPush : ISpanTarget
         {
             Lose(Waiting(), "the end point did not answer before the process ended");
             hasGivenUp = true;
+        }
+    }
+
+    // What is left then. A domain that is unloaded ends its threads, also those that have done their work.
+    private void Fail(Exception exception)
+    {
+        if (Waiting() is > 0 and var spans)
+        {
+            Losses.Add(spans, exception);
         }
     }
 

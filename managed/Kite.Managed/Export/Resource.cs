@@ -82,11 +82,15 @@ internal sealed class Resource
         return name.EndsWith(".exe", StringComparison.OrdinalIgnoreCase) ? name.Substring(0, name.Length - 4) : name;
     }
 
-    // As in ".NET 8.0.30" or ".NET Framework 4.8.9300.0".
-    private static (string Name, string Version) Runtime()
+    private static (string Name, string Version) Runtime() => Runtime(RuntimeInformation.FrameworkDescription);
+
+    // As in ".NET 8.0.30", ".NET Framework 4.8.9300.0" or "Mono 6.8.0 (of somebody 2025)".
+    internal static (string Name, string Version) Runtime(string description)
     {
-        var text = RuntimeInformation.FrameworkDescription;
-        var blank = text.LastIndexOf(' ');
-        return blank < 0 ? (text, Environment.Version.ToString()) : (text.Substring(0, blank), text.Substring(blank + 1));
+        var words = description.Split(' ');
+        var version = Array.FindIndex(words, word => word.Length > 0 && char.IsDigit(word[0]));
+        return version < 1
+            ? (description, Environment.Version.ToString())
+            : (string.Join(" ", words, 0, version), words[version]);
     }
 }

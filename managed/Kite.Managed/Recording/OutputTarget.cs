@@ -32,7 +32,6 @@ internal sealed class OutputTarget
     // For bytes that are written as they come, by this process alone.
     internal Stream OpenStream() => Open(FileMode.Create, FileShare.Read, 1);
 
-
     // Writes a whole text. That it cannot be written is said once, and is no reason to fail.
     internal void Write(Action<TextWriter> write)
     {
@@ -64,7 +63,7 @@ internal sealed class OutputTarget
     {
         try
         {
-            return new OutputTarget(Path.GetFullPath(path.Replace("{pid}", ProcessId())));
+            return new OutputTarget(OfThisDomain(Path.GetFullPath(path.Replace("{pid}", ProcessId()))));
         }
         catch (Exception exception)
         {
@@ -72,5 +71,26 @@ internal sealed class OutputTarget
             Complaint.Write($"nothing will be written to {path}", exception);
             return null;
         }
+    }
+
+    // Of a domain that the program has made: calls.txt is calls-domain2.txt there, or the domains would overwrite each
+    // other. Mono gives the number of a domain that is gone to another one, whose file gets a number more.
+    private static string OfThisDomain(string path)
+    {
+        var domain = AppDomain.CurrentDomain;
+        if (domain.IsDefaultAppDomain())
+        {
+            return path;
+        }
+        using var process = Process.GetCurrentProcess();
+        var begin = process.StartTime.ToUniversalTime();
+        var extension = Path.GetExtension(path);
+        var name = FormattableString.Invariant($"{path.Substring(0, path.Length - extension.Length)}-domain{domain.Id}");
+        var own = name + extension;
+        for (var number = 2; File.Exists(own) && File.GetLastWriteTimeUtc(own) >= begin; number++)
+        {
+            own = FormattableString.Invariant($"{name}-{number}{extension}");
+        }
+        return own;
     }
 }
