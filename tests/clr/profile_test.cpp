@@ -76,14 +76,18 @@ protected:
         boost::property_tree::ptree speedscope;
         std::string drawing;
 
-        int samples_of(const std::string& thread) const {
+        int samples_of(const std::string& thread, const std::string& state = "") const {
             int count = 0;
             for (const std::string& line : folded) {
-                if (line.starts_with(thread + ';')) {
+                if (line.starts_with(thread + ';') && line.find(state) != std::string::npos) {
                     count += std::stoi(line.substr(line.rfind(' ')));
                 }
             }
             return count;
+        }
+
+        double waiting_percent(const std::string& thread) const {
+            return 100.0 * samples_of(thread, ";(waiting) ") / samples_of(thread);
         }
     };
 
@@ -164,6 +168,21 @@ TEST_P(Profiling, AgreesWithKnownShares) {
         EXPECT_THAT(profile.folded, Contains(StartsWith(base + function + ";Shares.Spin ")));
         EXPECT_THAT(profile.drawing, HasSubstr(std::string("<title>Shares.") + function + "\n"));
     }
+}
+
+// What a thread used of the processor is what the program was told of it by the system.
+TEST_P(Profiling, TellsRunningFromWaiting) {
+    const fs::path shares = folder() / "shares.txt";
+    const Profile profile = sample({L"waits", shares.wstring()});
+    const TextLines lines = lines_of(read_file(shares));
+    ASSERT_FALSE(lines.empty());
+    EXPECT_NEAR(100 - profile.waiting_percent("main"), std::stod(lines.back()), 3);
+    for (const std::string thread : {"waiter", "sleeper", "locked"}) {
+        EXPECT_GT(profile.waiting_percent(thread), 97) << thread;
+    }
+    EXPECT_THAT(profile.folded, Contains(StartsWith("main;Program.Main;Waits.Run;Waits.Work ")));
+    EXPECT_THAT(profile.folded, Contains(AllOf(StartsWith("locked;"), HasSubstr(";Waits.Enter"),
+                                               HasSubstr(";(waiting) "))));
 }
 
 // Some of them end at once, and their ids are given to threads that the runtime does not know.

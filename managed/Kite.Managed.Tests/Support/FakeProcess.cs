@@ -21,6 +21,8 @@ internal sealed class FakeProcess : IProfilerExports, IProcessThreads
 
     public uint CurrentId => Sampler;
 
+    public ProcessorClock ProcessorClock { get; set; }
+
     internal List<uint> Snapshots { get; } = [];
 
     internal List<double> Named { get; } = [];
@@ -163,6 +165,8 @@ internal sealed class FakeProcess : IProfilerExports, IProcessThreads
 
         public string? Name => thread.Name;
 
+        public ulong? ProcessorTime => thread.Uses?.Invoke();
+
         public void Dispose() => process.Do(() => process.OpenThreads--);
     }
 
@@ -184,6 +188,9 @@ internal sealed class FakeThread(uint id, string? name, double[] stack)
     internal int Status { get; set; }
 
     internal Exception? Failure { get; set; }
+
+    // What it has used of the processors by now.
+    internal Func<ulong?>? Uses { get; set; }
 
     internal volatile bool HasEnded;
 }

@@ -15,14 +15,17 @@ internal sealed class Profiles
 
     internal SamplingCost Cost { get; } = new();
 
-    // A sample each 10 ms: its functions with bars between, outermost first; null is a gap.
+    // A sample each 10 ms: its functions with bars between, outermost first, "~" in front of what waits; null is a gap.
     internal Profiles Thread(uint id, string? name, params string?[] samples) => ThreadAt(0, id, name, samples);
 
     internal Profiles ThreadAt(long microseconds, uint id, string? name, params string?[] samples)
     {
         threads.Add(new ThreadProfile(
             new SampledThread(id, name),
-            [.. samples.Select((stack, i) => new Sample(microseconds + 10_000 * i, stack == null ? null : Stack(stack)))]));
+            [.. samples.Select((stack, i) => new Sample(
+                microseconds + 10_000 * i,
+                stack == null ? null : Stack(stack.TrimStart('~')),
+                stack?.StartsWith('~') == true))]));
         return this;
     }
 

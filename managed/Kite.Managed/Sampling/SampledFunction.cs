@@ -21,6 +21,9 @@ public sealed class SampledFunction
 
     internal double Id { get; }
 
+    // Whoever is there does nothing but wait.
+    internal bool IsWait { get; private set; }
+
     /// <inheritdoc/>
     public override string ToString() => Name;
 
@@ -28,6 +31,7 @@ public sealed class SampledFunction
     {
         TypeName = typeName;
         MethodName = methodName;
+        IsWait = WaitFunctions.Contains(typeName, methodName);
         Name = methodName == null ? NoName : string.IsNullOrEmpty(typeName) ? methodName : typeName + "." + methodName;
     }
 }

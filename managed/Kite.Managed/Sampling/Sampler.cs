@@ -75,6 +75,17 @@ public sealed class Sampler : IDisposable
     /// <exception cref="InvalidOperationException">It was never started, or the filter calls it.</exception>
     public Profile Stop() => Stop(Timeout.InfiniteTimeSpan)!;
 
+    /// <summary>Gives what the sampling has shown so far. It goes on.</summary>
+    /// <exception cref="InvalidOperationException">It was never started.</exception>
+    public Profile Read()
+    {
+        if (!IsStarted())
+        {
+            throw new InvalidOperationException("The sampler was not started.");
+        }
+        return run.Read();
+    }
+
     /// <summary>Ends the sampling if it goes on.</summary>
     /// <exception cref="InvalidOperationException">The filter calls it.</exception>
     public void Dispose()

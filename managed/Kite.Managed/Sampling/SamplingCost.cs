@@ -30,6 +30,11 @@ public sealed class SamplingCost
     /// </summary>
     public long Failed { get; internal set; }
 
+    /// <summary>
+    /// How often a thread was not stopped because it had used no processor time: its last stack counts as waiting.
+    /// </summary>
+    public long Rested { get; internal set; }
+
     /// <summary>Snapshots beyond the most that are kept.</summary>
     public long Dropped { get; internal set; }
 
@@ -46,6 +51,8 @@ public sealed class SamplingCost
 
     /// <summary>The part of the duration that all of it was.</summary>
     public double Share => Duration.Ticks == 0 ? 0 : (InSnapshots + Besides).Ticks / (double)Duration.Ticks;
+
+    internal SamplingCost Copy() => (SamplingCost)MemberwiseClone();
 
     /// <summary>The figures as one sentence.</summary>
     public override string ToString()

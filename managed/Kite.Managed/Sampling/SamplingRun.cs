@@ -7,7 +7,7 @@ using Corvane.Sampling.Platform;
 
 namespace Corvane.Sampling;
 
-// One sampling from start to stop, on the sampler's thread; what it gathered may be read when that has ended.
+// One sampling from start to stop, on the sampler's thread; what it gathered may be read from any thread.
 // A thread stands still only inside a call of the profiler, so that between those calls anything may be
 // allocated or locked.
 internal sealed class SamplingRun
@@ -15,16 +15,20 @@ internal sealed class SamplingRun
     // To list the threads of a large system takes as long as many snapshots: it is done each round if it may,
     // but for no more than this part of the time.
     private const int RefreshShare = 20;
-    private static readonly TimeSpan maxRefreshPeriod = TimeSpan.FromSeconds(1);
+    private static readonly TimeSpan maxRefreshPeriod = TimeSpan.FromMilliseconds(200);
 
     private readonly IProfilerExports exports;
     private readonly IProcessThreads process;
     private readonly SamplerOptions options;
+    private readonly ProcessorClock processorClock;
     private readonly FunctionTable functions = new FunctionTable();
     private readonly StackTable stacks = new StackTable();
     private readonly SampleClock clock = new SampleClock();
     private readonly List<WatchedThread> sampled = new List<WatchedThread>();
     private readonly SamplingCost cost = new SamplingCost();
+
+    // Around each change of what was gathered. It is not held while a thread stands still.
+    private readonly object gathering = new object();
     private double[] buffer = new double[256];
     private int samples;
     private Exception? failure;
@@ -34,6 +38,7 @@ internal sealed class SamplingRun
         this.exports = exports;
         this.process = process;
         this.options = options;
+        processorClock = process.ProcessorClock;
     }
 
     // On a thread of its own nothing may be thrown, not even for what a trimmed program lacks.
@@ -49,12 +54,24 @@ internal sealed class SamplingRun
         }
     }
 
-    internal Profile ToProfile()
+    // What there is so far.
+    internal Profile Read()
+    {
+        lock (gathering)
+        {
+            return ToProfile(samples => samples.ToArray(), cost.Copy());
+        }
+    }
+
+    // What there is when it has ended.
+    internal Profile ToProfile() => ToProfile(samples => samples, cost);
+
+    private Profile ToProfile(Func<List<Sample>, IReadOnlyList<Sample>> take, SamplingCost cost)
     {
         var threads = new List<ThreadProfile>();
         foreach (var thread in sampled)
         {
-            threads.Add(new ThreadProfile(thread.Thread, thread.Samples));
+            threads.Add(new ThreadProfile(thread.Thread, take(thread.Samples)));
         }
         return new Profile(options.Interval, threads, cost, failure);
     }
@@ -85,24 +102,37 @@ internal sealed class SamplingRun
                 {
                     break;
                 }
-                GoThrough(threads.Chosen, stop);
-                cost.Rounds++;
+                GoThrough(threads.Chosen, running, stop);
                 working.Stop();
+                Count(running, working, rounds: 1);
             }
         }
         finally
         {
+            Count(running, working, rounds: 0);
+        }
+    }
+
+    private void Count(Stopwatch running, Stopwatch working, int rounds)
+    {
+        lock (gathering)
+        {
+            cost.Rounds += rounds;
             cost.Duration = running.Elapsed;
             cost.Besides = working.Elapsed - cost.InSnapshots;
         }
     }
 
-    private void GoThrough(List<WatchedThread> threads, WaitHandle stop)
+    private void GoThrough(List<WatchedThread> threads, Stopwatch running, WaitHandle stop)
     {
         foreach (var thread in threads)
         {
             // What the profiler knows by the id of a thread that has ended is of no use to it.
             if (thread.HasEnded)
+            {
+                continue;
+            }
+            if (thread.Rests(running.Elapsed, processorClock) && KeepRest(thread))
             {
                 continue;
             }
@@ -114,23 +144,26 @@ internal sealed class SamplingRun
             {
                 return;
             }
-            if (isTaken)
+            lock (gathering)
             {
-                thread.WasSeen = true;
-                cost.Snapshots++;
-                clock.Set(microseconds);
-                Keep(thread, count, (long)microseconds);
+                if (isTaken)
+                {
+                    thread.WasSeen = true;
+                    cost.Snapshots++;
+                    clock.Set(microseconds);
+                    Keep(thread, count, (long)microseconds);
+                }
+                else if (thread.WasSeen)
+                {
+                    cost.Missed++;
+                    KeepGap(thread);
+                }
+                else
+                {
+                    continue; // a thread that was never seen is none of the runtime's
+                }
+                cost.InSnapshots += snapping.Elapsed;
             }
-            else if (thread.WasSeen)
-            {
-                cost.Missed++;
-                KeepGap(thread);
-            }
-            else
-            {
-                continue; // a thread that was never seen is none of the runtime's
-            }
-            cost.InSnapshots += snapping.Elapsed;
         }
     }
 
@@ -147,10 +180,36 @@ internal sealed class SamplingRun
             sampled.Add(thread);
         }
         samples++;
-        thread.Samples.Add(new Sample(microseconds, stacks.Get(buffer, count, functions)));
+        var stack = stacks.Get(buffer, count, functions);
         if (!functions.Resolve(exports))
         {
             cost.Failed++;
+        }
+        thread.Samples.Add(new Sample(microseconds, stack, stack.Function is { IsWait: true }));
+    }
+
+    // A thread that rests is where it was. False if that is not known.
+    private bool KeepRest(WatchedThread thread)
+    {
+        lock (gathering)
+        {
+            thread.MarkRest();
+            var last = thread.Samples.Count - 1;
+            if (last < 0 || thread.Samples[last].Stack == null)
+            {
+                return false;
+            }
+            if (thread.Samples[last].IsWaiting)
+            {
+                thread.Samples[last] = thread.Samples[last].OnceMore;
+            }
+            else if (samples < options.MaxSamples)
+            {
+                samples++;
+                thread.Samples.Add(new Sample(clock.Now, thread.Samples[last].Stack, isWaiting: true));
+            }
+            cost.Rested++;
+            return true;
         }
     }
 

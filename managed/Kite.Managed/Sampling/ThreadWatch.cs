@@ -66,6 +66,10 @@ internal sealed class ThreadWatch : IDisposable
 internal sealed class WatchedThread : IDisposable
 {
     private readonly IOpenThread open;
+    private TimeSpan? restsSince;
+    private ulong timeAtRest;
+    private int firstAtRest;
+    private bool hasRun;
 
     internal WatchedThread(uint id, IOpenThread open)
     {
@@ -83,6 +87,41 @@ internal sealed class WatchedThread : IDisposable
     internal List<Sample> Samples { get; } = new List<Sample>();
 
     internal bool HasEnded => open.HasEnded;
+
+    // Whether it has used no processor time for so long that it is to be taken for waiting.
+    internal bool Rests(TimeSpan now, ProcessorClock clock)
+    {
+        if (open.ProcessorTime is not { } time)
+        {
+            return false;
+        }
+        if (restsSince == null || time > timeAtRest + clock.Noise)
+        {
+            hasRun = restsSince != null; // at first it is not known what it did before
+            restsSince = now;
+            timeAtRest = time;
+            return false;
+        }
+        if (hasRun)
+        {
+            // The last one was taken when it had just run.
+            hasRun = false;
+            firstAtRest = Samples.Count;
+        }
+        return now - restsSince >= clock.Grain;
+    }
+
+    // Those that were taken since it began to rest, while that was not known.
+    internal void MarkRest()
+    {
+        for (; firstAtRest < Samples.Count; firstAtRest++)
+        {
+            if (Samples[firstAtRest].Stack != null)
+            {
+                Samples[firstAtRest] = Samples[firstAtRest].Waiting;
+            }
+        }
+    }
 
     // One that it had is kept: a thread that is just ending has none any more.
     internal void ReadName()

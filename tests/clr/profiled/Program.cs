@@ -17,6 +17,9 @@ internal static class Program
             case ["shares", var cycles]:
                 Shares.Run(int.Parse(cycles, CultureInfo.InvariantCulture));
                 break;
+            case ["waits", var file]:
+                Waits.Run(file);
+                break;
             case ["crowd"]:
                 Crowd.Run();
                 break;

@@ -40,18 +40,18 @@ public class FlameGraphTests
         var begin = drawing.IndexOf(First, StringComparison.Ordinal) + First.Length;
         Assert.Equal(
             """
-            <svg x="0%" y="0" width="100%" height="18" data-start="0" data-samples="5"><title>all
-            5 samples, 100.0 %</title><rect width="100%" height="100%" fill="#d5d9de"/><text x="4" y="13">all</text></svg>
-            <svg x="0%" y="19" width="100%" height="18" data-start="0" data-samples="5"><title>main
-            5 samples, 100.0 %</title><rect width="100%" height="100%" fill="#c3cad3"/><text x="4" y="13">main</text></svg>
-            <svg x="0%" y="38" width="100%" height="18" data-start="0" data-samples="5"><title>Shop.Main
-            5 samples, 100.0 %</title><rect width="100%" height="100%" fill="hsl(173,42%,62%)"/><text x="4" y="13">Shop.Main</text></svg>
-            <svg x="0%" y="57" width="20%" height="18" data-start="0" data-samples="1"><title>Shop.Add
-            1 sample, 20.0 %</title><rect width="100%" height="100%" fill="hsl(173,42%,62%)"/><text x="4" y="13">Shop.Add</text></svg>
-            <svg x="20%" y="57" width="60%" height="18" data-start="1" data-samples="3"><title>Shop.Pay
-            3 samples, 60.0 %</title><rect width="100%" height="100%" fill="hsl(173,48%,68%)"/><text x="4" y="13">Shop.Pay</text></svg>
-            <svg x="20%" y="76" width="20%" height="18" data-start="1" data-samples="1"><title>System.Math.Sqrt
-            1 sample, 20.0 %</title><rect width="100%" height="100%" fill="hsl(231,30%,82%)"/><text x="4" y="13">Math.Sqrt</text></svg>
+            <svg x="0%" y="0" width="100%" height="18" data-running="0 5" data-all="0 5"><title>all
+            5 samples running, 100.0 %</title><rect width="100%" height="100%" fill="#d5d9de"/><text x="4" y="13">all</text></svg>
+            <svg x="0%" y="19" width="100%" height="18" data-running="0 5" data-all="0 5"><title>main
+            5 samples running, 100.0 %</title><rect width="100%" height="100%" fill="#c3cad3"/><text x="4" y="13">main</text></svg>
+            <svg x="0%" y="38" width="100%" height="18" data-running="0 5" data-all="0 5"><title>Shop.Main
+            5 samples running, 100.0 %</title><rect width="100%" height="100%" fill="hsl(173,42%,62%)"/><text x="4" y="13">Shop.Main</text></svg>
+            <svg x="0%" y="57" width="20%" height="18" data-running="0 1" data-all="0 1"><title>Shop.Add
+            1 sample running, 20.0 %</title><rect width="100%" height="100%" fill="hsl(173,42%,62%)"/><text x="4" y="13">Shop.Add</text></svg>
+            <svg x="20%" y="57" width="60%" height="18" data-running="1 3" data-all="1 3"><title>Shop.Pay
+            3 samples running, 60.0 %</title><rect width="100%" height="100%" fill="hsl(173,48%,68%)"/><text x="4" y="13">Shop.Pay</text></svg>
+            <svg x="20%" y="76" width="20%" height="18" data-running="1 1" data-all="1 1"><title>System.Math.Sqrt
+            1 sample running, 20.0 %</title><rect width="100%" height="100%" fill="hsl(231,30%,82%)"/><text x="4" y="13">Math.Sqrt</text></svg>
             </svg>
 
             """,
@@ -107,6 +107,31 @@ public class FlameGraphTests
         Assert.Equal("a<b>&\"c\"", Notes(drawing).First());
     }
 
+    // It is there for the drawing with all samples.
+    [Fact]
+    public void WaitingIsNotShownAtFirst()
+    {
+        var drawing = Draw(new Profiles().Thread(7, "t", "A.Main", "A.Main|B.Work", "~A.Main|B.Wait", "~A.Main|B.Wait"));
+        Assert.Equal(
+            [
+                ("all", "0%", "100%", "0 2", "0 4", null),
+                ("t", "0%", "100%", "0 2", "0 4", null),
+                ("A.Main", "0%", "100%", "0 2", "0 4", null),
+                ("B.Wait", "0%", "0%", "0 0", "0 2", "none"),
+                ("B.Work", "0%", "50%", "0 1", "2 1", null),
+            ],
+            Boxes(drawing).Select(box => (Name(box), box.Attribute("x")!.Value, box.Attribute("width")!.Value,
+                box.Attribute("data-running")!.Value, box.Attribute("data-all")!.Value, box.Attribute("display")?.Value)));
+        Assert.Equal(
+            ["2 samples running, 100.0 %; 2 samples waiting, 100.0 %", "2 samples waiting, 100.0 %", "1 sample running, 50.0 %"],
+            Boxes(drawing).Where((_, i) => i is 2 or 3 or 4).Select(box => box.Element(svg + "title")!.Value.Split('\n')[1]));
+    }
+
+    [Fact]
+    public void WaitingIsShownWhereThereIsNothingElse() => Assert.Equal(
+        [("all", "100%"), ("t", "100%"), ("A.Main", "50%"), ("B.Main", "50%")],
+        Boxes(Draw(new Profiles().Thread(7, "t", "~A.Main", "~B.Main"))).Select(box => (Name(box), box.Attribute("width")!.Value)));
+
     [Fact]
     public void ThreadsMayBeTogether()
     {
@@ -146,9 +171,9 @@ public class FlameGraphTests
     }
 
     [Theory]
-    [InlineData(1, "1 sample, 100.0 %")]
-    [InlineData(2, "2 samples, 100.0 %")]
-    [InlineData(1200, "1,200 samples, 100.0 %")]
+    [InlineData(1, "1 sample running, 100.0 %")]
+    [InlineData(2, "2 samples running, 100.0 %")]
+    [InlineData(1200, "1,200 samples running, 100.0 %")]
     public void ABoxSaysHowManySamplesItHas(int samples, string text) =>
         Assert.Equal(text, Boxes(Draw(new Profiles().Thread(1, "t", [.. Enumerable.Repeat("A.Main", samples)])))[0]
             .Element(svg + "title")!.Value.Split('\n')[1]);

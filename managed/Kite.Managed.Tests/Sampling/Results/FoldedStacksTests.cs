@@ -28,6 +28,11 @@ public class FoldedStacksTests
             "A.Main|B.Work", "A.Main|A.Do|B.Work", "A.Main|A.Do|B.Work", "A.Main", "A.Main|A.Do|B.Work", "A.Main|A.Do")));
 
     [Fact]
+    public void WaitingIsALineOfItsOwn() => Assert.Equal(
+        "t;A.Main;(waiting) 1\nt;A.Main;A.Do 1\nt;A.Main;A.Do;(waiting) 2\n",
+        Folded(new Profiles().Thread(1, "t", "~A.Main|A.Do", "A.Main|A.Do", "~A.Main|A.Do", "~A.Main")));
+
+    [Fact]
     public void ThreadsOfOneNameAreOne()
     {
         var profiles = new Profiles()

@@ -39,6 +39,15 @@ public class SpeedscopeFileTests
     }
 
     [Fact]
+    public void WaitingIsTheInnermostFunction() => Assert.Contains(
+        """
+        "samples":[[0],[0,1],[0],[]],"endValue":50000,"weights":[10000,20000,10000,10000]}],
+        "shared":{"frames":[{"name":"A.Main"},{"name":"(waiting)"}]}
+        """.Replace("\n", ""),
+        Write(new Profiles { Cost = { Duration = TimeSpan.FromMilliseconds(10), Rounds = 1 } }
+            .ThreadAt(0, 7, "main", "A.Main", "~A.Main", "~A.Main", "A.Main", "~").ToProfile()));
+
+    [Fact]
     public void AThreadWithoutManagedCodeIsLeftOut()
     {
         using var json = JsonDocument.Parse(Write(new Profiles().Thread(1, "idle", "", null, "").ToProfile()));

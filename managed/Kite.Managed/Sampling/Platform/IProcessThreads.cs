@@ -16,6 +16,8 @@ internal interface IProcessThreads
 
     // While it is open waits end when they should, not at the next tick of a slow clock.
     IDisposable? SharpenClock();
+
+    ProcessorClock ProcessorClock { get; }
 }
 
 // As long as it is open its id stands for this thread and for no later one.
@@ -24,4 +26,23 @@ internal interface IOpenThread : IDisposable
     bool HasEnded { get; }
 
     string? Name { get; }
+
+    // What it has used of the processors so far, as the clock counts it; null if the system does not say.
+    ulong? ProcessorTime { get; }
+}
+
+// How the system counts what threads use of the processors.
+internal readonly struct ProcessorClock
+{
+    internal ProcessorClock(ulong noise, TimeSpan grain)
+    {
+        Noise = noise;
+        Grain = grain;
+    }
+
+    // So much a thread uses by being stopped: it has not run for that.
+    internal ulong Noise { get; }
+
+    // So long a thread may run without a change of its time.
+    internal TimeSpan Grain { get; }
 }

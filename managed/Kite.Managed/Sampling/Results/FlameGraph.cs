@@ -7,8 +7,9 @@ namespace Corvane.Sampling.Results;
 
 // An SVG picture of a tree of stacks: a box for each function, as wide as its samples, below it boxes for what
 // it called, so that the outermost callers are the base, at the top. Positions are parts of the whole width,
-// which is the window's. A box is a viewport, which cuts off the name that does not fit. FlameGraph.js, inside
-// the file, does the rest: details, search, zoom.
+// which is the window's. A box is a viewport, which cuts off the name that does not fit. There are two drawings of the
+// boxes: with the samples in which threads ran, which is shown first, and with those in which they waited as well.
+// FlameGraph.js, inside the file, does the rest: details, search, zoom, the change from one drawing to the other.
 internal sealed class FlameGraph
 {
     private const int RowHeight = 19;
@@ -25,7 +26,8 @@ internal sealed class FlameGraph
 
     private readonly TextWriter writer;
     private readonly List<Box> boxes = new List<Box>();
-    private readonly long total;
+    private readonly SampleCount total;
+    private readonly bool showsWaiting;
     private int depth;
     private long narrow;
     private long deep;
@@ -34,6 +36,7 @@ internal sealed class FlameGraph
     {
         this.writer = writer;
         total = tree.Root.Total;
+        showsWaiting = total.Running == 0;
         PlaceBoxes(tree);
     }
 
@@ -43,10 +46,10 @@ internal sealed class FlameGraph
     private void PlaceBoxes(StackTree tree)
     {
         // Where the next child of a node begins.
-        var next = new Dictionary<StackNode, long>();
+        var next = new Dictionary<StackNode, SampleCount>();
         foreach (var node in tree.InOrder())
         {
-            var start = 0L;
+            SampleCount start = default;
             if (node.Parent != null)
             {
                 start = next[node.Parent];
@@ -57,17 +60,19 @@ internal sealed class FlameGraph
             {
                 deep++;
             }
-            else if (node.Total < MinWidth * total)
+            else if (!IsWide(node.Total.Running, total.Running) && !IsWide(node.Total.All, total.All))
             {
                 narrow++;
             }
-            else if (total > 0)
+            else if (total.All > 0)
             {
                 boxes.Add(new Box(node, start));
                 depth = Math.Max(depth, node.Depth);
             }
         }
     }
+
+    private static bool IsWide(long count, long all) => count > 0 && count >= MinWidth * all;
 
     private void Write(string title, string summary)
     {
@@ -94,16 +99,36 @@ internal sealed class FlameGraph
     private void WriteBox(Box box)
     {
         var node = box.Node;
-        var width = node.Total / (double)total;
-        var name = XmlText.Escape(node.Name);
-        writer.Write($"<svg x=\"{Percent(box.Start / (double)total)}\" y=\"{node.Depth * RowHeight}\"");
-        writer.Write($" width=\"{Percent(width)}\" height=\"{BoxHeight}\"");
-        writer.Write($" data-start=\"{box.Start}\" data-samples=\"{node.Total}\">");
-        writer.Write(Invariant($"<title>{name}\n{node.Total:N0} {(node.Total == 1 ? "sample" : "samples")}, {100 * width:N1} %</title>"));
+        var all = (double)Shown(total);
+        var width = Shown(node.Total) / all;
+        writer.Write($"<svg x=\"{Percent(Shown(box.Start) / all)}\" y=\"{node.Depth * RowHeight}\"");
+        writer.Write($" width=\"{Percent(width)}\" height=\"{BoxHeight}\"{(width > 0 ? "" : " display=\"none\"")}");
+        writer.Write($" data-running=\"{box.Start.Running} {node.Total.Running}\" data-all=\"{box.Start.All} {node.Total.All}\">");
+        writer.Write($"<title>{XmlText.Escape(node.Name)}\n{Figures(node.Total)}</title>");
         writer.Write($"<rect width=\"100%\" height=\"100%\" fill=\"{FunctionColor.Of(node)}\"/>");
         writer.Write($"<text x=\"4\" y=\"13\"{(width < MinNamedWidth ? " display=\"none\"" : "")}>");
         writer.WriteLine($"{XmlText.Escape(Label(node))}</text></svg>");
     }
+
+    private long Shown(SampleCount count) => showsWaiting ? count.All : count.Running;
+
+    private string Figures(SampleCount count)
+    {
+        var figures = new List<string>();
+        if (count.Running > 0)
+        {
+            figures.Add($"{Samples(count.Running)} running, {Part(count.Running, total.Running)}");
+        }
+        if (count.Waiting > 0)
+        {
+            figures.Add($"{Samples(count.Waiting)} waiting, {Part(count.Waiting, total.Waiting)}");
+        }
+        return string.Join("; ", figures);
+    }
+
+    private static string Samples(long count) => Invariant($"{count:N0} {(count == 1 ? "sample" : "samples")}");
+
+    private static string Part(long count, long all) => Invariant($"{100 * (count / (double)all):N1} %");
 
     // The type's own name and the method's: a namespace would be all that there is room for.
     private static string Label(StackNode node)
@@ -119,7 +144,7 @@ internal sealed class FlameGraph
 
     private string LeftOut()
     {
-        if (total == 0)
+        if (total.All == 0)
         {
             return "There are no samples of managed code.";
         }
@@ -148,7 +173,7 @@ internal sealed class FlameGraph
 
     private readonly struct Box
     {
-        internal Box(StackNode node, long start)
+        internal Box(StackNode node, SampleCount start)
         {
             Node = node;
             Start = start;
@@ -157,6 +182,6 @@ internal sealed class FlameGraph
         internal StackNode Node { get; }
 
         // How many samples stand to its left.
-        internal long Start { get; }
+        internal SampleCount Start { get; }
     }
 }

@@ -5,19 +5,30 @@ using System.Text;
 
 namespace Corvane.Sampling.Results;
 
-// A line for each stack: its names from the outermost on, with semicolons between, a blank and its samples.
+// A line for each stack: its names from the outermost on, with semicolons between, a blank and its samples. Those in
+// which the thread waited are a line of their own, as if its function had called one of this name.
 internal static class FoldedStacks
 {
+    internal const string Waiting = "(waiting)";
+
     internal static void Write(TextWriter writer, StackTree tree)
     {
         foreach (var node in tree.InOrder())
         {
-            if (node.Self > 0)
+            if (node.Self.All > 0)
             {
-                writer.Write(Names(node));
-                writer.Write(' ');
-                writer.WriteLine(node.Self.ToString(CultureInfo.InvariantCulture));
+                var names = Names(node);
+                WriteLine(writer, names, node.Self.Running);
+                WriteLine(writer, names + ";" + Waiting, node.Self.Waiting);
             }
+        }
+    }
+
+    private static void WriteLine(TextWriter writer, string names, long samples)
+    {
+        if (samples > 0)
+        {
+            writer.WriteLine(names + " " + samples.ToString(CultureInfo.InvariantCulture));
         }
     }
 

@@ -6,7 +6,8 @@ using System.Linq;
 namespace Corvane.Sampling.Results;
 
 // A file for speedscope: a sampled profile for each thread with managed code, in microseconds since the first
-// sample of all. A sample stands for the time until the thread's next one; equal ones in a row are one.
+// sample of all. A sample stands for the time until the thread's next one; equal ones in a row are one. Waiting is the
+// innermost function.
 internal sealed class SpeedscopeFile
 {
     private const string Schema = "https://www.speedscope.app/file-format-schema.json";
@@ -80,25 +81,29 @@ internal sealed class SpeedscopeFile
     private List<long> WriteSamples(IReadOnlyList<Sample> samples)
     {
         var weights = new List<long>();
-        SampledStack? last = null;
+        Sample last = default;
         json.Name("samples").BeginArray();
         for (var i = 0; i < samples.Count; i++)
         {
             var weight = i + 1 < samples.Count
                 ? Math.Max(0, samples[i + 1].Microseconds - samples[i].Microseconds)
                 : lastWeight;
-            if (i > 0 && samples[i].Stack == last)
+            if (i > 0 && samples[i].Stack == last.Stack && samples[i].IsWaiting == last.IsWaiting)
             {
                 weights[weights.Count - 1] += weight;
                 continue;
             }
-            last = samples[i].Stack;
+            last = samples[i];
             weights.Add(weight);
             json.BeginArray();
             // One that was missed is a gap, like one without managed code.
-            foreach (var function in last?.ToArray() ?? [])
+            foreach (var function in last.Stack?.ToArray() ?? [])
             {
                 json.Value(FrameIndex(function.Name));
+            }
+            if (last is { IsWaiting: true, Stack.Depth: > 0 })
+            {
+                json.Value(FrameIndex(FoldedStacks.Waiting));
             }
             json.EndArray();
         }

@@ -14,7 +14,7 @@ internal sealed class StackTree
         var tree = new StackTree();
         foreach (var thread in profile.Threads)
         {
-            var counts = CountStacks(thread.Samples);
+            var counts = CountSamples(thread.Samples);
             if (counts.Count > 0)
             {
                 tree.Add(byThread ? tree.Root.Child(thread.Thread.ToString(), isFunction: false) : tree.Root, counts);
@@ -41,22 +41,22 @@ internal sealed class StackTree
         }
     }
 
-    private static Dictionary<SampledStack, long> CountStacks(IReadOnlyList<Sample> samples)
+    private static Dictionary<SampledStack, SampleCount> CountSamples(IReadOnlyList<Sample> samples)
     {
-        var counts = new Dictionary<SampledStack, long>();
+        var counts = new Dictionary<SampledStack, SampleCount>();
         foreach (var sample in samples)
         {
             // Without managed code there is nothing to show.
             if (sample.Stack is { Depth: > 0 } stack)
             {
                 counts.TryGetValue(stack, out var count);
-                counts[stack] = count + 1;
+                counts[stack] = count + SampleCount.Of(sample);
             }
         }
         return counts;
     }
 
-    private void Add(StackNode start, Dictionary<SampledStack, long> counts)
+    private void Add(StackNode start, Dictionary<SampledStack, SampleCount> counts)
     {
         var known = new Dictionary<SampledStack, StackNode>();
         var missing = new Stack<SampledStack>();
@@ -94,6 +94,28 @@ internal sealed class StackTree
     }
 }
 
+// Samples in which a thread ran and in which it waited.
+internal readonly struct SampleCount
+{
+    internal SampleCount(long running, long waiting)
+    {
+        Running = running;
+        Waiting = waiting;
+    }
+
+    internal long Running { get; }
+
+    internal long Waiting { get; }
+
+    internal long All => Running + Waiting;
+
+    public static SampleCount operator +(SampleCount one, SampleCount other) =>
+        new SampleCount(one.Running + other.Running, one.Waiting + other.Waiting);
+
+    internal static SampleCount Of(Sample sample) =>
+        sample.IsWaiting ? new SampleCount(0, sample.Count) : new SampleCount(sample.Count, 0);
+}
+
 // A function, or whatever else stands in a stack, with all that it was seen to call.
 internal sealed class StackNode
 {
@@ -117,9 +139,9 @@ internal sealed class StackNode
     internal bool IsFunction { get; }
 
     // Samples that ended here, and those together with all that were further in.
-    internal long Self { get; set; }
+    internal SampleCount Self { get; set; }
 
-    internal long Total { get; set; }
+    internal SampleCount Total { get; set; }
 
     internal StackNode Child(string name, bool isFunction = true)
     {
