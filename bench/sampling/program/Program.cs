@@ -1,5 +1,6 @@
 // Measures, in the process that is sampled: what a snapshot of stacks of three depths costs, and how much
-// longer a busy thread takes that is sampled at three intervals. Arguments: snapshots of each depth, rounds.
+// longer a busy thread takes that is sampled at three intervals. Then what the managed sampler takes of the time, with
+// threads that wait but for one. Arguments: snapshots of each depth, rounds.
 using System;
 using System.Diagnostics;
 using System.Globalization;
@@ -8,6 +9,7 @@ using System.Reflection;
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 using System.Threading;
+using Corvane.Sampling;
 
 internal static unsafe class Program
 {
@@ -48,8 +50,12 @@ internal static unsafe class Program
             Console.WriteLine($"every {s_intervals[i],3} ms: {slowdowns[i]:F3} times as long; {of.Taken} snapshots,"
                 + $" one in {of.Milliseconds / of.Taken:F1} ms, {of.Walked} of them walked");
         }
+        Console.WriteLine("The sampler every 10 ms, one thread busy, the others waiting");
+        double four = MeasureSampler(4);
+        double hundred = MeasureSampler(100);
         Console.WriteLine($"sampling: bare={measured[0].Total / measured[0].ByHand:F2}"
-            + $" suspended_us={measured[0].Suspended:F1} slowdown_10ms={slowdowns[2]:F3}");
+            + $" suspended_us={measured[0].Suspended:F1} slowdown_10ms={slowdowns[2]:F3}"
+            + $" idle_threads={four:F3} threads100={hundred:F3}");
         return 0;
     }
 
@@ -111,6 +117,45 @@ internal static unsafe class Program
         else
         {
             leave.WaitOne();
+        }
+    }
+
+    // --- The managed sampler
+
+    // The part of the time that it takes.
+    private static double MeasureSampler(int count)
+    {
+        using var over = new ManualResetEvent(false);
+        var threads = new Thread[count];
+        for (int i = 0; i < count; i++)
+        {
+            ThreadStart work = i == 0 ? () => Spin(over) : () => over.WaitOne();
+            threads[i] = new Thread(work) { Name = "measured" };
+            threads[i].Start();
+        }
+        using var sampler = new Sampler(new SamplerOptions { Filter = thread => thread.Name == "measured" });
+        sampler.Start();
+        Thread.Sleep(3000);
+        Profile profile = sampler.Stop();
+        over.Set();
+        Array.ForEach(threads, thread => thread.Join());
+        if (profile.Threads.Count != count)
+        {
+            throw new InvalidOperationException($"{profile.Threads.Count} threads were sampled instead of {count}");
+        }
+        Console.WriteLine($"{count,3} threads: {profile}");
+        return profile.Cost.Share;
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining | MethodImplOptions.NoOptimization)]
+    private static void Spin(WaitHandle over)
+    {
+        while (!over.WaitOne(0))
+        {
+            for (int i = 0; i < 1_000_000; i++)
+            {
+                s_result += (ulong)i;
+            }
         }
     }
 
