@@ -433,6 +433,36 @@ public class SamplerTests
         Assert.Equal("Type.F13", Names(profile.Threads[3].Samples[0]));
     }
 
+    // From any thread.
+    [Fact]
+    public void WhatThereIsSoFarMayBeReadAtAnyTime()
+    {
+        process.Add(10, null, 1);
+        using var sampler = process.NewSampler();
+        Assert.Equal("The sampler was not started.", Assert.Throws<InvalidOperationException>(sampler.Read).Message);
+        sampler.Start();
+        process.WaitForRounds();
+        var early = sampler.Read();
+        var count = early.Threads[0].Samples.Count;
+        Assert.Equal(count, early.Cost.Snapshots);
+        process.WaitForRounds(2);
+        Assert.Equal(count, early.Threads[0].Samples.Count);
+        Assert.Equal(count, early.Cost.Snapshots);
+        var threads = Enumerable.Range(0, 4).Select(_ => new Thread(() =>
+        {
+            for (var reads = 0; reads < 200; reads++)
+            {
+                var profile = sampler.Read();
+                Assert.Equal(profile.Threads[0].Samples.Sum(sample => sample.Count), profile.Cost.Snapshots);
+            }
+        })).ToList();
+        threads.ForEach(thread => thread.Start());
+        threads.ForEach(thread => thread.Join());
+        var last = sampler.Stop();
+        Assert.True(last.Threads[0].Samples.Count > count);
+        Assert.Equal(last.Threads[0].Samples.Count, sampler.Read().Threads[0].Samples.Count);
+    }
+
     [Fact]
     public void ItIsStartedOnceAndStoppedAnyNumberOfTimes()
     {

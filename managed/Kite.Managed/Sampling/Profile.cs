@@ -49,7 +49,8 @@ public sealed class Profile
         FlameGraph.Write(writer, StackTree.Of(this, byThread), title, ToString());
 
     /// <summary>
-    /// Writes all of them: NAME.folded, NAME.speedscope.json and NAME.svg, in place of what is there.
+    /// Writes all of them: NAME.folded, NAME.speedscope.json and NAME.svg, in place of what is there. A file is replaced
+    /// when the new one is whole.
     /// </summary>
     /// <param name="folder">Where to; made if need be.</param>
     /// <param name="name">How they are named.</param>
@@ -89,9 +90,40 @@ public sealed class Profile
             Cost) +
         (Failure != null ? $"; ended early by {Failure.GetType()}: {Failure.Message}" : WhyEmpty is { } why ? $"; {why}" : "");
 
+    // Whole or not at all: what was there stays until the new one is written.
     private static void WriteFile(string path, Action<TextWriter> write)
     {
-        using var writer = new StreamWriter(path) { NewLine = "\n" };
-        write(writer);
+        var beside = path + ".new";
+        try
+        {
+            using (var writer = new StreamWriter(beside) { NewLine = "\n" })
+            {
+                write(writer);
+            }
+            if (File.Exists(path))
+            {
+                File.Replace(beside, path, null);
+            }
+            else
+            {
+                File.Move(beside, path);
+            }
+        }
+        finally
+        {
+            Discard(beside);
+        }
+    }
+
+    private static void Discard(string file)
+    {
+        try
+        {
+            File.Delete(file);
+        }
+        catch (Exception)
+        {
+            // Its folder is gone, perhaps.
+        }
     }
 }

@@ -12,6 +12,7 @@ internal static class SamplingAtStart
 {
     private const string FolderVariable = "CORVANE_SAMPLE";
     private const string IntervalVariable = "CORVANE_SAMPLE_INTERVAL_MS";
+    private static readonly TimeSpan renewal = TimeSpan.FromSeconds(30);
 
     internal static void Begin()
     {
@@ -61,35 +62,18 @@ internal static class SamplingAtStart
     private static void Start(string folder)
     {
         folder = Path.GetFullPath(folder);
-        var options = new SamplerOptions { Interval = Interval(Environment.GetEnvironmentVariable(IntervalVariable)) };
+        var options = new SamplerOptions
+        {
+            Interval = Interval(Environment.GetEnvironmentVariable(IntervalVariable)),
+            Filter = thread => thread.Name != ProfileFiles.ThreadName,
+        };
         var exports = ProfilerExports.Find();
         // This is the program's main thread.
         var threads = new WindowsThreads(mainThread: WindowsThreads.GetCurrentThreadId());
         var sampler = new Sampler(exports, threads, options);
+        var files = new ProfileFiles(sampler, folder, Name(AppDomain.CurrentDomain.FriendlyName), Complaint.Write);
+        files.BeginToRenew(renewal);
         sampler.Start();
-        AtExit.Run(() => End(sampler, folder));
-    }
-
-    private static void End(Sampler sampler, string folder)
-    {
-        try
-        {
-            Save(sampler, folder);
-        }
-        catch (Exception exception)
-        {
-            Complaint.Write($"not all samples were written to {folder}", exception);
-        }
-    }
-
-    [MethodImpl(MethodImplOptions.NoInlining)]
-    private static void Save(Sampler sampler, string folder)
-    {
-        var profile = sampler.Stop(Sampler.Patience) ?? throw new TimeoutException("sampling did not end");
-        profile.Save(folder, Name(AppDomain.CurrentDomain.FriendlyName));
-        if (profile.WhyEmpty is { } why)
-        {
-            Complaint.Write(why);
-        }
+        AtExit.Run(files.End);
     }
 }

@@ -1,0 +1,85 @@
+using System;
+using System.Runtime.CompilerServices;
+using System.Threading;
+using Corvane.Instrumentation.Export;
+
+namespace Corvane.Sampling;
+
+// The files of a sampling that goes on: written again and again, so that a process that is killed leaves some, and at
+// its end. They are written on a thread of ours and by whoever ends the sampling, one at a time.
+internal sealed class ProfileFiles
+{
+    internal const string ThreadName = "Corvane profiles";
+
+    private readonly Sampler sampler;
+    private readonly string folder;
+    private readonly string name;
+    private readonly Action<string, Exception?> complain;
+    private readonly object writing = new object();
+    private readonly ManualResetEvent ended = new ManualResetEvent(false);
+    private bool hasComplained;
+
+    internal ProfileFiles(Sampler sampler, string folder, string name, Action<string, Exception?> complain)
+    {
+        this.sampler = sampler;
+        this.folder = folder;
+        this.name = name;
+        this.complain = complain;
+    }
+
+    // The sampler need not be started yet. The thread has its name when this returns, so that it can be left out.
+    internal void BeginToRenew(TimeSpan period)
+    {
+        using var begun = new ManualResetEventSlim();
+        OwnThread.Start(
+            ThreadName,
+            () =>
+            {
+                begun.Set();
+                while (!ended.WaitOne(period))
+                {
+                    Write(sampler.Read);
+                }
+            },
+            exception => complain("the files of samples will not be renewed", exception));
+        begun.Wait();
+    }
+
+    internal void End()
+    {
+        ended.Set();
+        if (Write(() => sampler.Stop(Sampler.Patience) ?? throw new TimeoutException("sampling did not end"))?.WhyEmpty is { } why)
+        {
+            complain(why, null);
+        }
+    }
+
+    // What was written. That it could not be is said once: the next time it may.
+    private Profile? Write(Func<Profile> read)
+    {
+        try
+        {
+            return Save(read);
+        }
+        catch (Exception exception)
+        {
+            if (!hasComplained)
+            {
+                hasComplained = true;
+                complain($"not all samples were written to {folder}", exception);
+            }
+            return null;
+        }
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private Profile Save(Func<Profile> read)
+    {
+        lock (writing)
+        {
+            var profile = read();
+            profile.Save(folder, name);
+            return profile;
+        }
+    }
+}
