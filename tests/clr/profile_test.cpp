@@ -134,12 +134,13 @@ protected:
                 profile.folded = lines_of(text);
             } else if (name.ends_with(".svg")) {
                 profile.drawing = text;
-            } else {
+            } else if (name.ends_with(".json")) {
                 std::istringstream stream(text);
                 boost::property_tree::read_json(stream, profile.speedscope);
             }
         }
-        EXPECT_THAT(names, ::testing::UnorderedElementsAre(".folded", ".speedscope.json", ".svg"));
+        EXPECT_THAT(names, ::testing::UnorderedElementsAre(".folded", ".pb.gz", ".speedscope.json",
+                                                           ".svg"));
         EXPECT_THAT(profile.drawing, AllOf(StartsWith("<?xml "), EndsWith("</svg>\n")));
         return profile;
     }

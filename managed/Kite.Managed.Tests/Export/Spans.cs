@@ -40,10 +40,13 @@ internal static class Spans
     }
 
     // What an independent reader with the official definitions finds.
-    internal static List<JsonElement> Read(string path, bool isJson)
+    internal static List<JsonElement> Read(string path, bool isJson) => RunReader("read.js", isJson ? "json" : "protobuf", path);
+
+    // What a script prints, a value on each line.
+    internal static List<JsonElement> RunReader(string script, params string[] arguments)
     {
-        var script = Path.Combine(Path.GetDirectoryName(ChildProgram.Assembly)!, "reader", "read.js");
-        using var reader = Process.Start(new ProcessStartInfo("node", [script, isJson ? "json" : "protobuf", path])
+        script = Path.Combine(Path.GetDirectoryName(ChildProgram.Assembly)!, "reader", script);
+        using var reader = Process.Start(new ProcessStartInfo("node", [script, .. arguments])
         {
             RedirectStandardOutput = true,
             RedirectStandardError = true,

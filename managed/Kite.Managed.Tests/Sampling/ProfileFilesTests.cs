@@ -10,7 +10,7 @@ namespace Kite.Managed.Tests.Sampling;
 
 public class ProfileFilesTests
 {
-    private static readonly string[] names = ["shop.folded", "shop.speedscope.json", "shop.svg"];
+    private static readonly string[] names = ["shop.folded", "shop.pb.gz", "shop.speedscope.json", "shop.svg"];
 
     private readonly FakeProcess process = new();
     private readonly List<string> complaints = [];
@@ -71,14 +71,14 @@ public class ProfileFilesTests
         process.Add(10, "first", 1);
         using var sampler = process.NewSampler();
         var files = Begin(sampler, folder["samples"], TimeSpan.FromMilliseconds(20));
-        WaitUntil(() => File.Exists(folder["samples/shop.svg"]), "no file");
+        WaitUntil(() => File.Exists(folder["samples/shop.pb.gz"]), "no file");
         for (var round = 0; round < 2; round++)
         {
             // While a file has the folder's name there can be none.
             WaitUntil(() => Replaces(folder["samples"]), "the folder stays");
             Thread.Sleep(200);
             File.Delete(folder["samples"]);
-            WaitUntil(() => File.Exists(folder["samples/shop.svg"]), "no file again");
+            WaitUntil(() => File.Exists(folder["samples/shop.pb.gz"]), "no file again");
         }
         files.End();
         Assert.Equal(names, new DirectoryInfo(folder["samples"]).GetFiles().Select(file => file.Name).Order());

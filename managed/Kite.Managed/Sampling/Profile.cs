@@ -49,8 +49,14 @@ public sealed class Profile
         FlameGraph.Write(writer, StackTree.Of(this, byThread), title, ToString());
 
     /// <summary>
-    /// Writes all of them: NAME.folded, NAME.speedscope.json and NAME.svg, in place of what is there. A file is replaced
-    /// when the new one is whole.
+    /// Writes a file for pprof: the samples of each stack and their time, running and waiting. It is compressed.
+    /// </summary>
+    /// <param name="stream">Where to.</param>
+    public void WritePprof(Stream stream) => PprofFile.Write(stream, this);
+
+    /// <summary>
+    /// Writes all of them: NAME.folded, NAME.speedscope.json, NAME.svg and NAME.pb.gz, in place of what is there. A file
+    /// is replaced when the new one is whole.
     /// </summary>
     /// <param name="folder">Where to; made if need be.</param>
     /// <param name="name">How they are named.</param>
@@ -58,10 +64,18 @@ public sealed class Profile
     {
         Directory.CreateDirectory(folder);
         var path = Path.Combine(folder, name);
-        WriteFile(path + ".folded", writer => WriteFolded(writer));
-        WriteFile(path + ".speedscope.json", writer => WriteSpeedscope(writer, WhyEmpty is { } why ? $"{name}: {why}" : name));
-        WriteFile(path + ".svg", writer => WriteFlameGraph(writer, name));
+        WriteText(path + ".folded", writer => WriteFolded(writer));
+        WriteText(path + ".speedscope.json", writer => WriteSpeedscope(writer, WhyEmpty is { } why ? $"{name}: {why}" : name));
+        WriteText(path + ".svg", writer => WriteFlameGraph(writer, name));
+        WriteFile(path + ".pb.gz", WritePprof);
     }
+
+    // What the last sample of a thread stands for: a round.
+    internal long LastMicroseconds =>
+        Cost.Rounds == 0 ? 0 : Cost.Duration.Ticks / (TimeSpan.TicksPerMillisecond / 1000) / Cost.Rounds;
+
+    // The time of the first sample of all.
+    internal long Begin => Threads.Count == 0 ? 0 : Threads.Min(thread => thread.Samples[0].Microseconds);
 
     // Null if some managed code was seen.
     internal string? WhyEmpty
@@ -90,15 +104,21 @@ public sealed class Profile
             Cost) +
         (Failure != null ? $"; ended early by {Failure.GetType()}: {Failure.Message}" : WhyEmpty is { } why ? $"; {why}" : "");
 
+    private static void WriteText(string path, Action<TextWriter> write) => WriteFile(path, stream =>
+    {
+        using var writer = new StreamWriter(stream) { NewLine = "\n" };
+        write(writer);
+    });
+
     // Whole or not at all: what was there stays until the new one is written.
-    private static void WriteFile(string path, Action<TextWriter> write)
+    private static void WriteFile(string path, Action<Stream> write)
     {
         var beside = path + ".new";
         try
         {
-            using (var writer = new StreamWriter(beside) { NewLine = "\n" })
+            using (var stream = new FileStream(beside, FileMode.Create, FileAccess.Write))
             {
-                write(writer);
+                write(stream);
             }
             if (File.Exists(path))
             {

@@ -1,4 +1,3 @@
-using System;
 using System.Collections.Generic;
 using System.IO;
 using System.Linq;
@@ -21,9 +20,8 @@ internal sealed class SpeedscopeFile
     private SpeedscopeFile(TextWriter writer, Profile profile)
     {
         json = new JsonText(writer);
-        var cost = profile.Cost;
-        lastWeight = cost.Rounds == 0 ? 0 : Microseconds(cost.Duration) / cost.Rounds;
-        start = profile.Threads.Count == 0 ? 0 : profile.Threads.Min(thread => thread.Samples[0].Microseconds);
+        lastWeight = profile.LastMicroseconds;
+        start = profile.Begin;
     }
 
     internal static void Write(TextWriter writer, Profile profile, string title)
@@ -32,8 +30,6 @@ internal sealed class SpeedscopeFile
         file.Write(profile, title);
         writer.WriteLine();
     }
-
-    private static long Microseconds(TimeSpan time) => time.Ticks / (TimeSpan.TicksPerMillisecond / 1000);
 
     private void Write(Profile profile, string title)
     {
@@ -68,7 +64,7 @@ internal sealed class SpeedscopeFile
         json.Name("name").Value(thread.Name == null ? thread.ToString() : $"{thread.Name} ({thread.Id})");
         json.Name("unit").Value("microseconds");
         json.Name("startValue").Value(begin);
-        var weights = WriteSamples(profile.Samples);
+        var weights = WriteSamples(profile);
         json.Name("endValue").Value(begin + weights.Sum());
         json.Name("weights").BeginArray();
         foreach (var weight in weights)
@@ -78,22 +74,19 @@ internal sealed class SpeedscopeFile
         json.EndArray().EndObject();
     }
 
-    private List<long> WriteSamples(IReadOnlyList<Sample> samples)
+    private List<long> WriteSamples(ThreadProfile profile)
     {
         var weights = new List<long>();
         Sample last = default;
         json.Name("samples").BeginArray();
-        for (var i = 0; i < samples.Count; i++)
+        foreach (var (sample, weight) in profile.Timed(lastWeight))
         {
-            var weight = i + 1 < samples.Count
-                ? Math.Max(0, samples[i + 1].Microseconds - samples[i].Microseconds)
-                : lastWeight;
-            if (i > 0 && samples[i].Stack == last.Stack && samples[i].IsWaiting == last.IsWaiting)
+            if (weights.Count > 0 && sample.Stack == last.Stack && sample.IsWaiting == last.IsWaiting)
             {
                 weights[weights.Count - 1] += weight;
                 continue;
             }
-            last = samples[i];
+            last = sample;
             weights.Add(weight);
             json.BeginArray();
             // One that was missed is a gap, like one without managed code.
