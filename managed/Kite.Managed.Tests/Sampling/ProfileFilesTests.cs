@@ -21,7 +21,7 @@ public class ProfileFilesTests
         {
             lock (complaints)
             {
-                complaints.Add($"{what}: {why?.GetType().Name}");
+                complaints.Add($"{what}: {why?.GetType().Name} {why?.Message}");
             }
         });
         files.BeginToRenew(period);

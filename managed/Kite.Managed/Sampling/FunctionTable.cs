@@ -9,6 +9,7 @@ internal sealed class FunctionTable
 {
     private readonly Dictionary<double, SampledFunction> byId = new Dictionary<double, SampledFunction>();
     private readonly List<SampledFunction> unresolved = new List<SampledFunction>();
+    private readonly List<SampledFunction> resolved = new List<SampledFunction>();
 
     internal SampledFunction Get(double id)
     {
@@ -19,6 +20,14 @@ internal sealed class FunctionTable
             unresolved.Add(function);
         }
         return function;
+    }
+
+    // Those that were asked for their names since the last time.
+    internal SampledFunction[] TakeNew()
+    {
+        var functions = resolved.ToArray();
+        resolved.Clear();
+        return functions;
     }
 
     // Whether all could be asked for. To be called at once: the id of a method that is unloaded stands for nothing, which crashes the runtime,
@@ -43,6 +52,7 @@ internal sealed class FunctionTable
             {
                 functions[i].Resolve(names[i].Type, names[i].Method);
             }
+            resolved.AddRange(functions);
             return true;
         }
         catch (Exception)

@@ -55,25 +55,34 @@ internal sealed class SamplingRun
     }
 
     // What there is so far.
-    internal Profile Read()
-    {
-        lock (gathering)
-        {
-            return ToProfile(samples => samples.ToArray(), cost.Copy());
-        }
-    }
+    internal Profile Read() => ToProfile(samples => samples.ToArray());
 
     // What there is when it has ended.
-    internal Profile ToProfile() => ToProfile(samples => samples, cost);
+    internal Profile ToProfile() => ToProfile(samples => samples);
 
-    private Profile ToProfile(Func<List<Sample>, IReadOnlyList<Sample>> take, SamplingCost cost)
+    private Profile ToProfile(Func<List<Sample>, IReadOnlyList<Sample>> take)
+    {
+        SampledFunction[] functions;
+        Profile profile;
+        lock (gathering)
+        {
+            profile = Gathered(take);
+            functions = this.functions.TakeNew();
+        }
+#if NET
+        LoadedTypes.Place(functions);
+#endif
+        return profile;
+    }
+
+    private Profile Gathered(Func<List<Sample>, IReadOnlyList<Sample>> take)
     {
         var threads = new List<ThreadProfile>();
         foreach (var thread in sampled)
         {
             threads.Add(new ThreadProfile(thread.Thread, take(thread.Samples)));
         }
-        return new Profile(options.Interval, threads, cost, failure);
+        return new Profile(options.Interval, threads, cost.Copy(), failure);
     }
 
     [MethodImpl(MethodImplOptions.NoInlining)]

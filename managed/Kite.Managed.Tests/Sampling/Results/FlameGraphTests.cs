@@ -99,7 +99,7 @@ public class FlameGraphTests
     [Fact]
     public void TextIsEscaped()
     {
-        const string Name = "<>c.<Main>b__0 & \"x\" ]]>";
+        const string Name = "<script>alert(1)</script> & \"x\" ]]>";
         var drawing = Draw(new Profiles().Thread(7, "<t>", Name, "a\nb\u0001\uffff\ud800"), "a<b>&\"c\"");
         var boxes = Boxes(drawing);
         Assert.Equal(["all", "<t>", Name, "a\ufffdb\ufffd\ufffd\ufffd"], boxes.Select(FlameGraphTests.Name));
@@ -212,6 +212,20 @@ public class FlameGraphTests
         }
     }
 
+    private static SampledFunction Function(string name, bool? isPlatform = null)
+    {
+        var function = new SampledFunction(1);
+        function.Resolve(null, name);
+        function.Place(null, isPlatform);
+        return function;
+    }
+
+    [Theory]
+    [InlineData("System.Shop.Add", false, "hsl(1")]
+    [InlineData("Shop.Cart.Add", true, "hsl(2")]
+    public void TheOriginDecidesWhereItIsKnown(string name, bool isPlatform, string colour) =>
+        Assert.StartsWith(colour, FunctionColor.Of(new StackTree().Root.Child(Function(name, isPlatform))));
+
     // By the name alone: it is the same in every picture.
     [Theory]
     [InlineData("Shop.Cart.Add", "hsl(189,52%,72%)")]
@@ -225,7 +239,7 @@ public class FlameGraphTests
     [InlineData("SystemShop.Cart.Add", "hsl(166,52%,72%)")]
     [InlineData("(no name)", "hsl(159,44%,64%)")]
     public void AColourIsThatOfItsName(string name, string colour) =>
-        Assert.Equal(colour, FunctionColor.Of(new StackTree().Root.Child(name)));
+        Assert.Equal(colour, FunctionColor.Of(new StackTree().Root.Child(Function(name))));
 
     [Fact]
     public void WhatEndedTheSamplingIsEscaped()

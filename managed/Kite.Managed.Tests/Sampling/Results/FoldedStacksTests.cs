@@ -51,9 +51,9 @@ public class FoldedStacksTests
     // In the text above a bar stands between two functions.
     [Fact]
     public void WhatTheFormatCannotHoldIsReplaced() => Assert.Equal(
-        "a:b;<Main>b__0 1;List`1.Add x 1\nhalf \uFFFD\uFFFD, whole \U0001F600;A.B 1\n",
+        "a:b;<Main>x__0 1;List`1.Add x 1\nhalf \uFFFD\uFFFD, whole \U0001F600;A.B 1\n",
         Folded(new Profiles()
-            .Thread(1, "a;b", "<Main>b__0 1|List`1.Add\tx").Thread(2, "half \uDE00\uD83D, whole \U0001F600", "A.B")));
+            .Thread(1, "a;b", "<Main>x__0 1|List`1.Add\tx").Thread(2, "half \uDE00\uD83D, whole \U0001F600", "A.B")));
 
     [Fact]
     public void FunctionsOfOneNameAreOne()

@@ -58,14 +58,14 @@ public class SpeedscopeFileTests
     [Fact]
     public void AnyNameIsReadAsItWas()
     {
-        const string Name = "<Main>b__0\"\\\u0000\t\n\u007f\u0085é𝄞\u2028";
+        const string Name = "<Main>x__0\"\\\u0000\t\n\u007f\u0085é𝄞\u2028";
         var text = Write(new Profiles().Thread(1, "a\"b", Name).ToProfile(), "c\\d");
         using var json = JsonDocument.Parse(text);
         var root = json.RootElement;
         Assert.Equal("c\\d", root.GetProperty("name").GetString());
         Assert.Equal("a\"b (1)", root.GetProperty("profiles")[0].GetProperty("name").GetString());
         Assert.Equal(Name, root.GetProperty("shared").GetProperty("frames")[0].GetProperty("name").GetString());
-        Assert.Contains("<Main>b__0\\\"\\\\\\u0000\\u0009\\u000a\\u007f\\u0085é𝄞", text);
+        Assert.Contains("<Main>x__0\\\"\\\\\\u0000\\u0009\\u000a\\u007f\\u0085é𝄞", text);
     }
 
     // Attributes cannot hold such texts.

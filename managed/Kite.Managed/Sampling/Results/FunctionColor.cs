@@ -2,12 +2,10 @@ using System;
 
 namespace Corvane.Sampling.Results;
 
-// The colour of a box, by its name alone, so that a function has the same one in every picture. Functions of
+// The colour of a box, by its name and its origin, so that a function has the same one in every picture. Functions of
 // one type are alike; those of the platform keep in the background.
 internal static class FunctionColor
 {
-    private static readonly string[] platform = { "System.", "Microsoft.", "Internal.", "Interop" };
-
     internal static string Of(StackNode node)
     {
         if (!node.IsFunction)
@@ -18,7 +16,7 @@ internal static class FunctionColor
         var end = Math.Max(name.LastIndexOf('.'), 0);
         var type = Hash(name, name.Substring(0, end).TrimEnd('.').Length);
         var shade = Hash(name, name.Length) % 11;
-        return Array.Exists(platform, start => name.StartsWith(start, StringComparison.Ordinal))
+        return node.Kind == NodeKind.Platform
             ? $"hsl({215 + type % 40},{26 + shade}%,{80 + shade / 2}%)"
             : $"hsl({130 + type % 70},{42 + shade}%,{62 + shade}%)";
     }

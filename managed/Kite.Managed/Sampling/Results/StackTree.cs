@@ -7,7 +7,7 @@ namespace Corvane.Sampling.Results;
 // so that nothing here recurses.
 internal sealed class StackTree
 {
-    internal StackNode Root { get; } = new StackNode("all", null, isFunction: false);
+    internal StackNode Root { get; } = new StackNode("all", null, NodeKind.All);
 
     internal static StackTree Of(Profile profile, bool byThread)
     {
@@ -17,7 +17,7 @@ internal sealed class StackTree
             var counts = CountSamples(thread.Samples);
             if (counts.Count > 0)
             {
-                tree.Add(byThread ? tree.Root.Child(thread.Thread.ToString(), isFunction: false) : tree.Root, counts);
+                tree.Add(byThread ? tree.Root.Child(thread.Thread.ToString(), NodeKind.Thread) : tree.Root, counts);
             }
         }
         tree.AddUp();
@@ -73,7 +73,7 @@ internal sealed class StackTree
             while (missing.Count > 0)
             {
                 stack = missing.Pop();
-                node = node.Child(stack.Function!.Name);
+                node = node.Child(stack.Function!);
                 known.Add(stack, node);
             }
             node.Self += counted.Value;
@@ -116,16 +116,27 @@ internal readonly struct SampleCount
         sample.IsWaiting ? new SampleCount(0, sample.Count) : new SampleCount(sample.Count, 0);
 }
 
+// What a box stands for; the last two are functions, by where their code comes from.
+internal enum NodeKind
+{
+    All,
+    Thread,
+    Program,
+    Platform,
+}
+
 // A function, or whatever else stands in a stack, with all that it was seen to call.
 internal sealed class StackNode
 {
+    private static readonly string[] platform = { "System.", "Microsoft.", "Internal.", "Interop" };
+
     private readonly Dictionary<string, StackNode> children = new Dictionary<string, StackNode>();
 
-    internal StackNode(string name, StackNode? parent, bool isFunction)
+    internal StackNode(string name, StackNode? parent, NodeKind kind)
     {
         Name = name;
         Parent = parent;
-        IsFunction = isFunction;
+        Kind = kind;
         Depth = parent == null ? 0 : parent.Depth + 1;
     }
 
@@ -135,23 +146,32 @@ internal sealed class StackNode
 
     internal int Depth { get; }
 
-    // Or a thread, or all of them.
-    internal bool IsFunction { get; }
+    internal NodeKind Kind { get; }
+
+    internal bool IsFunction => Kind is NodeKind.Program or NodeKind.Platform;
 
     // Samples that ended here, and those together with all that were further in.
     internal SampleCount Self { get; set; }
 
     internal SampleCount Total { get; set; }
 
-    internal StackNode Child(string name, bool isFunction = true)
+    internal StackNode Child(SampledFunction function) => Child(function.Name, KindOf(function));
+
+    internal StackNode Child(string name, NodeKind kind)
     {
         if (!children.TryGetValue(name, out var child))
         {
-            child = new StackNode(name, this, isFunction);
+            child = new StackNode(name, this, kind);
             children.Add(name, child);
         }
         return child;
     }
+
+    // Without knowledge of its assembly a function is judged by its name.
+    private static NodeKind KindOf(SampledFunction function) =>
+        function.IsPlatform ?? Array.Exists(platform, start => function.Name.StartsWith(start, StringComparison.Ordinal))
+            ? NodeKind.Platform
+            : NodeKind.Program;
 
     internal List<StackNode> SortedChildren()
     {
