@@ -52,19 +52,21 @@ std::vector<std::string> causes(const Spans& spans, const std::string& id) {
 
 class Web : public EachRuntimeTest {
 protected:
-    void run(const std::wstring& values) {
+    void run(const std::wstring& values, const std::wstring& what = L"",
+             const std::wstring& samples = L"") {
         program = L"web";
         configure("<configuration><instrumentation><applications>"
                   "<application name='web.exe' corvane='Enabled'/>"
                   "</applications></instrumentation></configuration>");
         watch({.executable = L"web.exe",
-               .arguments = {(folder() / "seen.txt").wstring()},
+               .arguments = {(folder() / "seen.txt").wstring(), what},
                .environment = {{L"CORVANE_STRICT_IL", L"1"},
                                {L"DOTNET_STARTUP_HOOKS", managed_library().wstring()},
                                {L"CORVANE_OTLP_FILE", otlp().wstring()},
                                {L"CORVANE_TRACE_FILE", (folder() / "trace.json").wstring()},
                                {L"CORVANE_CALL_TREE", (folder() / "calls.txt").wstring()},
                                {L"CORVANE_SUMMARY", (folder() / "summary.txt").wstring()},
+                               {L"CORVANE_SAMPLE", samples},
                                {L"CORVANE_VALUES", values}},
                .with_witness = false,
                .with_debugger = false,
@@ -107,6 +109,35 @@ TEST_P(Web, IsOneTraceFromRequestToInnerRequest) {
     }
     EXPECT_EQ(own, (std::map<std::string, int>{
                        {"Shop.Fail", 1}, {"Shop.Price", 8}, {"Shop.QuoteAsync", 8}}));
+}
+
+// Its waiting is on no thread. What runs is below the route, in every form of the results.
+TEST_P(Web, ShowsWhatASlowEndPointDoes) {
+    const fs::path samples = folder() / "samples";
+    run(L"none", L"slow", samples.wstring());
+    int hashing = 0;
+    int all = 0;
+    bool is_drawn = false;
+    for (const fs::directory_entry& file : fs::directory_iterator(samples)) {
+        const std::string text = read_file(file.path());
+        if (file.path().extension() == ".svg") {
+            is_drawn = text.find("<title>GET /slow\n") != std::string::npos &&
+                       text.find("<title>Slow.Hash\n") != std::string::npos;
+        } else if (file.path().extension() == ".folded") {
+            std::istringstream stream(text);
+            for (std::string line; std::getline(stream, line);) {
+                const int count = std::stoi(line.substr(line.rfind(' ')));
+                if (line.find(";(waiting) ") == std::string::npos) {
+                    all += count;
+                    const bool is_hashing = line.starts_with("GET /slow;") &&
+                                            line.find(";Slow.Hash") != std::string::npos;
+                    hashing += is_hashing ? count : 0;
+                }
+            }
+        }
+    }
+    EXPECT_TRUE(is_drawn);
+    EXPECT_GT(2 * hashing, all) << hashing << " of " << all;
 }
 
 TEST_P(Web, WritesNoSecretOfAnUrl) {

@@ -24,8 +24,8 @@ public class ProfileFilesTests
                 complaints.Add($"{what}: {why?.GetType().Name} {why?.Message}");
             }
         });
-        files.BeginToRenew(period);
         sampler.Start();
+        files.BeginToRenew(period);
         return files;
     }
 

@@ -46,7 +46,7 @@ public sealed class Profile
     /// <param name="title">What is shown above it.</param>
     /// <param name="byThread">Whether the threads are apart.</param>
     public void WriteFlameGraph(TextWriter writer, string title, bool byThread = true) =>
-        FlameGraph.Write(writer, StackTree.Of(this, byThread), title, ToString());
+        FlameGraph.Write(writer, StackTree.Of(this, byThread), title, ToString(), new ThreadTimeline(this));
 
     /// <summary>
     /// Writes a file for pprof: the samples of each stack and their time, running and waiting. It is compressed.
@@ -69,6 +69,9 @@ public sealed class Profile
         WriteText(path + ".svg", writer => WriteFlameGraph(writer, name));
         WriteFile(path + ".pb.gz", WritePprof);
     }
+
+    // By time.
+    internal IReadOnlyList<GarbageCollection> Collections { get; set; } = [];
 
     // What the last sample of a thread stands for: a round.
     internal long LastMicroseconds =>

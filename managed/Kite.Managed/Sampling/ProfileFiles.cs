@@ -27,7 +27,7 @@ internal sealed class ProfileFiles
         this.complain = complain;
     }
 
-    // The sampler need not be started yet. The thread has its name when this returns, so that it can be left out.
+    // The sampler is started within the first period. The thread has its name when this returns: it can be left out.
     internal void BeginToRenew(TimeSpan period)
     {
         using var begun = new ManualResetEventSlim();

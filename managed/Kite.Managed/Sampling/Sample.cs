@@ -7,8 +7,9 @@ public readonly struct Sample
 {
     private static readonly DateTime epoch = new DateTime(1970, 1, 1, 0, 0, 0, DateTimeKind.Utc);
 
-    internal Sample(long microseconds, SampledStack? stack, bool isWaiting = false, int count = 1)
+    internal Sample(long microseconds, SampledStack? stack, bool isWaiting = false, int count = 1, SampledOperation? operation = null)
     {
+        InOperation = operation;
         Microseconds = microseconds;
         Stack = stack;
         IsWaiting = isWaiting;
@@ -35,7 +36,15 @@ public readonly struct Sample
     /// </summary>
     public int Count { get; }
 
-    internal Sample Waiting => new Sample(Microseconds, Stack, true, Count);
+    /// <summary>
+    /// What the thread was busy with: the name of a region, or of a request or another root span where those are
+    /// recorded. Null if there was nothing of the kind.
+    /// </summary>
+    public string? Operation => InOperation?.Name;
 
-    internal Sample OnceMore => new Sample(Microseconds, Stack, IsWaiting, Count + 1);
+    internal SampledOperation? InOperation { get; }
+
+    internal Sample Waiting => new Sample(Microseconds, Stack, true, Count, InOperation);
+
+    internal Sample OnceMore => new Sample(Microseconds, Stack, IsWaiting, Count + 1, InOperation);
 }

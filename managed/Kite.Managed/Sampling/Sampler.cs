@@ -75,6 +75,14 @@ public sealed class Sampler : IDisposable
     /// <exception cref="InvalidOperationException">It was never started, or the filter calls it.</exception>
     public Profile Stop() => Stop(Timeout.InfiniteTimeSpan)!;
 
+    /// <summary>
+    /// Names what the program does from here until the result is disposed of: samples of the time say so, and have a level
+    /// of their own in each result. It follows the flow of the program, through awaits, tasks and threads, and may be inside
+    /// of another one. It serves every sampler.
+    /// </summary>
+    /// <param name="name">The name of the operation.</param>
+    public IDisposable Region(string name) => new SampledRegion(SampledOperation.Enter(name ?? throw new ArgumentNullException(nameof(name))));
+
     /// <summary>Gives what the sampling has shown so far. It goes on.</summary>
     /// <exception cref="InvalidOperationException">It was never started.</exception>
     public Profile Read()
@@ -155,6 +163,15 @@ public sealed class Sampler : IDisposable
         {
             isInFilter = false;
         }
+    }
+
+    private sealed class SampledRegion : IDisposable
+    {
+        private readonly SampledOperation operation;
+
+        internal SampledRegion(SampledOperation operation) => this.operation = operation;
+
+        public void Dispose() => operation.Leave();
     }
 
     private bool IsStarted()

@@ -38,7 +38,7 @@ public sealed class SamplerOptions
     /// </summary>
     public Func<SampledThread, bool>? Filter { get; set; }
 
-    /// <summary>How many samples and gaps are kept; later ones are counted and dropped. One takes 24 bytes.</summary>
+    /// <summary>How many samples and gaps are kept; later ones are counted and dropped. One takes 32 bytes.</summary>
     /// <exception cref="ArgumentOutOfRangeException">It is less than one.</exception>
     public int MaxSamples
     {

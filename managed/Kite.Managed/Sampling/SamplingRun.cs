@@ -15,6 +15,7 @@ internal sealed class SamplingRun
     // To list the threads of a large system takes as long as many snapshots: it is done each round if it may,
     // but for no more than this part of the time.
     private const int RefreshShare = 20;
+    private const int MostCollections = 10_000;
     private static readonly TimeSpan maxRefreshPeriod = TimeSpan.FromMilliseconds(200);
 
     private readonly IProfilerExports exports;
@@ -29,6 +30,8 @@ internal sealed class SamplingRun
 
     // Around each change of what was gathered. It is not held while a thread stands still.
     private readonly object gathering = new object();
+    private readonly List<GarbageCollection> collections = new List<GarbageCollection>();
+    private readonly int[] collected = new int[3];
     private double[] buffer = new double[256];
     private int samples;
     private Exception? failure;
@@ -82,7 +85,7 @@ internal sealed class SamplingRun
         {
             threads.Add(new ThreadProfile(thread.Thread, take(thread.Samples)));
         }
-        return new Profile(options.Interval, threads, cost.Copy(), failure);
+        return new Profile(options.Interval, threads, cost.Copy(), failure) { Collections = collections.ToArray() };
     }
 
     [MethodImpl(MethodImplOptions.NoInlining)]
@@ -111,6 +114,7 @@ internal sealed class SamplingRun
                 {
                     break;
                 }
+                NoteCollections();
                 GoThrough(threads.Chosen, running, stop);
                 working.Stop();
                 Count(running, working, rounds: 1);
@@ -119,6 +123,29 @@ internal sealed class SamplingRun
         finally
         {
             Count(running, working, rounds: 0);
+        }
+    }
+
+    // The count of a generation includes the collections of older ones. Several since the last round are one mark.
+    private void NoteCollections()
+    {
+        var oldest = -1;
+        for (var generation = 0; generation < collected.Length; generation++)
+        {
+            var count = GC.CollectionCount(generation);
+            if (count == collected[generation])
+            {
+                continue;
+            }
+            collected[generation] = count;
+            oldest = generation;
+        }
+        if (oldest >= 0 && clock.IsSet && collections.Count < MostCollections)
+        {
+            lock (gathering)
+            {
+                collections.Add(new GarbageCollection(clock.Now, oldest));
+            }
         }
     }
 
@@ -146,6 +173,7 @@ internal sealed class SamplingRun
                 continue;
             }
             var snapping = Stopwatch.StartNew();
+            var operation = thread.Operation;
             var isTaken = TryTakeSnapshot(thread.Id, out var count, out var microseconds);
             snapping.Stop();
             // From then on there is the stopping to be seen.
@@ -160,7 +188,7 @@ internal sealed class SamplingRun
                     thread.WasSeen = true;
                     cost.Snapshots++;
                     clock.Set(microseconds);
-                    Keep(thread, count, (long)microseconds);
+                    Keep(thread, count, (long)microseconds, operation);
                 }
                 else if (thread.WasSeen)
                 {
@@ -176,7 +204,7 @@ internal sealed class SamplingRun
         }
     }
 
-    private void Keep(WatchedThread thread, int count, long microseconds)
+    private void Keep(WatchedThread thread, int count, long microseconds, SampledOperation? operation)
     {
         // Beyond the most not even a new stack is stored.
         if (samples == options.MaxSamples)
@@ -194,7 +222,7 @@ internal sealed class SamplingRun
         {
             cost.Failed++;
         }
-        thread.Samples.Add(new Sample(microseconds, stack, stack.Function is { IsWait: true }));
+        thread.Samples.Add(new Sample(microseconds, stack, stack.Function is { IsWait: true }, operation: operation));
     }
 
     // A thread that rests is where it was. False if that is not known.
@@ -215,7 +243,8 @@ internal sealed class SamplingRun
             else if (samples < options.MaxSamples)
             {
                 samples++;
-                thread.Samples.Add(new Sample(clock.Now, thread.Samples[last].Stack, isWaiting: true));
+                thread.Samples.Add(new Sample(
+                    clock.Now, thread.Samples[last].Stack, isWaiting: true, operation: thread.Samples[last].InOperation));
             }
             cost.Rested++;
             return true;
@@ -253,6 +282,8 @@ internal sealed class SamplingRun
     {
         private readonly Stopwatch since = new Stopwatch();
         private long microseconds;
+
+        internal bool IsSet => since.IsRunning;
 
         internal long Now => microseconds + since.Elapsed.Ticks / (TimeSpan.TicksPerMillisecond / 1000);
 

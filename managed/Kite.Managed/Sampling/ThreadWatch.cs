@@ -66,6 +66,7 @@ internal sealed class ThreadWatch : IDisposable
 internal sealed class WatchedThread : IDisposable
 {
     private readonly IOpenThread open;
+    private SampledOperation.Slot? slot;
     private TimeSpan? restsSince;
     private ulong timeAtRest;
     private int firstAtRest;
@@ -87,6 +88,8 @@ internal sealed class WatchedThread : IDisposable
     internal List<Sample> Samples { get; } = new List<Sample>();
 
     internal bool HasEnded => open.HasEnded;
+
+    internal SampledOperation? Operation => (slot ??= SampledOperation.SlotOf(Id))?.Operation;
 
     // Whether it has used no processor time for so long that it is to be taken for waiting.
     internal bool Rests(TimeSpan now, ProcessorClock clock)

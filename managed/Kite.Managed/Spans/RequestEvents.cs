@@ -8,6 +8,7 @@ using System.Reflection;
 using System.Runtime.CompilerServices;
 using Corvane.Instrumentation.Conventions;
 using Corvane.Instrumentation.Privacy;
+using Corvane.Sampling;
 
 namespace Corvane.Instrumentation.Spans;
 
@@ -76,8 +77,15 @@ internal sealed class RequestEvents : IObserver<DiagnosticListener>, IObserver<K
         }
         switch (happened.Key)
         {
+            case Request + ".Start":
+                if (SampledOperation.IsWanted)
+                {
+                    SampledOperation.Enter(HttpMethods.Name(HttpMethods.Known(method.ReadText(request.Read(happened.Value)))));
+                }
+                break;
             case Request + ".Stop":
                 DescribeRequest(span, happened.Value);
+                LeaveOperation(span.Name);
                 break;
             case Call + ".Stop":
                 HttpConvention.DescribeExchange(span, request.Read(happened.Value), response.Read(happened.Value));
@@ -104,6 +112,15 @@ internal sealed class RequestEvents : IObserver<DiagnosticListener>, IObserver<K
         lock (subscriptions)
         {
             subscriptions.Add(subscription);
+        }
+    }
+
+    private static void LeaveOperation(string name)
+    {
+        if (SampledOperation.IsWanted && SampledOperation.Current is { } operation)
+        {
+            operation.Name = name;
+            operation.Leave();
         }
     }
 

@@ -1,4 +1,5 @@
 using System.Threading;
+using Corvane.Sampling;
 
 namespace Corvane.Instrumentation.Spans;
 
@@ -10,6 +11,13 @@ internal static class SpanFlow
     internal static Span? Current
     {
         get => current.Value;
-        set => current.Value = value;
+        set
+        {
+            if (SampledOperation.IsWanted)
+            {
+                SampledOperation.Follow(current.Value, value);
+            }
+            current.Value = value;
+        }
     }
 }

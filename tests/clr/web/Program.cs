@@ -37,6 +37,12 @@ web.MapGet("/failing", () =>
     See("failing");
     return Shop.Fail(1);
 });
+web.MapGet("/slow", async () =>
+{
+    var hash = Slow.Hash();
+    await Task.Delay(200);
+    return hash;
+});
 await web.StartAsync();
 client.BaseAddress = new Uri(
     web.Services.GetRequiredService<IServer>().Features.Get<IServerAddressesFeature>()!.Addresses.First());
@@ -50,6 +56,10 @@ using (var failed = await client.GetAsync("/failing"))
 {
     Console.WriteLine($"failing: {(int)failed.StatusCode}");
 }
+for (var time = 0; args.Contains("slow") && time < 6; time++)
+{
+    Console.WriteLine(await client.GetStringAsync("/slow"));
+}
 await web.StopAsync();
 if (args.Length > 0)
 {
@@ -61,6 +71,24 @@ namespace Corvane.Instrumentation
     [AttributeUsage(AttributeTargets.Method)]
     internal sealed class TraceAttribute : Attribute
     {
+    }
+}
+
+internal static class Slow
+{
+    // Some half of a second, wherever it runs.
+    public static string Hash()
+    {
+        var clock = Stopwatch.StartNew();
+        var hash = new byte[32];
+        while (clock.ElapsedMilliseconds < 500)
+        {
+            for (var i = 0; i < 1000; i++)
+            {
+                hash = System.Security.Cryptography.SHA256.HashData(hash);
+            }
+        }
+        return $"{hash.Length} bytes";
     }
 }
 

@@ -22,7 +22,10 @@ public class FlameGraphTests
     }
 
     private static XElement[] Boxes(string drawing) =>
-        [.. XDocument.Parse(drawing).Root!.Elements(svg + "svg").Single().Elements(svg + "svg")];
+        [.. Part(drawing, "boxes").Elements(svg + "svg")];
+
+    private static XElement Part(string drawing, string id) =>
+        XDocument.Parse(drawing).Root!.Elements(svg + "svg").Single(part => part.Attribute("id")!.Value == id);
 
     private static string Name(XElement box) => box.Element(svg + "title")!.Value.Split('\n')[0];
 
@@ -65,7 +68,7 @@ public class FlameGraphTests
         var root = XDocument.Parse(drawing).Root!;
         Assert.Equal("shop-12", root.Element(svg + "title")!.Value);
         Assert.Equal("100%", root.Attribute("width")!.Value);
-        Assert.Equal("203", root.Attribute("height")!.Value); // 78 above, five rows of 19, 30 below
+        Assert.Equal("269", root.Attribute("height")!.Value); // 78 above, five rows of 19, 30 below; 66 for a thread over time
         Assert.Equal(
             ["shop-12", "1 thread every 10 ms: 0 snapshots in 0.0 s, 0 missed, 0 dropped; sampling took 0.0 % of the time, 0 us a snapshot", ""],
             Notes(drawing));
@@ -131,6 +134,72 @@ public class FlameGraphTests
     public void WaitingIsShownWhereThereIsNothingElse() => Assert.Equal(
         [("all", "100%"), ("t", "100%"), ("A.Main", "50%"), ("B.Main", "50%")],
         Boxes(Draw(new Profiles().Thread(7, "t", "~A.Main", "~B.Main"))).Select(box => (Name(box), box.Attribute("width")!.Value)));
+
+    private static (string Name, string Waited, string Ran)[] Lanes(string drawing) =>
+    [
+        .. Part(drawing, "timeline").Elements(svg + "svg").Where(lane => lane.Attribute("class")?.Value == "lane").Select(lane => (
+            lane.Element(svg + "title")!.Value,
+            lane.Elements(svg + "path").Single(path => path.Attribute("class")!.Value == "waited").Attribute("d")!.Value,
+            lane.Elements(svg + "path").Single(path => path.Attribute("class")!.Value == "ran").Attribute("d")!.Value)),
+    ];
+
+    [Fact]
+    public void ThreadsAreShownOverTime()
+    {
+        var profiles = new Profiles()
+            .Thread(1, "<idle>", "~A", "~A", "~A", "~A")
+            .Thread(2, "main", "A", "A|B", "~A", null)
+            .ThreadAt(30_000, 3, "late", "A")
+            .Thread(4, "native", "", "");
+        profiles.Cost.Duration = TimeSpan.FromMilliseconds(40);
+        profiles.Cost.Rounds = 4;
+        Assert.Equal(
+            [
+                ("main\nran 0.02 s, waited 0.01 s", "M240 1V0.85H360V1z", "M0 1V0H240V1z"),
+                ("late\nran 0.01 s, waited 0.00 s", "", "M360 1V0H480V1z"),
+                ("<idle>\nran 0.00 s, waited 0.04 s", "M0 1V0.85H480V1z", ""),
+            ],
+            Lanes(Draw(profiles)));
+    }
+
+    // A sixth of a second in each twentieth of the picture.
+    [Fact]
+    public void AMomentIsAsHighAsItsPart()
+    {
+        var samples = Enumerable.Range(0, 4800).Select(i => i % 10 < 3 ? "A" : "~A").ToArray();
+        var profiles = new Profiles().Thread(1, "t", samples);
+        profiles.Cost.Duration = TimeSpan.FromSeconds(48);
+        profiles.Cost.Rounds = 4800;
+        Assert.Equal([("t\nran 14.40 s, waited 33.60 s", "M0 1V0.85H480V1z", "M0 1V0.7H480V1z")], Lanes(Draw(profiles)));
+    }
+
+    [Fact]
+    public void CollectionsAreMarked()
+    {
+        var profile = new Profiles { Cost = { Duration = TimeSpan.FromMilliseconds(40), Rounds = 4 } }
+            .Thread(1, "t", "A", "A", "A", "A").ToProfile();
+        profile.Collections = [new GarbageCollection(10_000, 0), new GarbageCollection(35_000, 2)];
+        using var writer = new StringWriter { NewLine = "\n" };
+        profile.WriteFlameGraph(writer, "shop");
+        var timeline = Part(writer.ToString(), "timeline");
+        Assert.Equal("M120 0V1M420 0V1", timeline.Descendants(svg + "path").Single(path => path.Attribute("class")!.Value == "collected").Attribute("d")!.Value);
+        Assert.Contains("Garbage collections: 2, of them 1 of everything.", timeline.Elements(svg + "text").Select(text => text.Value));
+    }
+
+    [Fact]
+    public void OfManyThreadsThoseThatRanMostHaveLanes()
+    {
+        var profiles = new Profiles();
+        for (var id = 1U; id <= 1000; id++)
+        {
+            profiles.Thread(id, $"t{id}", id % 100 == 0 ? ["A", "A"] : ["~A", "~A"]);
+        }
+        var drawing = Draw(profiles);
+        var lanes = Lanes(drawing);
+        Assert.Equal(60, lanes.Length);
+        Assert.All(lanes.Take(10), lane => Assert.NotEqual("", lane.Ran));
+        Assert.Contains("Threads that are left out: 940, those that ran least.", Part(drawing, "timeline").Value);
+    }
 
     [Fact]
     public void ThreadsMayBeTogether()

@@ -40,8 +40,8 @@ internal sealed class FlameGraph
         PlaceBoxes(tree);
     }
 
-    internal static void Write(TextWriter writer, StackTree tree, string title, string summary) =>
-        new FlameGraph(writer, tree).Write(title, summary);
+    internal static void Write(TextWriter writer, StackTree tree, string title, string summary, ThreadTimeline? timeline = null) =>
+        new FlameGraph(writer, tree).Write(title, summary, timeline);
 
     private void PlaceBoxes(StackTree tree)
     {
@@ -74,24 +74,26 @@ internal sealed class FlameGraph
 
     private static bool IsWide(long count, long all) => count > 0 && count >= MinWidth * all;
 
-    private void Write(string title, string summary)
+    private void Write(string title, string summary, ThreadTimeline? timeline)
     {
         var boxesHeight = (depth + 1) * RowHeight;
-        var height = HeaderHeight + boxesHeight + FooterHeight;
+        var footer = HeaderHeight + boxesHeight;
+        var height = footer + FooterHeight + (timeline?.Height ?? 0);
         writer.WriteLine("<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
         writer.WriteLine($"<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"100%\" height=\"{height}\">");
         writer.WriteLine($"<title>{XmlText.Escape(title)}</title>");
         writer.WriteLine($"<style>\n{Resource("FlameGraph.css")}</style>");
         writer.WriteLine("<rect id=\"paper\" width=\"100%\" height=\"100%\"/>");
         writer.WriteLine($"<text id=\"heading\" x=\"1%\" y=\"26\">{XmlText.Escape(title)}</text>");
-        writer.WriteLine($"<text class=\"note\" x=\"1%\" y=\"45\">{XmlText.Escape(summary)}</text>");
+        writer.WriteLine($"<text id=\"summary\" class=\"note\" x=\"1%\" y=\"45\">{XmlText.Escape(summary)}</text>");
         writer.WriteLine($"<svg id=\"boxes\" x=\"1%\" y=\"{HeaderHeight}\" width=\"98%\" height=\"{boxesHeight}\">");
         foreach (var box in boxes)
         {
             WriteBox(box);
         }
         writer.WriteLine("</svg>");
-        writer.WriteLine($"<text class=\"note\" x=\"1%\" y=\"{height - 11}\">{LeftOut()}</text>");
+        writer.WriteLine($"<text id=\"footer\" class=\"note\" x=\"1%\" y=\"{footer + FooterHeight - 11}\">{LeftOut()}</text>");
+        timeline?.Write(writer, footer + FooterHeight);
         writer.WriteLine($"<script><![CDATA[\n{Resource("FlameGraph.js")}]]></script>");
         writer.WriteLine("</svg>");
     }

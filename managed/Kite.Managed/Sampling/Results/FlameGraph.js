@@ -47,28 +47,61 @@
     const contains = (outer, inner) => shown(outer).start <= shown(inner).start && shown(inner).end <= shown(outer).end;
     const isVisible = (box) => box.element.getAttribute("display") !== "none";
 
-    const hint = "Point at a box for its figures, click it to zoom in. Keys: arrows, Enter, / to search, W for waiting, Esc to go back.";
-    const details = svg("text", { id: "details", x: "1%", y: 67 }, hint);
-    const button = (id, x, press) => {
-        const element = svg("text", { id, class: "right button", x, y: 67, tabindex: 0, role: "button" });
-        element.addEventListener("click", press);
-        element.addEventListener("keydown", (event) => event.key === "Enter" && (event.stopPropagation(), press()));
+    const hint = "Point at a box for its figures, click it to zoom in. Keys: arrows and Enter, / to search, W for waiting, "
+        + "T for threads over time, Esc to go back.";
+    // Where there are no scripts, texts of the picture itself stand in its place.
+    const html = (name, attributes, ...content) => {
+        const element = document.createElementNS("http://www.w3.org/1999/xhtml", name);
+        for (const [attribute, value] of Object.entries(attributes)) {
+            element.setAttribute(attribute, value);
+        }
+        element.append(...content);
         return element;
     };
-    const showAll = button("all", "99%", () => zoom(whole));
-    showAll.textContent = "show all";
-    const waiting = button("waiting", "99%", () => draw(drawn === "all" ? "running" : "all"));
-    waiting.setAttribute("y", 45);
-    const matched = svg("text", { id: "matched", class: "right note", x: "78%", y: 26 });
-    const holder = svg("foreignObject", { x: "79%", y: 9, width: "20%", height: 26 });
-    const search = document.createElementNS("http://www.w3.org/1999/xhtml", "input");
-    search.id = "search";
-    search.placeholder = "search";
-    holder.append(search);
-    drawing.querySelector("#boxes").before(details, showAll, waiting, matched, holder);
+    const button = (id, text, press) => {
+        const element = html("button", { id }, text);
+        element.addEventListener("click", press);
+        return element;
+    };
+    const inDrawing = (id) => drawing.getElementById(id);
+    const graph = inDrawing("boxes");
+    const timeline = inDrawing("timeline");
+    const footer = inDrawing("footer");
+    const showAll = button("all", "show all", () => zoom(whole));
+    const waiting = button("waiting", "", () => draw(drawn === "all" ? "running" : "all"));
+    const overTime = button("time", "threads over time", () => turn(!isOverTime));
+    const search = html("input", { id: "search", placeholder: "search", "aria-label": "search" });
+    const matched = html("span", { id: "matched", class: "note" });
+    const details = html("p", { id: "details", "aria-live": "polite" });
+    const header = html("div", { id: "header" },
+        html("h1", {}, inDrawing("heading").textContent),
+        html("p", { class: "note" }, inDrawing("summary").textContent),
+        html("div", { id: "tools" }, waiting, overTime, showAll, search, matched),
+        details);
+    const holder = svg("foreignObject", { x: "1%", y: 10, width: "98%", height: 100 });
+    holder.append(header);
+    graph.before(holder);
+    inDrawing("heading").remove();
+    inDrawing("summary").remove();
+    if (timeline === null) {
+        overTime.remove();
+    }
+    let isOverTime = false;
+
+    // Its text may take several lines.
+    const arrange = () => {
+        const top = Math.ceil(header.getBoundingClientRect().height) + 14;
+        holder.setAttribute("height", top);
+        const shown = isOverTime ? timeline : graph;
+        const rows = boxes.filter((box) => isVisible(box)).map((box) => box.row);
+        const height = isOverTime ? Number(timeline.getAttribute("height")) : rows.reduce((a, b) => Math.max(a, b), 0) + 19;
+        shown.setAttribute("y", top);
+        footer.setAttribute("y", top + height + 19);
+        drawing.setAttribute("height", top + height + 30);
+    };
 
     const place = () => {
-        const width = drawing.querySelector("#boxes").getBoundingClientRect().width;
+        const width = graph.getBoundingClientRect().width || drawing.getBoundingClientRect().width * 0.98;
         const seen = shown(focus);
         for (const box of boxes) {
             const { start, samples } = shown(box);
@@ -116,10 +149,20 @@
 
     const zoom = (box) => {
         focus = box;
-        showAll.setAttribute("display", box === whole ? "none" : "inline");
+        showAll.hidden = box === whole;
         place();
         showDetails();
         find();
+        arrange();
+    };
+
+    const turn = (toTime) => {
+        isOverTime = toTime && timeline !== null;
+        overTime.setAttribute("aria-pressed", isOverTime);
+        graph.setAttribute("display", isOverTime ? "none" : "inline");
+        footer.setAttribute("display", isOverTime ? "none" : "inline");
+        timeline?.setAttribute("display", isOverTime ? "inline" : "none");
+        arrange();
     };
 
     const draw = (which) => {
@@ -127,7 +170,7 @@
         const isAll = drawn === "all";
         const { running, all } = whole;
         waiting.textContent = `${isAll ? "hide" : "show"} waiting (${percent(all.samples - running.samples, all.samples)} of all samples)`;
-        waiting.setAttribute("display", running.samples > 0 && running.samples < all.samples ? "inline" : "none");
+        waiting.hidden = running.samples === 0 || running.samples === all.samples;
         waiting.setAttribute("aria-pressed", isAll);
         if (current && shown(current).samples === 0) {
             current = null;
@@ -162,9 +205,10 @@
         }
     });
     search.addEventListener("input", find);
-    window.addEventListener("resize", place);
+    window.addEventListener("resize", () => (place(), arrange()));
     window.addEventListener("keydown", (event) => {
         const isTyping = document.activeElement === search;
+        const isPressing = document.activeElement?.localName === "button";
         if (event.key === "Escape") {
             if (search.value !== "") {
                 search.value = "";
@@ -181,11 +225,14 @@
         } else if (event.key.startsWith("Arrow")) {
             event.preventDefault();
             step(event.key);
-        } else if (event.key === "Enter" && current) {
+        } else if (event.key === "Enter" && current && !isPressing) {
             zoom(current);
-        } else if (event.key.toLowerCase() === "w" && waiting.getAttribute("display") !== "none") {
+        } else if (event.key.toLowerCase() === "w" && !waiting.hidden) {
             draw(drawn === "all" ? "running" : "all");
+        } else if (event.key.toLowerCase() === "t") {
+            turn(!isOverTime);
         }
     });
+    turn(false);
     draw(drawn);
 })();

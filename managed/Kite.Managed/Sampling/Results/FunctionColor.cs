@@ -10,7 +10,7 @@ internal static class FunctionColor
     {
         if (!node.IsFunction)
         {
-            return node.Parent == null ? "#d5d9de" : "#c3cad3";
+            return node.Kind == NodeKind.All ? "#d5d9de" : node.Kind == NodeKind.Thread ? "#c3cad3" : "#f2c879";
         }
         var name = node.Name;
         var end = Math.Max(name.LastIndexOf('.'), 0);

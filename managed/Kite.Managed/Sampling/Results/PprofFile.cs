@@ -81,16 +81,16 @@ internal sealed class PprofFile
 
     private void WriteThread(ThreadProfile thread, long lastMicroseconds)
     {
-        var sums = new Dictionary<SampledStack, long[]>();
+        var sums = new Dictionary<(SampledStack Stack, string? Operation), long[]>();
         foreach (var (sample, microseconds) in thread.Timed(lastMicroseconds))
         {
             if (sample.Stack is not { Depth: > 0 } stack)
             {
                 continue;
             }
-            if (!sums.TryGetValue(stack, out var values))
+            if (!sums.TryGetValue((stack, sample.Operation), out var values))
             {
-                sums.Add(stack, values = new long[types.Length]);
+                sums.Add((stack, sample.Operation), values = new long[types.Length]);
             }
             var first = sample.IsWaiting ? 2 : 0;
             values[first] += sample.Count;
@@ -98,7 +98,7 @@ internal sealed class PprofFile
         }
         foreach (var sum in sums)
         {
-            for (var stack = sum.Key; stack.Function != null; stack = stack.Caller!)
+            for (var stack = sum.Key.Stack; stack.Function != null; stack = stack.Caller!)
             {
                 Variable(innermost, Location(stack.Function.Name));
             }
@@ -108,11 +108,20 @@ internal sealed class PprofFile
                 Variable(innermost, value);
             }
             Nest(2);
-            Number(innermost, 1, Text("thread"));
-            Number(innermost, 2, Text(thread.Thread.ToString()));
-            Nest(3);
+            Label("thread", thread.Thread.ToString());
+            if (sum.Key.Operation != null)
+            {
+                Label("operation", sum.Key.Operation);
+            }
             Finish(2);
         }
+    }
+
+    private void Label(string key, string value)
+    {
+        Number(innermost, 1, Text(key));
+        Number(innermost, 2, Text(value));
+        Nest(3);
     }
 
     // Zero stands for none.

@@ -6,7 +6,7 @@ namespace Corvane.Sampling.Results;
 
 // A file for speedscope: a sampled profile for each thread with managed code, in microseconds since the first
 // sample of all. A sample stands for the time until the thread's next one; equal ones in a row are one. Waiting is the
-// innermost function.
+// innermost function, an operation the outermost one.
 internal sealed class SpeedscopeFile
 {
     private const string Schema = "https://www.speedscope.app/file-format-schema.json";
@@ -81,7 +81,8 @@ internal sealed class SpeedscopeFile
         json.Name("samples").BeginArray();
         foreach (var (sample, weight) in profile.Timed(lastWeight))
         {
-            if (weights.Count > 0 && sample.Stack == last.Stack && sample.IsWaiting == last.IsWaiting)
+            if (weights.Count > 0 && sample.Stack == last.Stack && sample.IsWaiting == last.IsWaiting &&
+                sample.InOperation == last.InOperation)
             {
                 weights[weights.Count - 1] += weight;
                 continue;
@@ -90,6 +91,10 @@ internal sealed class SpeedscopeFile
             weights.Add(weight);
             json.BeginArray();
             // One that was missed is a gap, like one without managed code.
+            if (last is { Operation: { } operation, Stack.Depth: > 0 })
+            {
+                json.Value(FrameIndex(operation));
+            }
             foreach (var function in last.Stack?.ToArray() ?? [])
             {
                 json.Value(FrameIndex(function.Name));

@@ -1,5 +1,6 @@
 using System;
 using System.Collections.Generic;
+using System.Linq;
 
 namespace Corvane.Sampling.Results;
 
@@ -14,10 +15,9 @@ internal sealed class StackTree
         var tree = new StackTree();
         foreach (var thread in profile.Threads)
         {
-            var counts = CountSamples(thread.Samples);
-            if (counts.Count > 0)
+            foreach (var counts in tree.CountSamples(thread, byThread))
             {
-                tree.Add(byThread ? tree.Root.Child(thread.Thread.ToString(), NodeKind.Thread) : tree.Root, counts);
+                tree.Add(counts.Key, counts.Value);
             }
         }
         tree.AddUp();
@@ -41,19 +41,39 @@ internal sealed class StackTree
         }
     }
 
-    private static Dictionary<SampledStack, SampleCount> CountSamples(IReadOnlyList<Sample> samples)
+    // By the node that they begin at.
+    private Dictionary<StackNode, Dictionary<SampledStack, SampleCount>> CountSamples(ThreadProfile thread, bool byThread)
     {
-        var counts = new Dictionary<SampledStack, SampleCount>();
-        foreach (var sample in samples)
+        var counts = new Dictionary<StackNode, Dictionary<SampledStack, SampleCount>>();
+        foreach (var sample in thread.Samples)
         {
             // Without managed code there is nothing to show.
-            if (sample.Stack is { Depth: > 0 } stack)
+            if (sample.Stack is not { Depth: > 0 } stack)
             {
-                counts.TryGetValue(stack, out var count);
-                counts[stack] = count + SampleCount.Of(sample);
+                continue;
             }
+            var start = sample.InOperation != null ? StartOf(sample.InOperation)
+                : byThread ? Root.Child(thread.Thread.ToString(), NodeKind.Thread)
+                : Root;
+            if (!counts.TryGetValue(start, out var ofStart))
+            {
+                counts.Add(start, ofStart = new Dictionary<SampledStack, SampleCount>());
+            }
+            ofStart.TryGetValue(stack, out var count);
+            ofStart[stack] = count + SampleCount.Of(sample);
         }
         return counts;
+    }
+
+    // An operation may go on on several threads: it stands in place of them.
+    private StackNode StartOf(SampledOperation operation)
+    {
+        var names = new Stack<string>();
+        for (var outer = operation; outer != null; outer = outer.Around)
+        {
+            names.Push(outer.Name);
+        }
+        return names.Aggregate(Root, (node, name) => node.Child(name, NodeKind.Operation));
     }
 
     private void Add(StackNode start, Dictionary<SampledStack, SampleCount> counts)
@@ -121,6 +141,7 @@ internal enum NodeKind
 {
     All,
     Thread,
+    Operation,
     Program,
     Platform,
 }
