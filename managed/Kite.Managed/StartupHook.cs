@@ -2,6 +2,7 @@ using System.IO;
 using System.Reflection;
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
+using Corvane.Instrumentation.Control;
 using Corvane.Instrumentation.Recording;
 using Corvane.Sampling;
 
@@ -34,6 +35,9 @@ internal static class StartupHook
         AtExit.IsBeforeMain = true;
         _ = Recorder.Current;
         SamplingAtStart.Begin();
+#if NET
+        ControlPipe.Begin();
+#endif
         AtExit.IsBeforeMain = false;
         LoadMscorlib();
     }

@@ -313,10 +313,10 @@ public class RecorderTests
         using var folder = new TemporaryFolder();
         const string Variable = "KITE_MANAGED_TESTS_TREE";
         Environment.SetEnvironmentVariable(Variable, folder["tree.txt"]);
-        var target = OutputTarget.FromVariable(Variable)!;
+        var recording = new RecordedCalls(outputs: new Recorder.Outputs { Tree = OutputTarget.FromVariable(Variable) }).With(0, "Open");
         recording.Enter(0);
         recording.Leave(0);
-        recording.Recorder.Callbacks.Add((_, _, _, _) => recording.Recorder.Print(target, null));
+        recording.Recorder.Callbacks.Add((_, _, _, _) => recording.Recorder.Print());
         recording.Enter(0);
         Assert.Equal("1 calls, 1 threads, 0 dropped", File.ReadAllLines(folder["tree.txt"]).Last());
         recording.Leave(0);

@@ -17,11 +17,12 @@ internal sealed partial class RecordedCalls
 {
     internal const string Type = "Kite.Managed.Tests.Shop";
 
-    internal RecordedCalls(int? capacity = CallRecorder.DefaultCapacity, RecordedValues values = RecordedValues.All, CallSummary? summary = null)
+    internal RecordedCalls(int? capacity = CallRecorder.DefaultCapacity, RecordedValues values = RecordedValues.All, CallSummary? summary = null,
+        Recorder.Outputs outputs = default)
     {
         Methods = new MethodTable();
         Calls = new CallRecorder(Methods, values, capacity, summary);
-        Recorder = new Recorder(Methods, Calls, null);
+        Recorder = new Recorder(Methods, Calls, null, outputs);
     }
 
     internal MethodTable Methods { get; }

@@ -23,6 +23,7 @@ internal sealed class Exporter
     private DateTime? end;
     private volatile bool isEnding;
     private volatile bool isOver;
+    private volatile int rounds; // of the thread
 
     internal Exporter(IReadOnlyList<ISpanTarget> targets)
     {
@@ -63,6 +64,23 @@ internal sealed class Exporter
             lost.Add(FormattableString.Invariant($"some not written within {most.TotalSeconds} s"));
         }
         return lost.Count == 0 ? null : $"lost spans: {string.Join("; ", lost)}";
+    }
+
+    // Brings what is there to where it goes, before its time. False if there was nothing or it took too long.
+    internal bool Flush(TimeSpan most)
+    {
+        if (!HasSpans)
+        {
+            return false;
+        }
+        var clock = Stopwatch.StartNew();
+        var last = rounds + 2; // the one of now may have been past the queue
+        while (rounds < last && !isOver && clock.Elapsed < most)
+        {
+            awake.Set();
+            Thread.Sleep(10);
+        }
+        return rounds >= last || isOver;
     }
 
     // What a thread does with a span, without one.
@@ -130,6 +148,7 @@ internal sealed class Exporter
                     Guard(target, drained.Spans.Count, () => target.Write(drained));
                 }
             }
+            rounds++;
         }
         while (!isLast);
         foreach (var target in targets)

@@ -14,9 +14,12 @@ internal sealed class Sinks
 
     private readonly Exporter exporter;
 
-    private Sinks(IReadOnlyList<ISpanTarget> targets, RootSampler sampler)
+    private readonly IReadOnlyList<string> names;
+
+    private Sinks(IReadOnlyList<ISpanTarget> targets, IReadOnlyList<string> names, RootSampler sampler)
     {
         exporter = new Exporter(targets);
+        this.names = names;
         Sampler = sampler;
     }
 
@@ -40,20 +43,27 @@ internal sealed class Sinks
         var resource = Resource.From(variables);
         Rehearse(resource);
         var targets = new List<ISpanTarget>();
+        var names = new List<string>();
         if (otlp != null)
         {
             targets.Add(new OtlpFile(File(otlp), resource));
+            names.Add(otlp.Name);
         }
         if (chrome != null)
         {
             targets.Add(new ChromeTrace(File(chrome), resource));
+            names.Add(chrome.Name);
         }
         if (endpoint != null)
         {
             targets.Add(new OtlpPush(endpoint, resource));
+            names.Add(endpoint.Name);
         }
-        return new Sinks(targets, RootSampling.From(variables));
+        return new Sinks(targets, names, RootSampling.From(variables));
     }
+
+    // Returns where spans went that had ended until now; none if there were none.
+    internal IEnumerable<string> Flush() => exporter.Flush(longestEnd) ? names : [];
 
     // Nothing is recorded behind it. What is lost is said in one line.
     internal void End()

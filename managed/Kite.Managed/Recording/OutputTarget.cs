@@ -27,22 +27,26 @@ internal sealed class OutputTarget
 
     internal string Name => name;
 
+    internal bool IsFile => name is not ("stderr" or "stdout");
+
     internal StreamWriter Open(FileMode mode) => new StreamWriter(Open(mode, FileShare.ReadWrite, BufferSize));
 
     // For bytes that are written as they come, by this process alone.
     internal Stream OpenStream() => Open(FileMode.Create, FileShare.Read, 1);
 
     // Writes a whole text. That it cannot be written is said once, and is no reason to fail.
-    internal void Write(Action<TextWriter> write)
+    internal bool Write(Action<TextWriter> write)
     {
         try
         {
             using var writer = Open(FileMode.Create);
             write(writer);
+            return true;
         }
         catch (Exception exception)
         {
             Complaint.Write($"nothing was written to {name}", exception);
+            return false;
         }
     }
 

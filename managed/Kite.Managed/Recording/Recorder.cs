@@ -1,4 +1,5 @@
 using System;
+using System.Collections.Generic;
 using System.Globalization;
 using System.IO;
 using System.Reflection;
@@ -27,13 +28,15 @@ internal sealed class Recorder
     private readonly CallRecorder calls;
     private readonly TraceLog? log;
     private readonly bool records;
+    private readonly Outputs outputs;
     private volatile bool follows; // what begins and ends, for the record, for observers or for spans
     private int watchesEnd;
     private long failures;
 
-    internal Recorder(MethodTable methods, CallRecorder? calls, TraceLog? log)
+    internal Recorder(MethodTable methods, CallRecorder? calls, TraceLog? log, Outputs outputs = default)
     {
         Methods = methods;
+        this.outputs = outputs;
         this.calls = calls ?? CallRecorder.OfNothing(methods);
         this.calls.Observers.Failed = CountFailure;
         if (this.calls.Spans is { } spans)
@@ -44,6 +47,14 @@ internal sealed class Recorder
         this.log = log;
         records = calls is { RecordsNothing: false };
         follows = records || calls?.Spans is { IsWanted: true };
+    }
+
+    // Where the record goes; null for what nobody asked for.
+    internal struct Outputs
+    {
+        internal OutputTarget? Tree;
+        internal OutputTarget? Summary;
+        internal Sinks? Sinks;
     }
 
     // Null if there cannot be one, and while it is made: what loads assemblies for that may run instrumented code.
@@ -283,14 +294,14 @@ internal sealed class Recorder
     }
 
     // Nothing that the printing calls is recorded. It may be a callback that ends the process.
-    internal void Print(OutputTarget? tree, OutputTarget? summary, Sinks? sinks = null)
+    internal void Print()
     {
         var before = busy;
         busy = true;
         try
         {
             FinishCalls();
-            var reason = calls.HasCalls || sinks is { HasSpans: true } ? null : NothingRecorded.Reason(Methods);
+            var reason = calls.HasCalls || outputs.Sinks is { HasSpans: true } ? null : NothingRecorded.Reason(Methods);
             if (reason != null)
             {
                 Complaint.Write(reason.Text);
@@ -298,15 +309,46 @@ internal sealed class Recorder
             // A process that the profiler does not serve has nothing to put in place of another one's file.
             if (reason is not { IsServed: false })
             {
-                tree?.Write(writer => CallTree.Write(writer, calls, Failures, reason?.Text));
-                summary?.Write(writer => calls.Summary!.Write(writer, Methods, reason?.Text));
+                outputs.Tree?.Write(writer => CallTree.Write(writer, calls, Failures, reason?.Text));
+                outputs.Summary?.Write(writer => calls.Summary!.Write(writer, Methods, reason?.Text));
             }
-            sinks?.End();
+            outputs.Sinks?.End();
         }
         finally
         {
             busy = before;
         }
+    }
+
+    // Writes all files as if the process ended, for a thread of the library. Returns their names.
+    internal List<string> Flush()
+    {
+        var files = new List<string>();
+        if (outputs.Tree is { IsFile: true } tree && tree.Write(writer => CallTree.Write(writer, calls, Failures)))
+        {
+            files.Add(tree.Name);
+        }
+        if (outputs.Summary is { IsFile: true } summary && summary.Write(writer => calls.Summary!.Write(writer, Methods)))
+        {
+            files.Add(summary.Name);
+        }
+        if (outputs.Sinks != null)
+        {
+            files.AddRange(outputs.Sinks.Flush());
+        }
+        return files;
+    }
+
+    // The table of now, for a thread of the library. Null if there is none.
+    internal string? Summary()
+    {
+        if (calls.Summary == null)
+        {
+            return null;
+        }
+        var text = new StringWriter();
+        calls.Summary.Write(text, Methods);
+        return text.ToString();
     }
 
     private void FinishWithoutRecord()
@@ -381,7 +423,8 @@ internal sealed class Recorder
         var spans = MakeSpanRecorder(values, sinks);
         var calls = new CallRecorder(
             methods, values, tree != null ? CallLimit() : null, summary != null ? new CallSummary() : null, spans);
-        var recorder = new Recorder(methods, calls, trace == null ? null : new TraceLog(trace));
+        var outputs = new Outputs { Tree = tree, Summary = summary, Sinks = sinks };
+        var recorder = new Recorder(methods, calls, trace == null ? null : new TraceLog(trace), outputs);
         Rehearse(records, sumsUp: summary != null, hasSpans: sinks != null);
         if (sinks != null && NothingRecorded.IsProfilerHere())
         {
@@ -389,7 +432,7 @@ internal sealed class Recorder
         }
         if (records || sinks != null)
         {
-            AtExit.Run(() => recorder.Print(tree, summary, sinks));
+            AtExit.Run(recorder.Print);
         }
         return recorder;
     }

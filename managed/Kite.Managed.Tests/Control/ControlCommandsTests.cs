@@ -1,0 +1,164 @@
+// What is answered, byte by byte.
+using System;
+using System.Collections.Generic;
+using System.IO;
+using System.IO.Compression;
+using System.Linq;
+using System.Text;
+using Corvane.Instrumentation.Control;
+using Corvane.Instrumentation.Recording;
+using Corvane.Sampling;
+using Xunit;
+
+namespace Kite.Managed.Tests.Control;
+
+public sealed class ControlCommandsTests : IDisposable
+{
+    private readonly TemporaryFolder folder = new();
+    private readonly FakeProcess process = new();
+
+    public void Dispose() => folder.Dispose();
+
+    private static ControlCommands Of(Recorder? recorder) =>
+        new(recorder, _ => throw new InvalidOperationException("the profiler is not in this process:\nset it"));
+
+    private static string Answer(ControlCommands commands, string request)
+    {
+        var reply = new MemoryStream();
+        commands.Answer(request, reply);
+        return Encoding.UTF8.GetString(reply.ToArray());
+    }
+
+    [Theory]
+    [InlineData("")]
+    [InlineData("nonsense")]
+    [InlineData("summary now")]
+    [InlineData("Flush")]
+    [InlineData("sample")]
+    [InlineData("sample 1 10")]
+    public void NoRequestIsSaidToBeNone(string request) =>
+        Assert.Equal("error that is no request\n", Answer(Of(null), request));
+
+    [Theory]
+    [InlineData("sample 0 10 svg", "a number is not from 1 to 3600")]
+    [InlineData("sample 3601 10 svg", "a number is not from 1 to 3600")]
+    [InlineData("sample -1 10 svg", "a number is not from 1 to 3600")]
+    [InlineData("sample 99999999999 10 svg", "a number is not from 1 to 3600")]
+    [InlineData("sample 1 0 svg", "a number is not from 1 to 60000")]
+    [InlineData("sample 1 10 png", "a format is none of svg, folded, speedscope and pprof")]
+    [InlineData("sample 1 10 svg,", "a format is none of svg, folded, speedscope and pprof")]
+    [InlineData("sample 1 10 svg", "the profiler is not in this process: set it")]
+    [InlineData("summary", "there is no summary of calls: the process was started without CORVANE_SUMMARY")]
+    [InlineData("flush", "no file is written by this process: CORVANE_CALL_TREE, CORVANE_SUMMARY, CORVANE_OTLP_FILE and CORVANE_TRACE_FILE name none")]
+    public void WhatCannotBeDoneHasAReason(string request, string reason)
+    {
+        Assert.Equal($"error {reason}\n", Answer(Of(null), request));
+        Assert.Equal($"error {reason}\n", Answer(Of(new RecordedCalls().Recorder), request));
+    }
+
+    [Fact]
+    public void TheSummaryIsTheTableOfNow()
+    {
+        var recording = new RecordedCalls(summary: new CallSummary()).With(0, "Open");
+        recording.Enter(0);
+        recording.Leave(0);
+        var lines = Answer(Of(recording.Recorder), "summary").Split('\n');
+        Assert.Equal("ok", lines[0]);
+        Assert.StartsWith("part summary ", lines[1]);
+        Assert.Contains("Kite.Managed.Tests.Shop.Open", lines[3]);
+        Assert.StartsWith("1 calls, 0 errors, 1 methods", lines[4]);
+        Assert.Equal("end", lines[5]);
+    }
+
+    // What is written at the end takes the place of it.
+    [Fact]
+    public void FilesAreWrittenAsIfTheProcessEnded()
+    {
+        var outputs = new Recorder.Outputs { Tree = Target("tree.txt"), Summary = Target("summary.txt") };
+        var recording = new RecordedCalls(summary: new CallSummary(), outputs: outputs).With(0, "Open");
+        recording.Enter(0);
+        var newLine = Environment.NewLine;
+        var files = $"{folder["tree.txt"]}{newLine}{folder["summary.txt"]}{newLine}";
+        Assert.Equal($"ok\npart files {files.Length}\n{files}end\n", Answer(Of(recording.Recorder), "flush"));
+        Assert.Equal("1 calls, 1 threads, 0 dropped", File.ReadLines(folder["tree.txt"]).Last());
+        recording.Leave(0);
+        recording.Enter(0);
+        recording.Leave(0);
+        recording.Recorder.Print();
+        Assert.Equal("2 calls, 1 threads, 0 dropped", File.ReadLines(folder["tree.txt"]).Last());
+    }
+
+    [Fact]
+    public void AProfileHasAllFormatsThatAreAskedFor()
+    {
+        process.Add(10, "worker", 2, 1);
+        var commands = new ControlCommands(null, options =>
+        {
+            Assert.Equal(TimeSpan.FromMilliseconds(5), options.Interval);
+            return new Sampler(process, process, options);
+        });
+        var reply = new MemoryStream();
+        commands.Answer("sample 1 5 folded,pprof,svg,speedscope", reply);
+        reply.Position = 0;
+        Assert.Equal("ok", ReadLine(reply));
+        Assert.Equal("wait 1", ReadLine(reply));
+        var parts = new Dictionary<string, byte[]>();
+        for (var line = ReadLine(reply); line != "end"; line = ReadLine(reply))
+        {
+            var words = line.Split(' ');
+            Assert.Equal("part", words[0]);
+            var bytes = new byte[int.Parse(words[2])];
+            reply.ReadExactly(bytes);
+            parts.Add(words[1], bytes);
+        }
+        Assert.Equal(["folded", "pprof", "svg", "speedscope", "cost"], parts.Keys);
+        Assert.Contains("Type.F1;Type.F2", Encoding.UTF8.GetString(parts["folded"]));
+        Assert.Contains("<svg", Encoding.UTF8.GetString(parts["svg"]));
+        Assert.Contains("Type.F2", Encoding.UTF8.GetString(parts["speedscope"]));
+        using var unzipped = new GZipStream(new MemoryStream(parts["pprof"]), CompressionMode.Decompress);
+        Assert.NotEqual(-1, unzipped.ReadByte());
+        Assert.StartsWith("1 thread every 5 ms", Encoding.UTF8.GetString(parts["cost"]));
+    }
+
+    // Nobody is sampled for nobody.
+    [Fact]
+    public void AClientThatGoesEndsTheSampling()
+    {
+        process.Add(10, "worker", 2, 1);
+        var commands = new ControlCommands(null, options => new Sampler(process, process, options));
+        Assert.Throws<IOException>(() => commands.Answer("sample 3600 5 svg", new GoneAfter("wait 3599\n")));
+        var rounds = process.Rounds;
+        System.Threading.Thread.Sleep(100);
+        Assert.Equal(rounds, process.Rounds);
+    }
+
+    private static string ReadLine(Stream stream)
+    {
+        var line = new StringBuilder();
+        for (var next = stream.ReadByte(); next != '\n'; next = stream.ReadByte())
+        {
+            Assert.NotEqual(-1, next);
+            line.Append((char)next);
+        }
+        return line.ToString();
+    }
+
+    private OutputTarget Target(string name)
+    {
+        var variable = "KITE_MANAGED_TESTS_" + name;
+        Environment.SetEnvironmentVariable(variable, folder[name]);
+        return OutputTarget.FromVariable(variable)!;
+    }
+
+    private sealed class GoneAfter(string last) : MemoryStream
+    {
+        public override void Write(byte[] buffer, int offset, int count)
+        {
+            base.Write(buffer, offset, count);
+            if (Encoding.UTF8.GetString(ToArray()).EndsWith(last, StringComparison.Ordinal))
+            {
+                throw new IOException("gone");
+            }
+        }
+    }
+}

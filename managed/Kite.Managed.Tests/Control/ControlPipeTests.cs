@@ -1,0 +1,124 @@
+// Clients of all kinds, at a real pipe.
+using System;
+using System.IO;
+using System.IO.Pipes;
+using System.Linq;
+using System.Text;
+using System.Threading;
+using Corvane.Instrumentation.Control;
+using Corvane.Instrumentation.Recording;
+using Xunit;
+
+namespace Kite.Managed.Tests.Control;
+
+public sealed class ControlPipeTests : IDisposable
+{
+    private readonly string name = "kite-managed-" + Guid.NewGuid().ToString("N");
+    private readonly NamedPipeServerStream pipe;
+    private Exception? failure;
+
+    public ControlPipeTests()
+    {
+        var recording = new RecordedCalls(summary: new CallSummary()).With(0, "Open");
+        recording.Enter(0);
+        recording.Leave(0);
+        pipe = new NamedPipeServerStream(
+            name, PipeDirection.InOut, 1, PipeTransmissionMode.Byte, PipeOptions.Asynchronous | PipeOptions.CurrentUserOnly);
+        var commands = new ControlCommands(recording.Recorder, _ => throw new InvalidOperationException());
+        var control = new ControlPipe(commands, TimeSpan.FromMilliseconds(300));
+        var server = new Thread(() =>
+        {
+            try
+            {
+                control.Serve(pipe);
+            }
+            catch (Exception exception)
+            {
+                failure = exception;
+            }
+        })
+        {
+            IsBackground = true,
+        };
+        server.Start();
+    }
+
+    public void Dispose()
+    {
+        pipe.Dispose();
+        Assert.Null(failure);
+    }
+
+    private NamedPipeClientStream Connect()
+    {
+        var client = new NamedPipeClientStream(".", name, PipeDirection.InOut, PipeOptions.Asynchronous);
+        client.Connect(30_000);
+        return client;
+    }
+
+    private string Ask(string request)
+    {
+        using var client = Connect();
+        client.Write(Encoding.UTF8.GetBytes(request));
+        using var reader = new StreamReader(client);
+        return reader.ReadToEnd();
+    }
+
+    [Fact]
+    public void EachClientIsAnswered()
+    {
+        for (var client = 0; client < 5; client++)
+        {
+            var answer = Ask("summary\n");
+            Assert.StartsWith("ok\npart summary ", answer);
+            Assert.EndsWith("\nend\n", answer);
+        }
+        Assert.Equal("error that is no request\n", Ask("what?\r\n"));
+    }
+
+    [Fact]
+    public void WhoSaysNothingOrGoesIsLetGo()
+    {
+        using (Connect())
+        {
+            Assert.StartsWith("ok\n", Ask("summary\n"));
+        }
+        Connect().Dispose();
+        using (var leaving = Connect())
+        {
+            leaving.Write("summary\n"u8);
+        }
+        Assert.StartsWith("ok\n", Ask("summary\n"));
+    }
+
+    [Fact]
+    public void GarbageIsNotAnswered()
+    {
+        var random = new Random(5);
+        for (var client = 0; client < 20; client++)
+        {
+            var garbage = new byte[5_000];
+            random.NextBytes(garbage);
+            using var connected = Connect();
+            try
+            {
+                connected.Write(garbage);
+            }
+            catch (IOException)
+            {
+                // It was let go while it wrote.
+            }
+        }
+        Assert.StartsWith("ok\n", Ask("summary\n"));
+    }
+
+    [Fact]
+    public void ManyClientsAreServedOneAfterTheOther()
+    {
+        var answers = new string[100];
+        var clients = Enumerable.Range(0, answers.Length).Select(client => new Thread(() => answers[client] = Ask("summary\n"))).ToArray();
+        Array.ForEach(clients, client => client.Start());
+        Array.ForEach(clients, client => client.Join());
+        Assert.All(answers, answer => Assert.StartsWith("ok\n", answer));
+    }
+}

@@ -1,0 +1,158 @@
+#if NET
+using System;
+using System.IO;
+using System.IO.Pipes;
+using System.Runtime.CompilerServices;
+using System.Runtime.Versioning;
+using System.Security.AccessControl;
+using System.Security.Principal;
+using System.Text;
+using System.Threading;
+using Corvane.Instrumentation.Export;
+using Corvane.Instrumentation.Recording;
+using Corvane.Sampling;
+
+namespace Corvane.Instrumentation.Control;
+
+// Where tools ask this process: a named pipe for its own user and administrators, if CORVANE_CONTROL asks for it. One
+// client is served at a time, on a thread of its own; who says nothing, or does not take the answer, is let go.
+internal sealed class ControlPipe
+{
+    private const string Variable = "CORVANE_CONTROL";
+    private const int LongestRequest = 256;
+    private const int LongestPause = 20;
+
+    private static readonly TimeSpan pause = TimeSpan.FromMilliseconds(50);
+
+    private readonly ControlCommands commands;
+    private readonly TimeSpan patience;
+
+    internal ControlPipe(ControlCommands commands, TimeSpan patience)
+    {
+        this.commands = commands;
+        this.patience = patience;
+    }
+
+    // Of a process with this number.
+    internal static string Name(string process) => "corvane-" + process;
+
+    // A process that the profiler does not serve has only inherited the variable.
+    internal static void Begin()
+    {
+        if (Environment.GetEnvironmentVariable(Variable) != "1" || !NothingRecorded.IsProfilerHere())
+        {
+            return;
+        }
+        try
+        {
+            Start();
+        }
+        catch (Exception exception)
+        {
+            Complain(exception);
+        }
+    }
+
+    // Serves clients until it is closed.
+    internal void Serve(NamedPipeServerStream pipe)
+    {
+        var failures = 0; // in a row
+        while (true)
+        {
+            try
+            {
+                pipe.WaitForConnection();
+                AnswerOne(pipe);
+                failures = 0;
+            }
+            catch (ObjectDisposedException)
+            {
+                return;
+            }
+            catch (Exception)
+            {
+                // The client went, or took too long.
+                failures = Math.Min(failures + 1, LongestPause);
+                Thread.Sleep(pause * failures);
+            }
+            Disconnect(pipe);
+        }
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private static void Start()
+    {
+        var pipe = Make(Name(OutputTarget.ProcessId()));
+        var control = new ControlPipe(new ControlCommands(Recorder.Current, options => new Sampler(options)), TimeSpan.FromSeconds(5));
+        OwnThread.Start("Corvane control", () => control.Serve(pipe), Complain);
+    }
+
+    private static void Complain(Exception exception) => Complaint.Write("the process cannot be controlled from outside", exception);
+
+    // The only one of its name: it fails if another process was first.
+    private static NamedPipeServerStream Make(string name) =>
+        OperatingSystem.IsWindows()
+            ? NamedPipeServerStreamAcl.Create(
+                name, PipeDirection.InOut, 1, PipeTransmissionMode.Byte, PipeOptions.Asynchronous, 0, 0, Rights())
+            : new NamedPipeServerStream(
+                name, PipeDirection.InOut, 1, PipeTransmissionMode.Byte, PipeOptions.Asynchronous | PipeOptions.CurrentUserOnly);
+
+    [SupportedOSPlatform("windows")]
+    private static PipeSecurity Rights()
+    {
+        var security = new PipeSecurity();
+        using var user = WindowsIdentity.GetCurrent();
+        foreach (var who in new[] { user.User!, new SecurityIdentifier(WellKnownSidType.BuiltinAdministratorsSid, null) })
+        {
+            security.AddAccessRule(new PipeAccessRule(who, PipeAccessRights.FullControl, AccessControlType.Allow));
+        }
+        return security;
+    }
+
+    private void AnswerOne(NamedPipeServerStream pipe)
+    {
+        using var patient = new PatientStream(pipe, patience);
+        commands.Answer(ReadRequest(patient), patient);
+        if (OperatingSystem.IsWindows())
+        {
+            WaitUntilRead(pipe);
+        }
+    }
+
+    // Else what the client has not read yet is lost with the connection. It closes when it has all.
+    private void WaitUntilRead(NamedPipeServerStream pipe)
+    {
+        using var end = new CancellationTokenSource(patience);
+        pipe.ReadAsync(new byte[1], end.Token).AsTask().Wait();
+    }
+
+    private static string ReadRequest(Stream stream)
+    {
+        var bytes = new byte[LongestRequest];
+        for (var length = 0; length < bytes.Length; length++)
+        {
+            if (stream.Read(bytes, length, 1) == 0)
+            {
+                break;
+            }
+            if (bytes[length] == '\n')
+            {
+                return Encoding.UTF8.GetString(bytes, 0, length).TrimEnd('\r');
+            }
+        }
+        throw new InvalidDataException();
+    }
+
+    private static void Disconnect(NamedPipeServerStream pipe)
+    {
+        try
+        {
+            pipe.Disconnect();
+        }
+        catch (Exception)
+        {
+            // It was not connected, or is closed.
+        }
+    }
+}
+#endif
