@@ -2,7 +2,7 @@
 
 # What is needed for what.
 declare -A packages=(
-    [build]="ca-certificates cmake ninja-build"
+    [build]="ca-certificates cmake libcli11-dev ninja-build nlohmann-json3-dev"
     [host]="g++ libboost1.81-dev libboost-filesystem1.81-dev libgmock-dev libmono-system-core4.0-cil mono-runtime nodejs"
     [clang]="clang libclang-rt-14-dev"
     [target]="bubblewrap g++-mingw-w64-x86-64-posix mingw-w64-tools procps xz-utils"

@@ -37,6 +37,9 @@ const std::vector<Layer> kLayers = {
     {"profiler",
      {"base", "clr", "il", "rewrite", "rewrite/references", "rewrite/shape", "sampling",
       "selection"}},
+    {"tools/corvane",
+     {"base", "clr", "il", "profiler", "rewrite", "rewrite/body", "rewrite/emit",
+      "rewrite/references", "rewrite/shape", "sampling", "selection"}},
 };
 
 // Empty for a file in none of them.

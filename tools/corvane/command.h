@@ -1,0 +1,42 @@
+// What the tool's commands have in common. Each is a function that adds options to its part of the
+// command line and returns the work to do once they are read. Options are UTF-8.
+#pragma once
+
+#include "tools/corvane/words.h"
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace corvane::tool {
+
+// Gets the words behind "--", which are another program's, and returns the exit code.
+using Work = std::function<int(const Words& behind)>;
+
+struct Command {
+    const char* name;
+    const char* description;
+    Work (*define)(CLI::App& options);
+};
+
+// The tool's own exit codes. Those of findings are in findings.h, and `run` has the program's.
+inline constexpr int kSuccess = 0;
+inline constexpr int kMisused = 2;
+inline constexpr int kFailed = 100;
+
+// Ends the command with a line on standard error.
+class Failure : public std::runtime_error {
+public:
+    explicit Failure(const std::string& line, int exit_code = kFailed)
+        : std::runtime_error(line), code(exit_code) {}
+
+    const int code;
+};
+
+Work define_status(CLI::App& options);
+
+} // namespace corvane::tool

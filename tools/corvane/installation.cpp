@@ -1,0 +1,46 @@
+#include "tools/corvane/installation.h"
+
+#include "tools/corvane/utf8.h"
+
+#include <windows.h>
+
+#include <filesystem>
+
+namespace corvane::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path own_file() {
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD length =
+            GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+        if (length < path.size()) {
+            path.resize(length);
+            return path;
+        }
+        path.resize(path.size() * 2);
+    }
+}
+
+std::string first_file(std::initializer_list<fs::path> candidates) {
+    for (const fs::path& candidate : candidates) {
+        std::error_code ignored;
+        if (fs::is_regular_file(candidate, ignored)) {
+            return to_utf8(candidate.wstring());
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+Installation find_installation() {
+    const fs::path folder = own_file().parent_path();
+    return {to_utf8(folder.wstring()), first_file({folder / "CorvaneProfiler.dll"}),
+            first_file(
+                {folder / "kite.managed.dll", folder / "managed" / "kite" / "kite.managed.dll"})};
+}
+
+} // namespace corvane::tool

@@ -1,0 +1,17 @@
+// The files that come with the tool, beside it or where the build leaves them.
+#pragma once
+
+#include <string>
+
+namespace corvane::tool {
+
+// Full paths; empty where there is no such file.
+struct Installation {
+    std::string folder; // the tool's own
+    std::string profiler;
+    std::string library;
+};
+
+Installation find_installation();
+
+} // namespace corvane::tool

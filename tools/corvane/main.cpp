@@ -1,0 +1,74 @@
+// corvane.exe: profiles a program, says whether it would be profiled, and looks after the set-up.
+#include "tools/corvane/command.h"
+#include "tools/corvane/console.h"
+#include "tools/corvane/utf8.h"
+
+#include <CLI/CLI.hpp>
+
+#include <array>
+#include <exception>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace corvane::tool {
+namespace {
+
+constexpr std::array kCommands = {
+    Command{"status", "Shows what is installed and registered", define_status},
+};
+
+int run_command(const Words& words) {
+    const SplitWords split = split_words(words);
+    CLI::App app("Corvane " CORVANE_VERSION ", a profiler for .NET", "corvane");
+    app.set_version_flag("--version", CORVANE_VERSION);
+    app.require_subcommand(1);
+    app.allow_windows_style_options(false);
+    app.footer("\"corvane COMMAND --help\" shows the options of a command.");
+    std::map<const CLI::App*, Work> works;
+    for (const Command& command : kCommands) {
+        CLI::App* const part = app.add_subcommand(command.name, command.description);
+        works[part] = command.define(*part);
+    }
+    try {
+        std::vector<std::string> reversed; // as the parser takes them
+        for (auto word = split.own.rbegin(); word != split.own.rend(); ++word) {
+            reversed.push_back(to_utf8(*word));
+        }
+        app.parse(std::move(reversed));
+    } catch (const CLI::ParseError& error) {
+        std::ostringstream output;
+        std::ostringstream errors;
+        const bool is_misuse = app.exit(error, output, errors) != 0;
+        print(output.str());
+        if (is_misuse) {
+            print_error(error.what());
+            print_error(
+                "\"corvane --help\" shows the commands, \"corvane COMMAND --help\" their options.");
+        }
+        return is_misuse ? kMisused : kSuccess;
+    }
+    return works.at(app.get_subcommands().front())(split.behind);
+}
+
+int guarded(const Words& words) {
+    try {
+        return run_command(words);
+    } catch (const Failure& failure) {
+        print_error(failure.what());
+        return failure.code;
+    } catch (const std::exception& error) {
+        print_error(error.what());
+        return kFailed;
+    }
+}
+
+} // namespace
+} // namespace corvane::tool
+
+int wmain(int argc, wchar_t** argv) {
+    return corvane::tool::guarded(argc > 1 ? corvane::tool::Words(argv + 1, argv + argc)
+                                           : corvane::tool::Words());
+}
