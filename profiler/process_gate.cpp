@@ -83,6 +83,11 @@ GateDecision decide_iis_worker(const ProcessFacts& process, const AgentConfig* c
     }
 }
 
+// No file can have the name "*": the entry stands for all executables that none before it names.
+bool names_executable(const std::string& name, const std::string& executable) {
+    return name == "*" || boost::iequals(name, executable);
+}
+
 GateDecision decide_executable(const ProcessFacts& process, const AgentConfig* config,
                                const LogSink& log) {
     if (config == nullptr) {
@@ -99,7 +104,9 @@ GateDecision decide_executable(const ProcessFacts& process, const AgentConfig* c
         }
         const AgentConfig* const entry = find_entry(
             *applications,
-            [&](const std::string& name) { return boost::iequals(name, process.executable_name); },
+            [&](const std::string& name) {
+                return names_executable(name, process.executable_name);
+            },
             L"CClrProfiler::ShouldTrace(): Error configuration.applications.application is missing "
             L"name attribute.",
             log);

@@ -39,6 +39,7 @@ internal static class StartupHook
         ControlPipe.Begin();
 #endif
         AtExit.IsBeforeMain = false;
+        OwnVariables.TakeBack();
         LoadMscorlib();
     }
 

@@ -2,11 +2,8 @@
 
 #include "tests/support/runtime_test.h"
 
-#include <shellapi.h>
-
 #include <fstream>
 #include <iterator>
-#include <memory>
 
 namespace corvane::testing {
 namespace {
@@ -20,33 +17,6 @@ DebuggeeOptions command(const std::vector<std::wstring>& arguments) {
     options.program = (fs::path(system) / "cmd.exe").wstring();
     options.arguments = arguments;
     return options;
-}
-
-struct LocalFreer {
-    void operator()(void* memory) const noexcept { LocalFree(memory); }
-};
-
-TEST(Debuggee, QuotesArgumentsAsTheSystemSplitsThem) {
-    const std::vector<std::wstring> arguments = {L"plain",
-                                                 L"",
-                                                 L"two words",
-                                                 L"tab\there",
-                                                 L"\"quoted\"",
-                                                 L"C:\\folder\\",
-                                                 L"a\\\"b",
-                                                 L"C:\\a folder\\",
-                                                 L"a\\\\\"b c",
-                                                 L"\\\\server\\share",
-                                                 L"B\u00fccher \u0416"};
-    std::wstring line = L"program.exe";
-    for (const std::wstring& argument : arguments) {
-        line += L' ' + quote_argument(argument);
-    }
-    int count = 0;
-    const std::unique_ptr<LPWSTR, LocalFreer> split(CommandLineToArgvW(line.c_str(), &count));
-    ASSERT_NE(split, nullptr);
-    EXPECT_EQ(std::vector<std::wstring>(split.get() + 1, split.get() + count), arguments);
-    EXPECT_EQ(quote_argument(L"plain"), L"plain");
 }
 
 TEST(Debuggee, GivesTheExitCode) {

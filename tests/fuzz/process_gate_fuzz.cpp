@@ -112,7 +112,7 @@ Outcome plain_executable(const ProcessFacts& process, const AgentConfig* config)
         const auto name = attribute(entry, "name");
         if (!name) {
             ++outcome.messages;
-        } else if (lower(*name) == lower(process.executable_name)) {
+        } else if (*name == "*" || lower(*name) == lower(process.executable_name)) {
             if (attribute(entry, "corvane") != "Disabled") {
                 outcome.verdict = GateVerdict::kTrace;
                 outcome.disable_inlining = attribute(entry, "inlining") == "Disabled";

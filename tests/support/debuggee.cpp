@@ -1,8 +1,8 @@
 #include "tests/support/debuggee.h"
 
-#include "base/owned_handle.h"
+#include "tools/corvane/environment.h"
+#include "tools/corvane/words.h"
 
-#include <cwchar>
 #include <memory>
 #include <system_error>
 
@@ -17,45 +17,21 @@ namespace {
     throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), what);
 }
 
-struct IgnoreCase {
-    bool operator()(const std::wstring& left, const std::wstring& right) const {
-        return _wcsicmp(left.c_str(), right.c_str()) < 0;
-    }
-};
-
-// The block that CreateProcessW takes: sorted NAME=value texts, each terminated, and one more zero.
-std::wstring environment_block(const DebuggeeOptions& options) {
-    std::map<std::wstring, std::wstring, IgnoreCase> variables;
+std::wstring changed_environment(const DebuggeeOptions& options) {
     const std::unique_ptr<wchar_t, decltype(&FreeEnvironmentStringsW)> inherited(
         GetEnvironmentStringsW(), &FreeEnvironmentStringsW);
     if (!inherited) {
         throw_last_error("cannot read the environment");
     }
-    for (const wchar_t* entry = inherited.get(); *entry != L'\0'; entry += std::wcslen(entry) + 1) {
-        const std::wstring text(entry);
-        const std::size_t equals = text.find(L'=', 1); // "=C:=C:\folder" is named "=C:"
-        variables[text.substr(0, equals)] = text.substr(equals + 1);
-    }
-    for (const auto& [name, value] : options.environment) {
-        if (value) {
-            variables[name] = *value;
-        } else {
-            variables.erase(name);
-        }
-    }
-    std::wstring block;
-    for (const auto& [name, value] : variables) {
-        block += name + L'=' + value + L'\0';
-    }
-    return block + L'\0';
+    return tool::environment_block(
+        tool::changed(tool::parse_environment(inherited.get()),
+                      tool::Changes(options.environment.begin(), options.environment.end())));
 }
 
 std::wstring command_line(const DebuggeeOptions& options) {
-    std::wstring line = quote_argument(options.program);
-    for (const std::wstring& argument : options.arguments) {
-        line += L' ' + quote_argument(argument);
-    }
-    return line;
+    tool::Words words = options.arguments;
+    words.insert(words.begin(), options.program);
+    return tool::command_line(words);
 }
 
 // Text of the process up to its terminator, which `length` counts.
@@ -163,23 +139,7 @@ DebuggeeResult wait_for_end(const DebuggeeOptions& options, HANDLE process) {
 
 } // namespace
 
-std::wstring quote_argument(const std::wstring& argument) {
-    if (!argument.empty() && argument.find_first_of(L" \t\"") == std::wstring::npos) {
-        return argument;
-    }
-    std::wstring quoted = L"\"";
-    std::size_t backslashes = 0; // they count double before a quote, and only there
-    for (const wchar_t c : argument) {
-        if (c == L'"') {
-            quoted.append(backslashes + 1, L'\\');
-        }
-        backslashes = c == L'\\' ? backslashes + 1 : 0;
-        quoted += c;
-    }
-    return quoted.append(backslashes, L'\\') + L'"';
-}
-
-DebuggeeResult run_debuggee(const DebuggeeOptions& options) {
+RunningProgram start_program(const DebuggeeOptions& options, DWORD flags) {
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     OwnedHandle output;
@@ -191,21 +151,24 @@ DebuggeeResult run_debuggee(const DebuggeeOptions& options) {
         startup.hStdError = options.passes_errors ? GetStdHandle(STD_ERROR_HANDLE) : output.get();
     }
     std::wstring line = command_line(options);
-    std::wstring environment = environment_block(options);
-    const bool is_debugged = static_cast<bool>(options.on_debug_output);
+    std::wstring environment = changed_environment(options);
     PROCESS_INFORMATION created = {};
     if (CreateProcessW(options.program.c_str(), line.data(), nullptr, nullptr, TRUE,
-                       CREATE_UNICODE_ENVIRONMENT | (is_debugged ? DEBUG_ONLY_THIS_PROCESS : 0),
-                       environment.data(),
+                       CREATE_UNICODE_ENVIRONMENT | flags, environment.data(),
                        options.directory.empty() ? nullptr : options.directory.c_str(), &startup,
                        &created) == FALSE) {
         throw_last_error("cannot start the program");
     }
-    const OwnedHandle process(created.hProcess);
     const OwnedHandle thread(created.hThread);
+    return {OwnedHandle(created.hProcess), created.dwProcessId};
+}
 
-    return is_debugged ? debug_to_end(options, process.get())
-                       : wait_for_end(options, process.get());
+DebuggeeResult run_debuggee(const DebuggeeOptions& options) {
+    const bool is_debugged = static_cast<bool>(options.on_debug_output);
+    const RunningProgram program =
+        start_program(options, is_debugged ? DEBUG_ONLY_THIS_PROCESS : 0);
+    return is_debugged ? debug_to_end(options, program.process.get())
+                       : wait_for_end(options, program.process.get());
 }
 
 } // namespace corvane

@@ -3,6 +3,8 @@
 // thread.
 #pragma once
 
+#include "base/owned_handle.h"
+
 #include <windows.h>
 
 #include <chrono>
@@ -36,7 +38,12 @@ struct DebuggeeResult {
 // Throws std::system_error when the program cannot be started.
 DebuggeeResult run_debuggee(const DebuggeeOptions& options);
 
-// One argument, quoted so that CommandLineToArgvW gives it back.
-std::wstring quote_argument(const std::wstring& argument);
+// The same, without a debugger, still running; the process and its id. `flags` are those of
+// CreateProcess.
+struct RunningProgram {
+    OwnedHandle process;
+    DWORD id = 0;
+};
+RunningProgram start_program(const DebuggeeOptions& options, DWORD flags = 0);
 
 } // namespace corvane

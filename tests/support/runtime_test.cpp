@@ -148,6 +148,11 @@ fs::path RuntimeTest::program_folder() const {
     return copy;
 }
 
+Environment RuntimeTest::clean_environment() const {
+    return base_environment(native_path(_wgetenv(L"CORVANE_DOTNET_ROOTS")) /
+                            std::to_wstring(major_));
+}
+
 RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment) {
     const fs::path built = built_program(program);
     const fs::path copy = program_folder();
@@ -156,8 +161,7 @@ RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment)
         const fs::path own = built / launch.executable; // of one of several programs in the folder
         fs::copy_file(fs::exists(own) ? own : built / (program + L".exe"), executable);
     }
-    environment.merge(
-        base_environment(native_path(_wgetenv(L"CORVANE_DOTNET_ROOTS")) / std::to_wstring(major_)));
+    environment.merge(clean_environment());
 
     Run run;
     DebuggeeOptions options;

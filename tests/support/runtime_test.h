@@ -98,6 +98,10 @@ protected:
     // The program that is watched: a folder beside the tests' own, named like the program in it.
     std::wstring program = L"program";
 
+    // What a program finds the runtime by, without what an outer shell may have set for programs of
+    // its own.
+    Environment clean_environment() const;
+
     // The copy of it that the test runs, for tests that change what lies there.
     std::filesystem::path program_folder() const;
 

@@ -19,6 +19,7 @@ using Work = std::function<int(const Words& behind)>;
 
 struct Command {
     const char* name;
+    const char* words; // what its usage shows behind the name
     const char* description;
     Work (*define)(CLI::App& options);
 };
@@ -37,6 +38,6 @@ public:
     const int code;
 };
 
-Work define_status(CLI::App& options);
+Work define_run(CLI::App& options);
 
 } // namespace corvane::tool

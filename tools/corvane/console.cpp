@@ -44,8 +44,12 @@ void print_line(std::string_view text) {
     print(std::string(text) + "\r\n");
 }
 
+void print_to_error(std::string_view text) {
+    write(STD_ERROR_HANDLE, text);
+}
+
 void print_error(std::string_view line) {
-    write(STD_ERROR_HANDLE, "corvane: " + std::string(line) + "\r\n");
+    print_to_error("corvane: " + std::string(line) + "\r\n");
 }
 
 bool prints_on_console() {

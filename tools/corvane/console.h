@@ -9,6 +9,9 @@ namespace corvane::tool {
 
 void print(std::string_view text);
 void print_line(std::string_view text);
+void print_to_error(std::string_view text);
+
+// A line of the tool's own on standard error.
 void print_error(std::string_view line);
 
 // Whether standard output is a console, which may be coloured and has an end that somebody reads.

@@ -1,7 +1,5 @@
 #include "tools/corvane/installation.h"
 
-#include "tools/corvane/utf8.h"
-
 #include <windows.h>
 
 #include <filesystem>
@@ -24,11 +22,11 @@ fs::path own_file() {
     }
 }
 
-std::string first_file(std::initializer_list<fs::path> candidates) {
+std::wstring first_file(std::initializer_list<fs::path> candidates) {
     for (const fs::path& candidate : candidates) {
         std::error_code ignored;
         if (fs::is_regular_file(candidate, ignored)) {
-            return to_utf8(candidate.wstring());
+            return candidate.wstring();
         }
     }
     return {};
@@ -38,7 +36,7 @@ std::string first_file(std::initializer_list<fs::path> candidates) {
 
 Installation find_installation() {
     const fs::path folder = own_file().parent_path();
-    return {to_utf8(folder.wstring()), first_file({folder / "CorvaneProfiler.dll"}),
+    return {folder.wstring(), first_file({folder / "CorvaneProfiler.dll"}),
             first_file(
                 {folder / "kite.managed.dll", folder / "managed" / "kite" / "kite.managed.dll"})};
 }

@@ -7,9 +7,9 @@ namespace corvane::tool {
 
 // Full paths; empty where there is no such file.
 struct Installation {
-    std::string folder; // the tool's own
-    std::string profiler;
-    std::string library;
+    std::wstring folder; // the tool's own
+    std::wstring profiler;
+    std::wstring library;
 };
 
 Installation find_installation();

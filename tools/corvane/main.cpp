@@ -9,6 +9,7 @@
 #include <exception>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -17,7 +18,38 @@ namespace corvane::tool {
 namespace {
 
 constexpr std::array kCommands = {
-    Command{"status", "Shows what is installed and registered", define_status},
+    Command{"run", "[OPTIONS] -- PROGRAM [ARGUMENTS]", "Runs a program and records it", define_run},
+};
+
+// The parser knows nothing of the words behind "--".
+class CommandFormatter : public CLI::Formatter {
+public:
+    explicit CommandFormatter(const Command& command) : command_(command) {}
+
+    std::string make_usage(const CLI::App*, std::string) const override {
+        return std::string("\nUsage: corvane ") + command_.name + ' ' + command_.words + '\n';
+    }
+
+    // Within the width of a usual console.
+    std::string make_option_desc(const CLI::Option* option) const override {
+        constexpr std::size_t kWidth = 48;
+        std::istringstream words(CLI::Formatter::make_option_desc(option));
+        std::string text;
+        std::size_t line = 0;
+        for (std::string word; words >> word; line += word.size() + 1) {
+            if (line != 0 && line + word.size() > kWidth) {
+                text += '\n';
+                line = 0;
+            } else if (line != 0) {
+                text += ' ';
+            }
+            text += word;
+        }
+        return text;
+    }
+
+private:
+    const Command& command_;
 };
 
 int run_command(const Words& words) {
@@ -30,6 +62,7 @@ int run_command(const Words& words) {
     std::map<const CLI::App*, Work> works;
     for (const Command& command : kCommands) {
         CLI::App* const part = app.add_subcommand(command.name, command.description);
+        part->formatter(std::make_shared<CommandFormatter>(command));
         works[part] = command.define(*part);
     }
     try {

@@ -17,4 +17,28 @@ SplitWords split_words(Words words) {
     return split;
 }
 
+std::wstring quoted(const std::wstring& word) {
+    if (!word.empty() && word.find_first_of(L" \t\n\v\"") == std::wstring::npos) {
+        return word;
+    }
+    std::wstring text = L"\"";
+    std::size_t backslashes = 0; // they count double before a quote, and only there
+    for (const wchar_t c : word) {
+        if (c == L'"') {
+            text.append(backslashes + 1, L'\\');
+        }
+        backslashes = c == L'\\' ? backslashes + 1 : 0;
+        text += c;
+    }
+    return text.append(backslashes, L'\\') + L'"';
+}
+
+std::wstring command_line(const Words& words) {
+    std::wstring line;
+    for (const std::wstring& word : words) {
+        line += (line.empty() ? L"" : L" ") + quoted(word);
+    }
+    return line;
+}
+
 } // namespace corvane::tool

@@ -1,4 +1,5 @@
-// The words of a command line: those for the tool, and those for the program behind "--".
+// The words of a command line: those for the tool, those for the program behind "--", and the line
+// that a program gets.
 #pragma once
 
 #include <string>
@@ -16,5 +17,9 @@ struct SplitWords {
 
 // At the first "--", which is in neither.
 SplitWords split_words(Words words);
+
+// One word, quoted so that the usual rules of splitting a line give it back.
+std::wstring quoted(const std::wstring& word);
+std::wstring command_line(const Words& words);
 
 } // namespace corvane::tool

@@ -232,6 +232,17 @@ TEST(GateForExecutables, LetsTheFirstEntryCount) {
                     GateVerdict::kTrace);
 }
 
+TEST(GateForExecutables, LetsAStarStandForAll) {
+    const AgentConfig config = applications(R"(<application name="a" corvane="Disabled"/>
+                                               <application name="*" inlining="Disabled"/>
+                                               <application name="b" corvane="Disabled"/>)");
+    expect_decision(executable("a"), config, GateVerdict::kRefuse);
+    expect_decision(executable("b"), config, GateVerdict::kTrace, L"", true);
+    expect_decision(executable("another one"), config, GateVerdict::kTrace, L"", true);
+    expect_decision(executable("a"), applications(R"(<application name="*.exe"/>)"),
+                    GateVerdict::kRefuse);
+}
+
 TEST(GateForExecutables, ReportsEntriesWithoutName) {
     expect_decision(executable("a"), applications(R"(<application corvane="Disabled"/>
                                                      <application name="a"/>)"),

@@ -2,6 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+#include "base/local_memory.h"
+
+#include <shellapi.h>
+#endif
+
 namespace corvane::tool {
 namespace {
 
@@ -23,6 +29,29 @@ TEST(SplitWords, TakesNothingForNothing) {
     EXPECT_EQ(split_words({L"--"}).own, Words());
     EXPECT_EQ(split_words({L"--"}).behind, Words());
 }
+
+TEST(CommandLine, QuotesOnlyWhatNeedsIt) {
+    EXPECT_EQ(command_line({L"plain", L"/x", L"C:\\folder\\"}), L"plain /x C:\\folder\\");
+    EXPECT_EQ(command_line({L"", L"a b\\", L"a\"b"}), L"\"\" \"a b\\\\\" \"a\\\"b\"");
+}
+
+#ifdef _WIN32
+const Words kHardWords = {L"plain",       L"",
+                          L"two words",   L"tab\there",
+                          L"\"quoted\"",  L"C:\\folder\\",
+                          L"a\\\"b",      L"C:\\a folder\\",
+                          L"a\\\\\"b c",  L"\\\\server\\share",
+                          L"100% & more", L"B\u00fccher \u0416"};
+
+TEST(CommandLine, IsSplitBySystemIntoTheSameWords) {
+    Words words = kHardWords;
+    words.insert(words.begin(), L"program.exe");
+    int count = 0;
+    const LocalMemory<LPWSTR> split(CommandLineToArgvW(command_line(words).c_str(), &count));
+    ASSERT_NE(split, nullptr);
+    EXPECT_EQ(Words(split.get(), split.get() + count), words);
+}
+#endif
 
 } // namespace
 } // namespace corvane::tool

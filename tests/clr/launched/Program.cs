@@ -1,0 +1,109 @@
+// What corvane.exe starts in tests: shows what reached it, ends as it is asked to, and starts others.
+using System;
+using System.Collections;
+using System.Diagnostics;
+using System.IO;
+using System.Linq;
+using System.Threading;
+
+internal static class Program
+{
+    private static int Main(string[] args)
+    {
+        // Of a console there may be none.
+        Console.SetOut(new StreamWriter(Console.OpenStandardOutput()) { AutoFlush = true });
+        return args.FirstOrDefault() switch
+        {
+            "echo" => Echo(args),
+            "input" => Input(),
+            "code" => unchecked((int)uint.Parse(args[1])),
+            "sum" => Sum("ten letters", 16),
+            "variables" => Variables(),
+            "wait" => Wait(args[1], 60),
+            "interrupt" => Interrupt(args[1]),
+            "killed" => Killed(),
+            "parent" => Parent(args[1], args[2..]),
+            "leave" => Leave(args[1], args[2]),
+            _ => 0,
+        };
+    }
+
+    private static int Echo(string[] args)
+    {
+        foreach (var arg in args)
+        {
+            Console.WriteLine($"[{arg}]");
+        }
+        Console.WriteLine($"in {Environment.CurrentDirectory}");
+        Console.Error.WriteLine("an error");
+        return 5;
+    }
+
+    private static int Input()
+    {
+        Console.WriteLine($"read {Console.In.ReadToEnd().Trim()}");
+        return 0;
+    }
+
+    private static int Sum(string name, int count)
+    {
+        Console.WriteLine(name.Length + count);
+        return 3;
+    }
+
+    // Those that a profiler or a start-up hook is asked for with, and those of this project.
+    private static int Variables()
+    {
+        var found = Environment.GetEnvironmentVariables().Cast<DictionaryEntry>()
+            .Select(entry => $"{entry.Key}={entry.Value}")
+            .Where(text => text.StartsWith("COR", StringComparison.Ordinal) || text.StartsWith("DOTNET_STARTUP", StringComparison.Ordinal))
+            .Order(StringComparer.Ordinal);
+        Console.WriteLine($"variables: {string.Join("; ", found)}");
+        return 0;
+    }
+
+    private static int Wait(string file, int seconds)
+    {
+        File.WriteAllText(file, Environment.ProcessId.ToString());
+        Thread.Sleep(TimeSpan.FromSeconds(seconds));
+        return 1;
+    }
+
+    private static int Interrupt(string file)
+    {
+        using var interrupted = new ManualResetEventSlim();
+        Console.CancelKeyPress += (_, e) =>
+        {
+            e.Cancel = true;
+            interrupted.Set();
+        };
+        File.WriteAllText(file, Environment.ProcessId.ToString());
+        return interrupted.Wait(TimeSpan.FromSeconds(60)) ? 23 : 1;
+    }
+
+    private static int Killed()
+    {
+        Process.GetCurrentProcess().Kill();
+        return 1;
+    }
+
+    private static int Parent(string program, string[] arguments)
+    {
+        Variables();
+        using var child = Process.Start(new ProcessStartInfo(program, arguments) { UseShellExecute = false })!;
+        child.WaitForExit();
+        Console.WriteLine($"the child ended with {child.ExitCode}");
+        return 0;
+    }
+
+    // The child goes on when this has ended.
+    private static int Leave(string program, string file)
+    {
+        using var child = Process.Start(new ProcessStartInfo(program, ["wait", file]) { UseShellExecute = false })!;
+        while (!File.Exists(file))
+        {
+            Thread.Sleep(20);
+        }
+        return 0;
+    }
+}

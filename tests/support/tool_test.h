@@ -1,0 +1,65 @@
+// ToolTest: runs corvane.exe on programs in the real runtimes.
+#pragma once
+
+#include "tests/support/debuggee.h"
+#include "tests/support/runtime_test.h"
+
+#include <fstream>
+#include <iterator>
+
+namespace corvane::testing {
+
+struct ToolRun {
+    DWORD exit_code = 0;
+    std::string output; // and errors, where they are not asked for apart
+};
+
+class ToolTest : public EachRuntimeTest {
+protected:
+    // Beside this program, with what belongs to it.
+    std::filesystem::path tool = built_file(L"corvane.exe");
+
+    static std::string text_of(const std::filesystem::path& file) {
+        std::ifstream stream(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    }
+
+    // A copy of the watched program under this name.
+    std::filesystem::path program_as(const std::wstring& name) const {
+        const std::filesystem::path copy = program_folder() / name;
+        if (!exists(copy)) {
+            copy_file(built_file(L"managed") / program / (program + L".exe"), copy);
+        }
+        return copy;
+    }
+
+    DebuggeeOptions tool_options(const std::vector<std::wstring>& arguments,
+                                 const Environment& environment = {}) const {
+        DebuggeeOptions options;
+        options.program = tool.wstring();
+        options.arguments = arguments;
+        options.environment = environment;
+        options.environment.merge(clean_environment());
+        options.environment[L"TMP"] = temporary().wstring();
+        options.environment[L"TEMP"] = temporary().wstring();
+        options.directory = folder().wstring();
+        options.output_file = (folder() / "output.txt").wstring();
+        return options;
+    }
+
+    ToolRun run_tool(const std::vector<std::wstring>& arguments,
+                     const Environment& environment = {}) const {
+        const DebuggeeOptions options = tool_options(arguments, environment);
+        const DebuggeeResult result = run_debuggee(options);
+        EXPECT_FALSE(result.timed_out);
+        return {result.exit_code, text_of(options.output_file)};
+    }
+
+    // The folder for temporary files, which has nothing in it when a command has ended.
+    std::filesystem::path temporary() const {
+        std::filesystem::create_directories(folder() / "temporary");
+        return folder() / "temporary";
+    }
+};
+
+} // namespace corvane::testing

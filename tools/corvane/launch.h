@@ -1,0 +1,22 @@
+// Starts a program in the place of this one: the same standard streams and working folder, the
+// program's exit code.
+#pragma once
+
+#include "tools/corvane/environment.h"
+#include "tools/corvane/program.h"
+
+#include <functional>
+
+namespace corvane::tool {
+
+struct Ended {
+    unsigned long process = 0;
+    unsigned long exit_code = 0;
+};
+
+// Ctrl+C and the like are the program's, and this process waits for what it makes of them. Unless
+// `detached`, the program ends with this process if that is killed; what the program started ends
+// with it then, too, and lives on otherwise. Throws Failure if it cannot be started.
+Ended launch(const Program& program, const Environment& environment, bool detached);
+
+} // namespace corvane::tool

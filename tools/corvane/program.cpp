@@ -1,0 +1,116 @@
+#include "tools/corvane/program.h"
+
+#include "profiler/wide_text.h"
+
+#include <windows.h>
+
+#include <memory>
+
+namespace corvane::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool is_file(const fs::path& path) {
+    std::error_code ignored;
+    return fs::is_regular_file(path, ignored);
+}
+
+fs::path on_path(const std::wstring& name, const wchar_t* extension) {
+    std::wstring found(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD length = SearchPathW(nullptr, name.c_str(), extension,
+                                         static_cast<DWORD>(found.size()), found.data(), nullptr);
+        if (length < found.size()) {
+            found.resize(length);
+            return length == 0 ? fs::path() : full_path(found);
+        }
+        found.resize(length);
+    }
+}
+
+fs::path find_file(const std::wstring& name) {
+    if (name.find_first_of(L"\\/:") == name.npos) {
+        return on_path(name, L".exe");
+    }
+    const fs::path path = full_path(name);
+    for (const fs::path& candidate : {path, fs::path(path.wstring() + L".exe")}) {
+        if (is_file(candidate)) {
+            return candidate;
+        }
+    }
+    return {};
+}
+
+fs::path find_dotnet(const Environment& environment) {
+    for (const wchar_t* const variable : {L"DOTNET_ROOT_X64", L"DOTNET_ROOT"}) {
+        const auto root = environment.find(std::wstring_view(variable));
+        if (root != environment.end() && is_file(fs::path(root->second) / L"dotnet.exe")) {
+            return full_path((fs::path(root->second) / L"dotnet.exe").wstring());
+        }
+    }
+    return on_path(L"dotnet", L".exe");
+}
+
+bool is_library(const std::wstring& name) {
+    return equals_ignore_case(fs::path(name).extension().wstring(), L".dll");
+}
+
+std::string narrowed(const std::wstring& text, bool& is_exact) {
+    BOOL replaced = FALSE;
+    const int size = static_cast<int>(text.size());
+    const int length =
+        WideCharToMultiByte(CP_ACP, 0, text.data(), size, nullptr, 0, nullptr, nullptr);
+    std::string narrow(static_cast<std::size_t>(length), '\0');
+    WideCharToMultiByte(CP_ACP, 0, text.data(), size, narrow.data(), length, nullptr,
+                        GetACP() == CP_UTF8 ? nullptr : &replaced);
+    is_exact = replaced == FALSE;
+    return narrow;
+}
+
+} // namespace
+
+fs::path full_path(const std::wstring& path) {
+    const DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+    std::wstring full(size, L'\0');
+    full.resize(GetFullPathNameW(path.c_str(), size, full.data(), nullptr));
+    return full;
+}
+
+Environment own_environment() {
+    const std::unique_ptr<wchar_t, decltype(&FreeEnvironmentStringsW)> block(
+        GetEnvironmentStringsW(), &FreeEnvironmentStringsW);
+    return block ? parse_environment(block.get()) : Environment();
+}
+
+Program find_program(const Words& words, const Environment& environment) {
+    const fs::path file = find_file(words.front());
+    if (!is_library(words.front())) {
+        Program program{file, words, {}};
+        if (words.size() > 1 && is_library(words[1]) &&
+            equals_ignore_case(file.filename().wstring(), L"dotnet.exe")) {
+            program.assembly = full_path(words[1]);
+        }
+        return program;
+    }
+    Program program;
+    if (!file.empty()) {
+        program = {find_dotnet(environment), {L"dotnet"}, file};
+        program.words.insert(program.words.end(), words.begin(), words.end());
+    }
+    return program;
+}
+
+std::optional<std::string> in_code_page(const std::wstring& text) {
+    bool is_exact = false;
+    std::string narrow = narrowed(text, is_exact);
+    return is_exact ? std::optional(std::move(narrow)) : std::nullopt;
+}
+
+std::string gate_name(const fs::path& file) {
+    bool ignored = false;
+    const std::string path = narrowed(file.wstring(), ignored).substr(0, MAX_PATH - 1);
+    return path.substr(path.rfind('\\') + 1);
+}
+
+} // namespace corvane::tool
