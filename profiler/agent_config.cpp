@@ -32,6 +32,11 @@ bool LoadAgentConfig(AgentConfig& config, const LogSink& log) {
     if (home == nullptr || *home == '\0') { // empty, it would name the program's current folder
         return false;
     }
+    return load_agent_config(home, config, log);
+}
+
+bool load_agent_config(const std::string& home, AgentConfig& config, const LogSink& log) {
+    config.clear();
     try {
         const std::string text =
             read_text((boost::filesystem::path(home) / "agent.config").string());

@@ -7,6 +7,7 @@
 
 #include <boost/property_tree/ptree.hpp>
 
+#include <string>
 #include <string_view>
 
 namespace corvane {
@@ -24,6 +25,9 @@ inline constexpr int kMaxElementDepth = 128;
 // Fills `config` from the file. False when the variable is not set or empty (silently) or when the
 // file is missing or not XML (one message); `config` is then empty.
 bool LoadAgentConfig(AgentConfig& config, const LogSink& log);
+
+// The same for a folder that the caller names, in the system's code page.
+bool load_agent_config(const std::string& home, AgentConfig& config, const LogSink& log);
 
 // Whether the first appSettings entry with this key carries this value. Both compare exactly.
 bool check_key(const AgentConfig& config, std::string_view key, std::string_view value,

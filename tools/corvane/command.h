@@ -28,6 +28,7 @@ struct Command {
 inline constexpr int kSuccess = 0;
 inline constexpr int kMisused = 2;
 inline constexpr int kFailed = 100;
+inline constexpr int kRegistryUnreadable = 152; // a finding that ends the search
 
 // Ends the command with a line on standard error.
 class Failure : public std::runtime_error {
@@ -38,6 +39,7 @@ public:
     const int code;
 };
 
+Work define_check(CLI::App& options);
 Work define_run(CLI::App& options);
 
 } // namespace corvane::tool

@@ -9,6 +9,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
+std::wstring first_file(std::initializer_list<fs::path> candidates) {
+    for (const fs::path& candidate : candidates) {
+        std::error_code ignored;
+        if (fs::is_regular_file(candidate, ignored)) {
+            return candidate.wstring();
+        }
+    }
+    return {};
+}
+
+} // namespace
+
 fs::path own_file() {
     std::wstring path(MAX_PATH, L'\0');
     for (;;) {
@@ -21,18 +33,6 @@ fs::path own_file() {
         path.resize(path.size() * 2);
     }
 }
-
-std::wstring first_file(std::initializer_list<fs::path> candidates) {
-    for (const fs::path& candidate : candidates) {
-        std::error_code ignored;
-        if (fs::is_regular_file(candidate, ignored)) {
-            return candidate.wstring();
-        }
-    }
-    return {};
-}
-
-} // namespace
 
 Installation find_installation() {
     const fs::path folder = own_file().parent_path();

@@ -1,9 +1,13 @@
 // The files that come with the tool, beside it or where the build leaves them.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace corvane::tool {
+
+// This program's.
+std::filesystem::path own_file();
 
 // Full paths; empty where there is no such file.
 struct Installation {

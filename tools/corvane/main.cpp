@@ -18,6 +18,8 @@ namespace corvane::tool {
 namespace {
 
 constexpr std::array kCommands = {
+    Command{"check", "[OPTIONS] [PROGRAM] [-- ARGUMENTS]",
+            "Says whether a program would be profiled, and why not", define_check},
     Command{"run", "[OPTIONS] -- PROGRAM [ARGUMENTS]", "Runs a program and records it", define_run},
 };
 

@@ -1,4 +1,5 @@
 // corvane run
+#include "tools/corvane/check_facts.h"
 #include "tools/corvane/command.h"
 #include "tools/corvane/console.h"
 #include "tools/corvane/installation.h"
@@ -193,6 +194,20 @@ void write_config(const fs::path& folder, const Program& program, const Options&
     }
 }
 
+// What `corvane check` would say of the program with these variables.
+void require_profiled(const Program& program, const std::string& name,
+                      const Environment& environment, const Installation& installed,
+                      const Options& options) {
+    CheckFacts facts = read_check_facts(environment, installed);
+    facts.starts_others = options.children;
+    facts.program = read_program_facts(program, name, environment);
+    const std::vector<Finding> findings = find_problems(facts);
+    if (const Finding* const reason = first_reason(findings)) {
+        throw Failure(reason->text + ": " + reason->cure + " (" + page_of(*reason->kind) + ")",
+                      reason->kind->exit_code);
+    }
+}
+
 int print_variables(const Options& options, const Installation& installed) {
     const RunPlaces places{installed.profiler, installed.library,
                            options.config.empty() ? installed.folder : options.config, L"",
@@ -224,6 +239,7 @@ int run(const Options& options, const Words& words, const Installation& installe
                            options.config.empty() ? folder.path().wstring() : options.config,
                            folder.path().wstring(), fs::current_path().wstring()};
     const Environment environment = changed(own, run_changes(options, places, own));
+    require_profiled(program, to_utf8(words.front()), environment, installed, options);
     const Ended ended = launch(program, environment, options.detach);
 
     if (options.tree == L"") {

@@ -1,0 +1,172 @@
+#include "tools/corvane/check_facts.h"
+
+#include "base/owned_handle.h"
+#include "profiler/wide_text.h"
+#include "tools/corvane/class_id.h"
+#include "tools/corvane/registry.h"
+#include "tools/corvane/utf8.h"
+
+#include <windows.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+
+namespace corvane::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool is_file(const fs::path& path) {
+    std::error_code ignored;
+    return fs::is_regular_file(path, ignored);
+}
+
+std::optional<std::string> read_bytes(const fs::path& path) {
+    std::ifstream stream(path, std::ios::binary);
+    if (!stream) {
+        return std::nullopt;
+    }
+    return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+}
+
+std::string version_of(const fs::path& file) {
+    std::vector<char> data(GetFileVersionInfoSizeW(file.c_str(), nullptr));
+    VS_FIXEDFILEINFO* fixed = nullptr;
+    UINT size = 0;
+    if (data.empty() ||
+        GetFileVersionInfoW(file.c_str(), 0, static_cast<DWORD>(data.size()), data.data()) ==
+            FALSE ||
+        VerQueryValueW(data.data(), L"\\", reinterpret_cast<void**>(&fixed), &size) == FALSE) {
+        return {};
+    }
+    std::array<char, 48> text{};
+    std::snprintf(text.data(), text.size(), "%u.%u.%u",
+                  static_cast<unsigned>(HIWORD(fixed->dwFileVersionMS)),
+                  static_cast<unsigned>(LOWORD(fixed->dwFileVersionMS)),
+                  static_cast<unsigned>(HIWORD(fixed->dwFileVersionLS)));
+    return text.data();
+}
+
+FileFacts read_file(const fs::path& path, bool reads_image) {
+    FileFacts facts;
+    facts.path = to_utf8(path.wstring());
+    facts.exists = is_file(path);
+    if (!facts.exists) {
+        return facts;
+    }
+    facts.version = version_of(path);
+    if (reads_image) {
+        const auto bytes = read_bytes(path);
+        facts.is_readable = bytes.has_value();
+        facts.image = bytes ? read_image(*bytes) : std::nullopt;
+    }
+    return facts;
+}
+
+std::wstring variable(const Environment& variables, std::wstring_view name) {
+    const auto found = variables.find(name);
+    return found == variables.end() ? std::wstring() : found->second;
+}
+
+fs::path named_profiler(const Environment& variables) {
+    for (const wchar_t* const name : {L"CORECLR_PROFILER_PATH_64", L"CORECLR_PROFILER_PATH",
+                                      L"COR_PROFILER_PATH_64", L"COR_PROFILER_PATH"}) {
+        if (const std::wstring path = variable(variables, name); !path.empty()) {
+            return path;
+        }
+    }
+    return {};
+}
+
+// Entries that are names of assemblies, not files, are somebody else's.
+void read_hooks(const std::wstring& hooks, CheckFacts& facts) {
+    for (std::size_t begin = 0; begin < hooks.size();) {
+        const std::size_t end = std::min(hooks.find(L';', begin), hooks.size());
+        const fs::path hook = hooks.substr(begin, end - begin);
+        if (hook.has_parent_path() || hook.extension() == L".dll") {
+            FileFacts file = read_file(hook, false);
+            file.exists = file.exists && hook.is_absolute();
+            facts.hooks.push_back(std::move(file));
+        }
+        begin = end + 1;
+    }
+}
+
+bool has_viewer() {
+    const OwnedHandle buffer(OpenFileMappingW(SYNCHRONIZE, FALSE, L"DBWIN_BUFFER"));
+    return buffer != nullptr;
+}
+
+fs::path with_extension(fs::path path, const wchar_t* extension) {
+    return path.replace_extension(extension);
+}
+
+} // namespace
+
+CheckFacts read_check_facts(const Environment& variables, const Installation& installed) {
+    CheckFacts facts;
+    facts.variables = variables;
+    facts.version = CORVANE_VERSION;
+    facts.own_profiler = to_utf8(installed.profiler);
+    if (const auto registered =
+            registry_texts(HKEY_CLASSES_ROOT,
+                           std::wstring(L"CLSID\\") + kProfilerClass + L"\\InprocServer32", L"")) {
+        facts.registered = to_utf8(registered->front());
+    }
+    fs::path profiler = named_profiler(variables);
+    if (profiler.empty() && facts.registered) {
+        profiler = to_wide(*facts.registered);
+    }
+    if (!profiler.empty()) {
+        facts.profiler = read_file(profiler, true);
+    }
+    facts.home = in_code_page(variable(variables, L"CORVANE_HOME_APM_DOTNET"));
+    if (facts.home && !facts.home->empty()) {
+        facts.config_exists =
+            is_file(fs::path(variable(variables, L"CORVANE_HOME_APM_DOTNET")) / L"agent.config");
+        AgentConfig config;
+        if (load_agent_config(*facts.home, config, [](int, const wchar_t*) {})) {
+            facts.config = std::move(config);
+        }
+    }
+    read_hooks(variable(variables, L"DOTNET_STARTUP_HOOKS"), facts);
+    facts.is_log_read = !variable(variables, L"CORVANE_LOG_FILE").empty() || has_viewer();
+    return facts;
+}
+
+ProgramFacts read_program_facts(const Program& program, const std::string& name,
+                                const Environment& variables) {
+    ProgramFacts facts;
+    facts.name = name;
+    facts.file = read_file(program.file, true);
+    facts.process.executable_name = gate_name(program.file);
+    if (const auto type = in_code_page(variable(variables, L"APP_TYPE")); type && !type->empty()) {
+        facts.process.app_type = *type;
+    }
+    facts.process.arguments = program.words;
+    facts.is_dotnet = equals_ignore_case(program.file.filename().wstring(), L"dotnet.exe");
+    const bool is_host = facts.file.image && facts.file.image->is_app_host;
+    const fs::path assembly = !program.assembly.empty() || facts.is_dotnet
+                                  ? program.assembly
+                                  : with_extension(program.file, L".dll");
+    if (!program.assembly.empty()) {
+        facts.assembly = read_file(assembly, false);
+    }
+    if (facts.file.image && facts.file.image->bundle) {
+        facts.runtime_config = facts.file.image->bundle->runtime_config;
+    } else if (is_host || !program.assembly.empty()) {
+        facts.runtime_config = read_bytes(with_extension(assembly, L".runtimeconfig.json"));
+    }
+    const fs::path folder = assembly.empty() ? program.file.parent_path() : assembly.parent_path();
+    facts.has_own_library = is_file(folder / L"kite.managed.dll");
+    const std::wstring windows = variable(own_environment(), L"SystemRoot");
+    std::error_code ignored;
+    facts.has_shared_library = fs::is_directory(fs::path(windows) / L"Microsoft.NET" / L"assembly" /
+                                                    L"GAC_MSIL" / L"kite.managed",
+                                                ignored);
+    return facts;
+}
+
+} // namespace corvane::tool

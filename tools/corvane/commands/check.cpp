@@ -1,0 +1,115 @@
+// corvane check
+#include "tools/corvane/check_facts.h"
+#include "tools/corvane/command.h"
+#include "tools/corvane/console.h"
+#include "tools/corvane/machine_settings.h"
+#include "tools/corvane/utf8.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <memory>
+
+namespace corvane::tool {
+namespace {
+
+struct Texts {
+    std::string program, pool, service;
+    bool json = false;
+};
+
+void print_as_json(const std::string& subject, const std::vector<Finding>& findings) {
+    nlohmann::ordered_json report;
+    report["subject"] = subject;
+    report["profiled"] = first_reason(findings) == nullptr;
+    report["findings"] = nlohmann::ordered_json::array();
+    for (const Finding& finding : findings) {
+        report["findings"].push_back({{"id", finding.kind->id},
+                                      {"exit_code", finding.kind->exit_code},
+                                      {"reason", finding.kind->is_reason},
+                                      {"text", finding.text},
+                                      {"cure", finding.cure},
+                                      {"page", page_of(*finding.kind)}});
+    }
+    print_line(report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
+}
+
+void print_finding(const Finding& finding, const char* beginning) {
+    print_line(beginning + finding.text + ".");
+    print_line("  Cure: " + finding.cure + ".");
+    print_line("  See:  " + page_of(*finding.kind));
+}
+
+int report(const std::string& subject, const std::vector<Finding>& findings, bool as_json) {
+    const Finding* const reason = first_reason(findings);
+    if (as_json) {
+        print_as_json(subject, findings);
+        return reason == nullptr ? kSuccess : reason->kind->exit_code;
+    }
+    if (reason != nullptr) {
+        print_finding(*reason, (subject + " would not be profiled: ").c_str());
+        return reason->kind->exit_code;
+    }
+    print_line(subject + " would be profiled.");
+    for (const Finding& remark : findings) {
+        print_finding(remark, "Note: ");
+    }
+    return kSuccess;
+}
+
+std::vector<Finding> check_machine(const MachineProgram& found, const Installation& installed,
+                                   const std::string& name) {
+    CheckFacts facts = read_check_facts(found.variables, installed);
+    if (!found.words.empty()) {
+        facts.program =
+            read_program_facts(find_program(found.words, found.variables), name, found.variables);
+        if (found.is_32_bit && facts.program->file.image) {
+            facts.program->file.image->runs_as_32_bit = true;
+        }
+    }
+    return find_problems(facts);
+}
+
+} // namespace
+
+Work define_check(CLI::App& app) {
+    const auto texts = std::make_shared<Texts>();
+    app.add_option("PROGRAM", texts->program, "The program, as \"corvane run\" would find it");
+    auto* const pool =
+        app.add_option("--pool", texts->pool,
+                       "An application pool of IIS: the variables are read where they stand")
+            ->type_name("NAME");
+    app.add_option("--service", texts->service, "A service, likewise")
+        ->type_name("NAME")
+        ->excludes(pool);
+    app.add_flag("--json", texts->json, "Print all findings as JSON");
+    return [&app, texts](const Words& behind) {
+        const Installation installed = find_installation();
+        if (app.count("--service") != 0 || app.count("--pool") != 0) {
+            const bool is_service = app.count("--service") != 0;
+            const std::string& name = is_service ? texts->service : texts->pool;
+            const std::string subject =
+                (is_service ? "The service " : "The application pool ") + name;
+            const MachineProgram found =
+                is_service ? find_service(to_wide(name)) : find_pool(to_wide(name));
+            return report(subject,
+                          found.exists ? check_machine(found, installed, subject)
+                                       : std::vector{missing_on_machine(is_service, name)},
+                          texts->json);
+        }
+        Words words = behind;
+        if (!texts->program.empty()) {
+            words.insert(words.begin(), to_wide(texts->program));
+        }
+        const Environment variables = own_environment();
+        CheckFacts facts = read_check_facts(variables, installed);
+        std::string subject = "A program";
+        if (!words.empty()) {
+            subject = to_utf8(words.front());
+            facts.program = read_program_facts(find_program(words, variables), subject, variables);
+        }
+        return report(subject, find_problems(facts), texts->json);
+    };
+}
+
+} // namespace corvane::tool
