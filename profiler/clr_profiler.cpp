@@ -126,7 +126,11 @@ HRESULT CClrProfiler::Initialize(IUnknown* info) noexcept {
         info->QueryInterface(__uuidof(ICorProfilerInfo3), profilerInfo3.put_void());
     }
     default_log.log(3, L"CClrProfiler::Initialize(): after should trace");
-    attempt([this] { read_switches(); });
+    attempt([this] {
+        read_switches([this](const char* key, const char* value) { return CheckKey(key, value); },
+                      switches_);
+        strict_il = environment_asks_for_strict_il();
+    });
     subscribe(info);
     attempt([] { load_excluded_scopes(); });
     attempt([] { load_method_patterns(); });
@@ -176,19 +180,6 @@ bool CClrProfiler::CheckKey(const char* key, const char* value) const {
         return false;
     }
     return check_key(config, key, value, log_line);
-}
-
-void CClrProfiler::read_switches() {
-    if (!switches_.inliningDisabled) {
-        switches_.inliningDisabled = CheckKey("Inlining", "Disabled");
-    }
-    switches_.transparencyFullTrust = CheckKey("SecurityTransparencyInstrumentation", "2");
-    switches_.transparencyInstrumentation =
-        switches_.transparencyFullTrust || CheckKey("SecurityTransparencyInstrumentation", "1");
-    switches_.insertLogTraceId = CheckKey("InsertLogTraceIdIntoLogs", "Enabled");
-    switches_.addAttributeLogTraceId = CheckKey("AddAttributeLogTraceId", "Enabled");
-    switches_.logTraceIdEnabled = switches_.insertLogTraceId || switches_.addAttributeLogTraceId;
-    strict_il = environment_asks_for_strict_il();
 }
 
 DWORD CClrProfiler::event_mask() const noexcept {

@@ -51,7 +51,6 @@ private:
     void take_present_modules();
     static void take_present_threads();
     bool CheckKey(const char* key, const char* value) const;
-    void read_switches();
     DWORD event_mask() const noexcept;
     SelectionSettings selection_settings() const noexcept;
     HRESULT note_module(ModuleID module);

@@ -2,6 +2,8 @@
 // then on; a change of the file takes a new process.
 #pragma once
 
+#include <functional>
+
 namespace corvane {
 
 struct ProfilerSwitches {
@@ -12,5 +14,11 @@ struct ProfilerSwitches {
     bool insertLogTraceId = false;            // "InsertLogTraceIdIntoLogs" is "Enabled"
     bool addAttributeLogTraceId = false;      // "AddAttributeLogTraceId" is "Enabled"
 };
+
+// Whether agent.config has this value for this key of its settings.
+using CheckKeyEntry = std::function<bool(const char* key, const char* value)>;
+
+// Each by a look of its own. An application's entry that has disabled inlining stays in force.
+void read_switches(const CheckKeyEntry& check_key, ProfilerSwitches& switches);
 
 } // namespace corvane

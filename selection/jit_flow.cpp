@@ -41,13 +41,6 @@ bool meets_pattern(ICorProfilerInfo* info, const method_info& method) {
     return method_patterns.matches(name);
 }
 
-Choice choice_of(ICorProfilerInfo* info, const method_info& method,
-                 const SelectionSettings& settings) {
-    return choose(
-        {method.assembly_name, name_of(method), method.has_trace_attribute, method.is_transparent},
-        settings, [&] { return meets_pattern(info, method); });
-}
-
 void log_choice(const method_info& method, const Choice& choice) {
     if (choice.rule == Rule::kNone) {
         return;
@@ -77,6 +70,13 @@ HRESULT call(RewriteMethodEntry rewrite, RewriteContext& context, Instrumentatio
 }
 
 } // namespace
+
+Choice choice_of(ICorProfilerInfo* info, const method_info& method,
+                 const SelectionSettings& settings) {
+    return choose(
+        {method.assembly_name, name_of(method), method.has_trace_attribute, method.is_transparent},
+        settings, [&] { return meets_pattern(info, method); });
+}
 
 void on_jit_compilation_started(ICorProfilerInfo* info, FunctionID function,
                                 const SelectionSettings& settings, RewriteMethodEntry rewrite) {

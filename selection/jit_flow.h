@@ -9,6 +9,10 @@
 
 namespace corvane {
 
+// The decision about a method that has been described.
+Choice choice_of(ICorProfilerInfo* info, const method_info& method,
+                 const SelectionSettings& settings);
+
 // JITCompilationStarted. `rewrite` gets every chosen method.
 void on_jit_compilation_started(ICorProfilerInfo* info, FunctionID function,
                                 const SelectionSettings& settings, RewriteMethodEntry rewrite);

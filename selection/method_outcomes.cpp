@@ -2,7 +2,6 @@
 
 #include <map>
 #include <mutex>
-#include <set>
 #include <utility>
 
 namespace corvane {
@@ -11,8 +10,9 @@ namespace {
 
 struct Outcomes {
     std::mutex mutex;
-    std::set<std::pair<ModuleID, mdMethodDef>> left;
-    std::map<std::wstring, std::uint32_t, std::less<>> reasons;
+    using Reasons = std::map<std::wstring, std::uint32_t>; // nothing is removed from it but all
+    Reasons reasons;
+    std::map<std::pair<ModuleID, mdMethodDef>, const Reasons::value_type*> left;
     std::uint32_t instrumented = 0;
 };
 
@@ -33,9 +33,19 @@ bool is_left(ModuleID module, mdMethodDef method) {
 void leave_for_good(ModuleID module, mdMethodDef method, std::wstring_view reason) {
     Outcomes& all = outcomes();
     const std::lock_guard lock(all.mutex);
-    if (all.left.emplace(module, method).second) {
-        ++all.reasons.try_emplace(std::wstring(reason)).first->second;
+    if (all.left.contains({module, method})) {
+        return;
     }
+    auto& counted = *all.reasons.try_emplace(std::wstring(reason)).first;
+    all.left.emplace(std::pair(module, method), &counted);
+    ++counted.second;
+}
+
+std::optional<std::wstring> reason_left(ModuleID module, mdMethodDef method) {
+    Outcomes& all = outcomes();
+    const std::lock_guard lock(all.mutex);
+    const auto found = all.left.find({module, method});
+    return found == all.left.end() ? std::nullopt : std::optional(found->second->first);
 }
 
 void forget_left_methods(ModuleID module) {

@@ -10,12 +10,15 @@
 #include "clr/cor_profiler.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace corvane {
 
 [[nodiscard]] bool is_left(ModuleID module, mdMethodDef method);
+// Nothing for a method that is not left.
+[[nodiscard]] std::optional<std::wstring> reason_left(ModuleID module, mdMethodDef method);
 // The first reason of a method counts.
 void leave_for_good(ModuleID module, mdMethodDef method, std::wstring_view reason);
 void forget_left_methods(ModuleID module);

@@ -20,7 +20,11 @@ namespace {
 using TypePath = std::vector<std::wstring>;
 
 bool read_path(IMetaDataImport* metadata, mdToken type, TypePath& path) {
+    constexpr std::size_t kDeepestNesting = 64; // damaged metadata may nest a type in itself
     while (TypeFromToken(type) == mdtTypeRef) {
+        if (path.size() == kDeepestNesting) {
+            return false;
+        }
         constexpr ULONG kNameRoom = 1024; // the longest that a compiler writes
         std::array<wchar_t, kNameRoom> name{};
         ULONG length = 0;

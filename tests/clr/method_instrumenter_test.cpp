@@ -776,6 +776,17 @@ TEST_F(MethodInstrumenterTest, BelievesOnlyTheRuntimesOwnTypesInACollectibleModu
     EXPECT_EQ(module->installations, 2);
 }
 
+// Damaged metadata: the search for the name of such a type would have no end.
+TEST_F(MethodInstrumenterTest, LeavesATypeThatIsNestedInItself) {
+    const mdTypeRef before = module->type_ref(corlib, L"Shop.Last");
+    const mdTypeRef own = module->type_ref(before + 1, L"Endless");
+    ASSERT_EQ(own, before + 1);
+    instrument(add(L"A", join({{0x00, 1, 0x01, 0x11}, coded(own)}), tiny({0x2A})));
+    EXPECT_EQ(log().back(), L"Left as it is: parameter 1 is of a value type that no module defines "
+                            L"which stays loaded");
+    EXPECT_EQ(module->installations, 0);
+}
+
 TEST_F(MethodInstrumenterTest, BoxesAValueTypeThatATypeSpecNames) {
     const mdTypeDef own = module->type_def(L"Shop.Pair`1", value_type);
     const auto spec_of = [&](const Bytes& blob) {

@@ -50,5 +50,17 @@ TEST_F(MethodOutcomesTest, AMethodIsCountedOnceForItsFirstReason) {
     EXPECT_EQ(method_outcomes(), (MethodOutcomes{0, 1, 1, L"b"}));
 }
 
+TEST_F(MethodOutcomesTest, AMethodThatIsLeftHasItsFirstReason) {
+    leave_for_good(1, 1, L"b");
+    leave_for_good(1, 1, L"a");
+    leave_for_good(2, 1, L"a");
+    EXPECT_EQ(reason_left(1, 1), L"b");
+    EXPECT_EQ(reason_left(2, 1), L"a");
+    EXPECT_EQ(reason_left(1, 2), std::nullopt);
+    forget_left_methods(1);
+    EXPECT_EQ(reason_left(1, 1), std::nullopt);
+    EXPECT_EQ(reason_left(2, 1), L"a");
+}
+
 } // namespace
 } // namespace corvane
