@@ -40,6 +40,7 @@ public:
 };
 
 Work define_check(CLI::App& options);
+Work define_explain(CLI::App& options);
 Work define_run(CLI::App& options);
 
 } // namespace corvane::tool

@@ -20,6 +20,8 @@ namespace {
 constexpr std::array kCommands = {
     Command{"check", "[OPTIONS] [PROGRAM] [-- ARGUMENTS]",
             "Says whether a program would be profiled, and why not", define_check},
+    Command{"explain", "[OPTIONS] ASSEMBLY",
+            "Shows what would be instrumented in an assembly, how and why", define_explain},
     Command{"run", "[OPTIONS] -- PROGRAM [ARGUMENTS]", "Runs a program and records it", define_run},
 };
 

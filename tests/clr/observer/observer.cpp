@@ -2,10 +2,10 @@
 // ends, what became of its methods into the file that CORVANE_OBSERVER_REPORT names. Fields of a
 // line are divided by tabs:
 //   rewritten  TOKEN METHOD COMPILATIONS REWRITINGS    of each method with a new body
-//   left       TOKEN METHOD                            of each that has none, though it has the
-//   trace
-//                                                      attribute and no generic types in its
-//                                                      signature
+//   left       TOKEN METHOD REASON                     of each that has none, though the log gives
+//                                                      a reason, or it has the trace attribute and
+//                                                      no generic types in its signature
+//   kept       TOKEN METHOD                            of each other one
 // With CORVANE_OBSERVER_READS_LOG set, the profiler takes the observer for a debugger, and of the
 // log as well:
 //   complaint  COUNT LINE                              of each line of the log that tells of a
@@ -46,6 +46,7 @@ struct Method {
     bool is_marked = false;
     int compilations = 0;
     int rewritings = 0;
+    std::string reason; // of the log, for one that was left
 };
 
 struct Counts {
@@ -96,6 +97,8 @@ std::string hexadecimal(mdToken token) {
 
 // --- The log
 
+thread_local std::string last_reason; // why a method is left, while it is decided about
+
 LONG CALLBACK hear(EXCEPTION_POINTERS* pointers) {
     constexpr DWORD kWideLine = 0x4001000A; // DBG_PRINTEXCEPTION_WIDE_C
     const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
@@ -104,6 +107,13 @@ LONG CALLBACK hear(EXCEPTION_POINTERS* pointers) {
     }
     const std::wstring_view line = reinterpret_cast<const wchar_t*>(record.ExceptionInformation[1]);
     if (line.find(L"Left as it is") != line.npos || line.find(L"Failed") != line.npos) {
+        // "Left as it is: REASON", or "Left as it is (MESSAGE)"
+        constexpr std::wstring_view kLeft = L" : Left as it is";
+        if (const std::size_t at = line.find(kLeft); at != line.npos) {
+            const std::wstring_view reason = line.substr(at + kLeft.size() + 2);
+            last_reason =
+                narrow(reason.substr(0, reason.size() - (reason.ends_with(L')') ? 1 : 0)));
+        }
         const std::size_t behind_thread = line.find(L' ') + 1;
         const std::lock_guard lock(observed().mutex);
         ++observed().complaints[narrow(line.substr(behind_thread))];
@@ -276,6 +286,7 @@ HRESULT STDMETHODCALLTYPE jit_compilation_started(ICorProfilerCallback3* self, F
         return call_original(clr_slots::kJITCompilationStarted, self, function, is_safe_to_block);
     }
     const void* const before = body_of(module, token).data();
+    last_reason.clear();
     const HRESULT result =
         call_original(clr_slots::kJITCompilationStarted, self, function, is_safe_to_block);
     const bool is_rewritten = body_of(module, token).data() != before;
@@ -285,6 +296,9 @@ HRESULT STDMETHODCALLTYPE jit_compilation_started(ICorProfilerCallback3* self, F
         describe(function, method);
     }
     method.rewritings += is_rewritten ? 1 : 0;
+    if (method.reason.empty()) {
+        method.reason = last_reason;
+    }
     return result;
 }
 
@@ -296,10 +310,11 @@ void write_counts(std::ostream& report, const char* when, const Counts& counts) 
 void write_report(std::ostream& report) {
     Observed& all = observed();
     for (const auto& [key, method] : all.methods) {
-        if (method.rewritings == 0) {
-            report << (method.is_marked
-                           ? "left\t" + hexadecimal(key.second) + '\t' + method.name + '\n'
-                           : "");
+        if (method.rewritings == 0 && (method.is_marked || !method.reason.empty())) {
+            report << "left\t" << hexadecimal(key.second) << '\t' << method.name << '\t'
+                   << method.reason << '\n';
+        } else if (method.rewritings == 0) {
+            report << "kept\t" << hexadecimal(key.second) << '\t' << method.name << '\n';
         } else {
             report << "rewritten\t" << hexadecimal(key.second) << '\t' << method.name << '\t'
                    << method.compilations << '\t' << method.rewritings << '\n';
