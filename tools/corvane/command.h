@@ -42,5 +42,6 @@ public:
 Work define_check(CLI::App& options);
 Work define_explain(CLI::App& options);
 Work define_run(CLI::App& options);
+Work define_watch(CLI::App& options);
 
 } // namespace corvane::tool

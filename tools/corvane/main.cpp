@@ -23,6 +23,7 @@ constexpr std::array kCommands = {
     Command{"explain", "[OPTIONS] ASSEMBLY",
             "Shows what would be instrumented in an assembly, how and why", define_explain},
     Command{"run", "[OPTIONS] -- PROGRAM [ARGUMENTS]", "Runs a program and records it", define_run},
+    Command{"watch", "[OPTIONS]", "Shows the log of all processes, live", define_watch},
 };
 
 // The parser knows nothing of the words behind "--".
