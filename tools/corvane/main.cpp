@@ -23,7 +23,10 @@ constexpr std::array kCommands = {
     Command{"explain", "[OPTIONS] ASSEMBLY",
             "Shows what would be instrumented in an assembly, how and why", define_explain},
     Command{"run", "[OPTIONS] -- PROGRAM [ARGUMENTS]", "Runs a program and records it", define_run},
-    Command{"watch", "[OPTIONS]", "Shows the log of all processes, live", define_watch},
+    Command{"list", "[OPTIONS]", "Shows the rules in force", define_list},
+    Command{"status", "", "Shows what is installed and registered", define_status},
+    Command{"register", "", "Registers the profiler, as administrator", define_register},
+    Command{"unregister", "", "Removes the registration", define_unregister},
 };
 
 // The parser knows nothing of the words behind "--".
