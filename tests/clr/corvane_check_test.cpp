@@ -260,8 +260,9 @@ TEST_P(CorvaneCheck, FollowsTheRegistration) {
     EXPECT_EQ(registered.exit_code, 0U);
     EXPECT_EQ(registered.output, profiler + " is registered.\r\n");
     EXPECT_EQ(run_tool({L"status"}).output,
-              "Version:         " CORVANE_VERSION "\r\nProfiler:        " + profiler + "\r\nManaged library: " +
-                  managed_library().string() + "\r\nRegistered:      " + profiler + "\r\n");
+              "Version:         " CORVANE_VERSION "\r\nProfiler:        " + profiler +
+                  "\r\nManaged library: " + managed_library().string() +
+                  "\r\nRegistered:      " + profiler + "\r\n");
     EXPECT_EQ(check({launched()}).exit_code, 0U);
 
     const std::wstring server =

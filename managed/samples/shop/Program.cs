@@ -1,4 +1,4 @@
-// The program that the demonstration runs: a small shop that asks a price service over HTTP and stores its
+// The program that ./dev demo profiles: a small shop that asks a price service over HTTP and stores its
 // orders in a database, which cannot be reached. All it has to do with the profiler are the marks on its own
 // methods; the calls of the HTTP and SQL clients are seen without any.
 using System;
