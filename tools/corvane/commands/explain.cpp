@@ -10,6 +10,7 @@
 #include "tools/corvane/offline/il_lines.h"
 #include "tools/corvane/offline/metadata_names.h"
 #include "tools/corvane/offline/runtime_folder.h"
+#include "tools/corvane/program.h"
 #include "tools/corvane/terminal.h"
 #include "tools/corvane/utf8.h"
 
@@ -18,7 +19,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -71,10 +71,10 @@ ProfilerSwitches read_configuration(const std::string& folder) {
     if (folder.empty()) {
         return switches;
     }
-    static_cast<void>(_wputenv_s(to_wide(kHomeVariable).c_str(), to_wide(folder).c_str()));
     const LogSink no_log = [](int, const wchar_t*) {};
     AgentConfig config;
-    if (!LoadAgentConfig(config, no_log)) {
+    const auto home = in_code_page(to_wide(folder)); // as the profiler reads the name
+    if (!home || !load_agent_config(*home, config, no_log)) {
         throw Failure(folder + " has no agent.config that can be read", kNoConfiguration);
     }
     read_switches(
