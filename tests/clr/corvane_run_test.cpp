@@ -97,6 +97,15 @@ TEST_P(CorvaneRun, GivesADllToDotnet) {
                 EndsWith("1 calls, 0 errors, 1 methods\r\n")); // dotnet.exe is enabled
 }
 
+TEST_P(CorvaneRun, SaysThatADllNeedsDotnet) {
+    const fs::path exe = launched(); // the DLL is beside it, and dotnet.exe nowhere
+    const ToolRun result =
+        run_tool({L"run", L"--", L"program\\launched.dll"}, {{L"PATH", L"C:\\windows"}});
+    EXPECT_EQ(result.exit_code, 101U);
+    EXPECT_THAT(result.output,
+                StartsWith("corvane: there is no dotnet.exe to run program\\launched.dll: "));
+}
+
 TEST_P(CorvaneRun, WritesWhatIsAskedFor) {
     const ToolRun result = run({L"--tree",       L"out\\tree.txt",
                                 L"--summary",    L"out\\summary.txt",

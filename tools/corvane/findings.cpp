@@ -146,6 +146,11 @@ private:
             return;
         }
         const ProgramFacts& program = *facts_.program;
+        if (!program.file.exists && program.assembly && program.assembly->exists) {
+            add("program-missing", "there is no dotnet.exe to run " + program.name,
+                "put the folder of dotnet.exe on PATH, or name it in DOTNET_ROOT");
+            return;
+        }
         if (!program.file.exists) {
             add("program-missing", "there is no program " + program.name,
                 "give its full path, or its name if it is on PATH");

@@ -93,6 +93,12 @@ const std::vector<Case> kCases = {
          f.program->assembly = FileFacts{"C:\\app\\app.dll", false, false, {}, ""};
      },
      "no C:\\app\\app.dll"},
+    {"program-missing",
+     [](CheckFacts& f) {
+         f.program->file.exists = false;
+         f.program->assembly = FileFacts{"C:\\app\\app.dll", true, true, {}, ""};
+     },
+     "no dotnet.exe to run app.exe"},
     {"program-no-image", [](CheckFacts& f) { f.program->file.image.reset(); }, "perhaps a script"},
     {"program-architecture", [](CheckFacts& f) { f.program->file.image->runs_as_32_bit = true; },
      "32-bit program"},
