@@ -40,10 +40,12 @@ public:
 };
 
 Work define_check(CLI::App& options);
+Work define_explain(CLI::App& options);
 Work define_list(CLI::App& options);
 Work define_register(CLI::App& options);
 Work define_run(CLI::App& options);
 Work define_status(CLI::App& options);
 Work define_unregister(CLI::App& options);
+Work define_watch(CLI::App& options);
 
 } // namespace corvane::tool

@@ -27,6 +27,7 @@ constexpr std::array kCommands = {
     Command{"status", "", "Shows what is installed and registered", define_status},
     Command{"register", "", "Registers the profiler, as administrator", define_register},
     Command{"unregister", "", "Removes the registration", define_unregister},
+    Command{"watch", "[OPTIONS]", "Shows the log of all processes, live", define_watch},
 };
 
 // The parser knows nothing of the words behind "--".
