@@ -38,7 +38,8 @@ public class FunctionNamingTests
     [InlineData("", "<a", "<a")]
     [InlineData("", "<a>x", "<a>x")]
     [InlineData("", "<a>g__", "<a>g__")]
-    [InlineData("<Module>", "<a>", "<Module>.<a>")]
+    [InlineData("Program", "<Main>", "Program.Main")]
+    [InlineData("<Module>", "<a", "<Module>.<a")]
     [InlineData(">>.<<", "MoveNext", ">>.<<.MoveNext")]
     public void ANameIsTheAuthors(string? type, string method, string name) => Assert.Equal(name, FunctionNaming.Name(type, method));
 }

@@ -544,6 +544,7 @@ public class SamplerTests
         Assert.InRange(cost.Duration, TimeSpan.FromMilliseconds(10), running.Elapsed);
         Assert.InRange(cost.InSnapshots, TimeSpan.FromMilliseconds(2 * cost.Snapshots), cost.Duration);
         Assert.InRange(cost.Besides, TimeSpan.Zero, cost.Duration - cost.InSnapshots);
+        Assert.Equal(cost.InSnapshots, cost.MostStopped); // there is one thread
         Assert.InRange(cost.Share, 0.01, 1);
         Assert.True(cost.Rounds >= 5);
         Assert.InRange(cost.Snapshots, 5, process.Snapshots.Count);
@@ -558,17 +559,24 @@ public class SamplerTests
             Rounds = 1000,
             Snapshots = 4000,
             Missed = 1000,
+            Rested = 5000,
             Dropped = 7,
+            Failed = 1234,
+            MostStopped = TimeSpan.FromMilliseconds(123.4),
             InSnapshots = TimeSpan.FromMilliseconds(500),
             Besides = TimeSpan.FromMilliseconds(117),
         };
         Assert.Equal(0.05, cost.Share, 9);
-        Assert.Equal("4,000 snapshots in 12.3 s, 1,000 missed, 7 dropped; sampling took 5.0 % of the time, 100 us a snapshot",
+        Assert.Equal(0.01, cost.StoppedShare, 9);
+        Assert.Equal(
+            "4,000 snapshots in 12.3 s, 5,000 more were not needed because the thread waited; the sampler was busy 5.0 % of the time, " +
+            "your threads were stopped 1.0 % at most; 1,000 snapshots were missed, because the runtime cannot walk a stack at every " +
+            "moment; 7 were dropped, because there were too many; 1,234 calls of the profiler failed",
             cost.ToString());
-        cost.Failed = 1234;
-        Assert.EndsWith(", 100 us a snapshot; 1,234 calls of the profiler failed", cost.ToString());
-        Assert.Equal("0 snapshots in 0.0 s, 0 missed, 0 dropped; sampling took 0.0 % of the time, 0 us a snapshot",
+        Assert.Equal(
+            "0 snapshots in 0.0 s; the sampler was busy 0.0 % of the time, your threads were stopped 0.0 % at most",
             new SamplingCost().ToString());
+        cost = new SamplingCost { Rounds = 1, Failed = 1 };
         Assert.Equal(
             $"0 threads every 2.5 ms: {cost}; no managed code was sampled: the calls of the profiler failed",
             new Profile(TimeSpan.FromMilliseconds(2.5), [], cost, null).ToString());
@@ -596,6 +604,12 @@ public class SamplerTests
         Assert.Contains($"\"name\":\"profile: {native.WhyEmpty}\"", File.ReadAllText(folder["profile.speedscope.json"]));
         Assert.Equal("", File.ReadAllText(folder["profile.folded"]));
     }
+
+    [Theory]
+    [InlineData(99, "; that is too short to say anything: 99 samples in all")]
+    [InlineData(100, "at most")]
+    public void ARunThatIsTooShortSaysSo(int samples, string end) =>
+        Assert.EndsWith(end, new Profiles().Thread(1, "t", [.. Enumerable.Repeat("A", samples), "", null]).ToProfile().ToString());
 
     [Fact]
     public void OptionsHaveLimits()
@@ -715,6 +729,73 @@ public class SamplerTests
         process.OnSnapshot = number => thread.Status = number is 2 or 3 or 4 ? 2 : 0;
         var profile = process.Sample(rounds: 10);
         Assert.Equal(["Type.F1 runs", "missed runs", "Type.F1 waits"], States(profile.Threads[0]));
+    }
+
+    [Fact]
+    public void AThousandThreadsAreSampled()
+    {
+        process.ProcessorClock = new ProcessorClock(noise: 0, grain: TimeSpan.Zero);
+        for (var id = 10U; id < 1010; id++)
+        {
+            process.Add(id, $"thread {id}", id, 1).Uses = () => 5;
+        }
+        var profile = process.Sample(rounds: 10);
+        Assert.Equal(1000, profile.Threads.Count);
+        Assert.Equal(1000, profile.Cost.Snapshots);
+        Assert.True(profile.Cost.Rested >= 9000);
+        Assert.All(profile.Threads, thread => Assert.Single(thread.Samples));
+        using var folder = new TemporaryFolder();
+        profile.Save(folder.FullName, "many");
+        Assert.Equal(1000, File.ReadAllLines(folder["many.folded"]).Length);
+    }
+
+    [Fact]
+    public void ThreadsMayLiveForAMomentOnly()
+    {
+        process.Add(10, "main", 1);
+        using var sampler = process.NewSampler();
+        sampler.Start();
+        var next = 100U;
+        var clock = Stopwatch.StartNew();
+        while (clock.ElapsedMilliseconds < 500)
+        {
+            var threads = Enumerable.Range(0, 20).Select(_ => process.Add(next++, "short", 2, 1)).ToList();
+            Thread.Sleep(1);
+            threads.ForEach(process.End);
+        }
+        process.WaitForRounds(2);
+        var profile = sampler.Stop();
+        Assert.Null(profile.Failure);
+        Assert.Equal(0, process.OpenThreads);
+        Assert.True(profile.Threads.Count < next - 100);
+    }
+
+    [Fact]
+    public void TwoSamplersServeAtOnce()
+    {
+        process.Add(10, null, 1);
+        using var one = process.NewSampler();
+        using var other = process.NewSampler();
+        one.Start();
+        other.Start();
+        process.WaitForRounds(4);
+        var profiles = new[] { one.Stop(), other.Stop() };
+        Assert.All(profiles, profile => Assert.True(profile.Cost.Snapshots >= 1));
+        Assert.Equal(process.Snapshots.Count, profiles.Sum(profile => profile.Cost.Snapshots));
+        Assert.Equal(0, process.OpenThreads);
+    }
+
+    // The time of a snapshot is the profiler's. The clock of the process may jump.
+    [Fact]
+    public void AClockThatJumpsMakesNoNegativeTime()
+    {
+        var thread = process.Add(10, null, 1);
+        process.OnSnapshot = number => process.Jump(number % 2 == 0 ? -1_000_000_000L : 5_000_000_000L);
+        var profile = process.Sample(rounds: 6);
+        Assert.Null(profile.Failure);
+        Assert.All(profile.Threads[0].Timed(0), sample => Assert.True(sample.Microseconds >= 0));
+        using var folder = new TemporaryFolder();
+        profile.Save(folder.FullName, "jumps");
     }
 
     [Fact]

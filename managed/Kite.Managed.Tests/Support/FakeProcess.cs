@@ -23,6 +23,9 @@ internal sealed class FakeProcess : IProfilerExports, IProcessThreads
 
     public ProcessorClock ProcessorClock { get; set; }
 
+    // In a snapshot.
+    internal void Jump(long microseconds) => now = (ulong)((long)now + microseconds);
+
     internal List<uint> Snapshots { get; } = [];
 
     internal List<double> Named { get; } = [];

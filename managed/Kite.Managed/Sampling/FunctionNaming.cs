@@ -31,7 +31,7 @@ internal static class FunctionNaming
         return end > 1 && type[0] == '<' && end + 1 < type.Length && type[end + 1] == 'd' ? type.Substring(1, end - 1) : null;
     }
 
-    // As in "<Main>b__0_1" for a lambda, "<Main>g__Add|0_0" for a local function and "<Main>$".
+    // As in "<Main>b__0_1" for a lambda, "<Main>g__Add|0_0" for a local function, "<Main>$" and "<Main>".
     private static string Method(string method)
     {
         var end = method.LastIndexOf('>');
@@ -47,7 +47,7 @@ internal static class FunctionNaming
         }
         var bar = rest.IndexOf('|');
         return rest.StartsWith("g__", StringComparison.Ordinal) && bar > 3 ? $"{outer} ({rest.Substring(3, bar - 3)})"
-            : rest == "$" ? outer
+            : rest == "$" || (rest.Length == 0 && method.IndexOf('>') == end) ? outer
             : method;
     }
 

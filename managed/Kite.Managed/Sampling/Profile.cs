@@ -18,6 +18,9 @@ public sealed class Profile
         Failure = failure;
     }
 
+    // Of so many samples a share of a tenth is known to some three in a hundred.
+    private const int Enough = 100;
+
     /// <summary>The interval that was asked for.</summary>
     public TimeSpan Interval { get; }
 
@@ -47,6 +50,21 @@ public sealed class Profile
     /// <param name="byThread">Whether the threads are apart.</param>
     public void WriteFlameGraph(TextWriter writer, string title, bool byThread = true) =>
         FlameGraph.Write(writer, StackTree.Of(this, byThread), title, ToString(), new ThreadTimeline(this));
+
+    /// <summary>
+    /// Writes a flame graph of this profile and an earlier one, by what ran: red is what runs more than before, blue what
+    /// runs less.
+    /// </summary>
+    /// <param name="writer">Where to.</param>
+    /// <param name="title">What is shown above it.</param>
+    /// <param name="before">The folded stacks of the earlier profile, as <see cref="WriteFolded"/> writes them, by thread.</param>
+    /// <exception cref="InvalidDataException">That is something else.</exception>
+    public void WriteDifference(TextWriter writer, string title, TextReader before)
+    {
+        var now = new StringWriter { NewLine = "\n" };
+        WriteFolded(now);
+        Difference.Write(writer, title, ToString(), before, new StringReader(now.ToString()));
+    }
 
     /// <summary>
     /// Writes a file for pprof: the samples of each stack and their time, running and waiting. It is compressed.
@@ -97,6 +115,17 @@ public sealed class Profile
         }
     }
 
+    // Null if there is enough to compare shares.
+    internal string? WhyLittle
+    {
+        get
+        {
+            var samples = Threads.Sum(thread => thread.Samples.Where(sample => sample.Stack is { Depth: > 0 }).Sum(sample => (long)sample.Count));
+            return samples >= Enough ? null
+                : string.Format(CultureInfo.InvariantCulture, "that is too short to say anything: {0:N0} samples in all", samples);
+        }
+    }
+
     /// <summary>What it holds and took, as one sentence.</summary>
     public override string ToString() =>
         string.Format(
@@ -105,7 +134,15 @@ public sealed class Profile
             Threads.Count == 1 ? "1 thread" : Threads.Count + " threads",
             Interval.TotalMilliseconds,
             Cost) +
-        (Failure != null ? $"; ended early by {Failure.GetType()}: {Failure.Message}" : WhyEmpty is { } why ? $"; {why}" : "");
+        (Failure != null ? $"; ended early by {Failure.GetType()}: {Failure.Message}" : (WhyEmpty ?? WhyLittle) is { } why ? $"; {why}" : "");
+
+    // NAME.difference.svg, from a file NAME.folded of before.
+    internal void SaveDifference(string folder, string name, string before) =>
+        WriteText(Path.Combine(folder, name) + ".difference.svg", writer =>
+        {
+            using var reader = new StreamReader(before);
+            WriteDifference(writer, $"{name}, compared with {Path.GetFileNameWithoutExtension(before)}", reader);
+        });
 
     private static void WriteText(string path, Action<TextWriter> write) => WriteFile(path, stream =>
     {

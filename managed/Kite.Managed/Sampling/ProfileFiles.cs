@@ -9,18 +9,19 @@ namespace Corvane.Sampling;
 // its end. They are written on a thread of ours and by whoever ends the sampling, one at a time.
 internal sealed class ProfileFiles
 {
-    internal const string ThreadName = "Corvane profiles";
-
     private readonly Sampler sampler;
     private readonly string folder;
     private readonly string name;
+    private readonly string? before;
     private readonly Action<string, Exception?> complain;
     private readonly object writing = new object();
     private readonly ManualResetEvent ended = new ManualResetEvent(false);
     private bool hasComplained;
 
-    internal ProfileFiles(Sampler sampler, string folder, string name, Action<string, Exception?> complain)
+    // The difference from the folded stacks of another run, if there are any, is written as well.
+    internal ProfileFiles(Sampler sampler, string folder, string name, Action<string, Exception?> complain, string? before = null)
     {
+        this.before = before;
         this.sampler = sampler;
         this.folder = folder;
         this.name = name;
@@ -32,7 +33,7 @@ internal sealed class ProfileFiles
     {
         using var begun = new ManualResetEventSlim();
         OwnThread.Start(
-            ThreadName,
+            "Corvane profiles",
             () =>
             {
                 begun.Set();
@@ -79,6 +80,10 @@ internal sealed class ProfileFiles
         {
             var profile = read();
             profile.Save(folder, name);
+            if (before != null)
+            {
+                profile.SaveDifference(folder, name, before);
+            }
             return profile;
         }
     }

@@ -12,6 +12,8 @@ internal static class SamplingAtStart
 {
     private const string FolderVariable = "CORVANE_SAMPLE";
     private const string IntervalVariable = "CORVANE_SAMPLE_INTERVAL_MS";
+    private const string BeforeVariable = "CORVANE_SAMPLE_BEFORE";
+    private const string OursBeginWith = "Corvane ";
     private static readonly TimeSpan renewal = TimeSpan.FromSeconds(30);
 
     internal static void Begin()
@@ -58,6 +60,9 @@ internal static class SamplingAtStart
         return $"{string.Join("_", program.Split(Path.GetInvalidFileNameChars()))}-{OutputTarget.ProcessId()}";
     }
 
+    private static string? Before() =>
+        Environment.GetEnvironmentVariable(BeforeVariable) is { Length: > 0 } file ? Path.GetFullPath(file) : null;
+
     [MethodImpl(MethodImplOptions.NoInlining)]
     private static void Start(string folder)
     {
@@ -65,13 +70,13 @@ internal static class SamplingAtStart
         var options = new SamplerOptions
         {
             Interval = Interval(Environment.GetEnvironmentVariable(IntervalVariable)),
-            Filter = thread => thread.Name != ProfileFiles.ThreadName,
+            Filter = thread => thread.Name?.StartsWith(OursBeginWith, StringComparison.Ordinal) != true,
         };
         var exports = ProfilerExports.Find();
         // This is the program's main thread.
         var threads = new WindowsThreads(mainThread: WindowsThreads.GetCurrentThreadId());
         var sampler = new Sampler(exports, threads, options);
-        var files = new ProfileFiles(sampler, folder, Name(AppDomain.CurrentDomain.FriendlyName), Complaint.Write);
+        var files = new ProfileFiles(sampler, folder, Name(AppDomain.CurrentDomain.FriendlyName), Complaint.Write, Before());
         files.BeginToRenew(renewal);
         SampledOperation.IsWanted = true;
         sampler.Start();

@@ -44,28 +44,43 @@ public sealed class SamplingCost
     /// </summary>
     public TimeSpan InSnapshots { get; internal set; }
 
+    /// <summary>The part of that time that fell to the thread that was stopped most.</summary>
+    public TimeSpan MostStopped { get; internal set; }
+
     /// <summary>
     /// The time spent on all else: listing threads, trying those that were never seen, storing samples, reading names.
     /// </summary>
     public TimeSpan Besides { get; internal set; }
 
-    /// <summary>The part of the duration that all of it was.</summary>
-    public double Share => Duration.Ticks == 0 ? 0 : (InSnapshots + Besides).Ticks / (double)Duration.Ticks;
+    /// <summary>The part of the duration that all of it was: so long the sampler was busy.</summary>
+    public double Share => PartOf(InSnapshots + Besides);
+
+    /// <summary>The part of the duration that no thread was stopped for more than.</summary>
+    public double StoppedShare => PartOf(MostStopped);
 
     internal SamplingCost Copy() => (SamplingCost)MemberwiseClone();
 
     /// <summary>The figures as one sentence.</summary>
     public override string ToString()
     {
-        var text = string.Format(
-            CultureInfo.InvariantCulture,
-            "{0:N0} snapshots in {1:N1} s, {2:N0} missed, {3:N0} dropped; sampling took {4:N1} % of the time, {5:N0} us a snapshot",
-            Snapshots,
-            Duration.TotalSeconds,
-            Missed,
-            Dropped,
-            100 * Share,
-            Snapshots + Missed == 0 ? 0 : 1000 * InSnapshots.TotalMilliseconds / (Snapshots + Missed));
-        return Failed == 0 ? text : text + string.Format(CultureInfo.InvariantCulture, "; {0:N0} calls of the profiler failed", Failed);
+        var text = Invariant($"{Snapshots:N0} snapshots in {Duration.TotalSeconds:N1} s");
+        if (Rested > 0)
+        {
+            text += Invariant($", {Rested:N0} more were not needed because the thread waited");
+        }
+        text += Invariant($"; the sampler was busy {100 * Share:N1} % of the time, your threads were stopped {100 * StoppedShare:N1} % at most");
+        if (Missed > 0)
+        {
+            text += Invariant($"; {Missed:N0} snapshots were missed, because the runtime cannot walk a stack at every moment");
+        }
+        if (Dropped > 0)
+        {
+            text += Invariant($"; {Dropped:N0} were dropped, because there were too many");
+        }
+        return Failed == 0 ? text : text + Invariant($"; {Failed:N0} calls of the profiler failed");
     }
+
+    private static string Invariant(FormattableString text) => text.ToString(CultureInfo.InvariantCulture);
+
+    private double PartOf(TimeSpan time) => Duration.Ticks == 0 ? 0 : time.Ticks / (double)Duration.Ticks;
 }

@@ -164,11 +164,7 @@ internal sealed class SamplingRun
         foreach (var thread in threads)
         {
             // What the profiler knows by the id of a thread that has ended is of no use to it.
-            if (thread.HasEnded)
-            {
-                continue;
-            }
-            if (thread.Rests(running.Elapsed, processorClock) && KeepRest(thread))
+            if ((thread.Rests(running.Elapsed, processorClock) && KeepRest(thread)) || thread.HasEnded)
             {
                 continue;
             }
@@ -200,6 +196,8 @@ internal sealed class SamplingRun
                     continue; // a thread that was never seen is none of the runtime's
                 }
                 cost.InSnapshots += snapping.Elapsed;
+                thread.Stopped += snapping.Elapsed;
+                cost.MostStopped = thread.Stopped > cost.MostStopped ? thread.Stopped : cost.MostStopped;
             }
         }
     }

@@ -85,6 +85,9 @@ internal sealed class WatchedThread : IDisposable
     // Whether there was a snapshot of it. Else it is none of the runtime's, perhaps.
     internal bool WasSeen { get; set; }
 
+    // At most: the time of its snapshots.
+    internal TimeSpan Stopped { get; set; }
+
     internal List<Sample> Samples { get; } = new List<Sample>();
 
     internal bool HasEnded => open.HasEnded;

@@ -27,7 +27,7 @@ internal interface IOpenThread : IDisposable
 
     string? Name { get; }
 
-    // What it has used of the processors so far, as the clock counts it; null if the system does not say.
+    // What it has used of the processors so far, as the clock counts it; null if it has ended, or the system does not say.
     ulong? ProcessorTime { get; }
 }
 

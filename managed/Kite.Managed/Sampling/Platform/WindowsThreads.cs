@@ -114,9 +114,10 @@ internal sealed class WindowsThreads : IProcessThreads
             {
                 if (HasCycles)
                 {
-                    return QueryThreadCycleTime(handle, out var count) ? count : null;
+                    return !HasEnded && QueryThreadCycleTime(handle, out var count) ? count : null;
                 }
-                return GetThreadTimes(handle, out _, out _, out var kernel, out var user) ? kernel + user : null;
+                // One call for both, where each is a request to another process.
+                return GetThreadTimes(handle, out _, out var ended, out var kernel, out var user) && ended == 0 ? kernel + user : null;
             }
         }
 

@@ -5,6 +5,20 @@ using System.IO;
 
 namespace Corvane.Sampling.Results;
 
+// How a box is filled, and what is said of it besides its name.
+internal sealed class BoxLook
+{
+    internal BoxLook(Func<StackNode, string> color, Func<StackNode, string> figures)
+    {
+        Color = color;
+        Figures = figures;
+    }
+
+    internal Func<StackNode, string> Color { get; }
+
+    internal Func<StackNode, string> Figures { get; }
+}
+
 // An SVG picture of a tree of stacks: a box for each function, as wide as its samples, below it boxes for what
 // it called, so that the outermost callers are the base, at the top. Positions are parts of the whole width,
 // which is the window's. A box is a viewport, which cuts off the name that does not fit. There are two drawings of the
@@ -25,6 +39,7 @@ internal sealed class FlameGraph
     private const double MinNamedWidth = 0.012;
 
     private readonly TextWriter writer;
+    private readonly BoxLook look;
     private readonly List<Box> boxes = new List<Box>();
     private readonly SampleCount total;
     private readonly bool showsWaiting;
@@ -32,16 +47,18 @@ internal sealed class FlameGraph
     private long narrow;
     private long deep;
 
-    private FlameGraph(TextWriter writer, StackTree tree)
+    private FlameGraph(TextWriter writer, StackTree tree, BoxLook? look)
     {
         this.writer = writer;
+        this.look = look ?? new BoxLook(FunctionColor.Of, node => Figures(node.Total));
         total = tree.Root.Total;
         showsWaiting = total.Running == 0;
         PlaceBoxes(tree);
     }
 
-    internal static void Write(TextWriter writer, StackTree tree, string title, string summary, ThreadTimeline? timeline = null) =>
-        new FlameGraph(writer, tree).Write(title, summary, timeline);
+    internal static void Write(
+        TextWriter writer, StackTree tree, string title, string summary, ThreadTimeline? timeline, BoxLook? look = null) =>
+        new FlameGraph(writer, tree, look).Write(title, summary, timeline);
 
     private void PlaceBoxes(StackTree tree)
     {
@@ -106,8 +123,8 @@ internal sealed class FlameGraph
         writer.Write($"<svg x=\"{Percent(Shown(box.Start) / all)}\" y=\"{node.Depth * RowHeight}\"");
         writer.Write($" width=\"{Percent(width)}\" height=\"{BoxHeight}\"{(width > 0 ? "" : " display=\"none\"")}");
         writer.Write($" data-running=\"{box.Start.Running} {node.Total.Running}\" data-all=\"{box.Start.All} {node.Total.All}\">");
-        writer.Write($"<title>{XmlText.Escape(node.Name)}\n{Figures(node.Total)}</title>");
-        writer.Write($"<rect width=\"100%\" height=\"100%\" fill=\"{FunctionColor.Of(node)}\"/>");
+        writer.Write($"<title>{XmlText.Escape(node.Name)}\n{look.Figures(node)}</title>");
+        writer.Write($"<rect width=\"100%\" height=\"100%\" fill=\"{look.Color(node)}\"/>");
         writer.Write($"<text x=\"4\" y=\"13\"{(width < MinNamedWidth ? " display=\"none\"" : "")}>");
         writer.WriteLine($"{XmlText.Escape(Label(node))}</text></svg>");
     }

@@ -1,3 +1,4 @@
+using System;
 using System.Collections.Generic;
 using System.Globalization;
 using System.IO;
@@ -22,6 +23,31 @@ internal static class FoldedStacks
                 WriteLine(writer, names + ";" + Waiting, node.Self.Waiting);
             }
         }
+    }
+
+    // What was written before, as a tree again: with the names as the format has them, and without what waited.
+    internal static StackTree Read(TextReader reader)
+    {
+        var tree = new StackTree();
+        while (reader.ReadLine() is { } line)
+        {
+            var end = line.LastIndexOf(' ');
+            if (end <= 0 || !long.TryParse(line.Substring(end + 1), NumberStyles.None, CultureInfo.InvariantCulture, out var samples))
+            {
+                throw new InvalidDataException($"\"{line.Substring(0, Math.Min(line.Length, 60))}\" is no folded stack.");
+            }
+            var node = tree.Root;
+            foreach (var name in line.Substring(0, end).Split(';'))
+            {
+                node = node.Child(name, node.Parent == null ? NodeKind.Thread : NodeKind.Program);
+            }
+            if (!line.EndsWith($";{Waiting}{line.Substring(end)}", StringComparison.Ordinal))
+            {
+                node.Self += new SampleCount(samples, 0);
+            }
+        }
+        tree.AddUp();
+        return tree;
     }
 
     private static void WriteLine(TextWriter writer, string names, long samples)

@@ -100,7 +100,7 @@ internal sealed class StackTree
         }
     }
 
-    private void AddUp()
+    internal void AddUp()
     {
         var nodes = new List<StackNode>(InOrder());
         for (var i = nodes.Count - 1; i >= 0; i--)

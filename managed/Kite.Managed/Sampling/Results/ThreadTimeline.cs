@@ -34,8 +34,7 @@ internal sealed class ThreadTimeline
         var threads = profile.Threads.Where(thread => thread.Samples.Any(sample => sample.Stack is { Depth: > 0 })).ToList();
         foreach (var thread in threads)
         {
-            var last = thread.Samples[thread.Samples.Count - 1];
-            end = Math.Max(end, last.Microseconds + last.Count * profile.LastMicroseconds);
+            end = Math.Max(end, thread.Timed(profile.LastMicroseconds).Max(one => one.Sample.Microseconds + one.Microseconds));
         }
         duration = Math.Max(1, end - begin);
         lanes = threads.Select(NewLane).OrderByDescending(lane => lane.Running.Sum()).Take(MostLanes).ToList();
@@ -112,10 +111,11 @@ internal sealed class ThreadTimeline
         return lane;
     }
 
-    // Over the moments that it touches.
+    // Over the moments that it touches. A clock that went back may have put it before all others.
     private void Spread(long[] moments, long from, long length)
     {
-        for (var end = Math.Min(from + length, duration); from < end;)
+        var end = Math.Min(from + length, duration);
+        for (from = Math.Max(0, from); from < end;)
         {
             var moment = (int)Math.Min(Moments - 1, from * Moments / duration);
             var next = Math.Max(from + 1, Math.Min(end, (duration * (moment + 1) + Moments - 1) / Moments));
