@@ -3,7 +3,8 @@
 # What is needed for what.
 declare -A packages=(
     [build]="ca-certificates cmake libcli11-dev ninja-build nlohmann-json3-dev"
-    [host]="g++ libboost1.81-dev libboost-filesystem1.81-dev libgmock-dev libmono-system-core4.0-cil mono-runtime nodejs"
+    # The browser opens the pictures of profiles.
+    [host]="chromium-headless-shell g++ libboost1.81-dev libboost-filesystem1.81-dev libgmock-dev libmono-system-core4.0-cil mono-runtime nodejs"
     [clang]="clang libclang-rt-14-dev"
     [target]="bubblewrap g++-mingw-w64-x86-64-posix mingw-w64-tools procps xz-utils"
     [googletest]="googletest" # its sources, for the target

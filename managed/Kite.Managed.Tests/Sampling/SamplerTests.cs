@@ -693,6 +693,21 @@ public class SamplerTests
         Assert.All(states.Skip(2), state => Assert.EndsWith(" waits", state));
     }
 
+    // It may be none of the runtime's: to try that costs as much as a snapshot.
+    [Fact]
+    public void AThreadThatWasNeverSeenIsTriedAgainWhenItHasRun()
+    {
+        process.ProcessorClock = new ProcessorClock(noise: 0, grain: TimeSpan.Zero);
+        var thread = process.Add(10, null, 1);
+        thread.Status = 2;
+        var reads = 0UL;
+        thread.Uses = () => ++reads < 4 ? 1UL : 2UL;
+        process.OnSnapshot = number => thread.Status = number == 1 ? 2 : 0;
+        var profile = process.Sample(rounds: 8);
+        Assert.Equal([10U, 10U], process.Snapshots);
+        Assert.Equal(["Type.F1 runs", "Type.F1 waits"], States(profile.Threads[0]));
+    }
+
     [Fact]
     public void AThreadWhoseTimeIsNotKnownIsAlwaysStopped()
     {

@@ -164,7 +164,7 @@ internal sealed class SamplingRun
         foreach (var thread in threads)
         {
             // What the profiler knows by the id of a thread that has ended is of no use to it.
-            if ((thread.Rests(running.Elapsed, processorClock) && KeepRest(thread)) || thread.HasEnded)
+            if ((thread.Rests(running.Elapsed, processorClock) && (!thread.WasSeen || KeepRest(thread))) || thread.HasEnded)
             {
                 continue;
             }
