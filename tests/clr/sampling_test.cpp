@@ -141,7 +141,10 @@ TEST_P(Sampling, ServesAProgramThatItIsAttachedTo) {
                       "self: Sampler.Take < Attaching.Sampled < Attaching.SampleAfterwards < "
                       "Program.Main\n"
                       "attached again: 8013136A\nbefore: " +
-                      busy + "ended: status 0, no frames\n");
+                      busy +
+                      "by the library: Attaching.Busy, Attaching.Patient, "
+                      "Attaching.SampleAfterwards, Attaching.SampledByLibrary\n"
+                      "ended: status 0, no frames\n");
 }
 
 TEST_P(Sampling, LeavesAProgramAloneThatItIsAttachedToButNotToProfile) {
@@ -152,7 +155,7 @@ TEST_P(Sampling, LeavesAProgramAloneThatItIsAttachedToButNotToProfile) {
                   "attached: 00000000\nbefore: " + nothing + "suspended 0\nasleep: " + nothing +
                       "suspended 0\nbehind: " + nothing + "suspended 0\nself: " + nothing +
                       "attached again: 8013136A\nbefore: " + nothing + "suspended 0\n" +
-                      "ended: " + nothing);
+                      "by the library: \nended: " + nothing);
 }
 
 // --- Bad moments

@@ -33,6 +33,7 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
         foreach (var name in new[]
         {
             "CORVANE_CALL_TREE", "CORVANE_CALL_LIMIT", "CORVANE_SUMMARY", "CORVANE_TRACE_LOG", "CORVANE_SAMPLE", "CORVANE_SAMPLE_INTERVAL_MS",
+            "CORVANE_SAMPLE_BEFORE",
             "DOTNET_STARTUP_HOOKS", "CORVANE_OTLP_FILE", "CORVANE_TRACE_FILE",
         }.Concat(start.Environment.Keys.Where(name => name.StartsWith("OTEL_", StringComparison.Ordinal)).ToArray()))
         {

@@ -70,7 +70,7 @@ public sealed class Sampler : IDisposable
 
     /// <summary>
     /// Ends the sampling, which takes no longer than an interval and a snapshot, and gives what it showed;
-    /// the same again if it had ended already.
+    /// the same again if it had ended already. New functions are searched for in the loaded assemblies.
     /// </summary>
     /// <exception cref="InvalidOperationException">It was never started, or the filter calls it.</exception>
     public Profile Stop() => Stop(Timeout.InfiniteTimeSpan)!;

@@ -1,7 +1,9 @@
 using System;
 using System.IO;
 using System.IO.Pipes;
+using System.Linq;
 using System.Text;
+using System.Threading;
 
 /// <summary>Has the profiler attached to this process, which runs without it, and samples.</summary>
 internal static class Attaching
@@ -19,6 +21,7 @@ internal static class Attaching
         Console.WriteLine($"self: {self}");
         Console.WriteLine($"attached again: {Attach():X8}");
         Print("before", before);
+        Console.WriteLine($"by the library: {SampledByLibrary()}");
         var ended = new Target(target => target.Arrive());
         ended.Dispose();
         bool isServed = !self.StartsWith("status", StringComparison.Ordinal);
@@ -43,6 +46,20 @@ internal static class Attaching
             }
         }
         return Chains.Describe(Sampler.Take(thread));
+    }
+
+    private static string SampledByLibrary()
+    {
+        using var sampler = new Corvane.Sampling.Sampler();
+        sampler.Start();
+        Thread.Sleep(500);
+        var functions =
+            from thread in sampler.Stop().Threads
+            from sample in thread.Samples
+            where sample.Stack != null
+            from function in sample.Stack!.ToArray()
+            select function.Name;
+        return string.Join(", ", functions.Where(name => name.StartsWith("Attaching.", StringComparison.Ordinal)).Distinct().Order());
     }
 
     // By the runtime's diagnostic pipe, as a tool outside does. Gives the runtime's answer.
