@@ -92,6 +92,7 @@ Changes run_changes(const RunOptions& options, const RunPlaces& places,
                                      : places.library + L';' + hooks->second);
     set(L"CORVANE_HOME_APM_DOTNET", places.home);
     set(L"CORVANE_STRICT_IL", L"1");
+    set(L"CORVANE_CONTROL", L"1");
 
     const auto set_output = [&](const wchar_t* name, const std::optional<std::wstring>& file,
                                 const wchar_t* result) {

@@ -53,11 +53,12 @@ internal sealed class ControlPipe
         }
     }
 
-    // Serves clients until it is closed.
-    internal void Serve(NamedPipeServerStream pipe)
+    // A pipe for each client: one that a client has left at the wrong moment is of no use any more. The first one has to
+    // be there, or another process has the name. Returns when it is to make no more.
+    internal void Serve(Func<NamedPipeServerStream?> make)
     {
         var failures = 0; // in a row
-        while (true)
+        for (var pipe = make(); pipe != null; pipe = MakeAgain(make))
         {
             try
             {
@@ -65,26 +66,37 @@ internal sealed class ControlPipe
                 AnswerOne(pipe);
                 failures = 0;
             }
-            catch (ObjectDisposedException)
-            {
-                return;
-            }
             catch (Exception)
             {
                 // The client went, or took too long.
                 failures = Math.Min(failures + 1, LongestPause);
                 Thread.Sleep(pause * failures);
             }
-            Disconnect(pipe);
+            pipe.Dispose();
+        }
+    }
+
+    private static NamedPipeServerStream? MakeAgain(Func<NamedPipeServerStream?> make)
+    {
+        while (true)
+        {
+            try
+            {
+                return make();
+            }
+            catch (IOException)
+            {
+                Thread.Sleep(pause);
+            }
         }
     }
 
     [MethodImpl(MethodImplOptions.NoInlining)]
     private static void Start()
     {
-        var pipe = Make(Name(OutputTarget.ProcessId()));
+        var name = Name(OutputTarget.ProcessId());
         var control = new ControlPipe(new ControlCommands(Recorder.Current, options => new Sampler(options)), TimeSpan.FromSeconds(5));
-        OwnThread.Start("Corvane control", () => control.Serve(pipe), Complain);
+        OwnThread.Start("Corvane control", () => control.Serve(() => Make(name)), Complain);
     }
 
     private static void Complain(Exception exception) => Complaint.Write("the process cannot be controlled from outside", exception);
@@ -141,18 +153,6 @@ internal sealed class ControlPipe
             }
         }
         throw new InvalidDataException();
-    }
-
-    private static void Disconnect(NamedPipeServerStream pipe)
-    {
-        try
-        {
-            pipe.Disconnect();
-        }
-        catch (Exception)
-        {
-            // It was not connected, or is closed.
-        }
     }
 }
 #endif

@@ -20,6 +20,7 @@ internal static class Program
             "sum" => Sum("ten letters", 16),
             "variables" => Variables(),
             "wait" => Wait(args[1], 60),
+            "work" => WorkOn(args[1]),
             "interrupt" => Interrupt(args[1]),
             "killed" => Killed(),
             "parent" => Parent(args[1], args[2..]),
@@ -60,6 +61,29 @@ internal static class Program
             .Order(StringComparer.Ordinal);
         Console.WriteLine($"variables: {string.Join("; ", found)}");
         return 0;
+    }
+
+    // For two minutes at most.
+    private static int WorkOn(string file)
+    {
+        var begin = Environment.TickCount64;
+        for (var round = 0; Environment.TickCount64 - begin < 120_000; round++)
+        {
+            Work(20);
+            if (round == 3)
+            {
+                File.WriteAllText(file, Environment.ProcessId.ToString());
+            }
+        }
+        return 1;
+    }
+
+    private static void Work(int milliseconds)
+    {
+        for (var begin = Environment.TickCount64; Environment.TickCount64 - begin < milliseconds;)
+        {
+            Thread.SpinWait(100);
+        }
     }
 
     private static int Wait(string file, int seconds)

@@ -33,6 +33,7 @@ TEST(RunChanges, HaveBothFamiliesTheHookAndTheSummary) {
                        {L"DOTNET_STARTUP_HOOKS", kPlaces.library},
                        {L"CORVANE_HOME_APM_DOTNET", L"C:\\T\\run"},
                        {L"CORVANE_STRICT_IL", L"1"},
+                       {L"CORVANE_CONTROL", L"1"},
                        {L"CORVANE_SUMMARY", L"C:\\T\\run\\summary-{pid}.txt"}}));
 }
 
