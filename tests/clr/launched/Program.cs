@@ -46,8 +46,13 @@ internal static class Program
         return 0;
     }
 
+    // Long enough for samples.
     private static int Sum(string name, int count)
     {
+        var running = Stopwatch.StartNew();
+        while (running.ElapsedMilliseconds < 300)
+        {
+        }
         Console.WriteLine(name.Length + count);
         return 3;
     }
