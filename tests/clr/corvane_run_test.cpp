@@ -113,6 +113,7 @@ TEST_P(CorvaneRun, WritesWhatIsAskedFor) {
                                 L"--otlp",       L"out\\spans.jsonl",
                                 L"--flame",      L"out\\flame.svg",
                                 L"--speedscope", L"out\\speed.json",
+                                L"--pprof",      L"out\\profile.pb.gz",
                                 L"--sample",     L"1",
                                 L"--log",        L"out\\log.txt",
                                 L"--level",      L"1",
@@ -130,6 +131,7 @@ TEST_P(CorvaneRun, WritesWhatIsAskedFor) {
     EXPECT_THAT(text_of(out / "spans.jsonl"), HasSubstr("\"Program.Sum\""));
     EXPECT_THAT(text_of(out / "flame.svg"), HasSubstr("<svg"));
     EXPECT_THAT(text_of(out / "speed.json"), HasSubstr("speedscope"));
+    EXPECT_THAT(text_of(out / "profile.pb.gz"), StartsWith("\x1F\x8B"));
     EXPECT_THAT(text_of(out / "log.txt"), HasSubstr("CClrProfiler::Initialize(): Invoked"));
     EXPECT_THAT(text_of(out / "log.txt"), Not(HasSubstr("Instrumented, number")));
 }
@@ -237,7 +239,6 @@ TEST_P(CorvaneRun, RefusesOptionsThatContradictEachOther) {
                                                           {L"--level", L"5"},
                                                           {L"--sample", L"0"},
                                                           {L"--values", L"some"},
-                                                          {L"--pprof", L"a"},
                                                           {L"--no-such-option"},
                                                           {L"--env-only", L"cmd", L"--flame", L"a"},
                                                           {L"a-word"}};

@@ -51,8 +51,9 @@ std::wstring for_each_process(const std::wstring& file) {
 
 std::vector<std::wstring> output_files(const RunOptions& options) {
     std::vector<std::wstring> files;
-    for (const auto* const output : {&options.tree, &options.summary, &options.trace, &options.otlp,
-                                     &options.flame, &options.speedscope, &options.log}) {
+    for (const auto* const output :
+         {&options.tree, &options.summary, &options.trace, &options.otlp, &options.flame,
+          &options.speedscope, &options.pprof, &options.log}) {
         if (*output && !(*output)->empty() && !is_address(**output)) {
             files.push_back(**output);
         }
@@ -122,7 +123,7 @@ Changes run_changes(const RunOptions& options, const RunPlaces& places,
         set_output(L"CORVANE_OTLP_FILE", options.otlp, L"");
     }
     if (options.samples()) {
-        const bool moves = (options.flame || options.speedscope) && !places.results.empty();
+        const bool moves = options.has_samples_file() && !places.results.empty();
         set(L"CORVANE_SAMPLE", moves ? places.results + L"\\samples" : places.samples);
         if (options.sample_interval) {
             set(L"CORVANE_SAMPLE_INTERVAL_MS", std::to_wstring(*options.sample_interval));

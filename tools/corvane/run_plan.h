@@ -17,6 +17,7 @@ struct RunOptions {
     std::optional<std::wstring> otlp; // "": the usual address of a collector on this machine
     std::optional<std::wstring> flame;
     std::optional<std::wstring> speedscope;
+    std::optional<std::wstring> pprof;
     std::optional<int> sample_interval;
     std::optional<std::wstring> values;
     std::vector<std::wstring> methods;
@@ -25,7 +26,8 @@ struct RunOptions {
     bool no_inlining = false;
     bool children = false;
 
-    bool samples() const { return flame || speedscope || sample_interval; }
+    bool has_samples_file() const { return flame || speedscope || pprof; }
+    bool samples() const { return has_samples_file() || sample_interval; }
     bool has_output() const { return tree || summary || trace || otlp || samples(); }
 };
 

@@ -38,6 +38,15 @@ public class SamplerTests
     }
 
     [Fact]
+    public void TheLibrarysThreadsAreNotSampled()
+    {
+        process.Add(10, "worker", 1);
+        process.Add(20, "Corvane exporter", 1);
+        process.Add(30, "Corvaneer", 1);
+        Assert.Equal([10U, 30U], process.Sample().Threads.Select(thread => thread.Thread.Id));
+    }
+
+    [Fact]
     public void ASampleHasTheTimeOfItsSnapshot()
     {
         process.Add(10, null, 1);

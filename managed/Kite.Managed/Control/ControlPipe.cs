@@ -96,7 +96,7 @@ internal sealed class ControlPipe
     {
         var name = Name(OutputTarget.ProcessId());
         var control = new ControlPipe(new ControlCommands(Recorder.Current, options => new Sampler(options)), TimeSpan.FromSeconds(5));
-        OwnThread.Start("Corvane control", () => control.Serve(() => Make(name)), Complain);
+        OwnThread.Start("control", () => control.Serve(() => Make(name)), Complain);
     }
 
     private static void Complain(Exception exception) => Complaint.Write("the process cannot be controlled from outside", exception);

@@ -100,7 +100,7 @@ internal sealed class Exporter
     {
         if (Volatile.Read(ref hasBegun) == 0 && Interlocked.Exchange(ref hasBegun, 1) == 0)
         {
-            OwnThread.Start("Corvane exporter", Run, Fail);
+            OwnThread.Start("exporter", Run, Fail);
         }
         awake.Set();
     }

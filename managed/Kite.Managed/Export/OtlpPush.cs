@@ -59,7 +59,7 @@ internal sealed class OtlpPush : ISpanTarget
         if (!hasBegun)
         {
             hasBegun = true;
-            OwnThread.Start("Corvane sender", Run, Fail);
+            OwnThread.Start("sender", Run, Fail);
         }
         filled.Set();
     }

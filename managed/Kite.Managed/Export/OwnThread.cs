@@ -9,9 +9,14 @@ namespace Corvane.Instrumentation.Export;
 // process alive, and what fails on it ends nothing.
 internal static class OwnThread
 {
+    private const string Names = "Corvane ";
+
+    // Whether a thread of this name is one of these.
+    internal static bool IsCalled(string? name) => name?.StartsWith(Names, StringComparison.Ordinal) == true;
+
     internal static void Start(string name, Action run, Action<Exception> fail)
     {
-        var thread = new Thread(() => Run(run, fail)) { IsBackground = true, Name = name };
+        var thread = new Thread(() => Run(run, fail)) { IsBackground = true, Name = Names + name };
         var isFlowing = !ExecutionContext.IsFlowSuppressed();
         var flow = isFlowing ? ExecutionContext.SuppressFlow() : default;
         try

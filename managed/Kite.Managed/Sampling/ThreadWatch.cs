@@ -1,10 +1,11 @@
 using System;
 using System.Collections.Generic;
+using Corvane.Instrumentation.Export;
 using Corvane.Sampling.Platform;
 
 namespace Corvane.Sampling;
 
-// Which threads are to be sampled: those of the process that the filter chooses, but for the sampler's own.
+// Which threads are to be sampled: those of the process that the filter chooses, but for the library's own.
 // A thread is kept open while it is watched, so that its id cannot come to stand for another one. The
 // sampler's thread only.
 internal sealed class ThreadWatch : IDisposable
@@ -45,7 +46,7 @@ internal sealed class ThreadWatch : IDisposable
         foreach (var thread in watched.Values)
         {
             thread.ReadName();
-            if (filter == null || filter(thread.Thread))
+            if (!OwnThread.IsCalled(thread.Thread.Name) && (filter == null || filter(thread.Thread)))
             {
                 Chosen.Add(thread);
             }

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <fstream>
 #include <memory>
+#include <utility>
 
 namespace corvane::tool {
 namespace {
@@ -54,6 +55,7 @@ Options options_of(const CLI::App& app, const Texts& texts) {
     options.otlp = file_of(app, "--otlp", texts.otlp);
     options.flame = file_of(app, "--flame", texts.flame);
     options.speedscope = file_of(app, "--speedscope", texts.speedscope);
+    options.pprof = file_of(app, "--pprof", texts.pprof);
     options.log = file_of(app, "--log", texts.log);
     if (app.count("--sample") != 0) {
         options.sample_interval = texts.sample;
@@ -81,16 +83,12 @@ Options options_of(const CLI::App& app, const Texts& texts) {
 }
 
 void require_consistent(const CLI::App& app, const Options& options) {
-    if (app.count("--pprof") != 0) {
-        refuse("--pprof: this release writes no pprof; --speedscope and --flame show the same "
-               "samples");
-    }
     if (!options.config.empty() && options.no_inlining) {
         refuse("--no-inlining has no effect with --config: write inlining=\"Disabled\" to the "
                "program's entry in " +
                to_utf8(options.config) + "\\agent.config");
     }
-    if (!options.env_only.empty() && (options.flame || options.speedscope)) {
+    if (!options.env_only.empty() && options.has_samples_file()) {
         refuse("--env-only sets variables, and none names a file of samples: use --sample, and "
                "take the files "
                "from the folder that it shows");
@@ -248,12 +246,14 @@ int run(const Options& options, const Words& words, const Installation& installe
     if (options.summary.value_or(L"") == L"" && (options.summary || !options.has_output())) {
         show("summary", folder.path(), ended);
     }
-    if (options.flame) {
-        move_samples(folder.path() / L"samples", L".svg", *options.flame, ended, options.children);
-    }
-    if (options.speedscope) {
-        move_samples(folder.path() / L"samples", L".speedscope.json", *options.speedscope, ended,
-                     options.children);
+    const std::pair<const std::optional<std::wstring>&, const wchar_t*> samples[] = {
+        {options.flame, L".svg"},
+        {options.speedscope, L".speedscope.json"},
+        {options.pprof, L".pb.gz"}};
+    for (const auto& [file, end] : samples) {
+        if (file) {
+            move_samples(folder.path() / L"samples", end, *file, ended, options.children);
+        }
     }
     return static_cast<int>(ended.exit_code);
 }
@@ -284,7 +284,7 @@ Work define_run(CLI::App& app) {
            "in a file");
     file("--flame", texts->flame, "FILE.svg", "Samples of the stacks as a flame graph");
     file("--speedscope", texts->speedscope, "FILE", "Samples of the stacks for speedscope");
-    file("--pprof", texts->pprof, "FILE", "Not in this release");
+    file("--pprof", texts->pprof, "FILE", "Samples of the stacks for pprof");
     app.add_option("--sample", texts->sample,
                    "The milliseconds between samples, 10 without it. Without a file for them, all "
                    "forms of the "
