@@ -20,9 +20,8 @@ internal sealed class ControlPipe
 {
     private const string Variable = "CORVANE_CONTROL";
     private const int LongestRequest = 256;
-    private const int LongestPause = 20;
 
-    private static readonly TimeSpan pause = TimeSpan.FromMilliseconds(50);
+    private static readonly TimeSpan pause = TimeSpan.FromMilliseconds(20);
 
     private readonly ControlCommands commands;
     private readonly TimeSpan patience;
@@ -57,20 +56,17 @@ internal sealed class ControlPipe
     // be there, or another process has the name. Returns when it is to make no more.
     internal void Serve(Func<NamedPipeServerStream?> make)
     {
-        var failures = 0; // in a row
         for (var pipe = make(); pipe != null; pipe = MakeAgain(make))
         {
             try
             {
                 pipe.WaitForConnection();
                 AnswerOne(pipe);
-                failures = 0;
             }
             catch (Exception)
             {
                 // The client went, or took too long.
-                failures = Math.Min(failures + 1, LongestPause);
-                Thread.Sleep(pause * failures);
+                Thread.Sleep(pause);
             }
             pipe.Dispose();
         }

@@ -82,7 +82,7 @@ Options options_of(const CLI::App& app, const Texts& texts) {
     throw Failure(line, kMisused);
 }
 
-void require_consistent(const CLI::App& app, const Options& options) {
+void require_consistent(const Options& options) {
     if (!options.config.empty() && options.no_inlining) {
         refuse("--no-inlining has no effect with --config: write inlining=\"Disabled\" to the "
                "program's entry in " +
@@ -333,7 +333,7 @@ Work define_run(CLI::App& app) {
         ->group("Process");
     return [&app, texts](const Words& behind) {
         const Options options = options_of(app, *texts);
-        require_consistent(app, options);
+        require_consistent(options);
         const Installation installed = find_installation();
         if (!options.env_only.empty()) {
             return print_variables(options, installed);
