@@ -35,8 +35,8 @@ TEST(Wrapped, BreaksBehindAPunctuationMarkOrAnywhere) {
 }
 
 TEST(Wrapped, EndsWhateverTheWidth) {
-    for (const std::size_t width : {0, 1, 7, 8, 9}) {
-        for (const std::size_t hanging : {0, 5, 100}) {
+    for (const std::size_t width : {0U, 1U, 7U, 8U, 9U}) {
+        for (const std::size_t hanging : {0U, 5U, 100U}) {
             std::string all;
             for (const std::string& line : wrapped("0123456789abcdefghij", width, hanging)) {
                 all += line.substr(line.find_first_not_of(' '));
