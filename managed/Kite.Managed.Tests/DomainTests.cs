@@ -54,7 +54,7 @@ public sealed class DomainTests : IDisposable
 
     private static ChildProgram Run(params (string, string)[] variables)
     {
-        const string Facades = "CORVANE_MONO_FACADES";
+        const string Facades = "MONO_FACADES";
         var facades = Environment.GetEnvironmentVariable(Facades);
         Assert.True(facades != null, $"{Facades} names no folder with Mono's netstandard.dll; ./dev test sets it");
         var program = Path.Combine(Path.GetDirectoryName(ChildProgram.Assembly)!, "domains", "domains.exe");

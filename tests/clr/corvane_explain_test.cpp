@@ -221,8 +221,16 @@ TEST_F(CorvaneExplain, RefusesWithoutARuntime) {
     EXPECT_THAT(run({shapes().wstring(), L"--runtime", folder_.path().wstring()}, kNoRuntime),
                 HasSubstr(" holds no .NET runtime for 64-bit Windows"));
     write_file(folder_.path() / "coreclr.dll", "no library");
-    EXPECT_THAT(run({(folder_.path() / "shapes.dll").wstring()}, kNoRuntime),
-                HasSubstr(" cannot be loaded"));
+    EXPECT_THAT(
+        run({(folder_.path() / "shapes.dll").wstring(), L"--runtime", folder_.path().wstring()},
+            kNoRuntime),
+        HasSubstr(" cannot be loaded"));
+}
+
+// It may come from anywhere.
+TEST_F(CorvaneExplain, RunsNoLibraryFromBesideTheAssembly) {
+    write_file(folder_.path() / "coreclr.dll", "no library");
+    EXPECT_THAT(run({shapes().wstring()}), HasSubstr("methods with code"));
 }
 
 TEST_F(CorvaneExplain, RefusesAMissingConfiguration) {

@@ -76,7 +76,7 @@ OwnedHandle connect(unsigned process) {
 // The one who made the pipe may be another process, in the place of the one that is asked.
 void require_server(HANDLE pipe, unsigned process) {
     ULONG server = 0;
-    if (GetNamedPipeServerProcessId(pipe, &server) != FALSE && server != process) {
+    if (GetNamedPipeServerProcessId(pipe, &server) == FALSE || server != process) {
         throw Failure("the pipe of " + process_text(process) + " belongs to " +
                           process_text(server),
                       kNotControlled);

@@ -8,6 +8,7 @@
 #include <windows.h>
 
 #include <cwchar>
+#include <optional>
 #include <string>
 
 namespace corvane::tool {
@@ -26,8 +27,9 @@ std::wstring short_path(const fs::path& path) {
 // The profiler reads the folder's name in the system's code page.
 fs::path temporary_folder() {
     const fs::path usual = fs::temp_directory_path();
+    const wchar_t* const shared = _wgetenv(L"ProgramData");
     for (const fs::path& candidate :
-         {usual, fs::path(short_path(usual)), fs::path(_wgetenv(L"ProgramData"))}) {
+         {usual, fs::path(short_path(usual)), fs::path(shared == nullptr ? L"" : shared)}) {
         if (!candidate.empty() && in_code_page(candidate.wstring())) {
             return candidate;
         }
@@ -37,18 +39,36 @@ fs::path temporary_folder() {
                   "the variable TMP");
 }
 
+// This one has not made its folder yet: one of its number is of a process that had it before.
 bool runs(DWORD process) {
+    if (process == GetCurrentProcessId()) {
+        return false;
+    }
     const OwnedHandle opened(OpenProcess(SYNCHRONIZE, FALSE, process));
     return opened ? WaitForSingleObject(opened.get(), 0) == WAIT_TIMEOUT
                   : GetLastError() == ERROR_ACCESS_DENIED;
 }
 
+// The process that a folder of ours belongs to. A link may lead anywhere.
+std::optional<DWORD> owner_of(const fs::path& folder) {
+    const std::wstring name = folder.filename().wstring();
+    const std::wstring number =
+        name.starts_with(kPrefix) ? name.substr(std::size(kPrefix) - 1) : L"";
+    const bool is_number = !number.empty() && number.size() < 10 &&
+                           number.find_first_not_of(L"0123456789") == number.npos;
+    const DWORD attributes = GetFileAttributesW(folder.c_str());
+    if (!is_number || attributes == INVALID_FILE_ATTRIBUTES ||
+        (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+        return std::nullopt;
+    }
+    return std::wcstoul(number.c_str(), nullptr, 10);
+}
+
 void remove_left_folders(const fs::path& parent) {
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(parent, ignored)) {
-        const std::wstring name = entry.path().filename().wstring();
-        if (name.starts_with(kPrefix) &&
-            !runs(std::wcstoul(name.c_str() + std::size(kPrefix) - 1, nullptr, 10))) {
+        const auto owner = owner_of(entry.path());
+        if (owner && !runs(*owner)) {
             fs::remove_all(entry.path(), ignored);
         }
     }
@@ -63,7 +83,7 @@ RunFolder::RunFolder() {
     std::error_code error;
     if (!fs::create_directory(path_, error)) {
         throw Failure("cannot make the folder " + to_utf8(path_.wstring()) + ": " +
-                      error.message());
+                      (error ? error.message() : "it is there, and cannot be removed"));
     }
 }
 

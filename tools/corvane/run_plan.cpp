@@ -119,6 +119,9 @@ Changes run_changes(const RunOptions& options, const RunPlaces& places,
         }
     } else if (options.otlp && is_address(*options.otlp)) {
         set(L"OTEL_EXPORTER_OTLP_ENDPOINT", *options.otlp);
+        if (environment.contains(L"OTEL_EXPORTER_OTLP_TRACES_ENDPOINT")) {
+            changes.emplace_back(L"OTEL_EXPORTER_OTLP_TRACES_ENDPOINT", std::nullopt); // goes first
+        }
     } else {
         set_output(L"CORVANE_OTLP_FILE", options.otlp, L"");
     }
@@ -143,6 +146,8 @@ Changes run_changes(const RunOptions& options, const RunPlaces& places,
     }
     if (!options.children && !places.results.empty()) {
         set(L"CORVANE_RESTORE", undoing(environment, changes));
+    } else if (environment.contains(L"CORVANE_RESTORE")) {
+        changes.emplace_back(L"CORVANE_RESTORE", std::nullopt);
     }
     return changes;
 }

@@ -73,8 +73,8 @@ std::string watched_text(std::string_view front, std::string_view line) {
     for (const char c : line) {
         if (c == '\n') {
             text += "\r\n    ";
-        } else if (c != '\r') {
-            text += c;
+        } else if (static_cast<unsigned char>(c) >= ' ' || c == '\t') {
+            text += c; // what a terminal would take for an order is left out
         }
     }
     return text;

@@ -22,6 +22,7 @@ internal sealed class ControlPipe
     private const int LongestRequest = 256;
 
     private static readonly TimeSpan pause = TimeSpan.FromMilliseconds(20);
+    private static readonly TimeSpan longestPause = TimeSpan.FromSeconds(2);
 
     private readonly ControlCommands commands;
     private readonly TimeSpan patience;
@@ -68,21 +69,35 @@ internal sealed class ControlPipe
                 // The client went, or took too long.
                 Thread.Sleep(pause);
             }
-            pipe.Dispose();
+            Close(pipe);
         }
+    }
+
+    // Without the first a client that keeps its end open keeps the pipe from being made again.
+    private static void Close(NamedPipeServerStream pipe)
+    {
+        try
+        {
+            pipe.Disconnect();
+        }
+        catch (Exception)
+        {
+            // It is not connected.
+        }
+        pipe.Dispose();
     }
 
     private static NamedPipeServerStream? MakeAgain(Func<NamedPipeServerStream?> make)
     {
-        while (true)
+        for (var wait = pause; ; wait = wait < longestPause ? wait + wait : longestPause)
         {
             try
             {
                 return make();
             }
-            catch (IOException)
+            catch (Exception exception) when (exception is IOException or UnauthorizedAccessException)
             {
-                Thread.Sleep(pause);
+                Thread.Sleep(wait); // another process has the name
             }
         }
     }
@@ -114,6 +129,9 @@ internal sealed class ControlPipe
         {
             security.AddAccessRule(new PipeAccessRule(who, PipeAccessRights.FullControl, AccessControlType.Allow));
         }
+        // Not over the network, whoever it is.
+        security.AddAccessRule(new PipeAccessRule(
+            new SecurityIdentifier(WellKnownSidType.NetworkSid, null), PipeAccessRights.FullControl, AccessControlType.Deny));
         return security;
     }
 

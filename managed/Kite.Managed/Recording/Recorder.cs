@@ -20,6 +20,8 @@ internal sealed class Recorder
     // The level of the one line that says that a method's own code is over.
     private const int EndOfOwnCode = 4;
 
+    private static readonly TimeSpan MostWaiting = TimeSpan.FromSeconds(5);
+
     [ThreadStatic]
     private static bool busy;
 
@@ -29,6 +31,8 @@ internal sealed class Recorder
     private readonly TraceLog? log;
     private readonly bool records;
     private readonly Outputs outputs;
+    private readonly object writing = new object(); // the files of the record
+    private volatile bool hasEnded;
     private volatile bool follows; // what begins and ends, for the record, for observers or for spans
     private int watchesEnd;
     private long failures;
@@ -298,6 +302,8 @@ internal sealed class Recorder
     {
         var before = busy;
         busy = true;
+        var isMine = Monitor.TryEnter(writing, MostWaiting);
+        hasEnded = true;
         try
         {
             FinishCalls();
@@ -316,12 +322,24 @@ internal sealed class Recorder
         }
         finally
         {
+            if (isMine)
+            {
+                Monitor.Exit(writing);
+            }
             busy = before;
         }
     }
 
     // Writes all files as if the process ended, for a thread of the library. Returns their names.
     internal List<string> Flush()
+    {
+        lock (writing)
+        {
+            return hasEnded ? [] : WriteFiles();
+        }
+    }
+
+    private List<string> WriteFiles()
     {
         var files = new List<string>();
         if (outputs.Tree is { IsFile: true } tree && tree.Write(writer => CallTree.Write(writer, calls, Failures)))

@@ -1,4 +1,5 @@
 using System;
+using System.IO;
 using System.Runtime.CompilerServices;
 using System.Threading;
 using Corvane.Instrumentation.Export;
@@ -76,7 +77,12 @@ internal sealed class ProfileFiles
     [MethodImpl(MethodImplOptions.NoInlining)]
     private Profile Save(Func<Profile> read)
     {
-        lock (writing)
+        // A renewal may hang at a folder of another machine.
+        if (!Monitor.TryEnter(writing, Sampler.Patience))
+        {
+            throw new IOException("they are still being written");
+        }
+        try
         {
             var profile = read();
             profile.Save(folder, name);
@@ -85,6 +91,10 @@ internal sealed class ProfileFiles
                 profile.SaveDifference(folder, name, before);
             }
             return profile;
+        }
+        finally
+        {
+            Monitor.Exit(writing);
         }
     }
 }

@@ -234,11 +234,16 @@ internal sealed class SamplingRun
             {
                 return false;
             }
+            if (samples >= options.MaxSamples)
+            {
+                cost.Dropped++;
+                return true; // or all that is still counted would be waiting
+            }
             if (thread.Samples[last].IsWaiting)
             {
                 thread.Samples[last] = thread.Samples[last].OnceMore;
             }
-            else if (samples < options.MaxSamples)
+            else
             {
                 samples++;
                 thread.Samples.Add(new Sample(

@@ -206,6 +206,17 @@ void require_profiled(const Program& program, const std::string& name,
     }
 }
 
+// All that it sets leads there.
+void require_complete(const Installation& installed) {
+    const char* const missing = installed.profiler.empty()  ? "CorvaneProfiler.dll"
+                                : installed.library.empty() ? "kite.managed.dll"
+                                                            : nullptr;
+    if (missing != nullptr) {
+        throw Failure(std::string(missing) + " is not beside corvane.exe in " +
+                      to_utf8(installed.folder) + ": copy it there");
+    }
+}
+
 int print_variables(const Options& options, const Installation& installed) {
     const RunPlaces places{installed.profiler, installed.library,
                            options.config.empty() ? installed.folder : options.config, L"",
@@ -335,6 +346,7 @@ Work define_run(CLI::App& app) {
         const Options options = options_of(app, *texts);
         require_consistent(options);
         const Installation installed = find_installation();
+        require_complete(installed);
         if (!options.env_only.empty()) {
             return print_variables(options, installed);
         }

@@ -105,9 +105,6 @@ std::optional<fs::path> find_runtime(const fs::path& assembly,
     if (asked) {
         return has_runtime(*asked) ? *asked : runtime_of_installation(*asked, major);
     }
-    if (has_runtime(assembly.parent_path())) {
-        return assembly.parent_path();
-    }
     for (const wchar_t* const name : {L"DOTNET_ROOT_X64", L"DOTNET_ROOT"}) {
         if (const auto root = variable(name)) {
             if (const auto found = runtime_of_installation(*root, major)) {

@@ -37,7 +37,14 @@ internal static class LoadedTypes
         var found = new Dictionary<SampledFunction, Origin>();
         foreach (var assembly in AppDomain.CurrentDomain.GetAssemblies())
         {
-            Search(assembly, wanted, found);
+            try
+            {
+                Search(assembly, wanted, found);
+            }
+            catch (BadImageFormatException)
+            {
+                // What a tool has made of it keeps no other assembly from being read.
+            }
         }
         foreach (var function in found)
         {

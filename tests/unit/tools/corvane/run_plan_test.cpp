@@ -49,6 +49,18 @@ TEST(RunChanges, RemoveThePathThatTheRuntimePrefers) {
               changes.end());
 }
 
+TEST(RunChanges, LeaveNothingOfAnotherRunInForce) {
+    RunOptions options;
+    options.children = true;
+    options.otlp = L"http://collector:4318";
+    const Changes changes = run_changes(
+        options, kPlaces,
+        {{L"CORVANE_RESTORE", L"A=1\n"}, {L"OTEL_EXPORTER_OTLP_TRACES_ENDPOINT", L"http://other"}});
+    for (const wchar_t* const name : {L"CORVANE_RESTORE", L"OTEL_EXPORTER_OTLP_TRACES_ENDPOINT"}) {
+        EXPECT_NE(std::ranges::find(changes, Changes::value_type{name, {}}), changes.end());
+    }
+}
+
 TEST(RunChanges, TakeThemselvesBackForChildrenUnlessTheyAreProfiled) {
     RunOptions options;
     const auto restored =

@@ -5,6 +5,10 @@
 namespace corvane::tool {
 namespace {
 
+TEST(WatchedText, LeavesOutWhatATerminalWouldObey) {
+    EXPECT_EQ(watched_text("> ", "a\x1B[31mb\x07\tc"), "> a[31mb\tc");
+}
+
 TEST(WatchedLine, BeginsWithAThread) {
     EXPECT_TRUE(is_profilers_line("1500 CClrProfiler::Initialize(): Invoked"));
     EXPECT_TRUE(is_profilers_line("[shop]Shop.Program:Main() : (99 bytes)\n    0x13"));
