@@ -741,7 +741,10 @@ internal static class Threads
                     total += n;
                 }
             }
-            Interlocked.Add(ref total, own);
+            lock (gate)
+            {
+                total += own;
+            }
         })).ToList();
         threads.ForEach(t => t.Start());
         threads.ForEach(t => t.Join());

@@ -76,9 +76,10 @@ TEST_F(InstalledRuntimes, AreOfTheVersionThatTheProgramAsksFor) {
     EXPECT_EQ(found(installation_), "dotnet/shared/Microsoft.NETCore.App/9.0.2");
 }
 
-TEST_F(InstalledRuntimes, BesideTheProgramComeFirst) {
+TEST_F(InstalledRuntimes, BesideTheProgramAreTakenOnlyIfAskedFor) {
     make_file(folder_ / "program/coreclr.dll");
-    EXPECT_EQ(found(std::nullopt), "program");
+    EXPECT_NE(found(std::nullopt), "program");
+    EXPECT_EQ(found(folder_ / "program"), "program");
     EXPECT_EQ(framework_folders(folder_ / "program"), std::vector<fs::path>{folder_ / "program"});
 }
 
