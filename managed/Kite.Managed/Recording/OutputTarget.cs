@@ -34,7 +34,7 @@ internal sealed class OutputTarget
     // For bytes that are written as they come, by this process alone.
     internal Stream OpenStream() => Open(FileMode.Create, FileShare.Read, 1);
 
-    // Writes a whole text. That it cannot be written is said once, and is no reason to fail.
+    // Writes a whole text. That it cannot be written is said, and is no reason to fail.
     internal bool Write(Action<TextWriter> write)
     {
         try
