@@ -74,9 +74,10 @@ public class ProfileFilesTests
         WaitUntil(() => File.Exists(folder["samples/shop.pb.gz"]), "no file");
         for (var round = 0; round < 2; round++)
         {
-            // While a file has the folder's name there can be none.
+            // While a file has the folder's name there can be none. That is said once.
             WaitUntil(() => Replaces(folder["samples"]), "the folder stays");
-            Thread.Sleep(200);
+            WaitUntil(HasComplained, "nothing is said");
+            Thread.Sleep(100);
             File.Delete(folder["samples"]);
             WaitUntil(() => File.Exists(folder["samples/shop.pb.gz"]), "no file again");
         }
@@ -84,6 +85,14 @@ public class ProfileFilesTests
         Assert.Equal(names, new DirectoryInfo(folder["samples"]).GetFiles().Select(file => file.Name).Order());
         var complaint = Assert.Single(complaints);
         Assert.StartsWith($"not all samples were written to {folder["samples"]}: ", complaint);
+    }
+
+    private bool HasComplained()
+    {
+        lock (complaints)
+        {
+            return complaints.Count > 0;
+        }
     }
 
     // The folder may be made again in between.

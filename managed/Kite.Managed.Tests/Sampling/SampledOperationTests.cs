@@ -108,6 +108,7 @@ public class SampledOperationTests
         worker.Start();
         worker.Join();
         Assert.Null(SampledOperation.SlotOf(id));
+        GC.KeepAlive(worker); // until then its id is no other one's
     }
 
     [Fact]

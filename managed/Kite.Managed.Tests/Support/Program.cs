@@ -187,17 +187,20 @@ internal static class Program
         var process = new FakeProcess();
         process.Add(10, null, 1);
         using var stopping = new ManualResetEventSlim();
+        var ending = new Stopwatch();
         var sampler = process.NewSampler(new SamplerOptions
         {
             Filter = _ =>
             {
                 stopping.Wait();
                 Thread.Sleep(10);
+                ending.Start();
                 Environment.Exit(6);
                 return true;
             },
         });
         sampler.Start();
+        AppDomain.CurrentDomain.ProcessExit += (_, _) => Console.WriteLine(ending.Elapsed < Sampler.Patience ? "at once" : "late");
         process.WaitForLists();
         stopping.Set();
         sampler.Stop();

@@ -154,8 +154,9 @@ internal sealed class SamplingRun
         lock (gathering)
         {
             cost.Rounds += rounds;
-            cost.Duration = running.Elapsed;
+            // In this order: the part is no longer than the whole.
             cost.Besides = working.Elapsed - cost.InSnapshots;
+            cost.Duration = running.Elapsed;
         }
     }
 
