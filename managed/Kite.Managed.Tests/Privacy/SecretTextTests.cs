@@ -1,4 +1,3 @@
-using System.Diagnostics;
 using System.Linq;
 using Corvane.Instrumentation.Privacy;
 using Xunit;
@@ -73,10 +72,12 @@ public class SecretTextTests
     public void TheTimeGrowsWithTheTextOnly()
     {
         var hostile = string.Concat(Enumerable.Repeat("key:'\\:=-://<B", 80_000));
-        var time = Stopwatch.StartNew();
-        SecretText.Redact(hostile, int.MaxValue);
-        SecretText.Redact(new string(':', 1_000_000), int.MaxValue);
-        SecretText.Redact(new string('a', 1_000_000) + "=b", int.MaxValue);
-        Assert.True(time.Elapsed.TotalSeconds < 10, $"{time.Elapsed}");
+        var took = ProcessorTime.Of(() =>
+        {
+            SecretText.Redact(hostile, int.MaxValue);
+            SecretText.Redact(new string(':', 1_000_000), int.MaxValue);
+            SecretText.Redact(new string('a', 1_000_000) + "=b", int.MaxValue);
+        });
+        Assert.InRange(took.TotalSeconds, 0, 10);
     }
 }
