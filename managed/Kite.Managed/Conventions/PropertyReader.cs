@@ -19,8 +19,13 @@ internal sealed class PropertyReader
 
     private readonly ConditionalWeakTable<Type, Getter> getters = new ConditionalWeakTable<Type, Getter>();
     private readonly string name;
+    private readonly Func<long> clock;
 
-    internal PropertyReader(string name) => this.name = name;
+    internal PropertyReader(string name, Func<long>? clock = null)
+    {
+        this.name = name;
+        this.clock = clock ?? Stopwatch.GetTimestamp;
+    }
 
     // Null also if there is no such property or it failed.
     internal object? Read(object? from) => from == null ? null : getters.GetValue(from.GetType(), Make).Read(from);
@@ -34,12 +39,12 @@ internal sealed class PropertyReader
     {
         try
         {
-            return new Getter(Members.Getter(type, name) is { } getter ? MakeDelegate(getter) : null);
+            return new Getter(Members.Getter(type, name) is { } getter ? MakeDelegate(getter) : null, clock);
         }
         catch (Exception)
         {
             // A type that the property names may be missing.
-            return new Getter(null);
+            return new Getter(null, clock);
         }
     }
 
@@ -70,12 +75,17 @@ internal sealed class PropertyReader
     // Threads may lose a strike of each other; there will be another one.
     private sealed class Getter
     {
+        private readonly Func<long> clock;
         private Func<object, object?>? read;
         private int failures;
         private int slowReads;
         private int quickReads;
 
-        internal Getter(Func<object, object?>? read) => this.read = read;
+        internal Getter(Func<object, object?>? read, Func<long> clock)
+        {
+            this.read = read;
+            this.clock = clock;
+        }
 
         internal object? Read(object from)
         {
@@ -84,7 +94,7 @@ internal sealed class PropertyReader
             {
                 return null;
             }
-            var started = Stopwatch.GetTimestamp();
+            var started = clock();
             try
             {
                 return read(from);
@@ -96,7 +106,7 @@ internal sealed class PropertyReader
             }
             finally
             {
-                Judge(Stopwatch.GetTimestamp() - started > slow);
+                Judge(clock() - started > slow);
             }
         }
 
