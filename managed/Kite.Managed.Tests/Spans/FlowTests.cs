@@ -25,16 +25,26 @@ public class FlowTests
     public async Task AChainOfAsynchronousMethodsIsAChainOfSpans(bool captures)
     {
         var failed = 0;
+        var awaited = 0;
+        var areAllAwaited = new TaskCompletionSource(TaskCreationOptions.RunContinuationsAsynchronously);
+        void OnAwaited()
+        {
+            if (Interlocked.Increment(ref awaited) == Levels - 1)
+            {
+                areAllAwaited.SetResult();
+            }
+        }
         Task<int> Level(int level) => spans.Call("Count", [level], async Task<int> () =>
         {
             await Task.Delay(1).ConfigureAwait(captures);
             if (level == Levels)
             {
+                await areAllAwaited.Task.ConfigureAwait(captures);
                 throw new FormatException();
             }
             try
             {
-                return await Level(level + 1).ConfigureAwait(captures);
+                return await new Awaited(Level(level + 1), captures, OnAwaited);
             }
             catch (FormatException) when (level % 5 == 0)
             {
@@ -56,6 +66,27 @@ public class FlowTests
             Assert.InRange(inner.Started, outer.Started, outer.Ended);
             Assert.InRange(inner.Ended, inner.Started, outer.Ended);
             Assert.Equal(level > 20 ? "System.FormatException" : "System.InvalidOperationException", inner.ErrorType);
+        }
+    }
+
+    // A task that completes just before its caller awaits it keeps nobody waiting: on its thread its span may end after
+    // the caller's.
+    private sealed class Awaited(Task<int> task, bool captures, Action onAwaited) : ICriticalNotifyCompletion
+    {
+        private readonly ConfiguredTaskAwaitable<int>.ConfiguredTaskAwaiter awaiter = task.ConfigureAwait(captures).GetAwaiter();
+
+        public bool IsCompleted => false;
+
+        public Awaited GetAwaiter() => this;
+
+        public int GetResult() => awaiter.GetResult();
+
+        public void OnCompleted(Action next) => UnsafeOnCompleted(next);
+
+        public void UnsafeOnCompleted(Action next)
+        {
+            awaiter.UnsafeOnCompleted(next);
+            onAwaited();
         }
     }
 
