@@ -97,7 +97,7 @@ public sealed class ControlCommandsTests : IDisposable
             Assert.Equal(TimeSpan.FromMilliseconds(5), options.Interval);
             return new Sampler(process, process, options);
         });
-        var reply = new MemoryStream();
+        using var reply = new WriteTo("wait 1\n", () => process.WaitForRounds());
         commands.Answer("sample 1 5 folded,pprof,svg,speedscope", reply);
         reply.Position = 0;
         Assert.Equal("ok", ReadLine(reply));
@@ -126,7 +126,7 @@ public sealed class ControlCommandsTests : IDisposable
     {
         process.Add(10, "worker", 2, 1);
         var commands = new ControlCommands(null, options => new Sampler(process, process, options));
-        Assert.Throws<IOException>(() => commands.Answer("sample 3600 5 svg", new GoneAfter("wait 3599\n")));
+        Assert.Throws<IOException>(() => commands.Answer("sample 3600 5 svg", new WriteTo("wait 3599\n", () => throw new IOException("gone"))));
         var rounds = process.Rounds;
         System.Threading.Thread.Sleep(100);
         Assert.Equal(rounds, process.Rounds);
@@ -150,14 +150,15 @@ public sealed class ControlCommandsTests : IDisposable
         return OutputTarget.FromVariable(variable)!;
     }
 
-    private sealed class GoneAfter(string last) : MemoryStream
+    // Acts when that has been written.
+    private sealed class WriteTo(string last, Action act) : MemoryStream
     {
         public override void Write(byte[] buffer, int offset, int count)
         {
             base.Write(buffer, offset, count);
             if (Encoding.UTF8.GetString(ToArray()).EndsWith(last, StringComparison.Ordinal))
             {
-                throw new IOException("gone");
+                act();
             }
         }
     }

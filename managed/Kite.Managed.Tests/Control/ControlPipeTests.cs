@@ -88,7 +88,7 @@ public sealed class ControlPipeTests : IDisposable
                     return answer;
                 }
             }
-            catch (IOException) when (attempt < 1000)
+            catch (Exception exception) when (exception is IOException or TimeoutException && attempt < 1000)
             {
             }
             Thread.Sleep(5);

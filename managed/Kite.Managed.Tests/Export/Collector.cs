@@ -2,12 +2,14 @@
 using System;
 using System.Collections.Concurrent;
 using System.Collections.Generic;
+using System.Diagnostics;
 using System.IO;
 using System.Linq;
 using System.Net;
 using System.Net.Sockets;
 using System.Text;
 using System.Threading;
+using Xunit;
 
 namespace Kite.Managed.Tests.Export;
 
@@ -37,7 +39,7 @@ internal sealed class Collector : IDisposable
     internal string Address => $"http://127.0.0.1:{((IPEndPoint)listener.LocalEndpoint).Port}";
 
     internal void Wait(int requests) =>
-        SpinWait.SpinUntil(() => Requests.Count >= requests, TimeSpan.FromSeconds(30));
+        Assert.True(SpinWait.SpinUntil(() => Requests.Count >= requests, TimeSpan.FromSeconds(60)), $"{Requests.Count} requests");
 
     // What was sent, in one list, by the independent reader.
     internal List<System.Text.Json.JsonElement> Spans()
@@ -117,10 +119,10 @@ internal sealed class Collector : IDisposable
         var lines = head.ToString().Split("\r\n", StringSplitOptions.RemoveEmptyEntries);
         var headers = lines.Skip(1).Select(line => line.Split(": ", 2))
             .ToDictionary(header => header[0].ToLowerInvariant(), header => header[1]);
-        var body = new byte[int.Parse(headers["content-length"])];
+        var body = new byte[int.Parse(headers.GetValueOrDefault("content-length", "0"))];
         stream.ReadExactly(body);
-        return new Request(lines[0], headers, body, DateTime.UtcNow);
+        return new Request(lines[0], headers, body, Stopwatch.GetTimestamp());
     }
 
-    internal sealed record Request(string Line, Dictionary<string, string> Headers, byte[] Body, DateTime Time);
+    internal sealed record Request(string Line, Dictionary<string, string> Headers, byte[] Body, long Time);
 }

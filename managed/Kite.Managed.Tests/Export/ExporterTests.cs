@@ -40,8 +40,8 @@ public class ExporterTests
         exporter.Queue.OnEnded(Spans.Of(1));
         exporter.Queue.OnEnded(Spans.Of(2));
         Assert.True(exporter.HasSpans);
-        Assert.True(SpinWait.SpinUntil(() => target.Spans.Count == 2, 10_000));
-        Assert.Null(exporter.End(TimeSpan.FromSeconds(2)));
+        Assert.True(SpinWait.SpinUntil(() => target.Spans.Count == 2, 30_000));
+        Assert.Null(exporter.End(TimeSpan.FromSeconds(30)));
     }
 
     [Fact]
@@ -59,9 +59,9 @@ public class ExporterTests
         var good = new Target();
         var exporter = new Exporter([bad, good]);
         exporter.Queue.OnEnded(Spans.Of(1));
-        Assert.True(SpinWait.SpinUntil(() => good.Spans.Count == 1, 10_000));
+        Assert.True(SpinWait.SpinUntil(() => good.Spans.Count == 1, 30_000));
         exporter.Queue.OnEnded(Spans.Of(2));
-        exporter.End(TimeSpan.FromSeconds(10));
+        exporter.End(TimeSpan.FromSeconds(30));
         Assert.Equal([1UL, 2UL], good.Spans.Select(span => span.Id));
         Assert.Equal(2, bad.Losses.Spans);
     }
@@ -74,7 +74,7 @@ public class ExporterTests
         exporter.Queue.OnEnded(Spans.Of(1));
         var clock = Stopwatch.StartNew();
         Assert.Equal("lost spans: some not written within 0.5 s", exporter.End(TimeSpan.FromSeconds(0.5)));
-        Assert.InRange(clock.Elapsed.TotalSeconds, 0.5, 5);
+        Assert.InRange(clock.Elapsed.TotalSeconds, 0.5, 15);
         never.Set();
     }
 
@@ -88,7 +88,7 @@ public class ExporterTests
         var thread = new Thread(() =>
         {
             Thread.CurrentThread.Interrupt();
-            exporter.End(TimeSpan.FromSeconds(10));
+            exporter.End(TimeSpan.FromSeconds(30));
             try
             {
                 Thread.Sleep(0);
@@ -100,7 +100,7 @@ public class ExporterTests
             }
         });
         thread.Start();
-        Assert.True(thread.Join(20_000));
+        Assert.True(thread.Join(60_000));
         Assert.True(isInterrupted);
         Assert.Single(target.Spans);
     }

@@ -391,15 +391,25 @@ public class CallObserverTests
         })).ToList();
         var registrar = new Thread(() =>
         {
-            start.SignalAndWait();
+            // The first one is there until it has seen something, however seldom this thread runs.
+            using (Observe())
+            {
+                start.SignalAndWait();
+                SpinWait.SpinUntil(() => observers[0].Sum() is { Ended: > 0, Failed: > 0 } || Volatile.Read(ref isOver));
+            }
             while (!Volatile.Read(ref isOver))
             {
-                observers.Add(new Counts());
-                var observing = recorder.Observe(observers[^1]);
-                Thread.Yield();
-                observing.Dispose();
+                using (Observe())
+                {
+                    Thread.Yield();
+                }
             }
         });
+        IDisposable Observe()
+        {
+            observers.Add(new Counts());
+            return recorder.Observe(observers[^1]);
+        }
         registrar.Start();
         threads.ForEach(thread => thread.Start());
         threads.ForEach(thread => thread.Join());

@@ -3,12 +3,12 @@ using System;
 using System.Collections.Generic;
 using System.Diagnostics;
 using System.Linq;
-using System.Net;
 using System.Net.Http;
 using System.Threading;
 using System.Threading.Tasks;
 using Corvane.Instrumentation.Privacy;
 using Corvane.Instrumentation.Spans;
+using Kite.Managed.Tests.Export;
 using Xunit;
 
 namespace Kite.Managed.Tests.Spans;
@@ -201,53 +201,24 @@ public sealed class ActivitySpansTests : IDisposable
     public async Task ACallOfHttpClientIsASpan()
     {
         Listen("System.Net.Http");
-        using var server = new HttpListener();
-        var port = Listening(server);
-        var header = "";
-        var serving = Task.Run(async () =>
-        {
-            var context = await server.GetContextAsync();
-            header = context.Request.Headers["traceparent"];
-            context.Response.StatusCode = 404;
-            context.Response.Close();
-        });
+        using var server = new Collector("404 Not Found");
         using var client = new HttpClient();
         await spans.Call("Later", async () =>
         {
-            using var answer = await client.GetAsync($"http://localhost:{port}/a?user=planted");
+            using var answer = await client.GetAsync($"{server.Address}/a?user=planted");
         });
-        await serving;
         spans.Wait(2);
         var span = spans.Ended.Single(span => span.Scope == "System.Net.Http");
         Assert.Equal(("GET", SpanKind.Client), (span.Name, span.Kind));
         Assert.Equal(spans.Only("Later").Id, span.ParentId);
-        Assert.Equal($"00-{span.Trace}-{SpanId.Text(span.Id)}-01", header);
+        Assert.Equal($"00-{span.Trace}-{SpanId.Text(span.Id)}-01", Assert.Single(server.Requests).Headers["traceparent"]);
         Assert.Equal(404L, Value(span, "http.response.status_code"));
-        Assert.Equal("localhost", Value(span, "server.address"));
+        Assert.Equal("127.0.0.1", Value(span, "server.address"));
         Assert.DoesNotContain("planted", (string)Value(span, "url.full")!);
         Assert.True(span.HasError);
     }
 
     private static object? Value(Span span, string key) => span.Attributes.SingleOrDefault(attribute => attribute.Key == key).Value;
-
-    private static int Listening(HttpListener server)
-    {
-        while (true)
-        {
-            var port = Random.Shared.Next(20_000, 60_000);
-            try
-            {
-                server.Prefixes.Clear();
-                server.Prefixes.Add($"http://localhost:{port}/");
-                server.Start();
-                return port;
-            }
-            catch (HttpListenerException)
-            {
-                // Somebody else's.
-            }
-        }
-    }
 
     private void Listen(params string[] sources) => Listen(spans, sources);
 

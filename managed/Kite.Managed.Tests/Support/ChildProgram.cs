@@ -27,6 +27,7 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
         var start = new ProcessStartInfo(
             isAssembly ? Environment.ProcessPath! : program, isAssembly ? [program, .. arguments] : arguments)
         {
+            RedirectStandardInput = true,
             RedirectStandardOutput = true,
             RedirectStandardError = true,
         };
@@ -42,6 +43,8 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
         // An exception that nothing handles is not to leave a dump behind.
         start.Environment["DOTNET_DbgEnableMiniDump"] = "0";
         start.Environment["CORVANE_VALUES"] = "all";
+        // What is written and sent at the end takes as long as it takes.
+        start.Environment["CORVANE_END_SECONDS"] = "120";
         foreach (var (name, value) in variables)
         {
             start.Environment[name] = value;
@@ -54,7 +57,7 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
     {
         var errors = process.StandardError.ReadToEndAsync();
         var output = process.StandardOutput.ReadToEndAsync();
-        if (!process.WaitForExit(60_000))
+        if (!process.WaitForExit(240_000))
         {
             process.Kill();
             Assert.Fail("the program did not end");

@@ -81,6 +81,8 @@ internal static class Program
                 Console.WriteLine(AppDomain.CurrentDomain.GetAssemblies()
                     .Any(assembly => assembly.GetName().Name is "System.Diagnostics.DiagnosticSource" or "System.Collections.Specialized"));
                 return Listen();
+            case ["time the end"]:
+                return TimeTheEnd();
             case ["call for ever"]:
                 return CallForEver();
             case ["call often", var threads, var calls]:
@@ -282,9 +284,28 @@ internal static class Program
         return 5;
     }
 
-    // After every tenth call says how many there were.
+    // In milliseconds, without what the runtime does behind it.
+    private static int TimeTheEnd()
+    {
+        Call(0, "Add", [1, 2], () => Call(1, "Name", ["x"], () => 3));
+        var clock = Stopwatch.StartNew();
+        AppDomain.CurrentDomain.ProcessExit += (_, _) => Console.WriteLine(clock.ElapsedMilliseconds);
+        return 3;
+    }
+
+    // After every tenth call says how many there were. Waits a second for each line that it gets: on a busy machine that
+    // is longer for it than for others.
     private static int CallForEver()
     {
+        new Thread(() =>
+        {
+            while (Console.ReadLine() != null)
+            {
+                Thread.Sleep(500);
+                Thread.Sleep(500);
+                Console.WriteLine("a second");
+            }
+        }) { IsBackground = true }.Start();
         for (var calls = 1; ; calls++)
         {
             Call(0, "Add", [1, 2], () => 0);

@@ -14,7 +14,7 @@ internal sealed class Exporter
     // With what a killed process had not written yet, half of what it may lose.
     internal static readonly TimeSpan Interval = TimeSpan.FromMilliseconds(500);
 
-    private static readonly TimeSpan moment = TimeSpan.FromMilliseconds(200);
+    private static readonly TimeSpan moment = TimeSpan.FromSeconds(1);
 
     private readonly AutoResetEvent awake = new AutoResetEvent(false);
     private readonly ManualResetEvent done = new ManualResetEvent(false);

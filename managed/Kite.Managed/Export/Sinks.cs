@@ -10,17 +10,21 @@ namespace Corvane.Instrumentation.Export;
 // Where the spans of this process go, by the variables.
 internal sealed class Sinks
 {
-    private static readonly TimeSpan longestEnd = TimeSpan.FromSeconds(2);
+    private const string EndVariable = "CORVANE_END_SECONDS";
+    private const int UsualEnd = 2;
+    private const int LongestEnd = 3600;
 
     private readonly Exporter exporter;
 
     private readonly IReadOnlyList<string> names;
+    private readonly TimeSpan end;
 
-    private Sinks(IReadOnlyList<ISpanTarget> targets, IReadOnlyList<string> names, RootSampler sampler)
+    private Sinks(IReadOnlyList<ISpanTarget> targets, IReadOnlyList<string> names, Variables variables)
     {
         exporter = new Exporter(targets);
         this.names = names;
-        Sampler = sampler;
+        Sampler = RootSampling.From(variables);
+        end = TimeSpan.FromSeconds(Math.Min(variables.Number(EndVariable, UsualEnd), LongestEnd));
     }
 
     internal ISpanSink Queue => exporter.Queue;
@@ -59,16 +63,16 @@ internal sealed class Sinks
             targets.Add(new OtlpPush(endpoint, resource));
             names.Add(endpoint.Name);
         }
-        return new Sinks(targets, names, RootSampling.From(variables));
+        return new Sinks(targets, names, variables);
     }
 
     // Returns where spans went that had ended until now; none if there were none.
-    internal IEnumerable<string> Flush() => exporter.Flush(longestEnd) ? names : [];
+    internal IEnumerable<string> Flush() => exporter.Flush(end) ? names : [];
 
     // Nothing is recorded behind it. What is lost is said in one line.
     internal void End()
     {
-        if (exporter.End(longestEnd) is { } lost)
+        if (exporter.End(end) is { } lost)
         {
             Complaint.Write(lost);
         }
