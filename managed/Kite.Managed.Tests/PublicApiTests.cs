@@ -1,5 +1,5 @@
-// That the public members of the library are those of the listing, no more and no less: who builds on it relies on
-// them. With CORVANE_REBASE=1 the listing is written again.
+// That the public members of the library are those of the listing, no more and no less, in both of its builds: who builds
+// on it relies on them. With CORVANE_REBASE=1 the listing is written again.
 using System;
 using System.Collections.Generic;
 using System.IO;
