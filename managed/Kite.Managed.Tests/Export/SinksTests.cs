@@ -122,6 +122,7 @@ public sealed class SinksTests : IDisposable
     [InlineData("a folder")]
     [InlineData("missing/file")]
     [InlineData("/dev/full")]
+    [InlineData("/sys/a read-only folder")]
     public void AFileThatCannotBeWrittenIsOneLineAndNoMore(string target)
     {
         Directory.CreateDirectory(folder["a folder"]);
@@ -143,7 +144,8 @@ public sealed class SinksTests : IDisposable
         var random = new Random(1);
         for (var round = 0; round < (Environment.GetEnvironmentVariable("CORVANE_STRESS_SECONDS") == null ? 20 : 100); round++)
         {
-            using var process = ChildProgram.Start(ChildProgram.Assembly, ["call for ever"], Files);
+            using var process = ChildProgram.Start(
+                ChildProgram.Assembly, ["call for ever"], [.. Files, ("CORVANE_SUMMARY", folder["summary"])]);
             var calls = 0;
             using var isOver = new ManualResetEventSlim();
             new Thread(() =>
@@ -173,8 +175,10 @@ public sealed class SinksTests : IDisposable
             Assert.InRange(Otlp().Length, before, int.MaxValue);
             var slices = File.Exists(folder["trace"]) ? Trace(mayBeCut: true).Count(one => one.Text("ph") == "X") : 0;
             Assert.InRange(slices, before, int.MaxValue);
-            File.Delete(folder["otlp"]);
-            File.Delete(folder["trace"]);
+            var figures = File.Exists(folder["summary"]) ? File.ReadAllLines(folder["summary"])[^1] : "0 calls, 0 errors, 1 methods";
+            Assert.Matches("^[0-9]+ calls, 0 errors, 1 methods$", figures);
+            Assert.InRange(int.Parse(figures.Split(' ')[0]), before, int.MaxValue);
+            Array.ForEach(folder.Files.ToArray(), file => file.Delete());
         }
     }
 

@@ -2,6 +2,7 @@ using System;
 using System.Diagnostics;
 using System.Globalization;
 using System.IO;
+using System.Text;
 
 namespace Corvane.Instrumentation.Recording;
 
@@ -47,6 +48,22 @@ internal sealed class OutputTarget
         {
             Complaint.Write($"nothing was written to {name}", exception);
             return false;
+        }
+    }
+
+    // Puts a whole text in the place of what the file holds, by one write: whoever looks, or finds it after the process was
+    // killed, has one to read. That it cannot be written is said at the end.
+    internal void Renew(string text)
+    {
+        try
+        {
+            var bytes = Encoding.UTF8.GetBytes(text);
+            using var stream = Open(FileMode.OpenOrCreate, FileShare.ReadWrite, 1);
+            stream.Write(bytes, 0, bytes.Length);
+            stream.SetLength(bytes.Length);
+        }
+        catch (Exception)
+        {
         }
     }
 

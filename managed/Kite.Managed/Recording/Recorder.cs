@@ -369,6 +369,28 @@ internal sealed class Recorder
         return text.ToString();
     }
 
+    // Until the process ends; one that is killed leaves the table of half a second before.
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private void RenewSummary(OutputTarget file)
+    {
+        string? last = null;
+        while (!hasEnded)
+        {
+            Thread.Sleep(Exporter.Interval);
+            if (calls.Summary!.IsEmpty || Summary() is not { } text || text == last)
+            {
+                continue;
+            }
+            lock (writing)
+            {
+                if (!hasEnded)
+                {
+                    file.Renew(last = text);
+                }
+            }
+        }
+    }
+
     private void FinishWithoutRecord()
     {
         var before = busy;
@@ -451,6 +473,10 @@ internal sealed class Recorder
         if (records || sinks != null)
         {
             AtExit.Run(recorder.Print);
+        }
+        if (summary is { IsFile: true })
+        {
+            OwnThread.Start("summary", () => recorder.RenewSummary(summary), _ => { });
         }
         return recorder;
     }
