@@ -21,7 +21,10 @@ constexpr std::size_t kItems = 200;
 constexpr std::size_t kLetters = 20;
 constexpr int kError = 2;
 
-class Flows : public EachRuntimeTest {
+// The build of the library for .NET, and the other one, which .NET can use as well.
+constexpr NamedRow kLibraries[] = {{"kite"}, {"kite_framework"}};
+
+class Flows : public EachRuntimeRowTest<NamedRow> {
 protected:
     // In the default form small methods are inlined, and others left as they are.
     void record() {
@@ -31,9 +34,11 @@ protected:
         program = L"flows";
         const std::filesystem::path file = folder() / "spans.jsonl";
         watch({.executable = L"flows.exe",
-               .environment = {{L"CORVANE_STRICT_IL", L"1"},
-                               {L"CORVANE_OTLP_FILE", file.wstring()},
-                               {L"DOTNET_STARTUP_HOOKS", managed_library().wstring()}},
+               .environment =
+                   {{L"CORVANE_STRICT_IL", L"1"},
+                    {L"CORVANE_OTLP_FILE", file.wstring()},
+                    {L"DOTNET_STARTUP_HOOKS",
+                     (built_file(L"managed") / row().name / "kite.managed.dll").wstring()}},
                .with_witness = false,
                .with_debugger = false,
                .exit_code = 42});
@@ -66,7 +71,10 @@ protected:
 
     std::vector<OtlpSpan> spans;
 };
-INSTANTIATE_TEST_SUITE_P(Runtimes, Flows, ::testing::ValuesIn(kRuntimes), runtime_name);
+INSTANTIATE_TEST_SUITE_P(Libraries, Flows,
+                         ::testing::Combine(::testing::ValuesIn(kRuntimes),
+                                            ::testing::ValuesIn(kLibraries)),
+                         row_name<NamedRow>);
 
 TEST_P(Flows, AreThoseOfTheProgram) {
     record();
