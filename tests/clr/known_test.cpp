@@ -103,13 +103,16 @@ TEST_P(Known, CallsAreDescribedWithoutTheirSecrets) {
     }
     std::ranges::sort(statuses);
     EXPECT_EQ(statuses, std::vector<std::string>({"200 ", "404 404"}));
-    ASSERT_EQ(lines.size(), 6u);
-    EXPECT_THAT(std::vector<std::string>({lines[4], lines[5]}),
+    ASSERT_EQ(lines.size(), 8u);
+    EXPECT_THAT(std::vector<std::string>({lines[6], lines[7]}),
                 ::testing::UnorderedElementsAreArray(headers));
 
     EXPECT_EQ(lines[0], "ordered");
-    EXPECT_EQ(lines[2], "INFO - ordered");
-    EXPECT_EQ(lines[3], "/");
+    for (std::size_t line = 1; line < 4; ++line) {
+        EXPECT_EQ(lines[line].find(main.trace), std::string::npos) << lines[line];
+    }
+    EXPECT_EQ(lines[4], "INFO - ordered");
+    EXPECT_EQ(lines[5], "/");
     EXPECT_EQ(exported.find("hunter2"), std::string::npos);
 }
 
@@ -117,12 +120,16 @@ TEST_P(Known, LinesOfALogCarryIds) {
     record("<add key='InsertLogTraceIdIntoLogs' value='Enabled'/>"
            "<add key='AddAttributeLogTraceId' value='Enabled'/>");
     const OtlpSpan& main = only("Program.Main");
-    ASSERT_EQ(lines.size(), 6u);
+    ASSERT_EQ(lines.size(), 8u);
     EXPECT_EQ(lines[0], "ordered " + main.trace);
     EXPECT_THAT(lines[1], ::testing::HasSubstr("\"TraceId\":\"" + main.trace + "\",\"SpanId\":\"" +
                                                main.id + "\""));
-    EXPECT_EQ(lines[2], main.trace + " INFO - ordered");
-    EXPECT_EQ(lines[3], main.trace + "/" + main.id);
+    for (std::size_t line = 2; line < 4; ++line) {
+        EXPECT_THAT(lines[line], ::testing::HasSubstr("\"@tr\":\"" + main.trace + "\",\"@sp\":\"" +
+                                                      main.id + "\""));
+    }
+    EXPECT_EQ(lines[4], main.trace + " INFO - ordered");
+    EXPECT_EQ(lines[5], main.trace + "/" + main.id);
     for (const OtlpSpan& span : spans) {
         const std::string method = span["code.function.name"];
         EXPECT_FALSE(method.starts_with("Serilog.") || method.starts_with("log4net.")) << method;

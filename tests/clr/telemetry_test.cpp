@@ -69,7 +69,7 @@ TEST_P(Telemetry, OfTheProgramAndOursAgree) {
     }
     EXPECT_THAT(tree, ::testing::UnorderedElementsAre(
                           "Telemetry.Price in price", "price in Telemetry.Serve",
-                          "Telemetry.Serve in order", "order in Telemetry.Main",
+                          "Telemetry.Serve in order of tea", "order of tea in Telemetry.Main",
                           "Telemetry.Fail in Telemetry.Main", "Telemetry.Main in none"));
 }
 

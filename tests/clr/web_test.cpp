@@ -53,14 +53,14 @@ std::vector<std::string> causes(const Spans& spans, const std::string& id) {
 class Web : public EachRuntimeTest {
 protected:
     void run(const std::wstring& values, const std::wstring& what = L"",
-             const std::wstring& samples = L"") {
+             const std::wstring& samples = L"", const std::wstring& strict = L"1") {
         program = L"web";
         configure("<configuration><instrumentation><applications>"
                   "<application name='web.exe' corvane='Enabled'/>"
                   "</applications></instrumentation></configuration>");
         watch({.executable = L"web.exe",
                .arguments = {(folder() / "seen.txt").wstring(), what},
-               .environment = {{L"CORVANE_STRICT_IL", L"1"},
+               .environment = {{L"CORVANE_STRICT_IL", strict},
                                {L"DOTNET_STARTUP_HOOKS", managed_library().wstring()},
                                {L"CORVANE_OTLP_FILE", otlp().wstring()},
                                {L"CORVANE_TRACE_FILE", (folder() / "trace.json").wstring()},
@@ -109,6 +109,20 @@ TEST_P(Web, IsOneTraceFromRequestToInnerRequest) {
     }
     EXPECT_EQ(own, (std::map<std::string, int>{
                        {"Shop.Fail", 1}, {"Shop.Price", 8}, {"Shop.QuoteAsync", 8}}));
+}
+
+// As in the default form, where top-level statements are not instrumented either.
+TEST_P(Web, IsOneTraceWithoutAnyInstrumentedMethod) {
+    run(L"none", L"plain", L"", L"0");
+    const Spans spans = read_spans(otlp());
+    std::istringstream seen(read_file(folder() / "seen.txt"));
+    std::string route, trace, id;
+    ASSERT_TRUE(seen >> route >> trace >> id);
+    EXPECT_THAT(causes(spans, id), ElementsAre("Microsoft.AspNetCore", "System.Net.Http",
+                                               "Microsoft.AspNetCore", "System.Net.Http"));
+    EXPECT_EQ(spans.size(), 4U);
+    EXPECT_EQ(spans.at(id).name, "GET /leaf");
+    EXPECT_EQ(spans.at(id).trace, trace);
 }
 
 // Its waiting is on no thread. What runs is below the route, in every form of the results.

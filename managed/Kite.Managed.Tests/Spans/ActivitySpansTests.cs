@@ -49,6 +49,24 @@ public sealed class ActivitySpansTests : IDisposable
         Assert.Equal(Environment.CurrentManagedThreadId, span.ThreadId);
     }
 
+    // The one for people goes first; a program may set it before the activity starts or while it goes on.
+    [Theory]
+    [InlineData(null, null, "work")]
+    [InlineData("early", null, "early")]
+    [InlineData(null, "late", "late")]
+    [InlineData("early", "late", "late")]
+    public void ASpanHasTheNameOfItsActivity(string? early, string? late, string expected)
+    {
+        Listen();
+        using (var activity = program.CreateActivity("work", ActivityKind.Producer)!)
+        {
+            activity.DisplayName = early ?? activity.DisplayName;
+            activity.Start();
+            activity.DisplayName = late ?? activity.DisplayName;
+        }
+        Assert.Equal(expected, Assert.Single(spans.Ended).Name);
+    }
+
     [Fact]
     public void ActivitiesOfOtherSourcesAreNone()
     {

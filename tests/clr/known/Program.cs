@@ -13,6 +13,7 @@ using Serilog;
 using Serilog.Core;
 using Serilog.Events;
 using Serilog.Formatting;
+using Serilog.Formatting.Compact;
 using Serilog.Formatting.Display;
 using Serilog.Formatting.Json;
 
@@ -24,6 +25,8 @@ internal static class Program
         using var seen = new StreamWriter(arguments[0], append: false);
         Log(new MessageTemplateTextFormatter("{Message:lj}{NewLine}{Exception}"), seen);
         Log(new JsonFormatter(), seen);
+        Log(new CompactJsonFormatter(), seen);
+        Log(new CompactJsonFormatter(), seen, isFromContext: false);
         new log4net.Repository.Hierarchy.Logger(seen).CallAppenders(new log4net.Core.LoggingEvent("ordered"));
         Execute("SELECT * FROM Orders WHERE Card = 'hunter2'");
         foreach (var header in Request("200 OK").Concat(Request("404 Not Found")).Where(line => line.StartsWith("traceparent")))
@@ -33,9 +36,10 @@ internal static class Program
         return 42;
     }
 
-    private static void Log(ITextFormatter formatter, TextWriter writer)
+    private static void Log(ITextFormatter formatter, TextWriter writer, bool isFromContext = true)
     {
-        using var log = new LoggerConfiguration().Enrich.FromLogContext().WriteTo.Sink(new Sink(formatter, writer)).CreateLogger();
+        var configuration = new LoggerConfiguration().WriteTo.Sink(new Sink(formatter, writer));
+        using var log = (isFromContext ? configuration.Enrich.FromLogContext() : configuration).CreateLogger();
         log.Information("ordered");
     }
 

@@ -1,6 +1,8 @@
-// Stand-ins for log4net: types and methods of its names, with as much in them as a line needs.
+// Stand-ins for log4net and for Serilog's compact formatter: types and methods of their names, with as much in them as a
+// line needs.
 using System.Collections;
 using System.IO;
+using Serilog.Events;
 
 namespace log4net.Core
 {
@@ -38,5 +40,14 @@ namespace log4net.Repository.Hierarchy
             new Layout.SimpleLayout().Format(writer, loggingEvent);
             new Layout.Pattern.PropertyPatternConverter().Convert(writer, loggingEvent);
         }
+    }
+}
+
+namespace Serilog.Formatting.Compact
+{
+    internal sealed class CompactJsonFormatter : ITextFormatter
+    {
+        public void Format(LogEvent logEvent, TextWriter output) =>
+            output.WriteLine($"{{\"@tr\":\"{logEvent.TraceId}\",\"@sp\":\"{logEvent.SpanId}\"}}");
     }
 }

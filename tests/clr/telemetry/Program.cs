@@ -24,8 +24,9 @@ internal static class Telemetry
             .AddProcessor(new SimpleActivityExportProcessor(memory))
             .Build())
         {
-            using (shop.StartActivity("order"))
+            using (var order = shop.StartActivity("order")!)
             {
+                order.DisplayName = "order of tea";
                 Console.WriteLine(await Serve(3));
             }
             try

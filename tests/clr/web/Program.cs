@@ -37,6 +37,12 @@ web.MapGet("/failing", () =>
     See("failing");
     return Shop.Fail(1);
 });
+web.MapGet("/plain", async () => await client.GetStringAsync("/leaf"));
+web.MapGet("/leaf", () =>
+{
+    See("leaf");
+    return "of no instrumented method";
+});
 web.MapGet("/slow", async () =>
 {
     var hash = Slow.Hash();
@@ -47,14 +53,21 @@ await web.StartAsync();
 client.BaseAddress = new Uri(
     web.Services.GetRequiredService<IServer>().Features.Get<IServerAddressesFeature>()!.Addresses.First());
 
-var quotes = await Task.WhenAll(Enumerable.Range(1, 8).Select(item => client.GetStringAsync($"/outer/{item}?token=a-planted-secret")));
-foreach (var quote in quotes)
+if (args.Contains("plain"))
 {
-    Console.WriteLine(quote);
+    Console.WriteLine(await client.GetStringAsync("/plain"));
 }
-using (var failed = await client.GetAsync("/failing"))
+else
 {
-    Console.WriteLine($"failing: {(int)failed.StatusCode}");
+    var quotes = await Task.WhenAll(Enumerable.Range(1, 8).Select(item => client.GetStringAsync($"/outer/{item}?token=a-planted-secret")));
+    foreach (var quote in quotes)
+    {
+        Console.WriteLine(quote);
+    }
+    using (var failed = await client.GetAsync("/failing"))
+    {
+        Console.WriteLine($"failing: {(int)failed.StatusCode}");
+    }
 }
 for (var time = 0; args.Contains("slow") && time < 6; time++)
 {
