@@ -143,7 +143,7 @@ TEST_P(Web, ShowsWhatASlowEndPointDoes) {
                 const int count = std::stoi(line.substr(line.rfind(' ')));
                 if (line.find(";(waiting) ") == std::string::npos) {
                     all += count;
-                    const bool is_hashing = line.starts_with("GET /slow;") &&
+                    const bool is_hashing = line.starts_with("[GET /slow];") &&
                                             line.find(";Slow.Hash") != std::string::npos;
                     hashing += is_hashing ? count : 0;
                 }

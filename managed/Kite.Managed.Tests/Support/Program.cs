@@ -68,6 +68,8 @@ internal static class Program
                 return ExitInFilter();
             case ["forget sampler", var end]:
                 return ForgetSampler(end);
+            case ["two samplers"]:
+                return TwoSamplers();
             case ["call while loading"]:
                 return CallWhileLoading();
             case ["request", var address]:
@@ -237,6 +239,25 @@ internal static class Program
                 break;
         }
         return 5;
+    }
+
+    private static int TwoSamplers()
+    {
+        void Tell() => Console.WriteLine(SampledOperation.IsWanted);
+        Tell();
+        var process = new FakeProcess();
+        using var one = process.NewSampler();
+        using var other = process.NewSampler(new SamplerOptions { Filter = _ => throw new InvalidOperationException("on purpose") });
+        one.Start();
+        Tell();
+        other.Start();
+        Tell();
+        process.Add(10, null, 1);
+        other.Stop();
+        Tell();
+        one.Stop();
+        Tell();
+        return 0;
     }
 
     // The first use of the library loads assemblies, of which the program is told, in methods that may be instrumented.

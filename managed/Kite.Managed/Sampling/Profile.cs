@@ -18,6 +18,9 @@ public sealed class Profile
         Failure = failure;
     }
 
+    private readonly object summing = new object();
+    private List<(ThreadProfile, StackSums)>? sums;
+
     // Of so many samples a share of a tenth is known to some three in a hundred.
     private const int Enough = 100;
 
@@ -98,12 +101,24 @@ public sealed class Profile
     // The time of the first sample of all.
     internal long Begin => Threads.Count == 0 ? 0 : Threads.Min(thread => thread.Samples[0].Microseconds);
 
+    // Of each thread with managed code, what all formats but those over time are made of.
+    internal IReadOnlyList<(ThreadProfile Thread, StackSums Sums)> Sums
+    {
+        get
+        {
+            lock (summing)
+            {
+                return sums ??= SumUp();
+            }
+        }
+    }
+
     // Null if some managed code was seen.
     internal string? WhyEmpty
     {
         get
         {
-            if (Threads.Any(thread => thread.Samples.Any(sample => sample.Stack is { Depth: > 0 })))
+            if (Sums.Count > 0)
             {
                 return null;
             }
@@ -120,10 +135,17 @@ public sealed class Profile
     {
         get
         {
-            var samples = Threads.Sum(thread => thread.Samples.Where(sample => sample.Stack is { Depth: > 0 }).Sum(sample => (long)sample.Count));
+            var samples = Sums.Sum(thread => thread.Sums.Total.Samples.All);
             return samples >= Enough ? null
                 : string.Format(CultureInfo.InvariantCulture, "that is too short to say anything: {0:N0} samples in all", samples);
         }
+    }
+
+    private List<(ThreadProfile, StackSums)> SumUp()
+    {
+        var operations = new OperationTable();
+        return Threads.Select(thread => (thread, thread.SumUp(LastMicroseconds, operations)))
+            .Where(thread => thread.Item2.Total.Samples.All > 0).ToList();
     }
 
     /// <summary>What it holds and took, as one sentence.</summary>

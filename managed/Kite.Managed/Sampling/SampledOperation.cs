@@ -20,68 +20,130 @@ internal sealed class SampledOperation
     private static Slot? ownSlot;
 
     private static volatile bool isUsed;
+    private static int samplers;
 
+    private readonly Span? span;
+    private readonly bool isFollowed;
     private volatile string name;
+    private volatile bool hasLeft;
 
-    private SampledOperation(string name, SampledOperation? around, bool isOfSpan)
+    // That of a span ends with the span, if not before.
+    private SampledOperation(string name, SampledOperation? around, Span? span = null, bool isFollowed = false)
     {
         this.name = name;
+        this.span = span;
+        this.isFollowed = isFollowed;
         Around = around;
-        IsOfSpan = isOfSpan;
     }
 
-    // Whether spans are operations.
-    internal static bool IsWanted { get; set; }
+    // Whether spans are operations: while somebody samples.
+    internal static bool IsWanted => Volatile.Read(ref samplers) > 0;
 
-    internal static SampledOperation? Current => current.Value;
+    internal static SampledOperation? Current => NotEnded(current.Value);
 
     // A request gets its route when it ends.
-    internal string Name
-    {
-        get => name;
-        set => name = value;
-    }
+    internal string Name => name;
 
     internal SampledOperation? Around { get; }
 
-    private bool IsOfSpan { get; }
-
-    internal static SampledOperation Enter(string name)
+    // The names from the outermost one on.
+    internal IReadOnlyCollection<string> Path
     {
-        var operation = new SampledOperation(name, current.Value is { IsOfSpan: false } around ? around : null, isOfSpan: false);
-        isUsed = true;
-        current.Value = operation;
-        return operation;
+        get
+        {
+            var names = new Stack<string>();
+            for (var operation = this; operation != null; operation = operation.Around)
+            {
+                names.Push(operation.Name);
+            }
+            return names;
+        }
+    }
+
+    // With all that are around it.
+    internal bool IsOver => HasEnded && Around is null or { IsOver: true };
+
+    private bool HasEnded => hasLeft || span is { Ended: not 0 };
+
+    internal static void BeginToSample() => Interlocked.Increment(ref samplers);
+
+    internal static void EndToSample() => Interlocked.Decrement(ref samplers);
+
+    // What the program names itself is inside of whatever it is in.
+    internal static SampledOperation Enter(string name) =>
+        Enter(new SampledOperation(name.Length == 0 ? SampledFunction.NoName : name, Current));
+
+    // A request takes the place of the span that the server was started in.
+    internal static SampledOperation EnterRequest(Span request, string name)
+    {
+        var around = Current;
+        while (around is { isFollowed: true })
+        {
+            around = NotEnded(around.Around);
+        }
+        return Enter(new SampledOperation(name, around, request));
+    }
+
+    internal static void LeaveRequest(Span request)
+    {
+        if (InFlow(operation => operation.span == request) is { } operation)
+        {
+            operation.name = request.Name;
+            operation.Leave();
+        }
     }
 
     // Whatever began inside of it ends with it.
     internal void Leave()
     {
-        for (var operation = current.Value; operation != null; operation = operation.Around)
+        hasLeft = true;
+        if (InFlow(operation => operation == this) != null)
         {
-            if (operation == this)
-            {
-                current.Value = Around;
-                return;
-            }
+            current.Value = Around;
         }
     }
 
-    // The outermost span is the operation, unless there is another one. The whole program is none.
+    // The outermost span is an operation, unless it is part of a request. The whole program is none.
     internal static void Follow(Span? before, Span? now)
     {
         if (!IsOperation(now))
         {
-            if (current.Value is { IsOfSpan: true })
+            if (InFlow(operation => operation.isFollowed) is { } left)
             {
-                current.Value = null;
+                current.Value = left.Around;
             }
         }
-        else if (!IsOperation(before) && current.Value == null)
+        else if (!IsOperation(before) && InFlow(operation => operation.span != null && !operation.HasEnded) == null)
         {
-            isUsed = true;
-            current.Value = new SampledOperation(now!.Name, null, isOfSpan: true);
+            Enter(new SampledOperation(now!.Name, Current, now, isFollowed: true));
         }
+    }
+
+    private static SampledOperation Enter(SampledOperation operation)
+    {
+        isUsed = true;
+        current.Value = operation;
+        return operation;
+    }
+
+    private static SampledOperation? InFlow(Predicate<SampledOperation> isMeant)
+    {
+        var operation = current.Value;
+        while (operation != null && !isMeant(operation))
+        {
+            operation = operation.Around;
+        }
+        return operation;
+    }
+
+    // One that has ended lives on in the flows that began in it, such as that of a timer.
+    private static SampledOperation? NotEnded(SampledOperation? operation)
+    {
+        while (operation is { HasEnded: true })
+        {
+            operation = operation.Around;
+        }
+        return operation;
     }
 
     // Null as long as the thread has had none.
@@ -151,7 +213,7 @@ internal sealed class SampledOperation
 
         internal SampledOperation? Operation
         {
-            get => operation;
+            get => NotEnded(operation);
             set => operation = value;
         }
     }

@@ -44,7 +44,7 @@ public sealed class Sampler : IDisposable
             options.Filter = candidate => Ask(filter, candidate);
         }
         run = new SamplingRun(exports, process, options);
-        thread = new Thread(() => run.Run(stop))
+        thread = new Thread(Run)
         {
             Name = "Corvane sampler",
             IsBackground = true,
@@ -62,7 +62,16 @@ public sealed class Sampler : IDisposable
             {
                 throw new InvalidOperationException("A sampler can be started once.");
             }
-            thread.Start();
+            SampledOperation.BeginToSample();
+            try
+            {
+                thread.Start();
+            }
+            catch (Exception)
+            {
+                SampledOperation.EndToSample();
+                throw;
+            }
             isStarted = true;
             atExit = AtExit.Run(StopAtExit);
         }
@@ -80,7 +89,7 @@ public sealed class Sampler : IDisposable
     /// of their own in each result. It follows the flow of the program, through awaits, tasks and threads, and may be inside
     /// of another one. It serves every sampler.
     /// </summary>
-    /// <param name="name">The name of the operation.</param>
+    /// <param name="name">The name of the operation; an empty one is shown as "(no name)".</param>
     public IDisposable Region(string name) => new SampledRegion(SampledOperation.Enter(name ?? throw new ArgumentNullException(nameof(name))));
 
     /// <summary>Gives what the sampling has shown so far. It goes on.</summary>
@@ -104,6 +113,9 @@ public sealed class Sampler : IDisposable
         }
     }
 
+    // So long writing what was read has taken.
+    internal void CountWriting(TimeSpan took) => run.CountWriting(took);
+
     // Null if it does not end in time.
     internal Profile? Stop(TimeSpan timeout)
     {
@@ -124,7 +136,7 @@ public sealed class Sampler : IDisposable
         lock (gate)
         {
             atExit?.Dispose();
-            return profile ??= run.ToProfile();
+            return profile ??= run.Read();
         }
     }
 
@@ -150,6 +162,12 @@ public sealed class Sampler : IDisposable
         while (!isInFilter && waiting.Elapsed < Patience && !thread.Join(step))
         {
         }
+    }
+
+    private void Run()
+    {
+        run.Run(stop);
+        SampledOperation.EndToSample();
     }
 
     private bool Ask(Func<SampledThread, bool> filter, SampledThread candidate)

@@ -78,7 +78,6 @@ internal static class SamplingAtStart
         var sampler = new Sampler(exports, threads, options);
         var files = new ProfileFiles(sampler, folder, Name(AppDomain.CurrentDomain.FriendlyName), Complaint.Write, Before());
         files.BeginToRenew(renewal);
-        SampledOperation.IsWanted = true;
         sampler.Start();
         AtExit.Run(files.End);
     }

@@ -52,8 +52,11 @@ public sealed class SamplingCost
     /// </summary>
     public TimeSpan Besides { get; internal set; }
 
+    /// <summary>The time spent on writing results while the sampling went on.</summary>
+    public TimeSpan Writing { get; internal set; }
+
     /// <summary>The part of the duration that all of it was: so long the sampler was busy.</summary>
-    public double Share => PartOf(InSnapshots + Besides);
+    public double Share => PartOf(InSnapshots + Besides + Writing);
 
     /// <summary>The part of the duration that no thread was stopped for more than.</summary>
     public double StoppedShare => PartOf(MostStopped);

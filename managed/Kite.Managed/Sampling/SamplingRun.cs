@@ -24,12 +24,16 @@ internal sealed class SamplingRun
     private readonly ProcessorClock processorClock;
     private readonly FunctionTable functions = new FunctionTable();
     private readonly StackTable stacks = new StackTable();
+    private readonly OperationTable operations = new OperationTable();
     private readonly SampleClock clock = new SampleClock();
     private readonly List<WatchedThread> sampled = new List<WatchedThread>();
     private readonly SamplingCost cost = new SamplingCost();
 
     // Around each change of what was gathered. It is not held while a thread stands still.
     private readonly object gathering = new object();
+
+    // Around the reading of what was gathered: functions that one reader is placing are not yet another one's.
+    private readonly object reading = new object();
     private readonly List<GarbageCollection> collections = new List<GarbageCollection>();
     private readonly int[] collected = new int[3];
     private double[] buffer = new double[256];
@@ -57,33 +61,40 @@ internal sealed class SamplingRun
         }
     }
 
-    // What there is so far.
-    internal Profile Read() => ToProfile(samples => samples.ToArray());
-
-    // What there is when it has ended.
-    internal Profile ToProfile() => ToProfile(samples => samples);
-
-    private Profile ToProfile(Func<List<Sample>, IReadOnlyList<Sample>> take)
+    // What there is so far, or in the end.
+    internal Profile Read()
     {
-        SampledFunction[] functions;
-        Profile profile;
-        lock (gathering)
+        lock (reading)
         {
-            profile = Gathered(take);
-            functions = this.functions.TakeNew();
-        }
+            SampledFunction[] functions;
+            Profile profile;
+            lock (gathering)
+            {
+                profile = Gathered();
+                functions = this.functions.TakeNew();
+            }
 #if NET
-        LoadedTypes.Place(functions);
+            LoadedTypes.Place(functions);
 #endif
-        return profile;
+            return profile;
+        }
     }
 
-    private Profile Gathered(Func<List<Sample>, IReadOnlyList<Sample>> take)
+    // By whoever writes results while the sampling goes on.
+    internal void CountWriting(TimeSpan took)
+    {
+        lock (gathering)
+        {
+            cost.Writing += took;
+        }
+    }
+
+    private Profile Gathered()
     {
         var threads = new List<ThreadProfile>();
         foreach (var thread in sampled)
         {
-            threads.Add(new ThreadProfile(thread.Thread, take(thread.Samples)));
+            threads.Add(thread.Read(operations.StandingIfOver));
         }
         return new Profile(options.Interval, threads, cost.Copy(), failure) { Collections = collections.ToArray() };
     }

@@ -67,10 +67,12 @@ internal sealed class ThreadWatch : IDisposable
 internal sealed class WatchedThread : IDisposable
 {
     private readonly IOpenThread open;
+    private readonly StackSums sums = new StackSums();
     private SampledOperation.Slot? slot;
     private TimeSpan? restsSince;
     private ulong timeAtRest;
     private int firstAtRest;
+    private int summed;
     private bool hasRun;
 
     internal WatchedThread(uint id, IOpenThread open)
@@ -89,7 +91,7 @@ internal sealed class WatchedThread : IDisposable
     // At most: the time of its snapshots.
     internal TimeSpan Stopped { get; set; }
 
-    internal List<Sample> Samples { get; } = new List<Sample>();
+    internal SampleList Samples { get; } = new SampleList();
 
     internal bool HasEnded => open.HasEnded;
 
@@ -105,6 +107,7 @@ internal sealed class WatchedThread : IDisposable
         if (restsSince == null || time > timeAtRest + clock.Noise)
         {
             hasRun = restsSince != null; // at first it is not known what it did before
+            firstAtRest = hasRun ? firstAtRest : Samples.Count;
             restsSince = now;
             timeAtRest = time;
             return false;
@@ -116,6 +119,22 @@ internal sealed class WatchedThread : IDisposable
             firstAtRest = Samples.Count;
         }
         return now - restsSince >= clock.Grain;
+    }
+
+    // What there is so far. What does not change any more is added up once.
+    internal ThreadProfile Read(Func<SampledOperation, SampledOperation> standing)
+    {
+        var settled = Samples.Count - 1;
+        if (restsSince != null && !hasRun)
+        {
+            settled = Math.Min(settled, firstAtRest);
+        }
+        for (; summed < settled; summed++)
+        {
+            sums.Add(Samples[summed], Math.Max(0, Samples[summed + 1].Microseconds - Samples[summed].Microseconds));
+        }
+        sums.Unite(standing);
+        return new ThreadProfile(Thread, Samples.Copy(summed), sums.Copy(), summed);
     }
 
     // Those that were taken since it began to rest, while that was not known.

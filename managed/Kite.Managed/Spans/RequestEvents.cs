@@ -80,12 +80,12 @@ internal sealed class RequestEvents : IObserver<DiagnosticListener>, IObserver<K
             case Request + ".Start":
                 if (SampledOperation.IsWanted)
                 {
-                    SampledOperation.Enter(HttpMethods.Name(HttpMethods.Known(method.ReadText(request.Read(happened.Value)))));
+                    SampledOperation.EnterRequest(span, HttpMethods.Name(HttpMethods.Known(method.ReadText(request.Read(happened.Value)))));
                 }
                 break;
             case Request + ".Stop":
                 DescribeRequest(span, happened.Value);
-                LeaveOperation(span.Name);
+                SampledOperation.LeaveRequest(span);
                 break;
             case Call + ".Stop":
                 HttpConvention.DescribeExchange(span, request.Read(happened.Value), response.Read(happened.Value));
@@ -112,15 +112,6 @@ internal sealed class RequestEvents : IObserver<DiagnosticListener>, IObserver<K
         lock (subscriptions)
         {
             subscriptions.Add(subscription);
-        }
-    }
-
-    private static void LeaveOperation(string name)
-    {
-        if (SampledOperation.IsWanted && SampledOperation.Current is { } operation)
-        {
-            operation.Name = name;
-            operation.Leave();
         }
     }
 

@@ -2,6 +2,7 @@ using System;
 using System.Collections.Generic;
 using System.Linq;
 using System.Reflection;
+using System.Threading;
 using System.Threading.Tasks;
 using Corvane.Sampling;
 using Corvane.Sampling.Platform;
@@ -89,6 +90,31 @@ public class LoadedTypesTests
         var functions = process.Sample().Threads[0].Samples[0].Stack!.ToArray();
         Assert.Equal([Here + "Outer.WellKnownInner.Work", "System.String.Concat"], functions.Select(function => function.Name));
         Assert.Equal([false, true], functions.Select(function => function.IsPlatform));
+    }
+
+    // Nobody sees the functions that another one is just looking for.
+    [Fact]
+    public void TwoReadersSeeNoHalfOfIt()
+    {
+        var process = new FakeProcess { NameOf = _ => new FunctionNames("WellKnownInner", "Work") };
+        var thread = process.Add(10, null, 1);
+        using var sampler = process.NewSampler();
+        sampler.Start();
+        using var together = new Barrier(2);
+        for (var round = 2; round < 12; round++)
+        {
+            process.Do(() => thread.Stack = [round]);
+            process.WaitForRounds();
+            var names = new string[2];
+            var readers = Enumerable.Range(0, 2).Select(reader => new Thread(() =>
+            {
+                together.SignalAndWait();
+                names[reader] = sampler.Read().Threads[0].Samples[^1].Stack!.Function!.Name;
+            })).ToList();
+            readers.ForEach(reader => reader.Start());
+            readers.ForEach(reader => reader.Join());
+            Assert.Equal([Here + "Outer.WellKnownInner.Work", Here + "Outer.WellKnownInner.Work"], names);
+        }
     }
 
     private static class Outer

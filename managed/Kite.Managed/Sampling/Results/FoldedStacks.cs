@@ -7,7 +7,7 @@ using System.Text;
 namespace Corvane.Sampling.Results;
 
 // A line for each stack: its names from the outermost on, with semicolons between, a blank and its samples. Those in
-// which the thread waited are a line of their own, as if its function had called one of this name.
+// which the thread waited are a line of their own, as if its function had called one of this name. Operations have brackets.
 internal static class FoldedStacks
 {
     internal const string Waiting = "(waiting)";
@@ -39,7 +39,10 @@ internal static class FoldedStacks
             var node = tree.Root;
             foreach (var name in line.Substring(0, end).Split(';'))
             {
-                node = node.Child(name, node.Parent == null ? NodeKind.Thread : NodeKind.Program);
+                var isOperation = !node.IsFunction && node.Kind != NodeKind.Thread && name.Length > 1 && name[0] == '[' && name[name.Length - 1] == ']';
+                node = isOperation
+                    ? node.Child(name.Substring(1, name.Length - 2), NodeKind.Operation)
+                    : node.Child(name, node.Parent == null ? NodeKind.Thread : NodeKind.Program);
             }
             if (!line.EndsWith($";{Waiting}{line.Substring(end)}", StringComparison.Ordinal))
             {
@@ -49,6 +52,8 @@ internal static class FoldedStacks
         tree.AddUp();
         return tree;
     }
+
+    internal static string Operation(string name) => $"[{name}]";
 
     private static void WriteLine(TextWriter writer, string names, long samples)
     {
@@ -68,10 +73,16 @@ internal static class FoldedStacks
         var text = new StringBuilder();
         foreach (var outer in nodes)
         {
-            AppendName(text.Append(text.Length == 0 ? "" : ";"), outer.Name);
+            AppendName(text.Append(text.Length == 0 ? "" : ";"), Name(outer));
         }
         return text.ToString();
     }
+
+    // No thread is to look like an operation.
+    private static string Name(StackNode node) =>
+        node.Kind == NodeKind.Operation ? Operation(node.Name)
+        : node.Kind == NodeKind.Thread && node.Name[0] == '[' ? "(" + node.Name.Substring(1)
+        : node.Name;
 
     // The format knows no escapes.
     private static void AppendName(StringBuilder text, string name)

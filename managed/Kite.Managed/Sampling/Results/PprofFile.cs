@@ -45,9 +45,12 @@ internal sealed class PprofFile
         {
             WriteType(1, type, unit);
         }
-        foreach (var thread in profile.Threads)
+        foreach (var (thread, sums) in profile.Sums)
         {
-            WriteThread(thread, profile.LastMicroseconds);
+            foreach (var (operation, ofOperation) in sums.ByOperation)
+            {
+                WriteStacks(thread.Thread.ToString(), operation?.Path ?? [], ofOperation);
+            }
         }
         foreach (var function in functions)
         {
@@ -79,39 +82,26 @@ internal sealed class PprofFile
         Finish(field);
     }
 
-    private void WriteThread(ThreadProfile thread, long lastMicroseconds)
+    // Operations are a label each, from the outermost on.
+    private void WriteStacks(string thread, IReadOnlyCollection<string> operations, Dictionary<SampledStack, StackSum> sums)
     {
-        var sums = new Dictionary<(SampledStack Stack, string? Operation), long[]>();
-        foreach (var (sample, microseconds) in thread.Timed(lastMicroseconds))
-        {
-            if (sample.Stack is not { Depth: > 0 } stack)
-            {
-                continue;
-            }
-            if (!sums.TryGetValue((stack, sample.Operation), out var values))
-            {
-                sums.Add((stack, sample.Operation), values = new long[types.Length]);
-            }
-            var first = sample.IsWaiting ? 2 : 0;
-            values[first] += sample.Count;
-            values[first + 1] += microseconds * 1000;
-        }
         foreach (var sum in sums)
         {
-            for (var stack = sum.Key.Stack; stack.Function != null; stack = stack.Caller!)
+            for (var stack = sum.Key; stack.Function != null; stack = stack.Caller!)
             {
                 Variable(innermost, Location(stack.Function.Name));
             }
             Nest(1);
-            foreach (var value in sum.Value)
+            var (samples, microseconds) = (sum.Value.Samples, sum.Value.Microseconds);
+            foreach (var value in new[] { samples.Running, microseconds.Running * 1000, samples.Waiting, microseconds.Waiting * 1000 })
             {
                 Variable(innermost, value);
             }
             Nest(2);
-            Label("thread", thread.Thread.ToString());
-            if (sum.Key.Operation != null)
+            Label("thread", thread);
+            foreach (var operation in operations)
             {
-                Label("operation", sum.Key.Operation);
+                Label("operation", operation);
             }
             Finish(2);
         }

@@ -6,7 +6,7 @@ namespace Corvane.Sampling.Results;
 
 // A file for speedscope: a sampled profile for each thread with managed code, in microseconds since the first
 // sample of all. A sample stands for the time until the thread's next one; equal ones in a row are one. Waiting is the
-// innermost function, an operation the outermost one.
+// innermost function, operations are the outermost ones.
 internal sealed class SpeedscopeFile
 {
     private const string Schema = "https://www.speedscope.app/file-format-schema.json";
@@ -38,12 +38,9 @@ internal sealed class SpeedscopeFile
         json.Name("exporter").Value("Corvane");
         json.Name("name").Value(title);
         json.Name("profiles").BeginArray();
-        foreach (var thread in profile.Threads)
+        foreach (var (thread, _) in profile.Sums)
         {
-            if (thread.Samples.Any(sample => sample.Stack is { Depth: > 0 }))
-            {
-                WriteThread(thread);
-            }
+            WriteThread(thread);
         }
         json.EndArray();
         // They are all known only now.
@@ -91,9 +88,12 @@ internal sealed class SpeedscopeFile
             weights.Add(weight);
             json.BeginArray();
             // One that was missed is a gap, like one without managed code.
-            if (last is { Operation: { } operation, Stack.Depth: > 0 })
+            if (last is { InOperation: { } operation, Stack.Depth: > 0 })
             {
-                json.Value(FrameIndex(operation));
+                foreach (var name in operation.Path)
+                {
+                    json.Value(FrameIndex(FoldedStacks.Operation(name)));
+                }
             }
             foreach (var function in last.Stack?.ToArray() ?? [])
             {

@@ -13,11 +13,14 @@ internal sealed class StackTree
     internal static StackTree Of(Profile profile, bool byThread)
     {
         var tree = new StackTree();
-        foreach (var thread in profile.Threads)
+        foreach (var (thread, sums) in profile.Sums)
         {
-            foreach (var counts in tree.CountSamples(thread, byThread))
+            foreach (var (operation, ofOperation) in sums.ByOperation)
             {
-                tree.Add(counts.Key, counts.Value);
+                var start = operation != null ? tree.StartOf(operation)
+                    : byThread ? tree.Root.Child(thread.Thread.ToString(), NodeKind.Thread)
+                    : tree.Root;
+                tree.Add(start, ofOperation);
             }
         }
         tree.AddUp();
@@ -41,48 +44,17 @@ internal sealed class StackTree
         }
     }
 
-    // By the node that they begin at.
-    private Dictionary<StackNode, Dictionary<SampledStack, SampleCount>> CountSamples(ThreadProfile thread, bool byThread)
-    {
-        var counts = new Dictionary<StackNode, Dictionary<SampledStack, SampleCount>>();
-        foreach (var sample in thread.Samples)
-        {
-            // Without managed code there is nothing to show.
-            if (sample.Stack is not { Depth: > 0 } stack)
-            {
-                continue;
-            }
-            var start = sample.InOperation != null ? StartOf(sample.InOperation)
-                : byThread ? Root.Child(thread.Thread.ToString(), NodeKind.Thread)
-                : Root;
-            if (!counts.TryGetValue(start, out var ofStart))
-            {
-                counts.Add(start, ofStart = new Dictionary<SampledStack, SampleCount>());
-            }
-            ofStart.TryGetValue(stack, out var count);
-            ofStart[stack] = count + SampleCount.Of(sample);
-        }
-        return counts;
-    }
-
     // An operation may go on on several threads: it stands in place of them.
-    private StackNode StartOf(SampledOperation operation)
-    {
-        var names = new Stack<string>();
-        for (var outer = operation; outer != null; outer = outer.Around)
-        {
-            names.Push(outer.Name);
-        }
-        return names.Aggregate(Root, (node, name) => node.Child(name, NodeKind.Operation));
-    }
+    private StackNode StartOf(SampledOperation operation) =>
+        operation.Path.Aggregate(Root, (node, name) => node.Child(name, NodeKind.Operation));
 
-    private void Add(StackNode start, Dictionary<SampledStack, SampleCount> counts)
+    private void Add(StackNode start, Dictionary<SampledStack, StackSum> sums)
     {
         var known = new Dictionary<SampledStack, StackNode>();
         var missing = new Stack<SampledStack>();
-        foreach (var counted in counts)
+        foreach (var sum in sums)
         {
-            var stack = counted.Key;
+            var stack = sum.Key;
             StackNode? node;
             while (!known.TryGetValue(stack, out node) && stack.Caller != null)
             {
@@ -96,7 +68,7 @@ internal sealed class StackTree
                 node = node.Child(stack.Function!);
                 known.Add(stack, node);
             }
-            node.Self += counted.Value;
+            node.Self += sum.Value.Samples;
         }
     }
 
@@ -131,9 +103,6 @@ internal readonly struct SampleCount
 
     public static SampleCount operator +(SampleCount one, SampleCount other) =>
         new SampleCount(one.Running + other.Running, one.Waiting + other.Waiting);
-
-    internal static SampleCount Of(Sample sample) =>
-        sample.IsWaiting ? new SampleCount(0, sample.Count) : new SampleCount(sample.Count, 0);
 }
 
 // What a box stands for; the last two are functions, by where their code comes from.
@@ -151,7 +120,7 @@ internal sealed class StackNode
 {
     private static readonly string[] platform = { "System.", "Microsoft.", "Internal.", "Interop" };
 
-    private readonly Dictionary<string, StackNode> children = new Dictionary<string, StackNode>();
+    private readonly Dictionary<(string Name, NodeKind Kind), StackNode> children = new Dictionary<(string, NodeKind), StackNode>();
 
     internal StackNode(string name, StackNode? parent, NodeKind kind)
     {
@@ -180,10 +149,12 @@ internal sealed class StackNode
 
     internal StackNode Child(string name, NodeKind kind)
     {
-        if (!children.TryGetValue(name, out var child))
+        // A function is one, whatever is known of its origin.
+        var key = (name, kind == NodeKind.Platform ? NodeKind.Program : kind);
+        if (!children.TryGetValue(key, out var child))
         {
             child = new StackNode(name, this, kind);
-            children.Add(name, child);
+            children.Add(key, child);
         }
         return child;
     }
@@ -197,7 +168,7 @@ internal sealed class StackNode
     internal List<StackNode> SortedChildren()
     {
         var sorted = new List<StackNode>(children.Values);
-        sorted.Sort((one, other) => string.CompareOrdinal(one.Name, other.Name));
+        sorted.Sort((one, other) => string.CompareOrdinal(one.Name, other.Name) is var order and not 0 ? order : one.Kind.CompareTo(other.Kind));
         return sorted;
     }
 }

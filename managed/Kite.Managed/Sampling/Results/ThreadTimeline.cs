@@ -31,14 +31,13 @@ internal sealed class ThreadTimeline
         this.profile = profile;
         begin = profile.Begin;
         var end = begin;
-        var threads = profile.Threads.Where(thread => thread.Samples.Any(sample => sample.Stack is { Depth: > 0 })).ToList();
-        foreach (var thread in threads)
+        foreach (var (thread, _) in profile.Sums)
         {
             end = Math.Max(end, thread.Timed(profile.LastMicroseconds).Max(one => one.Sample.Microseconds + one.Microseconds));
         }
         duration = Math.Max(1, end - begin);
-        lanes = threads.Select(NewLane).OrderByDescending(lane => lane.Running.Sum()).Take(MostLanes).ToList();
-        leftOut = threads.Count - lanes.Count;
+        lanes = profile.Sums.OrderByDescending(one => one.Sums.Total.Microseconds.Running).Take(MostLanes).Select(one => NewLane(one.Thread)).ToList();
+        leftOut = profile.Sums.Count - lanes.Count;
     }
 
     internal int Height => lanes.Count == 0 ? 0 : AxisHeight + lanes.Count * LaneHeight + AxisHeight;
