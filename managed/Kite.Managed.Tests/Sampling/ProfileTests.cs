@@ -32,8 +32,7 @@ public class ProfileTests
         name = name == "ten thousand" ? new string('x', 10_000) : name;
         using var folder = new TemporaryFolder();
         var profile = new Profiles().Thread(1, name, name, "A|" + name.Replace('|', '!'), "~" + name).ToProfile();
-        profile.Save(folder.FullName, "hostile");
-        profile.SaveDifference(folder.FullName, "hostile", folder["hostile.folded"]);
+        Assert.Empty(profile.TrySave(folder.FullName, "hostile", folder["hostile.folded"]));
         foreach (var drawing in new[] { "hostile.svg", "hostile.difference.svg" })
         {
             var root = XDocument.Parse(File.ReadAllText(folder[drawing])).Root!;

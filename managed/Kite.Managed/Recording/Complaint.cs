@@ -39,6 +39,7 @@ internal static class Complaint
         TypeInitializationException { InnerException: { } inner } => IsLack(inner),
         DllNotFoundException or EntryPointNotFoundException => false, // the system's
         FileNotFoundException missing => missing.FileName?.Contains(", Version=") == true, // an assembly
+        IOException { InnerException: { } inner } => IsLack(inner),
         _ => why is TypeLoadException or MissingMemberException,
     };
 }

@@ -77,18 +77,53 @@ public sealed class Profile
 
     /// <summary>
     /// Writes all of them: NAME.folded, NAME.speedscope.json, NAME.svg and NAME.pb.gz, in place of what is there. A file
-    /// is replaced when the new one is whole.
+    /// is replaced when the new one is whole. One that cannot be written keeps no other one from being written.
     /// </summary>
     /// <param name="folder">Where to; made if need be.</param>
     /// <param name="name">How they are named.</param>
+    /// <exception cref="IOException">Some could not be written; the message names each.</exception>
     public void Save(string folder, string name)
     {
-        Directory.CreateDirectory(folder);
-        var path = Path.Combine(folder, name);
-        WriteText(path + ".folded", writer => WriteFolded(writer));
-        WriteText(path + ".speedscope.json", writer => WriteSpeedscope(writer, WhyEmpty is { } why ? $"{name}: {why}" : name));
-        WriteText(path + ".svg", writer => WriteFlameGraph(writer, name));
-        WriteFile(path + ".pb.gz", WritePprof);
+        var failures = TrySave(folder, name, null);
+        if (failures.Count > 0)
+        {
+            throw new IOException(FileFailure.Text(failures), failures[0].Why);
+        }
+    }
+
+    // With the difference from the folded stacks of an earlier run, if there are any. What could not be written.
+    internal List<FileFailure> TrySave(string folder, string name, string? before)
+    {
+        var files = new Dictionary<string, Action<Stream>>
+        {
+            [".folded"] = Text(writer => WriteFolded(writer)),
+            [".speedscope.json"] = Text(writer => WriteSpeedscope(writer, WhyEmpty is { } why ? $"{name}: {why}" : name)),
+            [".svg"] = Text(writer => WriteFlameGraph(writer, name)),
+            [".pb.gz"] = WritePprof,
+        };
+        if (before != null)
+        {
+            files.Add(".difference.svg", Text(writer =>
+            {
+                using var reader = new StreamReader(before);
+                WriteDifference(writer, $"{name}, compared with {Path.GetFileNameWithoutExtension(before)}", reader);
+            }));
+        }
+        var failures = new List<FileFailure>();
+        foreach (var file in files)
+        {
+            try
+            {
+                // It may vanish at any time.
+                Directory.CreateDirectory(folder);
+                WriteFile(Path.Combine(folder, name + file.Key), file.Value);
+            }
+            catch (Exception why)
+            {
+                failures.Add(new FileFailure(name + file.Key, why));
+            }
+        }
+        return failures;
     }
 
     // By time.
@@ -158,19 +193,11 @@ public sealed class Profile
             Cost) +
         (Failure != null ? $"; ended early by {Failure.GetType()}: {Failure.Message}" : (WhyEmpty ?? WhyLittle) is { } why ? $"; {why}" : "");
 
-    // NAME.difference.svg, from a file NAME.folded of before.
-    internal void SaveDifference(string folder, string name, string before) =>
-        WriteText(Path.Combine(folder, name) + ".difference.svg", writer =>
-        {
-            using var reader = new StreamReader(before);
-            WriteDifference(writer, $"{name}, compared with {Path.GetFileNameWithoutExtension(before)}", reader);
-        });
-
-    private static void WriteText(string path, Action<TextWriter> write) => WriteFile(path, stream =>
+    private static Action<Stream> Text(Action<TextWriter> write) => stream =>
     {
         using var writer = new StreamWriter(stream) { NewLine = "\n" };
         write(writer);
-    });
+    };
 
     // Whole or not at all: what was there stays until the new one is written.
     private static void WriteFile(string path, Action<Stream> write)

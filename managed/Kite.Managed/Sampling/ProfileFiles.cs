@@ -1,5 +1,8 @@
 using System;
+using System.Collections.Generic;
+using System.Diagnostics;
 using System.IO;
+using System.Linq;
 using System.Runtime.CompilerServices;
 using System.Threading;
 using Corvane.Instrumentation.Export;
@@ -7,9 +10,13 @@ using Corvane.Instrumentation.Export;
 namespace Corvane.Sampling;
 
 // The files of a sampling that goes on: written again and again, so that a process that is killed leaves some, and at
-// its end. They are written on a thread of ours and by whoever ends the sampling, one at a time.
+// its end. They are written on a thread of ours and by whoever ends the sampling, one at a time. The larger a profile is
+// the longer that takes, and the longer it is until the next time.
 internal sealed class ProfileFiles
 {
+    // No larger part of the time goes by with writing.
+    private const int WritingShare = 100;
+
     private readonly Sampler sampler;
     private readonly string folder;
     private readonly string name;
@@ -17,7 +24,9 @@ internal sealed class ProfileFiles
     private readonly Action<string, Exception?> complain;
     private readonly object writing = new object();
     private readonly ManualResetEvent ended = new ManualResetEvent(false);
-    private bool hasComplained;
+
+    // The kinds of what failed, by file, since that was written for the last time. The empty name is that of all of them.
+    private readonly Dictionary<string, HashSet<string>> complaints = new Dictionary<string, HashSet<string>>();
 
     // The difference from the folded stacks of another run, if there are any, is written as well.
     internal ProfileFiles(Sampler sampler, string folder, string name, Action<string, Exception?> complain, string? before = null)
@@ -38,9 +47,9 @@ internal sealed class ProfileFiles
             () =>
             {
                 begun.Set();
-                while (!ended.WaitOne(period))
+                for (var pause = period; !ended.WaitOne(pause);)
                 {
-                    Write(sampler.Read);
+                    pause = Pause(period, Renew());
                 }
             },
             exception => complain("the files of samples will not be renewed", exception));
@@ -56,26 +65,38 @@ internal sealed class ProfileFiles
         }
     }
 
-    // What was written. That it could not be is said once: the next time it may.
+    internal static TimeSpan Pause(TimeSpan period, TimeSpan writing) =>
+        TimeSpan.FromTicks(Math.Max(period.Ticks, WritingShare * writing.Ticks));
+
+    // How long it took.
+    internal TimeSpan Renew()
+    {
+        var writing = Stopwatch.StartNew();
+        Write(sampler.Read);
+        var took = writing.Elapsed;
+        sampler.CountWriting(took);
+        return took;
+    }
+
+    // What was to be written.
     private Profile? Write(Func<Profile> read)
     {
+        Profile? profile = null;
+        List<FileFailure> failures;
         try
         {
-            return Save(read);
+            failures = Save(() => profile = read());
         }
         catch (Exception exception)
         {
-            if (!hasComplained)
-            {
-                hasComplained = true;
-                complain($"not all samples were written to {folder}", exception);
-            }
-            return null;
+            failures = new List<FileFailure> { new FileFailure("", exception) };
         }
+        Complain(failures);
+        return profile;
     }
 
     [MethodImpl(MethodImplOptions.NoInlining)]
-    private Profile Save(Func<Profile> read)
+    private List<FileFailure> Save(Func<Profile> read)
     {
         // A renewal may hang at a folder of another machine.
         if (!Monitor.TryEnter(writing, Sampler.Patience))
@@ -84,17 +105,38 @@ internal sealed class ProfileFiles
         }
         try
         {
-            var profile = read();
-            profile.Save(folder, name);
-            if (before != null)
-            {
-                profile.SaveDifference(folder, name, before);
-            }
-            return profile;
+            return read().TrySave(folder, name, before);
         }
         finally
         {
             Monitor.Exit(writing);
         }
+    }
+
+    // Once of each kind and file, until that could be written.
+    private void Complain(List<FileFailure> failures)
+    {
+        List<FileFailure> unsaid;
+        lock (complaints)
+        {
+            foreach (var file in complaints.Keys.Where(file => failures.All(failure => failure.File != file && failure.File.Length > 0)).ToList())
+            {
+                complaints.Remove(file);
+            }
+            unsaid = failures.Where(failure => KindsOf(failure.File).Add(failure.Kind)).ToList();
+        }
+        if (unsaid.Count > 0)
+        {
+            complain($"not all samples were written to {folder}", unsaid[0].File.Length == 0 ? unsaid[0].Why : new IOException(FileFailure.Text(unsaid), unsaid[0].Why));
+        }
+    }
+
+    private HashSet<string> KindsOf(string file)
+    {
+        if (!complaints.TryGetValue(file, out var kinds))
+        {
+            complaints.Add(file, kinds = new HashSet<string>());
+        }
+        return kinds;
     }
 }

@@ -3,6 +3,7 @@ using System.IO;
 using System.Linq;
 using System.Text.Json;
 using Corvane.Sampling;
+using Corvane.Sampling.Results;
 using Xunit;
 
 namespace Kite.Managed.Tests.Sampling.Results;
@@ -92,5 +93,48 @@ public class SpeedscopeFileTests
         using var json = JsonDocument.Parse(Write(profile));
         Assert.Equal([0, 15, 0],
             json.RootElement.GetProperty("profiles")[0].GetProperty("weights").EnumerateArray().Select(w => w.GetInt64()));
+    }
+
+    // What nobody could open is of no use to anybody.
+    [Fact]
+    public void OfTooManySamplesTheLastOnesAreWritten()
+    {
+        var profile = new Profiles()
+            .Thread(1, "busy", [.. Enumerable.Range(0, 1000).Select(i => i % 2 == 0 ? "A|B|C" : "A|B")])
+            .Thread(2, "idle", [.. Enumerable.Repeat("~A", 1000)])
+            .Thread(3, "early", "A").ToProfile();
+        var most = 0;
+        string Write()
+        {
+            using var writer = new StringWriter();
+            SpeedscopeFile.Write(writer, profile, "shop", most);
+            return writer.ToString();
+        }
+        most = 5000;
+        using (var all = JsonDocument.Parse(Write()))
+        {
+            Assert.Equal("shop", all.RootElement.GetProperty("name").GetString());
+            Assert.Equal(3, all.RootElement.GetProperty("profiles").GetArrayLength());
+        }
+        most = 250;
+        using var json = JsonDocument.Parse(Write());
+        Assert.Equal("shop (from 9.0 s on, the other formats have all)", json.RootElement.GetProperty("name").GetString());
+        var threads = json.RootElement.GetProperty("profiles").EnumerateArray().ToList();
+        Assert.Equal(["busy (1)", "idle (2)"], threads.Select(thread => thread.GetProperty("name").GetString()));
+        Assert.InRange(threads[0].GetProperty("samples").GetArrayLength(), 95, 100);
+        Assert.InRange(threads[0].GetProperty("startValue").GetInt64(), 9_000_000, 9_050_000);
+        Assert.Equal(1, threads[1].GetProperty("samples").GetArrayLength());
+        Assert.Equal(9_990_000, threads[0].GetProperty("endValue").GetInt64());
+    }
+
+    [Fact]
+    public void OfAStackThatIsTooDeepTheOutermostFunctionsAreWritten()
+    {
+        using var json = JsonDocument.Parse(Write(new Profiles().Thread(1, "t",
+            string.Join('|', Enumerable.Repeat("R", 500)), string.Join('|', Enumerable.Repeat("R", 10_000))).ToProfile()));
+        var samples = json.RootElement.GetProperty("profiles")[0].GetProperty("samples");
+        Assert.Equal([.. Enumerable.Repeat(0, 500)], samples[0].EnumerateArray().Select(one => one.GetInt32()));
+        Assert.Equal([.. Enumerable.Repeat(0, 500), 1], samples[1].EnumerateArray().Select(one => one.GetInt32()));
+        Assert.Equal("(deeper functions are left out)", json.RootElement.GetProperty("shared").GetProperty("frames")[1].GetProperty("name").GetString());
     }
 }
