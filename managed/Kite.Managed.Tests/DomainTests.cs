@@ -52,12 +52,6 @@ public sealed class DomainTests : IDisposable
         Assert.Equal(0, run.ExitCode);
     }
 
-    private static ChildProgram Run(params (string, string)[] variables)
-    {
-        const string Facades = "MONO_FACADES";
-        var facades = Environment.GetEnvironmentVariable(Facades);
-        Assert.True(facades != null, $"{Facades} names no folder with Mono's netstandard.dll; ./dev test sets it");
-        var program = Path.Combine(Path.GetDirectoryName(ChildProgram.Assembly)!, "domains", "domains.exe");
-        return ChildProgram.Run("mono", [program, Domains.ToString(), Calls.ToString()], [.. variables, ("MONO_PATH", facades!)]);
-    }
+    private static ChildProgram Run(params (string, string)[] variables) =>
+        MonoProgram.Run("domains", [Domains.ToString(), Calls.ToString()], variables);
 }
