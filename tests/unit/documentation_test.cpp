@@ -442,14 +442,39 @@ TEST(Documentation, HasOnlyCommandsOfTheProjectInShellBlocks) {
     });
 }
 
+void add_elements(Names& names, const AgentConfig& tree) {
+    for (const auto& [name, child] : tree) {
+        if (name != "<xmlattr>") {
+            names.insert(name);
+            add_elements(names, child);
+        }
+    }
+}
+
+// Those of agent.config, and parts of the files of IIS. The parser does not compare the names of
+// closing tags.
 TEST(Documentation, HasConfigurationsThatCanBeRead) {
-    for_each_block("xml", [](const MarkdownBlock& block) {
+    const Names elements = {"add",
+                            "application",
+                            "applicationPool",
+                            "applications",
+                            "applicationPools",
+                            "appSettings",
+                            "aspNetCore",
+                            "configuration",
+                            "environmentVariable",
+                            "environmentVariables",
+                            "instrumentation"};
+    for_each_block("xml", [&](const MarkdownBlock& block) {
         std::stringstream text;
         for (const std::string& line : block.lines) {
             text << line << '\n';
         }
         AgentConfig config;
         EXPECT_NO_THROW(boost::property_tree::read_xml(text, config)) << block.where;
+        Names used;
+        add_elements(used, config);
+        EXPECT_EQ(without(used, elements), Names{}) << block.where;
     });
 }
 
