@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <regex>
 #include <set>
 #include <string>
@@ -100,8 +101,7 @@ protected:
     }
 
     const fs::path root_ = fs::temp_directory_path() /
-                           (std::string("corvane layers ") +
-                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+                           ("corvane layers " + std::to_string(std::random_device()()));
 };
 
 TEST(Layers, PointDown) {

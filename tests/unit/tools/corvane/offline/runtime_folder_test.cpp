@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <random>
 
 namespace corvane::tool {
 namespace {
@@ -56,7 +57,9 @@ protected:
         return folder ? folder->lexically_relative(folder_).generic_string() : "none";
     }
 
-    const fs::path folder_ = fs::temp_directory_path() / "corvane runtimes";
+    // The tests of another build may run meanwhile.
+    const fs::path folder_ =
+        fs::temp_directory_path() / ("corvane runtimes " + std::to_string(std::random_device()()));
     const fs::path installation_ = folder_ / "dotnet";
     const fs::path assembly_ = folder_ / "program" / "Shop.dll";
 };
