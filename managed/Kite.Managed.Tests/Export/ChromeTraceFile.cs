@@ -9,9 +9,13 @@ namespace Kite.Managed.Tests.Export;
 
 internal static class ChromeTraceFile
 {
-    // Every line is an event; of a file that was cut off the last one may be part of one.
+    // Every line is an event; of a file that was cut off the last one may be part of one, or there is none at all.
     internal static JsonElement[] Read(string text, bool mayBeCut)
     {
+        if (mayBeCut && text.Length == 0)
+        {
+            return [];
+        }
         var lines = text.Split('\n');
         Assert.Equal("[", lines[0]);
         var events = new List<JsonElement>();

@@ -32,8 +32,8 @@ public sealed class PageTests : IDisposable
         "Shop.Main|Shop.Pay", "Shop.Main|Shop.Pay", "Shop.Main|Shop.Pay|System.Math.Sqrt", "Shop.Main|Shop.Add",
         "~Shop.Main|Shop.Wait", "~Shop.Main|Shop.Wait", "~Shop.Main|Shop.Wait", "~Shop.Main|Shop.Wait");
 
-    // What the steps report, in a page that is so wide.
-    private List<string[]> Open(Profiles profiles, string steps, int width = 1200, params string[] more)
+    // What the steps report, in a page that is so wide. No process of the browser has more than so much of the processor.
+    private List<string[]> Open(Profiles profiles, string steps, int width = 1200, int seconds = 60)
     {
         using (var writer = new StreamWriter(folder["page.svg"]) { NewLine = "\n" })
         {
@@ -44,8 +44,11 @@ public sealed class PageTests : IDisposable
         File.WriteAllText(folder["page.svg"],
             $"{page[..end]}<script><![CDATA[{Tools}{steps}\nconst result = document.createElementNS(\"http://www.w3.org/2000/svg\", \"desc\");" +
             "result.textContent = `REPORT${btoa(unescape(encodeURIComponent(JSON.stringify(report))))}|`; document.documentElement.append(result);]]></script></svg>");
-        using var browser = Process.Start(new ProcessStartInfo("chromium-headless-shell",
-            ["--no-sandbox", "--disable-gpu", $"--window-size={width},800", .. more, "--dump-dom", "file://" + folder["page.svg"]])
+        using var browser = Process.Start(new ProcessStartInfo("bash",
+            [
+                "-c", "ulimit -t $0 && exec chromium-headless-shell \"$@\"", $"{seconds}",
+                "--no-sandbox", "--disable-gpu", $"--window-size={width},800", "--dump-dom", "file://" + folder["page.svg"],
+            ])
         {
             RedirectStandardOutput = true,
             RedirectStandardError = true,
@@ -141,8 +144,7 @@ public sealed class PageTests : IDisposable
             profiles.Thread(id, $"worker {id}", [.. Enumerable.Range(0, 5000).Select(_ =>
                 (random.Next(3) == 0 ? "~" : "") + string.Join('|', Enumerable.Range(0, random.Next(5, 40)).Select(depth => $"Shop.Type{depth}.Method{random.Next(1 + depth % 3)}")))]);
         }
-        var report = Open(profiles, """report.push(["loaded", String(Math.round(performance.now())), String(boxes().length)]);""");
-        Assert.True(int.Parse(report[0][2]) > 1000, report[0][2]);
-        Assert.InRange(int.Parse(report[0][1]), 1, 2000);
+        var report = Open(profiles, """report.push(["loaded", String(boxes().length)]);""", seconds: 2);
+        Assert.True(int.Parse(report[0][1]) > 1000, report[0][1]);
     }
 }
