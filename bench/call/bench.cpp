@@ -1,7 +1,8 @@
 // What a call of an instrumented method costs, by its number of parameters, against one that does
 // the same by hand in C#: in a real runtime with the profiler in it, while nothing is recorded,
 // while every call is, while calls are only counted because the recorder keeps no more, while every
-// call is a span in a file, and while somebody listens to activities.
+// call is a span in a file, and while somebody listens to activities. And how much faster many
+// threads make spans than one.
 // Usage: call_bench [RUNS]; the runtime is found through CORVANE_DOTNET_ROOTS.
 // They take turns, so that a machine that is busy for a while is busy for all of them.
 #include "bench/measuring.h"
@@ -19,6 +20,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -49,7 +51,9 @@ struct Mode {
     const wchar_t* repeats;
     const wchar_t* filling; // calls that are recorded before
     bool drops;             // there is no room left for those that are measured
-    std::vector<std::vector<Times>> runs;
+    const wchar_t* besides; // what the program does besides; null for nothing
+    std::vector<std::vector<Times>> runs = {};
+    std::vector<double> speeds = {}; // of 16 threads, in that of one
 };
 
 std::string last_line(const fs::path& path) {
@@ -88,7 +92,7 @@ void check_recording(const Mode& mode, const fs::path& tree, const fs::path& spa
     }
 }
 
-std::vector<Times> run(const Mode& mode, const fs::path& work, const fs::path& dotnet_root) {
+void run(Mode& mode, const fs::path& work, const fs::path& dotnet_root) {
     const fs::path output = work / "times.txt";
     const fs::path tree = work / "calls.txt";
     const fs::path spans = work / "spans.json";
@@ -111,10 +115,9 @@ std::vector<Times> run(const Mode& mode, const fs::path& work, const fs::path& d
     }
     const fs::path program = own_folder() / "managed" / "call_methods" / "call_methods.exe";
     const std::wstring quoted_output = L'"' + output.wstring() + L'"';
-    const std::intptr_t exit_code = _wspawnl(
-        _P_WAIT, program.c_str(), L"call_methods.exe", quoted_output.c_str(), mode.calls,
-        mode.repeats, mode.filling, mode.record == Record::kActivities ? L"listen" : nullptr,
-        static_cast<const wchar_t*>(nullptr));
+    const std::intptr_t exit_code =
+        _wspawnl(_P_WAIT, program.c_str(), L"call_methods.exe", quoted_output.c_str(), mode.calls,
+                 mode.repeats, mode.filling, mode.besides, static_cast<const wchar_t*>(nullptr));
     if (exit_code != 0) {
         throw std::runtime_error(std::string(mode.title) + ": the program failed");
     }
@@ -126,7 +129,13 @@ std::vector<Times> run(const Mode& mode, const fs::path& work, const fs::path& d
                       times.by_hand >> times.bytes;) {
         all.push_back(times);
     }
-    return all;
+    mode.runs.push_back(std::move(all));
+
+    file.clear();
+    std::string word;
+    for (double speed = 0; file >> word >> speed;) {
+        mode.speeds.push_back(speed);
+    }
 }
 
 // --- Figures
@@ -188,22 +197,18 @@ int bench(int runs) {
            "</configuration>";
 
     Mode modes[] = {
-        {"Nothing is recorded", Record::kNone, L"500", L"201", L"0", false, {}},
+        {"Nothing is recorded", Record::kNone, L"500", L"201", L"0", false, nullptr},
         // Few enough that the recorder has room for all of them.
-        {"Every call is recorded", Record::kTree, L"100", L"51", L"0", false, {}},
-        {"Calls are only counted: the recorder is full",
-         Record::kTree,
-         L"500",
-         L"201",
-         L"100000",
-         true,
-         {}},
-        {"Every call is a span in a file", Record::kSpans, L"100", L"51", L"0", false, {}},
-        {"Somebody listens to activities", Record::kActivities, L"100", L"51", L"0", false, {}},
+        {"Every call is recorded", Record::kTree, L"100", L"51", L"0", false, nullptr},
+        {"Calls are only counted: the recorder is full", Record::kTree, L"500", L"201", L"100000",
+         true, nullptr},
+        {"Every call is a span in a file", Record::kSpans, L"100", L"51", L"0", false, L"threads"},
+        {"Somebody listens to activities", Record::kActivities, L"100", L"51", L"0", false,
+         L"listen"},
     };
     for (int i = 0; i < runs; ++i) {
         for (Mode& mode : modes) {
-            mode.runs.push_back(run(mode, work, dotnet_root));
+            run(mode, work, dotnet_root);
         }
     }
     fs::remove_all(work);
@@ -214,13 +219,17 @@ int bench(int runs) {
     }
     const Figures five = figures_for(modes[0], 5);
     const Figures span = figures_for(modes[3], 2);
-    std::printf("A span takes %.0f bytes beyond those that the injected code takes itself\n\n",
+    std::printf("A span takes %.0f bytes beyond those that the injected code takes itself\n",
                 span.bytes - figures_for(modes[0], 2).bytes);
+    const double speed = median(modes[3].speeds);
+    const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
+    std::printf("16 threads that record spans are %.2f times as fast as one, on %u processors\n\n",
+                speed, processors);
     std::printf("call: none=%.0f five=%.0f fifty=%.0f ratio_five=%.2f recorded_five=%.0f "
-                "full_five=%.0f span=%.0f activity=%.0f\n",
+                "full_five=%.0f span=%.0f activity=%.0f threads=%.2f\n",
                 figures_for(modes[0], 0).added, five.added, figures_for(modes[0], 50).added,
                 five.ratio, figures_for(modes[1], 5).added, figures_for(modes[2], 5).added,
-                span.added, figures_for(modes[4], 2).added);
+                span.added, figures_for(modes[4], 2).added, speed / processors);
     return EXIT_SUCCESS;
 }
 

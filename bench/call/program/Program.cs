@@ -1,12 +1,13 @@
 // Takes the time of calls of an instrumented method, of the same method without instrumentation, and of one
 // that does by hand what the injected code does.
 //
-//   call_methods OUTPUT CALLS REPEATS FILLING [listen]
+//   call_methods OUTPUT CALLS REPEATS FILLING [listen|threads]
 //
 // Every time is that of CALLS calls in a row, and is taken REPEATS times, in turns. FILLING calls of an
 // instrumented method come before. With "listen" somebody listens to activities and samples all. OUTPUT gets a line
 // for each number of parameters: the number, then the median nanoseconds of one call, plain, instrumented and by
-// hand, then the bytes that an instrumented call takes.
+// hand, then the bytes that an instrumented call takes. With "threads" a last line follows: how many times as fast
+// 16 threads make as many calls as one.
 using System;
 using System.Diagnostics;
 using System.Globalization;
@@ -20,7 +21,7 @@ using Corvane.Instrumentation;
 var calls = int.Parse(args[1], CultureInfo.InvariantCulture);
 var repeats = int.Parse(args[2], CultureInfo.InvariantCulture);
 var filling = int.Parse(args[3], CultureInfo.InvariantCulture);
-if (args.Length > 4)
+if (args.Contains("listen"))
 {
     ActivitySource.AddActivityListener(new ActivityListener
     {
@@ -56,6 +57,10 @@ for (var i = 0; i < all.Length; i++)
     var medians = times.Skip(3 * i).Take(3).Select(Median);
     output.WriteLine(string.Create(CultureInfo.InvariantCulture, $"{all[i].Count} {string.Join(' ', medians)} {bytes[i]}"));
 }
+if (args.Contains("threads"))
+{
+    output.WriteLine(string.Create(CultureInfo.InvariantCulture, $"threads {SpeedOfThreads(all[2])}"));
+}
 
 void RequireInstrumentation()
 {
@@ -79,6 +84,34 @@ static double BytesOf(Action run)
         least = Math.Min(least, GC.GetAllocatedBytesForCurrentThread() - before);
     }
     return least;
+}
+
+// What waits to be written is written in between.
+static double SpeedOfThreads(Methods methods)
+{
+    const int count = 16;
+    const int share = 20_000;
+    var speeds = new double[5];
+    for (var round = 0; round < speeds.Length; round++)
+    {
+        var alone = TimeOf(() => methods.CallTraced(count * share));
+        var together = TimeOf(() =>
+        {
+            var threads = Enumerable.Range(0, count).Select(_ => new Thread(() => methods.CallTraced(share))).ToArray();
+            Array.ForEach(threads, thread => thread.Start());
+            Array.ForEach(threads, thread => thread.Join());
+        });
+        speeds[round] = alone / together;
+    }
+    return Median(speeds);
+}
+
+static double TimeOf(Action run)
+{
+    Thread.Sleep(1000);
+    var start = Stopwatch.GetTimestamp();
+    run();
+    return Stopwatch.GetTimestamp() - start;
 }
 
 static bool TellsOfCalls(Func<int, int> call)
