@@ -544,6 +544,7 @@ public class SamplerTests
         process.OnSnapshot = _ => Thread.Sleep(2);
         var cost = process.Sample().Cost;
         Assert.Equal(TimeSpan.Zero, cost.InSnapshots);
+        Assert.True(cost.MostStopped >= TimeSpan.FromMilliseconds(6), $"{cost.MostStopped}"); // for all that is known
         Assert.True(cost.Besides >= TimeSpan.FromMilliseconds(6), $"{cost.Besides}");
     }
 
@@ -584,11 +585,11 @@ public class SamplerTests
         Assert.Equal(0.01, cost.StoppedShare, 9);
         Assert.Equal(
             "4,000 snapshots in 12.3 s, 5,000 more were not needed because the thread waited; the sampler was busy 5.0 % of the time, " +
-            "your threads were stopped 1.0 % at most; 1,000 snapshots were missed, because the runtime cannot walk a stack at every " +
+            "no thread was stopped for more than 1.0 % of the run; 1,000 snapshots were missed, because the runtime cannot walk a stack at every " +
             "moment; 7 were dropped, because there were too many; 1,234 calls of the profiler failed",
             cost.ToString());
         Assert.Equal(
-            "0 snapshots in 0.0 s; the sampler was busy 0.0 % of the time, your threads were stopped 0.0 % at most",
+            "0 snapshots in 0.0 s; the sampler was busy 0.0 % of the time, no thread was stopped for more than 0.0 % of the run",
             new SamplingCost().ToString());
         cost = new SamplingCost { Rounds = 1, Failed = 1 };
         Assert.Equal(
@@ -621,7 +622,7 @@ public class SamplerTests
 
     [Theory]
     [InlineData(99, "; that is too short to say anything: 99 samples in all")]
-    [InlineData(100, "at most")]
+    [InlineData(100, "of the run")]
     public void ARunThatIsTooShortSaysSo(int samples, string end) =>
         Assert.EndsWith(end, new Profiles().Thread(1, "t", [.. Enumerable.Repeat("A", samples), "", null]).ToProfile().ToString());
 
@@ -747,6 +748,71 @@ public class SamplerTests
         process.Add(30, null, 3);
         var profile = process.Sample();
         Assert.Equal([true, false, false], profile.Threads.Select(thread => thread.Samples[0].IsWaiting));
+    }
+
+    // It asks again and again whether it still has to wait.
+    [Fact]
+    public void AThreadThatUsesAWholeProcessorDoesNotWait()
+    {
+        process.NameOf = _ => new FunctionNames("System.Threading.WaitHandle", "WaitOneNoCheck");
+        var time = TimeSpan.Zero;
+        var part = 1.0;
+        var before = TimeSpan.Zero;
+        var clock = Stopwatch.StartNew();
+        var thread = process.Add(10, null, 1);
+        thread.Used = () =>
+        {
+            var now = clock.Elapsed;
+            time += TimeSpan.FromTicks((long)(part * (now - before).Ticks));
+            before = now;
+            return time;
+        };
+        using var sampler = process.NewSampler();
+        sampler.Start();
+        bool IsWaiting() => sampler.Read().Threads is [{ Samples: [.., { IsWaiting: var isWaiting }] }] && isWaiting;
+        Assert.True(SpinWait.SpinUntil(() => sampler.Read().Threads.Count > 0 && !IsWaiting(), 30_000));
+        process.Do(() => part = 0.6);
+        Assert.True(SpinWait.SpinUntil(IsWaiting, 30_000));
+        sampler.Stop();
+    }
+
+    [Fact]
+    public void EveryCollectionIsCounted()
+    {
+        process.Add(10, null, 1);
+        using var sampler = process.NewSampler();
+        sampler.Start();
+        process.WaitForRounds();
+        var all = GC.CollectionCount(0);
+        var full = GC.CollectionCount(2);
+        for (var i = 0; i < 5; i++)
+        {
+            GC.Collect(0);
+            GC.Collect(2);
+        }
+        all = GC.CollectionCount(0) - all;
+        full = GC.CollectionCount(2) - full;
+        process.WaitForRounds();
+        var collections = sampler.Stop().Collections;
+        Assert.InRange(collections.Count, 1, int.MaxValue);
+        Assert.True(collections.Sum(one => one.All) >= all && all >= 10);
+        Assert.True(collections.Sum(one => one.Full) >= full && full >= 5);
+        Assert.All(collections, one => Assert.InRange(one.Full, 0, one.All));
+    }
+
+    [Fact]
+    public void OfTooManyCollectionsTwoAreOne()
+    {
+        List<GarbageCollections> some = [];
+        for (var i = 0; i < 1000; i++)
+        {
+            some.Add(new GarbageCollections(i, 2, 1));
+            GarbageCollections.Thin(some, 10);
+            Assert.InRange(some.Count, 1, 9);
+        }
+        Assert.Equal((2000, 1000), (some.Sum(one => one.All), some.Sum(one => one.Full)));
+        Assert.Equal(0, some[0].Microseconds);
+        Assert.Equal(some.Select(one => one.Microseconds).Order(), some.Select(one => one.Microseconds));
     }
 
     [Fact]

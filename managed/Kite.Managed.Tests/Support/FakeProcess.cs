@@ -170,6 +170,8 @@ internal sealed class FakeProcess : IProfilerExports, IProcessThreads
 
         public ulong? ProcessorTime => thread.Uses?.Invoke();
 
+        public TimeSpan? Used => thread.Used?.Invoke();
+
         public void Dispose() => process.Do(() => process.OpenThreads--);
     }
 
@@ -194,6 +196,8 @@ internal sealed class FakeThread(uint id, string? name, double[] stack)
 
     // What it has used of the processors by now.
     internal Func<ulong?>? Uses { get; set; }
+
+    internal Func<TimeSpan?>? Used { get; set; }
 
     internal volatile bool HasEnded;
 }

@@ -127,7 +127,7 @@ public sealed class Profile
     }
 
     // By time.
-    internal IReadOnlyList<GarbageCollection> Collections { get; set; } = [];
+    internal IReadOnlyList<GarbageCollections> Collections { get; set; } = [];
 
     // What the last sample of a thread stands for: a round.
     internal long LastMicroseconds =>

@@ -44,7 +44,9 @@ public sealed class SamplingCost
     /// </summary>
     public TimeSpan InSnapshots { get; internal set; }
 
-    /// <summary>The part of that time that fell to the thread that was stopped most.</summary>
+    /// <summary>
+    /// The time of the snapshots of the thread that was stopped most, with those that failed: it stood still for no longer.
+    /// </summary>
     public TimeSpan MostStopped { get; internal set; }
 
     /// <summary>
@@ -58,7 +60,7 @@ public sealed class SamplingCost
     /// <summary>The part of the duration that all of it was: so long the sampler was busy.</summary>
     public double Share => PartOf(InSnapshots + Besides + Writing);
 
-    /// <summary>The part of the duration that no thread was stopped for more than.</summary>
+    /// <summary>The part of the duration that no thread was stopped for more than, however long it lived.</summary>
     public double StoppedShare => PartOf(MostStopped);
 
     internal SamplingCost Copy() => (SamplingCost)MemberwiseClone();
@@ -71,7 +73,7 @@ public sealed class SamplingCost
         {
             text += Invariant($", {Rested:N0} more were not needed because the thread waited");
         }
-        text += Invariant($"; the sampler was busy {100 * Share:N1} % of the time, your threads were stopped {100 * StoppedShare:N1} % at most");
+        text += Invariant($"; the sampler was busy {100 * Share:N1} % of the time, no thread was stopped for more than {100 * StoppedShare:N1} % of the run");
         if (Missed > 0)
         {
             text += Invariant($"; {Missed:N0} snapshots were missed, because the runtime cannot walk a stack at every moment");

@@ -34,8 +34,8 @@ internal sealed class SamplingRun
 
     // Around the reading of what was gathered: functions that one reader is placing are not yet another one's.
     private readonly object reading = new object();
-    private readonly List<GarbageCollection> collections = new List<GarbageCollection>();
-    private readonly int[] collected = new int[3];
+    private readonly List<GarbageCollections> collections = new List<GarbageCollections>();
+    private (int All, int Full) collected;
     private double[] buffer = new double[256];
     private int samples;
     private Exception? failure;
@@ -137,27 +137,19 @@ internal sealed class SamplingRun
         }
     }
 
-    // The count of a generation includes the collections of older ones. Several since the last round are one mark.
+    // Several since the last round are one mark. Of too many marks two become one.
     private void NoteCollections()
     {
-        var oldest = -1;
-        for (var generation = 0; generation < collected.Length; generation++)
-        {
-            var count = GC.CollectionCount(generation);
-            if (count == collected[generation])
-            {
-                continue;
-            }
-            collected[generation] = count;
-            oldest = generation;
-        }
-        if (oldest >= 0 && clock.IsSet && collections.Count < MostCollections)
+        var (all, full) = (GC.CollectionCount(0), GC.CollectionCount(GC.MaxGeneration));
+        if (all != collected.All && clock.IsSet)
         {
             lock (gathering)
             {
-                collections.Add(new GarbageCollection(clock.Now, oldest));
+                collections.Add(new GarbageCollections(clock.Now, all - collected.All, full - collected.Full));
+                GarbageCollections.Thin(collections, MostCollections);
             }
         }
+        collected = (all, full);
     }
 
     private void Count(Stopwatch running, Stopwatch working, int rounds)
@@ -191,12 +183,14 @@ internal sealed class SamplingRun
             }
             lock (gathering)
             {
+                thread.Stopped += snapping.Elapsed;
+                cost.MostStopped = thread.Stopped > cost.MostStopped ? thread.Stopped : cost.MostStopped;
                 if (isTaken)
                 {
                     thread.WasSeen = true;
                     cost.Snapshots++;
                     clock.Set(microseconds);
-                    Keep(thread, count, (long)microseconds, operation);
+                    Keep(thread, count, (long)microseconds, operation, running.Elapsed);
                 }
                 else if (thread.WasSeen)
                 {
@@ -205,16 +199,14 @@ internal sealed class SamplingRun
                 }
                 else
                 {
-                    continue; // a thread that was never seen is none of the runtime's
+                    continue; // a thread that was never seen is none of the runtime's, perhaps
                 }
                 cost.InSnapshots += snapping.Elapsed;
-                thread.Stopped += snapping.Elapsed;
-                cost.MostStopped = thread.Stopped > cost.MostStopped ? thread.Stopped : cost.MostStopped;
             }
         }
     }
 
-    private void Keep(WatchedThread thread, int count, long microseconds, SampledOperation? operation)
+    private void Keep(WatchedThread thread, int count, long microseconds, SampledOperation? operation, TimeSpan now)
     {
         // Beyond the most not even a new stack is stored.
         if (samples == options.MaxSamples)
@@ -232,7 +224,8 @@ internal sealed class SamplingRun
         {
             cost.Failed++;
         }
-        thread.Samples.Add(new Sample(microseconds, stack, stack.Function is { IsWait: true }, operation: operation));
+        var isWaiting = stack.Function is { IsWait: true } && !thread.IsBusy(now);
+        thread.Samples.Add(new Sample(microseconds, stack, isWaiting, operation: operation));
     }
 
     // A thread that rests is where it was. False if that is not known.

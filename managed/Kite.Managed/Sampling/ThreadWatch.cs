@@ -66,6 +66,10 @@ internal sealed class ThreadWatch : IDisposable
 // A thread and its samples.
 internal sealed class WatchedThread : IDisposable
 {
+    // So long it takes at least to know whether a thread is busy: clocks are coarse.
+    private static readonly TimeSpan busyPeriod = TimeSpan.FromMilliseconds(200);
+    private const double Busy = 0.9;
+
     private readonly IOpenThread open;
     private readonly StackSums sums = new StackSums();
     private SampledOperation.Slot? slot;
@@ -74,6 +78,8 @@ internal sealed class WatchedThread : IDisposable
     private int firstAtRest;
     private int summed;
     private bool hasRun;
+    private (TimeSpan Time, TimeSpan Used)? looked;
+    private bool isBusy;
 
     internal WatchedThread(uint id, IOpenThread open)
     {
@@ -88,7 +94,7 @@ internal sealed class WatchedThread : IDisposable
     // Whether there was a snapshot of it. Else it is none of the runtime's, perhaps.
     internal bool WasSeen { get; set; }
 
-    // At most: the time of its snapshots.
+    // At most: the time of its snapshots, and of those that failed.
     internal TimeSpan Stopped { get; set; }
 
     internal SampleList Samples { get; } = new SampleList();
@@ -119,6 +125,17 @@ internal sealed class WatchedThread : IDisposable
             firstAtRest = Samples.Count;
         }
         return now - restsSince >= clock.Grain;
+    }
+
+    // Whether it has used nearly all of a processor of late: then it does not wait, whatever its function is called.
+    internal bool IsBusy(TimeSpan now)
+    {
+        if (open.Used is { } used && (looked == null || now - looked.Value.Time >= busyPeriod))
+        {
+            isBusy = looked is { } before && (used - before.Used).Ticks >= Busy * (now - before.Time).Ticks;
+            looked = (now, used);
+        }
+        return isBusy;
     }
 
     // What there is so far. What does not change any more is added up once.

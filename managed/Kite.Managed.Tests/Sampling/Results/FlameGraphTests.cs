@@ -72,8 +72,8 @@ public class FlameGraphTests
         Assert.Equal(
             [
                 "shop-12",
-                "1 thread every 10 ms: 0 snapshots in 0.0 s; the sampler was busy 0.0 % of the time, your threads were stopped 0.0 % " +
-                    "at most; that is too short to say anything: 5 samples in all",
+                "1 thread every 10 ms: 0 snapshots in 0.0 s; the sampler was busy 0.0 % of the time, no thread was stopped for more than " +
+                    "0.0 % of the run; that is too short to say anything: 5 samples in all",
                 "",
             ],
             Notes(drawing));
@@ -183,12 +183,12 @@ public class FlameGraphTests
     {
         var profile = new Profiles { Cost = { Duration = TimeSpan.FromMilliseconds(40), Rounds = 4 } }
             .Thread(1, "t", "A", "A", "A", "A").ToProfile();
-        profile.Collections = [new GarbageCollection(10_000, 0), new GarbageCollection(35_000, 2)];
+        profile.Collections = [new GarbageCollections(10_000, 3, 0), new GarbageCollections(35_000, 2, 1)];
         using var writer = new StringWriter { NewLine = "\n" };
         profile.WriteFlameGraph(writer, "shop");
         var timeline = Part(writer.ToString(), "timeline");
         Assert.Equal("M120 0V1M420 0V1", timeline.Descendants(svg + "path").Single(path => path.Attribute("class")!.Value == "collected").Attribute("d")!.Value);
-        Assert.Contains("Garbage collections: 2, of them 1 of everything.", timeline.Elements(svg + "text").Select(text => text.Value));
+        Assert.Contains("Garbage collections: 5, of them 1 of everything.", timeline.Elements(svg + "text").Select(text => text.Value));
     }
 
     [Fact]

@@ -29,6 +29,9 @@ internal interface IOpenThread : IDisposable
 
     // What it has used of the processors so far, as the clock counts it; null if it has ended, or the system does not say.
     ulong? ProcessorTime { get; }
+
+    // The same as a time, which may be coarse.
+    TimeSpan? Used { get; }
 }
 
 // How the system counts what threads use of the processors.

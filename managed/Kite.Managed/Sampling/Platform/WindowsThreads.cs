@@ -117,13 +117,18 @@ internal sealed class WindowsThreads : IProcessThreads
                     return !HasEnded && QueryThreadCycleTime(handle, out var count) ? count : null;
                 }
                 // One call for both, where each is a request to another process.
-                return GetThreadTimes(handle, out _, out var ended, out var kernel, out var user) && ended == 0 ? kernel + user : null;
+                return Ticks;
             }
         }
+
+        public TimeSpan? Used => Ticks is { } ticks ? TimeSpan.FromTicks((long)ticks) : null;
 
         public string? Name => names.Of(handle) is { Length: > 0 } name ? name : usualName;
 
         public void Dispose() => CloseHandle(handle);
+
+        private ulong? Ticks =>
+            GetThreadTimes(handle, out _, out var ended, out var kernel, out var user) && ended == 0 ? kernel + user : null;
     }
 
     [StructLayout(LayoutKind.Sequential)]

@@ -91,8 +91,8 @@ internal sealed class ThreadTimeline
 
     private string Note()
     {
-        var all = profile.Collections.Count;
-        var full = profile.Collections.Count(collection => collection.Generation == 2);
+        var all = profile.Collections.Sum(collections => collections.All);
+        var full = profile.Collections.Sum(collections => collections.Full);
         return Invariant($"Garbage collections: {all:N0}, of them {full:N0} of everything.") +
             (leftOut > 0 ? Invariant($" Threads that are left out: {leftOut:N0}, those that ran least.") : "");
     }
