@@ -33,11 +33,14 @@ public sealed class PageTests : IDisposable
         "~Shop.Main|Shop.Wait", "~Shop.Main|Shop.Wait", "~Shop.Main|Shop.Wait", "~Shop.Main|Shop.Wait");
 
     // What the steps report, in a page that is so wide. No process of the browser has more than so much of the processor.
-    private List<string[]> Open(Profiles profiles, string steps, int width = 1200, int seconds = 60)
+    private List<string[]> Open(Profiles profiles, string steps, int width = 1200, int seconds = 60) =>
+        Open(writer => profiles.ToProfile().WriteFlameGraph(writer, "shop"), steps, width, seconds);
+
+    private List<string[]> Open(Action<TextWriter> write, string steps, int width = 1200, int seconds = 60)
     {
         using (var writer = new StreamWriter(folder["page.svg"]) { NewLine = "\n" })
         {
-            profiles.ToProfile().WriteFlameGraph(writer, "shop");
+            write(writer);
         }
         var page = File.ReadAllText(folder["page.svg"]);
         var end = page.LastIndexOf("</svg>", StringComparison.Ordinal);
@@ -113,6 +116,50 @@ public sealed class PageTests : IDisposable
         Open(Shop(), """
             const shown = (what) => report.push([what, `${isShown("boxes")},${isShown("timeline")}`]);
             shown("first"); key("t"); shown("t"); click(document.getElementById("time")); shown("button");
+            """));
+
+    [Fact]
+    public void ThreadsHaveFiguresByKeys() => Assert.Equal(
+        [
+            ["hint", "Point at a thread for its figures. Keys: arrows, T or Esc for the flame graph."],
+            ["first", "main: ran 0.04 s, waited 0.03 s"], ["next", "worker: ran 0.01 s, waited 0.00 s"],
+            ["last", "worker: ran 0.01 s, waited 0.00 s"], ["back", "main: ran 0.04 s, waited 0.03 s"],
+            ["others", "hide waiting (44.4 % of all samples)"], ["current", "1"], ["graph", "true"],
+        ],
+        Open(Shop().Thread(8, "worker", "A", ""), """
+            const say = (what) => report.push([what, text("details")]);
+            key("w"); key("t"); say("hint");
+            key("ArrowDown"); say("first"); key("ArrowDown"); say("next"); key("ArrowDown"); say("last"); key("ArrowUp"); say("back");
+            key("w"); report.push(["others", text("waiting")]); report.push(["current", String(document.querySelectorAll(".current").length)]);
+            key("Escape"); report.push(["graph", String(isShown("boxes"))]);
+            """));
+
+    // Only of keys that do something.
+    [Fact]
+    public void TheHintIsTrueOfThePage()
+    {
+        const string Report = """report.push(["hint", text("details")]);""";
+        const string Begin = "Point at a box for its figures, click it to zoom in. Keys: arrows and Enter, / to search, ";
+        Assert.Equal([["hint", Begin + "W for waiting, T for threads over time, Esc to go back."]], Open(Shop(), Report));
+        Assert.Equal(
+            [["hint", Begin + "Esc to go back."]],
+            Open(writer => Shop().ToProfile().WriteDifference(writer, "shop", new StringReader("main;A 1\n")), Report));
+    }
+
+    // Whatever the direction of a name is, what is said of it stands behind it.
+    [Theory]
+    [InlineData("\u05e9\u05dc\u05d5\u05dd")]
+    [InlineData("A\u202etfel ot thgir\u2066")]
+    public void ANameReordersNothing(string name) => Assert.Equal(
+        [["in order", "true"], ["title", "true"]],
+        Open(new Profiles().Thread(1, "main", name), """
+            key("ArrowDown"); key("ArrowDown"); key("ArrowDown");
+            const range = document.createRange();
+            const place = (start, end) => (range.setStart(...start), range.setEnd(...end), range.getBoundingClientRect());
+            const [first, figures] = document.getElementById("details").childNodes;
+            report.push(["in order", String(place([first, 0], [first, 1]).right <= place([figures, 0], [figures, 3]).left + 1
+                && place([figures, 0], [figures, 3]).right <= place([figures, 4], [figures, 9]).left + 1)]);
+            report.push(["title", String(![...document.documentElement.outerHTML].some((one) => one >= "\u202a" && one <= "\u202e"))]);
             """));
 
     // Nothing lies over the boxes, and all of the text is within the page.

@@ -1,5 +1,5 @@
-// Details, zoom, search and the two drawings of the boxes around it. A box knows which samples are its own: they are a
-// range, and the ranges of what it calls lie within.
+// Details, zoom, search and the two drawings of the boxes around it, and the lanes of threads over time. A box knows which
+// samples are its own: they are a range, and the ranges of what it calls lie within.
 (() => {
     const drawing = document.currentScript.ownerSVGElement;
     const svg = (name, attributes, text = "") => {
@@ -14,8 +14,9 @@
         const [start, samples] = text.split(" ").map(Number);
         return { start, samples, end: start + samples };
     };
+    const texts = (element) => element.querySelector("title").textContent.split("\n");
     const boxes = [...drawing.querySelectorAll("#boxes > svg")].map((element) => {
-        const [name, figures] = element.querySelector("title").textContent.split("\n");
+        const [name, figures] = texts(element);
         const { running, all } = element.dataset;
         const row = Number(element.getAttribute("y"));
         const label = element.querySelector("text");
@@ -47,8 +48,6 @@
     const contains = (outer, inner) => shown(outer).start <= shown(inner).start && shown(inner).end <= shown(outer).end;
     const isVisible = (box) => box.element.getAttribute("display") !== "none";
 
-    const hint = "Point at a box for its figures, click it to zoom in. Keys: arrows and Enter, / to search, W for waiting, "
-        + "T for threads over time, Esc to go back.";
     // Where there are no scripts, texts of the picture itself stand in its place.
     const html = (name, attributes, ...content) => {
         const element = document.createElementNS("http://www.w3.org/1999/xhtml", name);
@@ -86,7 +85,18 @@
     if (timeline === null) {
         overTime.remove();
     }
+    const lanes = [...drawing.querySelectorAll("#timeline > .lane")].map((element) => {
+        const [name, figures] = texts(element);
+        return { element, name, figures };
+    });
     let isOverTime = false;
+    let lane = null; // what the mouse points at, or the keys
+
+    // What a key does that does nothing here is not said.
+    const hint = () => isOverTime
+        ? "Point at a thread for its figures. Keys: arrows, T or Esc for the flame graph."
+        : "Point at a box for its figures, click it to zoom in. Keys: arrows and Enter, / to search, "
+            + (waiting.hidden ? "" : "W for waiting, ") + (timeline === null ? "" : "T for threads over time, ") + "Esc to go back.";
 
     // Its text may take several lines.
     const arrange = () => {
@@ -120,14 +130,15 @@
     };
 
     const showDetails = () => {
-        const box = current ?? (focus === whole ? null : focus);
-        const ofFocus = focus === whole || !box ? ""
-            : `, ${percent(Math.min(shown(box).samples, shown(focus).samples), shown(focus).samples)} of what is shown`;
-        details.textContent = box ? `${box.name}: ${box.figures}${ofFocus}` : hint;
-        for (const other of drawing.querySelectorAll("#boxes > svg.current")) {
+        const one = isOverTime ? lane : current ?? (focus === whole ? null : focus);
+        const ofFocus = isOverTime || focus === whole || !one ? ""
+            : `, ${percent(Math.min(shown(one).samples, shown(focus).samples), shown(focus).samples)} of what is shown`;
+        // A name from right to left is not to take the figures along.
+        details.replaceChildren(...(one ? [html("bdi", {}, one.name), `: ${one.figures}${ofFocus}`] : [hint()]));
+        for (const other of drawing.querySelectorAll("svg.current")) {
             other.classList.remove("current");
         }
-        current?.element.classList.add("current");
+        (isOverTime ? lane : current)?.element.classList.add("current");
     };
 
     // Samples in several boxes, one inside the other, count once: callers come first.
@@ -159,9 +170,11 @@
     const turn = (toTime) => {
         isOverTime = toTime && timeline !== null;
         overTime.setAttribute("aria-pressed", isOverTime);
+        overTime.parentElement?.classList.toggle("time", isOverTime);
         graph.setAttribute("display", isOverTime ? "none" : "inline");
         footer.setAttribute("display", isOverTime ? "none" : "inline");
         timeline?.setAttribute("display", isOverTime ? "inline" : "none");
+        showDetails();
         arrange();
     };
 
@@ -193,9 +206,17 @@
         current.element.scrollIntoView({ block: "nearest" });
     };
 
+    const stepLane = (key) => {
+        const by = key === "ArrowUp" || key === "ArrowLeft" ? -1 : 1;
+        lane = lane === null ? lanes[0] : lanes[lanes.indexOf(lane) + by] ?? lane;
+        showDetails();
+        lane.element.scrollIntoView({ block: "nearest" });
+    };
+
     const boxAt = (event) => byElement.get(event.target.closest("#boxes > svg"));
     drawing.addEventListener("mouseover", (event) => {
         current = boxAt(event) ?? null;
+        lane = lanes.find((one) => one.element.contains(event.target)) ?? null;
         showDetails();
     });
     drawing.addEventListener("click", (event) => {
@@ -210,7 +231,9 @@
         const isTyping = document.activeElement === search;
         const isPressing = document.activeElement?.localName === "button";
         if (event.key === "Escape") {
-            if (search.value !== "") {
+            if (isOverTime) {
+                turn(false);
+            } else if (search.value !== "") {
                 search.value = "";
                 find();
             } else {
@@ -219,20 +242,22 @@
             search.blur();
         } else if (isTyping || event.ctrlKey || event.altKey || event.metaKey) {
             return;
+        } else if (event.key.toLowerCase() === "t" && timeline !== null) {
+            turn(!isOverTime);
+        } else if (event.key.startsWith("Arrow")) {
+            event.preventDefault();
+            (isOverTime ? stepLane : step)(event.key);
+        } else if (isOverTime) {
+            return; // all other keys are about the flame graph
         } else if (event.key === "/") {
             event.preventDefault();
             search.focus();
-        } else if (event.key.startsWith("Arrow")) {
-            event.preventDefault();
-            step(event.key);
         } else if (event.key === "Enter" && current && !isPressing) {
             zoom(current);
         } else if (event.key.toLowerCase() === "w" && !waiting.hidden) {
             draw(drawn === "all" ? "running" : "all");
-        } else if (event.key.toLowerCase() === "t") {
-            turn(!isOverTime);
         }
     });
-    turn(false);
     draw(drawn);
+    turn(false);
 })();

@@ -2,7 +2,7 @@ using System.Text;
 
 namespace Corvane.Sampling.Results;
 
-// Text for an XML file, in an element or in an attribute.
+// Text for an XML file, in an element or in an attribute. No name reorders what stands beside it.
 internal static class XmlText
 {
     internal static string Escape(string text)
@@ -34,5 +34,9 @@ internal static class XmlText
 
     // No file may hold the others, escaped or not; line breaks and tabs would not stay what they are.
     private static bool IsWritable(string text, int index) =>
-        !char.IsControl(text[index]) && text[index] < '\uFFFE' && !Surrogates.IsLone(text, index);
+        !char.IsControl(text[index]) && text[index] < '\uFFFE' && !Surrogates.IsLone(text, index) && !IsDirection(text[index]);
+
+    // What makes text of one direction look like one of the other.
+    private static bool IsDirection(char character) =>
+        character is '\u061C' or '\u200E' or '\u200F' or (>= '\u202A' and <= '\u202E') or (>= '\u2066' and <= '\u2069');
 }
