@@ -1,4 +1,4 @@
-# Shared by every target of this project: warnings, sanitizers, linking, and the registration of tests.
+# Shared by every target of this project: warnings, sanitizers, linking, what users get, and the registration of tests.
 
 option(CORVANE_WERROR "Treat warnings as errors" ON)
 option(CORVANE_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
@@ -28,7 +28,10 @@ if(WIN32)
   target_compile_definitions(corvane_options INTERFACE
     UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN WINVER=0x0A00 _WIN32_WINNT=0x0A00)
   if(MINGW)
-    target_link_options(corvane_options INTERFACE -static)
+    # A file is the same wherever and whenever it is built, and its symbols lead from an address to a line.
+    target_compile_options(corvane_options INTERFACE
+      $<$<CONFIG:Release>:-g1> "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=/corvane")
+    target_link_options(corvane_options INTERFACE -static -Wl,--no-insert-timestamp)
   endif()
 endif()
 
@@ -44,6 +47,9 @@ endif()
 find_package(Boost 1.81 REQUIRED COMPONENTS ${boost_compiled})
 if(WIN32)
   target_link_libraries(Boost::filesystem INTERFACE bcrypt)
+endif()
+if(MINGW)
+  target_compile_options(corvane_options INTERFACE "-ffile-prefix-map=${Boost_INCLUDE_DIRS}=/boost")
 endif()
 foreach(library property_tree algorithm)
   add_library(Boost::${library} ALIAS Boost::headers)
@@ -61,6 +67,29 @@ function(corvane_library name)
   endif()
   add_library(${name} STATIC ${sources})
   target_link_libraries(${name} PUBLIC corvane_options ${arg_LINK})
+endfunction()
+
+# corvane_shipped(TARGET DESCRIPTION): a file that users get: it says its version, and its symbols are in TARGET.debug
+# beside it, which it names for a debugger.
+function(corvane_shipped target description)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL EXECUTABLE)
+    set(file_type VFT_APP)
+    set(suffix .exe)
+  else()
+    set(file_type VFT_DLL)
+    set(suffix .dll)
+  endif()
+  configure_file("${PROJECT_SOURCE_DIR}/cmake/version.rc.in" ${target}_version.rc @ONLY)
+  target_sources(${target} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc")
+  if(MINGW)
+    set(file "$<TARGET_FILE:${target}>")
+    add_custom_command(TARGET ${target} POST_BUILD
+      COMMAND "${CMAKE_OBJCOPY}" --only-keep-debug "${file}" "${file}.debug"
+      COMMAND "${CMAKE_OBJCOPY}" --strip-all "--add-gnu-debuglink=${file}.debug" "${file}"
+      BYPRODUCTS "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${target}${suffix}.debug"
+      VERBATIM)
+  endif()
 endfunction()
 
 # corvane_test(NAME LABEL [PROGRAM program] [FILTER pattern] [TIMEOUT seconds] [ENVIRONMENT variable...]): registers
@@ -136,7 +165,7 @@ function(corvane_dotnet_program name directory)
             -p:UseSharedCompilation=false --artifacts-path "${CMAKE_BINARY_DIR}/managed/obj/${name}"
     # An output that was up to date is not written again.
     COMMAND "${CMAKE_COMMAND}" -E touch "${assembly}"
-    DEPENDS ${sources} ${arg_DEPENDS} "${PROJECT_SOURCE_DIR}/Directory.Build.props"
+    DEPENDS ${sources} ${arg_DEPENDS} "${PROJECT_SOURCE_DIR}/Directory.Build.props" "${PROJECT_SOURCE_DIR}/version.txt"
     COMMENT "Building the C# project ${arg_PROJECT}"
     VERBATIM)
   add_custom_target(managed_${name} DEPENDS "${assembly}")

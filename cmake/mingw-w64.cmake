@@ -5,7 +5,8 @@ set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR AMD64)
 set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
 set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
-set(CORVANE_WIDL x86_64-w64-mingw32-widl)
+# It writes the time into a type library, for which the same files would differ from build to build.
+set(CORVANE_WIDL "${CMAKE_COMMAND}" -E env TZ=UTC faketime -f "@2000-01-01 00:00:00" x86_64-w64-mingw32-widl)
 
 set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32 $ENV{CORVANE_TARGET_PREFIX})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

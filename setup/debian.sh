@@ -6,7 +6,7 @@ declare -A packages=(
     # The browser opens the pictures of profiles.
     [host]="chromium-headless-shell g++ libboost1.81-dev libboost-filesystem1.81-dev libgmock-dev libmono-system-core4.0-cil mono-runtime nodejs"
     [clang]="clang libclang-rt-14-dev"
-    [target]="bubblewrap g++-mingw-w64-x86-64-posix mingw-w64-tools procps xz-utils"
+    [target]="bubblewrap faketime g++-mingw-w64-x86-64-posix mingw-w64-tools procps unzip xz-utils zip"
     [googletest]="googletest" # its sources, for the target
     [format]="clang-format git"
 )
@@ -29,17 +29,17 @@ missing_packages() {
 }
 
 install_packages() {
-    local lock packages
+    local lock missing
     export DEBIAN_FRONTEND=noninteractive
     take_lock "$cache/packages.lock" 2>/dev/null
     : >/dev/stdout
-    mapfile -t packages < <(missing_packages "$@")
-    ((${#packages[@]})) || return 0
+    mapfile -t missing < <(missing_packages "$@")
+    ((${#missing[@]})) || return 0
     apt-get update
-    apt-get install --yes --no-install-recommends --download-only "${packages[@]}"
+    apt-get install --yes --no-install-recommends --download-only "${missing[@]}"
     # From here on an interruption would leave packages half installed.
     trap '' INT TERM HUP
-    apt-get install --yes --no-install-recommends -o Dpkg::Progress=1 "${packages[@]}"
+    apt-get install --yes --no-install-recommends -o Dpkg::Progress=1 "${missing[@]}"
 }
 
 # setup_packages NEED...

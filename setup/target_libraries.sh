@@ -24,9 +24,11 @@ make_boost() {
     # Property trees have serialization, which is most of what would be built, only for its headers.
     sed -i -E '/^  src\/(archive_exception|xml_wgrammar)\.cpp$/! { /^  src\// d }' \
         "$work/source/libs/serialization/CMakeLists.txt"
-    build_for_target "$work/source" "$work/build" "$into" \
+    # Its own files are named in messages; where they were built is nobody's concern, and would differ.
+    build_for_target "$work/source" "$work/build" "$into" -DCMAKE_CXX_FLAGS="-ffile-prefix-map=$work/source=boost" \
         -DBOOST_INCLUDE_LIBRARIES="filesystem;thread;property_tree;algorithm" -DBOOST_THREAD_THREADAPI=win32 \
         -DBOOST_INSTALL_LAYOUT=system
+    cp "$work/source/LICENSE_1_0.txt" "$into"
     rm -rf "$work"
 }
 

@@ -1,5 +1,6 @@
 // OTLP in both forms, read by somebody else.
 using System;
+using System.Diagnostics;
 using System.IO;
 using System.Linq;
 using System.Text.Json;
@@ -50,6 +51,7 @@ public sealed class OtlpTests : IDisposable
         inner.Fail("System.InvalidOperationException", "on purpose");
         var foreign = new Span(new TraceId(1, 2), 3, 0, "GET", null, "System.Net.Http") { Started = outer.Started, Ended = outer.Ended };
 
+        var version = FileVersionInfo.GetVersionInfo(typeof(Span).Assembly.Location).ProductVersion;
         var read = ReadBack(isJson, outer, foreign, inner);
         var process = Assert.Single(read.GetProperty("resourceSpans").EnumerateArray());
         var attributes = process.GetProperty("resource").Attributes();
@@ -62,12 +64,12 @@ public sealed class OtlpTests : IDisposable
         Assert.Contains($"host.name=stringValue:{Environment.MachineName}", attributes);
         Assert.Contains("telemetry.sdk.name=stringValue:corvane", attributes);
         Assert.Contains("telemetry.sdk.language=stringValue:dotnet", attributes);
-        Assert.Contains("telemetry.sdk.version=stringValue:3.9.0", attributes);
+        Assert.Contains($"telemetry.sdk.version=stringValue:{version}", attributes);
         Assert.Equal(10, attributes.Length);
 
         var scopes = process.GetProperty("scopeSpans").EnumerateArray().ToArray();
         Assert.Equal(["Corvane.Instrumentation", "System.Net.Http"], scopes.Select(scope => scope.GetProperty("scope").Text("name")));
-        Assert.Equal(["3.9.0", null], scopes.Select(scope => scope.GetProperty("scope").Text("version")));
+        Assert.Equal([version, null], scopes.Select(scope => scope.GetProperty("scope").Text("version")));
         Assert.Equal(["outer", "inner", "GET"], Spans.In([read]).Select(span => span.Text("name")));
 
         var first = Spans.In([read]).First();

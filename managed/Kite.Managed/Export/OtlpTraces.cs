@@ -19,7 +19,7 @@ internal static class OtlpTraces
         to.BeginList(OtlpFields.ScopeSpans);
         foreach (var scope in Scopes(spans, from, count))
         {
-            WriteScope(to, resource, scope, spans, from, count);
+            WriteScope(to, scope, spans, from, count);
         }
         to.EndList();
         to.EndMessage();
@@ -41,15 +41,14 @@ internal static class OtlpTraces
         return scopes;
     }
 
-    private static void WriteScope(
-        IOtlpEncoding to, Resource resource, string scope, IReadOnlyList<Span> spans, int from, int count)
+    private static void WriteScope(IOtlpEncoding to, string scope, IReadOnlyList<Span> spans, int from, int count)
     {
         to.BeginItem(OtlpFields.ScopeSpans);
         to.BeginMessage(OtlpFields.Scope);
         to.Text(OtlpFields.ScopeName, scope);
         if (scope == Span.CallScope)
         {
-            to.Text(OtlpFields.ScopeVersion, resource.LibraryVersion);
+            to.Text(OtlpFields.ScopeVersion, Resource.LibraryVersion);
         }
         to.EndMessage();
         to.BeginList(OtlpFields.Spans);

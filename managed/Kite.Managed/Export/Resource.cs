@@ -23,7 +23,8 @@ internal sealed class Resource
 
     internal long ProcessId { get; private set; }
 
-    internal string LibraryVersion { get; } = typeof(Resource).Assembly.GetName().Version?.ToString(3) ?? "";
+    internal static string LibraryVersion { get; } =
+        typeof(Resource).Assembly.GetCustomAttribute<AssemblyInformationalVersionAttribute>()?.InformationalVersion ?? "";
 
     // What the program's user says of it goes before what is found out.
     internal static Resource From(Variables variables)
@@ -49,7 +50,7 @@ internal sealed class Resource
         resource.Add("host.name", () => Environment.MachineName);
         resource.Set("telemetry.sdk.name", "corvane");
         resource.Set("telemetry.sdk.language", "dotnet");
-        resource.Set("telemetry.sdk.version", resource.LibraryVersion);
+        resource.Set("telemetry.sdk.version", LibraryVersion);
         resource.ServiceName = resource.attributes.Find(attribute => attribute.Key == "service.name").Value as string ?? "";
         return resource;
     }

@@ -4,6 +4,7 @@ using System.Buffers.Binary;
 using System.Diagnostics;
 using System.Runtime.CompilerServices;
 using System.Threading;
+using Corvane.Instrumentation.Export;
 
 namespace Corvane.Instrumentation.Spans;
 
@@ -11,7 +12,7 @@ namespace Corvane.Instrumentation.Spans;
 // trimmed program may lack the class: nothing here is called then, and activities are objects elsewhere.
 internal static class CallActivities
 {
-    private static readonly ActivitySource source = new ActivitySource(Span.CallScope, "3.9.0");
+    private static readonly ActivitySource source = new ActivitySource(Span.CallScope, Resource.LibraryVersion);
 
     // Not inlined: who asks must not have the activities loaded.
     internal static bool HasListeners

@@ -9,6 +9,8 @@
 
 #include <winver.h>
 
+#include <array>
+#include <cwchar>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -120,20 +122,46 @@ TEST(Library, IsHardenedAsTheSystemAllows) {
     EXPECT_NE(flags & IMAGE_DLLCHARACTERISTICS_HIGH_ENTROPY_VA, 0);
 }
 
-TEST(Library, TellsItsVersion) {
-    const std::wstring path = library_path();
-    std::vector<BYTE> data(GetFileVersionInfoSizeW(path.c_str(), nullptr));
-    ASSERT_FALSE(data.empty());
-    ASSERT_TRUE(GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(data.size()), data.data()));
-    VS_FIXEDFILEINFO* info = nullptr;
-    UINT length = 0;
-    ASSERT_TRUE(VerQueryValueW(data.data(), L"\\", reinterpret_cast<void**>(&info), &length));
-    EXPECT_EQ(info->dwFileVersionMS, 0x00030009U);
-    EXPECT_EQ(info->dwFileVersionLS, 0U);
-    wchar_t* text = nullptr;
-    ASSERT_TRUE(VerQueryValueW(data.data(), L"\\StringFileInfo\\040904B0\\OriginalFilename",
-                               reinterpret_cast<void**>(&text), &length));
-    EXPECT_STREQ(text, L"CorvaneProfiler.dll");
+// One number, in one file, says the version of all that is shipped.
+TEST(Library, HasTheVersionOfAllThatIsShipped) {
+    std::string version;
+    std::getline(std::ifstream(CORVANE_SOURCES "/version.txt"), version);
+    EXPECT_EQ(version, CORVANE_VERSION);
+    const std::filesystem::path folder = std::filesystem::path(library_path()).parent_path();
+    for (const wchar_t* const name :
+         {L"CorvaneProfiler.dll", L"corvane.exe", L"managed\\kite\\kite.managed.dll",
+          L"managed\\kite_framework\\kite.managed.dll"}) {
+        const std::wstring path = (folder / name).wstring();
+        std::vector<BYTE> data(GetFileVersionInfoSizeW(path.c_str(), nullptr));
+        ASSERT_FALSE(data.empty()) << folder / name;
+        ASSERT_TRUE(
+            GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(data.size()), data.data()));
+        VS_FIXEDFILEINFO* info = nullptr;
+        WORD* language = nullptr; // and its code page
+        UINT length = 0;
+        ASSERT_TRUE(VerQueryValueW(data.data(), L"\\", reinterpret_cast<void**>(&info), &length));
+        ASSERT_TRUE(VerQueryValueW(data.data(), L"\\VarFileInfo\\Translation",
+                                   reinterpret_cast<void**>(&language), &length));
+        const auto text = [&](const wchar_t* value) {
+            std::array<wchar_t, 80> block{};
+            std::swprintf(block.data(), block.size(), L"\\StringFileInfo\\%04x%04x\\%ls",
+                          static_cast<unsigned>(language[0]), static_cast<unsigned>(language[1]),
+                          value);
+            wchar_t* found = nullptr;
+            return VerQueryValueW(data.data(), block.data(), reinterpret_cast<void**>(&found),
+                                  &length) != FALSE
+                       ? std::filesystem::path(found).string()
+                       : std::string();
+        };
+        EXPECT_EQ(text(L"ProductVersion"), version);
+        EXPECT_EQ(text(L"FileVersion"), version + ".0");
+        EXPECT_EQ(text(L"OriginalFilename"), (folder / name).filename().string());
+        EXPECT_EQ(std::to_string(HIWORD(info->dwFileVersionMS)) + '.' +
+                      std::to_string(LOWORD(info->dwFileVersionMS)) + '.' +
+                      std::to_string(HIWORD(info->dwFileVersionLS)) + '.' +
+                      std::to_string(LOWORD(info->dwFileVersionLS)),
+                  version + ".0");
+    }
 }
 
 TEST(Library, ServesItsClassAndUnloads) {
