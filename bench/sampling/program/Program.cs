@@ -51,11 +51,12 @@ internal static unsafe class Program
                 + $" one in {of.Milliseconds / of.Taken:F1} ms, {of.Walked} of them walked");
         }
         Console.WriteLine("The sampler every 10 ms, one thread busy, the others waiting");
+        double one = MeasureSampler(1);
         double four = MeasureSampler(4);
         double hundred = MeasureSampler(100);
         Console.WriteLine($"sampling: bare={measured[0].Total / measured[0].ByHand:F2}"
             + $" suspended_us={measured[0].Suspended:F1} slowdown_10ms={slowdowns[2]:F3}"
-            + $" idle_threads={four:F3} threads100={hundred:F3}");
+            + $" busy_thread={one:F3} idle_threads={four:F3} threads100={hundred:F3}");
         return 0;
     }
 
@@ -143,9 +144,13 @@ internal static unsafe class Program
         {
             throw new InvalidOperationException($"{profile.Threads.Count} threads were sampled instead of {count}");
         }
-        Console.WriteLine($"{count,3} threads: {profile}");
+        int idle = profile.Threads.Where(thread => !Spins(thread)).Sum(thread => thread.Samples.Count);
+        Console.WriteLine($"{count,3} threads: {profile}; stopped while idle: {idle}");
         return profile.Cost.Share;
     }
+
+    private static bool Spins(ThreadProfile thread) =>
+        thread.Samples.Any(sample => sample.Stack != null && sample.Stack.ToArray().Any(function => function.MethodName == "Spin"));
 
     [MethodImpl(MethodImplOptions.NoInlining | MethodImplOptions.NoOptimization)]
     private static void Spin(WaitHandle over)

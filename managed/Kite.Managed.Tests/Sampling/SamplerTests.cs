@@ -709,6 +709,27 @@ public class SamplerTests
         Assert.All(states.Skip(2), state => Assert.EndsWith(" waits", state));
     }
 
+    // However unequal the rounds were.
+    [Fact]
+    public void AThreadThatRestsInTheEndDoesSoUntilThen()
+    {
+        process.ProcessorClock = new ProcessorClock(noise: 100, grain: TimeSpan.Zero);
+        using var sampler = process.NewSampler(new SamplerOptions { Interval = TimeSpan.FromMilliseconds(50) });
+        process.OnList = () =>
+        {
+            Thread.Sleep(process.Rounds == 1 ? 2000 : 0);
+            return true;
+        };
+        sampler.Start();
+        process.WaitForRounds();
+        var clock = Stopwatch.StartNew();
+        process.Add(10, null, 1).Uses = () => 1000;
+        process.WaitForRounds(3);
+        var profile = sampler.Stop();
+        var time = Assert.Single(profile.Threads[0].Timed(profile.LastMicroseconds)).Microseconds;
+        Assert.InRange(time, profile.LastMicroseconds, clock.ElapsedMilliseconds * 1000 + profile.LastMicroseconds);
+    }
+
     // It may be none of the runtime's: to try that costs as much as a snapshot.
     [Fact]
     public void AThreadThatWasNeverSeenIsTriedAgainWhenItHasRun()

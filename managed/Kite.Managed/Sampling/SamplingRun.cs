@@ -218,6 +218,7 @@ internal sealed class SamplingRun
         {
             sampled.Add(thread);
         }
+        thread.LastLook = microseconds;
         samples++;
         var stack = stacks.Get(buffer, count, functions);
         if (!functions.Resolve(exports))
@@ -244,6 +245,7 @@ internal sealed class SamplingRun
                 cost.Dropped++;
                 return true; // or all that is still counted would be waiting
             }
+            thread.LastLook = clock.Now;
             if (thread.Samples[last].IsWaiting)
             {
                 thread.Samples[last] = thread.Samples[last].OnceMore;
@@ -252,7 +254,7 @@ internal sealed class SamplingRun
             {
                 samples++;
                 thread.Samples.Add(new Sample(
-                    clock.Now, thread.Samples[last].Stack, isWaiting: true, operation: thread.Samples[last].InOperation));
+                    thread.LastLook, thread.Samples[last].Stack, isWaiting: true, operation: thread.Samples[last].InOperation));
             }
             cost.Rested++;
             return true;

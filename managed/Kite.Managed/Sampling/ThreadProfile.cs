@@ -8,10 +8,13 @@ public sealed class ThreadProfile
 {
     private readonly StackSums? settled;
     private readonly int alreadySummed;
+    private readonly long? lastLook;
 
-    // Of the first samples there may be sums already.
-    internal ThreadProfile(SampledThread thread, IReadOnlyList<Sample> samples, StackSums? settled = null, int alreadySummed = 0)
+    // Of the first samples there may be sums already. The last one stands until the thread was looked at for the last time.
+    internal ThreadProfile(
+        SampledThread thread, IReadOnlyList<Sample> samples, StackSums? settled = null, int alreadySummed = 0, long? lastLook = null)
     {
+        this.lastLook = lastLook;
         Thread = thread;
         Samples = samples;
         this.settled = settled;
@@ -46,7 +49,11 @@ public sealed class ThreadProfile
     }
 
     // A clock that goes back makes no negative time.
-    private long Time(int index, long lastMicroseconds) => index + 1 < Samples.Count
-        ? Math.Max(0, Samples[index + 1].Microseconds - Samples[index].Microseconds)
-        : Samples[index].Count * lastMicroseconds;
+    private long Time(int index, long lastMicroseconds)
+    {
+        var sample = Samples[index];
+        return index + 1 < Samples.Count ? Math.Max(0, Samples[index + 1].Microseconds - sample.Microseconds)
+            : lastLook is { } last ? Math.Max(0, last - sample.Microseconds) + lastMicroseconds
+            : sample.Count * lastMicroseconds;
+    }
 }

@@ -99,6 +99,9 @@ internal sealed class WatchedThread : IDisposable
 
     internal SampleList Samples { get; } = new SampleList();
 
+    // In microseconds, as those of the samples.
+    internal long LastLook { get; set; }
+
     internal bool HasEnded => open.HasEnded;
 
     internal SampledOperation? Operation => (slot ??= SampledOperation.SlotOf(Id))?.Operation;
@@ -151,7 +154,7 @@ internal sealed class WatchedThread : IDisposable
             sums.Add(Samples[summed], Math.Max(0, Samples[summed + 1].Microseconds - Samples[summed].Microseconds));
         }
         sums.Unite(standing);
-        return new ThreadProfile(Thread, Samples.Copy(summed), sums.Copy(), summed);
+        return new ThreadProfile(Thread, Samples.Copy(summed), sums.Copy(), summed, LastLook);
     }
 
     // Those that were taken since it began to rest, while that was not known.
