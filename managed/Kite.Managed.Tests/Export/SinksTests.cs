@@ -194,6 +194,23 @@ public sealed class SinksTests : IDisposable
         Assert.True(written > 0);
     }
 
+    [Fact]
+    public void TenThousandThreadsAtOnceAreRecorded()
+    {
+        var run = ChildProgram.Run(
+            ["call on threads", "10000"], [.. Files, ("CORVANE_CALL_TREE", folder["tree"]), ("CORVANE_SUMMARY", folder["summary"])]);
+        Assert.Equal(0, run.ExitCode);
+        Assert.Equal("10000 calls, 10000 threads, 0 dropped", File.ReadAllLines(folder["tree"])[^1]);
+        Assert.Equal("10000 calls, 0 errors, 1 methods", File.ReadAllLines(folder["summary"])[^1]);
+        // On a busy machine not all can be written in time.
+        Assert.All(run.Errors[1..], line => Assert.StartsWith("kite.managed: lost spans: ", line));
+        if (run.Errors.Length == 1)
+        {
+            Assert.Equal(10_000, File.ReadAllLines(folder["otlp"]).Sum(line => line.Split("\"spanId\":").Length - 1));
+            Assert.Equal(10_000, Trace().Count(one => one.Text("ph") == "X"));
+        }
+    }
+
     [Theory]
     [InlineData("http/json")]
     [InlineData("http/protobuf")]

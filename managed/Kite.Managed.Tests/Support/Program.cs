@@ -89,6 +89,8 @@ internal static class Program
                 return CallForEver();
             case ["call often", var threads, var calls]:
                 return CallOften(int.Parse(threads), int.Parse(calls));
+            case ["call on threads", var threads]:
+                return CallOnThreads(int.Parse(threads));
             case ["fail with secrets"]:
                 return FailWithSecrets();
             default:
@@ -360,6 +362,29 @@ internal static class Program
         Array.ForEach(all, thread => thread.Start());
         Array.ForEach(all, thread => thread.Join());
         Console.WriteLine((int)clock.Elapsed.TotalSeconds);
+        return 0;
+    }
+
+    // One call on each, and all of them live at once.
+    private static int CallOnThreads(int count)
+    {
+        var called = 0;
+        using var mayEnd = new ManualResetEvent(false);
+        Thread[] all = Enumerable.Range(0, count).Select(_ => new Thread(
+            () =>
+            {
+                Call(0, "Add", [1, 2], () => 0);
+                Interlocked.Increment(ref called);
+                mayEnd.WaitOne();
+            },
+            1 << 17)).ToArray();
+        Array.ForEach(all, thread => thread.Start());
+        while (Volatile.Read(ref called) < count)
+        {
+            Thread.Sleep(10);
+        }
+        mayEnd.Set();
+        Array.ForEach(all, thread => thread.Join());
         return 0;
     }
 
