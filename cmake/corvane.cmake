@@ -84,9 +84,11 @@ function(corvane_shipped target description)
   target_sources(${target} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc")
   if(MINGW)
     set(file "$<TARGET_FILE:${target}>")
+    # It writes the time of its own work into an image.
+    set(objcopy "${CMAKE_COMMAND}" -E env SOURCE_DATE_EPOCH=0 "${CMAKE_OBJCOPY}")
     add_custom_command(TARGET ${target} POST_BUILD
-      COMMAND "${CMAKE_OBJCOPY}" --only-keep-debug "${file}" "${file}.debug"
-      COMMAND "${CMAKE_OBJCOPY}" --strip-all "--add-gnu-debuglink=${file}.debug" "${file}"
+      COMMAND ${objcopy} --only-keep-debug "${file}" "${file}.debug"
+      COMMAND ${objcopy} --strip-all "--add-gnu-debuglink=${file}.debug" "${file}"
       BYPRODUCTS "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${target}${suffix}.debug"
       VERBATIM)
   endif()

@@ -16,6 +16,8 @@ test_HasTheFilesAndTheirSums() {
     same "$tests/expected/content.txt" content.txt "the content of the packages"
     (cd "$packages" && sha256sum --quiet --check SHA256SUMS)
     [[ $(wc -l <"$packages/SHA256SUMS") == 4 ]]
+    mkdir unpacked
+    cd unpacked
     unzip -q "$packages/Corvane-$version-win-x64.zip"
     sha256sum --quiet --check SHA256SUMS
     [[ $(wc -l <SHA256SUMS) == $(($(find . -type f | wc -l) - 1)) ]]
@@ -42,7 +44,7 @@ test_HaveNothingOfThisMachineInThem() {
     # The time of the build: in the header of the image and that of its exports.
     for file in CorvaneProfiler.dll corvane.exe; do
         tool objdump -p "$file" >headers.txt
-        if grep '^Time/Date' headers.txt | grep --invert-match '00:00:00 1970'; then
+        if grep '^Time/Date[[:space:]]*[A-Z]' headers.txt | grep --invert-match '00:00:00 1970'; then
             fail "$file has a time"
         fi
     done

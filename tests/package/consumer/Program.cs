@@ -1,6 +1,5 @@
 // A program that takes the packages: a method with the trace attribute, and the sampler in its own code.
 using System;
-using System.Diagnostics;
 using System.Linq;
 using Corvane.Instrumentation;
 using Corvane.Sampling;
@@ -26,14 +25,16 @@ internal static class Kitchen
     [Trace]
     internal static int Brew(string kind, int cups)
     {
-        Boil(TimeSpan.FromMilliseconds(500));
-        return kind.Length > 0 ? cups : 0;
+        return Boil(kind.Length * 100_000_000) == 0 ? 0 : cups;
     }
 
-    private static void Boil(TimeSpan time)
+    private static int Boil(int rounds)
     {
-        for (var watch = Stopwatch.StartNew(); watch.Elapsed < time;)
+        var sum = 0;
+        for (var round = 0; round < rounds; round++)
         {
+            sum = (sum * 31) + round;
         }
+        return sum;
     }
 }
