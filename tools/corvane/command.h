@@ -42,12 +42,14 @@ public:
 Work define_check(CLI::App& options);
 Work define_explain(CLI::App& options);
 Work define_flush(CLI::App& options);
+Work define_install(CLI::App& options);
 Work define_list(CLI::App& options);
 Work define_register(CLI::App& options);
 Work define_run(CLI::App& options);
 Work define_sample(CLI::App& options);
 Work define_status(CLI::App& options);
 Work define_summary(CLI::App& options);
+Work define_uninstall(CLI::App& options);
 Work define_unregister(CLI::App& options);
 Work define_watch(CLI::App& options);
 

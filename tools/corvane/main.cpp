@@ -30,6 +30,9 @@ constexpr std::array kCommands = {
     Command{"status", "", "Shows what is installed and registered", define_status},
     Command{"register", "", "Registers the profiler, as administrator", define_register},
     Command{"unregister", "", "Removes the registration", define_unregister},
+    Command{"install", "--dir DIR [OPTIONS]", "Installs the profiler, as administrator",
+            define_install},
+    Command{"uninstall", "[OPTIONS]", "Takes back what install did", define_uninstall},
     Command{"watch", "[OPTIONS]", "Shows the log of all processes, live", define_watch},
 };
 

@@ -1,38 +1,20 @@
 // corvane register, unregister and status
-#include "base/hresult_text.h"
 #include "tools/corvane/check_facts.h"
+#include "tools/corvane/com_server.h"
 #include "tools/corvane/command.h"
 #include "tools/corvane/console.h"
 #include "tools/corvane/utf8.h"
 
-#include <windows.h>
-
-#include <memory>
-
 namespace corvane::tool {
 namespace {
 
-struct LibraryCloser {
-    void operator()(HMODULE library) const noexcept { FreeLibrary(library); }
-};
-using LoadedLibrary = std::unique_ptr<std::remove_pointer_t<HMODULE>, LibraryCloser>;
-
-// The DLL registers itself: its path is in what it writes.
 int call_profiler(const char* function, const char* done) {
     const Installation installed = find_installation();
     if (installed.profiler.empty()) {
         throw Failure("CorvaneProfiler.dll is not in " + to_utf8(installed.folder) +
                       ", beside this tool");
     }
-    const LoadedLibrary library(LoadLibraryW(installed.profiler.c_str()));
-    const auto entry = library ? reinterpret_cast<HRESULT(WINAPI*)()>(reinterpret_cast<void*>(
-                                     GetProcAddress(library.get(), function)))
-                               : nullptr;
-    const HRESULT result = entry != nullptr ? entry() : HRESULT_FROM_WIN32(GetLastError());
-    if (FAILED(result)) {
-        throw Failure(to_utf8(installed.profiler) + ": " + to_utf8(hresult_text(result).c_str()) +
-                      (result == E_ACCESSDENIED ? ". Run this command as administrator" : ""));
-    }
+    call_server(installed.profiler, function);
     print_line(to_utf8(installed.profiler) + done);
     return kSuccess;
 }
