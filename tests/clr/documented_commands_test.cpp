@@ -92,15 +92,7 @@ protected:
         fs::copy_file(program_as(L"console.exe"), work_ / "dotnet.exe");
     }
 
-    void TearDown() override {
-        if (running_.process) {
-            TerminateProcess(running_.process.get(), 0);
-            WaitForSingleObject(running_.process.get(), INFINITE);
-        }
-        if (!IsSkipped()) {
-            run_block({"set up", "cmd", "", {"corvane unregister"}});
-        }
-    }
+    void TearDown() override { stop_the_process_that_is_asked(); }
 
     // The first one of the README.
     static std::string documented_config() {
@@ -192,6 +184,20 @@ protected:
         ADD_FAILURE() << text_of(options.output_file);
     }
 
+    void stop_the_process_that_is_asked() {
+        if (running_.process) {
+            TerminateProcess(running_.process.get(), 0);
+            WaitForSingleObject(running_.process.get(), INFINITE);
+            running_ = {};
+        }
+    }
+
+    static bool asks_a_process(const MarkdownBlock& block) {
+        return std::ranges::any_of(block.lines, [](const std::string& line) {
+            return line.find("--pid 1234") != line.npos;
+        });
+    }
+
     static int expected_end(const MarkdownBlock& block) {
         if (block.remark.empty()) {
             return 0;
@@ -210,12 +216,15 @@ INSTANTIATE_TEST_SUITE_P(Newest, DocumentedCommands, ::testing::Values(10), runt
 
 TEST_P(DocumentedCommands, DoWhatTheyAreThereFor) {
     const OwnService service(work_ / "MyService.exe");
-    start_the_process_that_is_asked();
     const std::vector<MarkdownBlock> blocks = command_blocks();
     EXPECT_GT(blocks.size(), 10U);
     for (const MarkdownBlock& block : blocks) {
         SCOPED_TRACE(block.where);
+        if (asks_a_process(block)) {
+            start_the_process_that_is_asked();
+        }
         const auto [codes, output] = run_block(block);
+        stop_the_process_that_is_asked();
         EXPECT_THAT(codes, ::testing::Each(expected_end(block))) << output;
         for (const char* const failure :
              {"corvane: there is no ", "nothing was recorded", "no samples are taken"}) {
