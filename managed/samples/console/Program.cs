@@ -72,7 +72,7 @@ namespace Orders
         private static string Sign(string order, int total)
         {
             var sum = Encoding.UTF8.GetBytes(order + total);
-            for (var round = 0; round < 50; round++)
+            for (var round = 0; round < 10; round++)
             {
                 sum = SHA256.HashData(sum);
             }
