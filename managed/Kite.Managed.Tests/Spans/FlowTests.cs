@@ -44,7 +44,7 @@ public class FlowTests
             }
             try
             {
-                return await new Awaited(Level(level + 1), captures, OnAwaited);
+                return await new Awaited<int>(Level(level + 1), captures, OnAwaited);
             }
             catch (FormatException) when (level % 5 == 0)
             {
@@ -66,27 +66,6 @@ public class FlowTests
             Assert.InRange(inner.Started, outer.Started, outer.Ended);
             Assert.InRange(inner.Ended, inner.Started, outer.Ended);
             Assert.Equal(level > 20 ? "System.FormatException" : "System.InvalidOperationException", inner.ErrorType);
-        }
-    }
-
-    // A task that completes just before its caller awaits it keeps nobody waiting: on its thread its span may end after
-    // the caller's.
-    private sealed class Awaited(Task<int> task, bool captures, Action onAwaited) : ICriticalNotifyCompletion
-    {
-        private readonly ConfiguredTaskAwaitable<int>.ConfiguredTaskAwaiter awaiter = task.ConfigureAwait(captures).GetAwaiter();
-
-        public bool IsCompleted => false;
-
-        public Awaited GetAwaiter() => this;
-
-        public int GetResult() => awaiter.GetResult();
-
-        public void OnCompleted(Action next) => UnsafeOnCompleted(next);
-
-        public void UnsafeOnCompleted(Action next)
-        {
-            awaiter.UnsafeOnCompleted(next);
-            onAwaited();
         }
     }
 

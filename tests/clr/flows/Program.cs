@@ -14,6 +14,8 @@ internal static class Flows
     private const int Letters = 20;
 
     private static readonly AsyncLocal<string?> local = new AsyncLocal<string?>();
+    private static readonly TaskCompletionSource areAllAwaited = new TaskCompletionSource(TaskCreationOptions.RunContinuationsAsynchronously);
+    private static int awaited;
 
     private static int Main()
     {
@@ -49,15 +51,24 @@ internal static class Flows
         await Task.Delay(1).ConfigureAwait(level % 2 == 0);
         if (level == Levels)
         {
+            await areAllAwaited.Task.ConfigureAwait(false);
             throw new FormatException();
         }
         try
         {
-            return await Level(level + 1).ConfigureAwait(false);
+            return await new Awaited<int>(Level(level + 1), false, OnAwaited);
         }
         catch (FormatException) when (level % 5 == 0)
         {
             throw new InvalidOperationException();
+        }
+    }
+
+    private static void OnAwaited()
+    {
+        if (Interlocked.Increment(ref awaited) == Levels - 1)
+        {
+            areAllAwaited.SetResult();
         }
     }
 

@@ -13,7 +13,9 @@ using OpenTelemetry.Trace;
 internal static class Telemetry
 {
     private static readonly ActivitySource shop = new ActivitySource("Shop");
-    private static readonly TimeSpan delay = TimeSpan.FromMilliseconds(20);
+
+    // Main waits before it is over, or the activity may end after what Main does then.
+    private static readonly TimeSpan delay = TimeSpan.FromMilliseconds(500);
 
     private static async Task<int> Main(string[] arguments)
     {
