@@ -52,7 +52,10 @@ internal static class Attaching
     {
         using var sampler = new Corvane.Sampling.Sampler();
         sampler.Start();
-        Thread.Sleep(500);
+        while (sampler.Read().Cost.Rounds < 50)
+        {
+            Thread.Sleep(20);
+        }
         var functions =
             from thread in sampler.Stop().Threads
             from sample in thread.Samples
@@ -94,7 +97,7 @@ internal static class Attaching
 
     private static void Busy(Target target)
     {
-        target.Arrive();
+        target.HasArrived = true;
         while (!target.IsToStop)
         {
             target.Progress++;
@@ -103,7 +106,7 @@ internal static class Attaching
 
     private static void Patient(Target target)
     {
-        target.Arrive();
+        target.HasArrived = true;
         while (!target.IsToStop)
         {
             Platform.Sleep(100);

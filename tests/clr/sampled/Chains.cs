@@ -137,7 +137,7 @@ internal static class Chains
         [MethodImpl(AsWritten)]
         public static void Spin(Target target, int number)
         {
-            target.Arrive();
+            target.HasArrived = true;
             while (!target.IsToStop)
             {
                 target.Progress += number;
@@ -148,7 +148,7 @@ internal static class Chains
     [MethodImpl(AsWritten)]
     private static void Sleeping(Target target)
     {
-        target.Arrive();
+        target.HasArrived = true;
         try
         {
             Thread.Sleep(Timeout.Infinite);
@@ -162,7 +162,7 @@ internal static class Chains
     private static void InNativeCode(Target target)
     {
         Platform.Sleep(1);
-        target.Arrive();
+        target.HasArrived = true;
         while (!target.IsToStop)
         {
             Platform.Sleep(100);
@@ -172,7 +172,7 @@ internal static class Chains
     [MethodImpl(AsWritten)]
     private static void Locked(Target target)
     {
-        target.Arrive();
+        target.HasArrived = true;
         lock (s_gate)
         {
             target.Progress++;
@@ -199,7 +199,7 @@ internal static class Chains
     private static void Throwing(Target target)
     {
         Catch();
-        target.Arrive();
+        target.HasArrived = true;
         while (!target.IsToStop)
         {
             Catch();

@@ -45,7 +45,7 @@ internal static unsafe class Failures
 
     private static void Busy(Target target)
     {
-        target.Arrive();
+        target.HasArrived = true;
         while (!target.IsToStop)
         {
             target.Progress++;

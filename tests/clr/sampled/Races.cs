@@ -309,7 +309,7 @@ internal static class Races
 
     private static void Patient(Target target)
     {
-        target.Arrive();
+        target.HasArrived = true;
         while (!target.IsToStop)
         {
             target.Progress++;
@@ -319,7 +319,7 @@ internal static class Races
 
     private static void Busy(Target target)
     {
-        target.Arrive();
+        target.HasArrived = true;
         while (!target.IsToStop)
         {
             target.Progress++;
@@ -328,7 +328,7 @@ internal static class Races
 
     private static void Allocate(Target target)
     {
-        target.Arrive();
+        target.HasArrived = true;
         var kept = new object[1000];
         while (!target.IsToStop)
         {
@@ -338,7 +338,7 @@ internal static class Races
 
     private static void AllocateNatively(Target target)
     {
-        target.Arrive();
+        target.HasArrived = true;
         while (!target.IsToStop)
         {
             nint memory = Platform.HeapAlloc(Platform.GetProcessHeap(), 0, (nuint)(target.Progress++ % 5000));
@@ -348,7 +348,7 @@ internal static class Races
 
     private static void Collect(Target target)
     {
-        target.Arrive();
+        target.HasArrived = true;
         while (!target.IsToStop)
         {
             GC.Collect(target.Progress++ % 10 == 0 ? 2 : 0);

@@ -8,10 +8,12 @@ internal sealed class Target : IDisposable
 {
     private readonly Action<Target> code_;
     private readonly Thread thread_;
-    private readonly ManualResetEventSlim arrived_ = new();
 
     /// <summary>Whether the code has to come to its end.</summary>
     public volatile bool IsToStop;
+
+    /// <summary>Set by the code, itself: a sample never shows it on its way out of telling so.</summary>
+    public volatile bool HasArrived;
 
     /// <summary>What the code has done so far, as it counts it.</summary>
     public long Progress;
@@ -22,8 +24,10 @@ internal sealed class Target : IDisposable
         code_ = code;
         thread_ = new Thread(Run, 64 << 20);
         thread_.Start();
-        arrived_.Wait();
-        Thread.Sleep(20); // it may still be on its way out of telling so
+        while (!HasArrived)
+        {
+            Thread.Sleep(1);
+        }
     }
 
     /// <summary>The system's id.</summary>
@@ -32,8 +36,8 @@ internal sealed class Target : IDisposable
     /// <summary>Set at the end of the code, so that nothing of the way there is left out of the stack.</summary>
     public bool Ended { get; private set; }
 
-    /// <summary>Told by the code.</summary>
-    public void Arrive() => arrived_.Set();
+    /// <summary>For code of which no one sample is relied on.</summary>
+    public void Arrive() => HasArrived = true;
 
     /// <summary>Waits until the thread waits in the runtime.</summary>
     public Target WhenBlocked()
@@ -54,7 +58,6 @@ internal sealed class Target : IDisposable
     {
         IsToStop = true;
         thread_.Join();
-        arrived_.Dispose();
     }
 
     [MethodImpl(MethodImplOptions.NoInlining | MethodImplOptions.NoOptimization)]
