@@ -24,7 +24,7 @@ protected:
             TerminateProcess(program_.get(), 1);
         }
         if (launcher_.process) {
-            WaitForSingleObject(launcher_.process.get(), 30'000);
+            WaitForSingleObject(launcher_.process.get(), 300'000);
         }
     }
 
@@ -34,10 +34,10 @@ protected:
         options.insert(options.begin(), L"run");
         options.insert(options.end(),
                        {L"--", program_as(L"launched.exe").wstring(), L"work", file.wstring()});
-        DebuggeeOptions launch = tool_options(options);
+        DebuggeeOptions launch = tool_options(options, {{L"CORVANE_END_SECONDS", L"120"}});
         launch.output_file = (folder() / "launched.txt").wstring();
         launcher_ = start_program(launch);
-        for (int i = 0; i < 600 && id_ == 0; ++i) {
+        for (int i = 0; i < 6000 && id_ == 0; ++i) {
             std::ifstream(file) >> id_;
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
@@ -53,7 +53,7 @@ protected:
     OwnedHandle connect() const {
         const std::wstring name = L"\\\\.\\pipe\\corvane-" + std::to_wstring(id_);
         DWORD error = 0;
-        for (int i = 0; i < 300; ++i) {
+        for (int i = 0; i < 6000; ++i) {
             const HANDLE pipe = CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                             OPEN_EXISTING, 0, nullptr);
             if (pipe != INVALID_HANDLE_VALUE) {

@@ -25,7 +25,7 @@ using ::testing::IsSubsetOf;
 using ::testing::Not;
 
 constexpr DWORD kOtherViewer = 3;
-constexpr DWORD kTimeout = 60'000;
+constexpr DWORD kTimeout = 300'000;
 
 using TextLines = std::vector<std::string>;
 

@@ -111,7 +111,7 @@ protected:
                .environment = environment,
                .with_witness = false,
                .with_debugger = false,
-               .timeout = std::chrono::minutes(2),
+               .timeout = std::chrono::minutes(5),
                .exit_code = exit_code});
     }
 

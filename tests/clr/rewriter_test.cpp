@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr DWORD kTimeout = 120'000;
+constexpr DWORD kTimeout = 600'000;
 constexpr DWORD kExitCode = 42;
 
 std::string read_file(const fs::path& file) {

@@ -57,7 +57,7 @@ TEST_P(Stress, LosesNoCall) {
                      .environment = GetParam().environment,
                      .witness = L"observer.dll",
                      .with_debugger = false,
-                     .timeout = std::chrono::seconds(2 * seconds + 120),
+                     .timeout = std::chrono::seconds(2 * seconds + 240),
                      .exit_code = 42};
     launch.environment[L"CORVANE_STRICT_IL"] = L"1";
     launch.environment[L"CORVANE_STRESS_PROGRAM_SECONDS"] = std::to_wstring(seconds);

@@ -70,7 +70,7 @@ protected:
                                {L"CORVANE_VALUES", values}},
                .with_witness = false,
                .with_debugger = false,
-               .timeout = std::chrono::seconds(120)});
+               .timeout = std::chrono::minutes(10)});
     }
     fs::path otlp() const { return folder() / "spans.jsonl"; }
 };

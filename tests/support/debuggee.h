@@ -24,7 +24,7 @@ struct DebuggeeOptions {
     std::wstring directory;     // working directory; empty: the caller's
     std::wstring output_file;   // standard output and error; empty: the caller's
     bool passes_errors = false; // standard error is the caller's in any case
-    std::chrono::milliseconds timeout = std::chrono::minutes(2);
+    std::chrono::milliseconds timeout = std::chrono::minutes(5);
     std::function<void(const std::wstring& line)> on_debug_output; // none: no debugger
     // What the program raises, as its debugger hears of it; only with `on_debug_output`.
     std::function<void(const EXCEPTION_DEBUG_INFO& raised)> on_exception;

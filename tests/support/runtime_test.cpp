@@ -216,6 +216,7 @@ Watched RuntimeTest::watch(const Launch& launch) {
     environment[L"CORECLR_PROFILER"] = kClassId;
     environment[L"CORVANE_HOME_APM_DOTNET"] = home_variable;
     environment[L"CORVANE_WITNESS_TARGET"] = library.wstring();
+    environment[L"CORVANE_END_SECONDS"] = L"120"; // on a busy machine, too
     if (launch.names_library) {
         environment[L"CORECLR_PROFILER_PATH"] = loaded.wstring();
     }

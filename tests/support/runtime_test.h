@@ -62,7 +62,7 @@ struct Launch {
     std::wstring witness = L"witness.dll";
     bool with_debugger = true; // else there is no log, which is quicker by far
     bool raises_alike = false; // a debugger hears of the same exceptions in both runs
-    std::chrono::seconds timeout = std::chrono::seconds(60);
+    std::chrono::seconds timeout = std::chrono::minutes(5);
     DWORD exit_code = 0;      // the one that it must have, plain and profiled
     std::string opening = {}; // what the profiled run writes before all that the plain one does
     std::string remark = {};  // and behind it

@@ -19,7 +19,7 @@ internal static class Program
             "code" => unchecked((int)uint.Parse(args[1])),
             "sum" => Sum("ten letters", 16),
             "variables" => Variables(),
-            "wait" => Wait(args[1], 60),
+            "wait" => Wait(args[1], 600),
             "work" => WorkOn(args[1]),
             "interrupt" => Interrupt(args[1]),
             "killed" => Killed(),
@@ -68,11 +68,11 @@ internal static class Program
         return 0;
     }
 
-    // For two minutes at most.
+    // For ten minutes at most.
     private static int WorkOn(string file)
     {
         var begin = Environment.TickCount64;
-        for (var round = 0; Environment.TickCount64 - begin < 120_000; round++)
+        for (var round = 0; Environment.TickCount64 - begin < 600_000; round++)
         {
             Work(20);
             if (round == 3)
@@ -113,7 +113,7 @@ internal static class Program
             interrupted.Set();
         };
         File.WriteAllText(file, Environment.ProcessId.ToString());
-        return interrupted.Wait(TimeSpan.FromSeconds(60)) ? 23 : 1;
+        return interrupted.Wait(TimeSpan.FromMinutes(10)) ? 23 : 1;
     }
 
     private static int Killed()
