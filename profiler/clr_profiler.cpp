@@ -303,7 +303,7 @@ HRESULT CClrProfiler::note_module(ModuleID module) {
 }
 
 void CClrProfiler::note_managed_library(ModuleID module) {
-    const std::wstring reason = reason_against_library(profilerInfo.get(), module);
+    const std::wstring reason = reason_against_library(profilerInfo.get(), module, strict_il);
     if (reason.empty()) {
         managedLibraryLoaded = true;
         return;

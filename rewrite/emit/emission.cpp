@@ -76,17 +76,11 @@ void emit_receiver(const Emission& emission, IlBuilder& il) {
     }
 }
 
-Instruction* emit_new_array(const Emission& emission, IlBuilder& il, std::uint8_t array) {
-    Instruction* const first =
-        il.ldc_i4_s(static_cast<std::int8_t>(emission.shape.parameters.size()));
-    il.newarr(emission.references.object_type);
-    il.stloc_s(array);
-    return first;
-}
-
 void emit_argument_array(const Emission& emission, IlBuilder& il, std::uint8_t array) {
     const MethodShape& shape = emission.shape;
-    emit_new_array(emission, il, array);
+    il.ldc_i4_s(static_cast<std::int8_t>(shape.parameters.size()));
+    il.newarr(emission.references.object_type);
+    il.stloc_s(array);
     for (std::size_t i = 0; i < shape.parameters.size(); ++i) {
         il.ldloc_s(array);
         il.ldc_i4(static_cast<std::uint32_t>(i));
@@ -96,7 +90,19 @@ void emit_argument_array(const Emission& emission, IlBuilder& il, std::uint8_t a
     }
 }
 
+Instruction* emit_gate(const Emission& emission, IlBuilder& il) {
+    if (!emission.strict) {
+        return nullptr;
+    }
+    Instruction* const first = il.call(emission.references.has_listeners);
+    il.brfalse_s();
+    return first;
+}
+
 void emit_guard(const Emission& emission, IlBuilder& il, Instruction* first, mdString text) {
+    if (emission.strict) {
+        il.bind(first->next->target); // the gate's
+    }
     const ProtectedBlock block = il.begin_handler(first);
     il.ldc_i4(0);
     il.ldstr(text);

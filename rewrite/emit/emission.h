@@ -16,12 +16,6 @@ namespace corvane {
 // the index, the receiver, the array, a position and an argument. GenericEpilogue takes as many.
 inline constexpr std::uint32_t kInjectedStack = 5;
 
-// The arguments and the directives of one call of the managed library.
-struct CallLocals {
-    std::uint8_t array = 0;      // object[]
-    std::uint8_t directives = 0; // InstrumentationDirectives
-};
-
 struct Emission {
     const method_info& method;
     const MethodShape& shape;
@@ -32,7 +26,6 @@ struct Emission {
     InstrumentationMode mode;
     bool strict; // the form of the code
     Refusal& refusal;
-    CallLocals locals{}; // of the prologue
 };
 
 // The text that a block of injected code logs, naming the method.
@@ -62,14 +55,16 @@ HRESULT add_result_local(Emission& emission, std::uint8_t& index);
 // Loads the receiver, or null for a static method.
 void emit_receiver(const Emission& emission, IlBuilder& il);
 
-// A new object[] for the arguments, in a local. Returns the first instruction.
-Instruction* emit_new_array(const Emission& emission, IlBuilder& il, std::uint8_t array);
-
 // Fills a new object[] with the arguments and keeps it in a local.
 void emit_argument_array(const Emission& emission, IlBuilder& il, std::uint8_t array);
 
-// Makes a block of everything from `first` on: an exception in it is caught, and the text is
-// logged. Either way goes on with what is emitted next.
+// Strict: a question whether anybody listens to calls now. If not, what comes next is passed over,
+// up to the guard's end. Returns the first instruction; null in the default form, which does not
+// ask.
+Instruction* emit_gate(const Emission& emission, IlBuilder& il);
+
+// Makes a block of everything from `first` on, the gate if there is one: an exception in it is
+// caught, and the text is logged. Either way goes on with what is emitted next.
 void emit_guard(const Emission& emission, IlBuilder& il, Instruction* first, mdString text);
 
 } // namespace corvane

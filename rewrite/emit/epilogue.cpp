@@ -25,12 +25,10 @@ void emit_result(const Emission& emission, IlBuilder& il,
 HRESULT EmitEpilogue(Emission& emission, IlBuilder& il, std::optional<std::uint8_t> return_local) {
     const InstrumentationReferences& to = emission.references;
     mdString text = mdStringNil;
-    CallLocals locals = emission.locals; // strict: the prologue needs them no more
-    HRESULT hr = S_OK;
-    if (!emission.strict) {
-        hr = add_locals(emission, {{locals.array, kElementObject, kElementSzArray},
-                                   {locals.directives, to.directives_type, kElementClass}});
-    }
+    std::uint8_t array = 0;
+    std::uint8_t directives = 0;
+    HRESULT hr = add_locals(emission, {{array, kElementObject, kElementSzArray},
+                                       {directives, to.directives_type, kElementClass}});
     if (SUCCEEDED(hr)) {
         hr = define_trace_text(emission, kEpilogueFailed, text);
     }
@@ -38,18 +36,17 @@ HRESULT EmitEpilogue(Emission& emission, IlBuilder& il, std::optional<std::uint8
         return hr;
     }
 
-    Instruction* const first = il.ldc_i4(emission.index);
+    Instruction* const gate = emit_gate(emission, il);
+    Instruction* const call = il.ldc_i4(emission.index);
     il.newobj(to.directives_constructor);
-    il.stloc_s(locals.directives);
+    il.stloc_s(directives);
     emit_receiver(emission, il);
-    if (!emission.strict || !emission.shape.parameters.empty()) { // else it is the prologue's
-        emit_argument_array(emission, il, locals.array);
-    }
-    il.ldloc_s(locals.array);
+    emit_argument_array(emission, il, array);
+    il.ldloc_s(array);
     emit_result(emission, il, return_local);
-    il.ldloc_s(locals.directives);
+    il.ldloc_s(directives);
     il.call(to.generic_epilogue);
-    emit_guard(emission, il, first, text);
+    emit_guard(emission, il, gate != nullptr ? gate : call, text);
     return S_OK;
 }
 

@@ -50,16 +50,8 @@ struct Step {
     std::uint32_t operand = 0;
 };
 
-// What the code begins with in strict form if the method has no parameters. It serves the epilogue
-// as well, which needs it even if the managed library fails.
-constexpr Opcode kEmptyArray[] = {Opcode::kLdcI4S, Opcode::kNewarr, Opcode::kStlocS};
-
-bool begins_with_array(const Emission& emission) {
-    return emission.strict && emission.shape.parameters.empty();
-}
-
-// What the code begins with otherwise: on its first call the method is registered. The branch goes
-// behind it.
+// What the code begins with, behind the gate: on its first call the method is registered. The
+// branch goes behind that.
 std::array<Step, 7> registration(const InstrumentationReferences& to, std::uint32_t index,
                                  InstrumentationMode mode) {
     return {{{Opcode::kLdcI4, index},
@@ -90,9 +82,7 @@ void emit_call(const Emission& emission, IlBuilder& il, const PrologueLocals& lo
     il.newobj(to.directives_constructor);
     il.stloc_s(locals.directives);
     emit_receiver(emission, il);
-    if (!begins_with_array(emission)) {
-        emit_argument_array(emission, il, locals.array);
-    }
+    emit_argument_array(emission, il, locals.array);
     il.ldloc_s(locals.array);
     il.ldloc_s(locals.directives);
     il.call(to.generic_prologue);
@@ -218,29 +208,23 @@ HRESULT EmitPrologue(Emission& emission, IlBuilder& il) {
     if (FAILED(hr)) {
         return hr;
     }
-    emission.locals = {locals.array, locals.directives};
-    Instruction* const array =
-        begins_with_array(emission) ? emit_new_array(emission, il, locals.array) : nullptr;
+    Instruction* const gate = emit_gate(emission, il);
     Instruction* const registration = emit_registration(emission, il);
-    Instruction* const first = array != nullptr ? array : registration;
     emit_call(emission, il, locals);
     if (emission.strict) {
         emit_strict_write_back(emission, il, locals);
     } else {
         emit_write_back(emission, il, locals);
     }
-    emit_guard(emission, il, first, text);
+    emit_guard(emission, il, gate != nullptr ? gate : registration, text);
     return S_OK;
 }
 
 bool is_instrumented(const MethodBody& body, const InstrumentationReferences& references) {
     auto instruction = body.begin();
-    for (const Opcode opcode : kEmptyArray) {
-        if (instruction == body.end() || instruction->opcode != opcode) {
-            instruction = body.begin();
-            break;
-        }
-        ++instruction;
+    if (instruction != body.end() && instruction->opcode == Opcode::kCall &&
+        instruction->immediate == references.has_listeners) {
+        std::advance(instruction, 2); // the gate
     }
     return std::ranges::all_of(registration(references, {}, {}), [&](const Step& expected) {
         if (instruction == body.end()) {

@@ -19,7 +19,9 @@ struct InstrumentationReferences {
     mdTypeRef directives_type = mdTypeRefNil;
     mdMemberRef directives_constructor = mdMemberRefNil;
     mdMemberRef get_indexes = mdMemberRefNil;
-    mdMethodSpec index_of = mdMethodSpecNil; // Array.IndexOf<int>; strict only
+    // Strict only.
+    mdMemberRef has_listeners = mdMemberRefNil;
+    mdMethodSpec index_of = mdMethodSpecNil; // Array.IndexOf<int>
 
     // Where types are that the module does not name yet.
     mdAssemblyRef mscorlib = mdAssemblyRefNil;

@@ -139,7 +139,7 @@ std::wstring name_of(ICorProfilerInfo* info, ModuleID module) {
 // --- The two sides of a call
 
 std::wstring reason_against_library_beside(IMetaDataAssemblyImport* metadata,
-                                           std::wstring_view module_name) {
+                                           std::wstring_view module_name, bool strict) {
     if (!refers_to_assembly(metadata, kManagedLibrary)) {
         return kNotLoaded;
     }
@@ -147,8 +147,9 @@ std::wstring reason_against_library_beside(IMetaDataAssemblyImport* metadata,
     if (file.empty()) {
         return kNotLoaded;
     }
-    const std::wstring reason =
-        verdict_of(file, [](IMetaDataImport* library) { return reason_against_library(library); });
+    const std::wstring reason = verdict_of(file, [strict](IMetaDataImport* library) {
+        return reason_against_library(library, strict);
+    });
     return reason.empty() ? reason : file + L" " + reason;
 }
 
@@ -187,14 +188,14 @@ std::wstring reason_against_runtime(ICorProfilerInfo* info, bool strict) {
 
 } // namespace
 
-std::wstring reason_against_library(IMetaDataImport* metadata) {
+std::wstring reason_against_library(IMetaDataImport* metadata, bool strict) {
     std::wstring reason = reason_against_identity(metadata);
-    return reason.empty() ? lacks(missing_from_managed_library(metadata)) : reason;
+    return reason.empty() ? lacks(missing_from_managed_library(metadata, strict)) : reason;
 }
 
-std::wstring reason_against_library(ICorProfilerInfo* info, ModuleID module) {
+std::wstring reason_against_library(ICorProfilerInfo* info, ModuleID module, bool strict) {
     const ComPtr<IMetaDataImport> metadata = metadata_of(info, module);
-    return metadata ? reason_against_library(metadata.get()) : L"cannot be read";
+    return metadata ? reason_against_library(metadata.get(), strict) : L"cannot be read";
 }
 
 std::wstring reason_against_calls(ICorProfilerInfo* info, IMetaDataAssemblyImport* metadata,
@@ -204,7 +205,7 @@ std::wstring reason_against_calls(ICorProfilerInfo* info, IMetaDataAssemblyImpor
     }
     std::wstring reason = managedLibraryLoaded
                               ? std::wstring()
-                              : reason_against_library_beside(metadata, module_name);
+                              : reason_against_library_beside(metadata, module_name, strict);
     return reason.empty() ? reason_against_runtime(info, strict) : reason;
 }
 

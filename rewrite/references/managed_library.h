@@ -18,10 +18,10 @@ inline constexpr AssemblyIdentity kManagedLibrary = {
 
 // Why calls do not bind to an assembly of that name: it has to be of this version or a later one,
 // to be signed with this key, and to have every member that is called. Empty when they do.
-std::wstring reason_against_library(IMetaDataImport* metadata);
+std::wstring reason_against_library(IMetaDataImport* metadata, bool strict);
 
 // The same of a module that has been loaded.
-std::wstring reason_against_library(ICorProfilerInfo* info, ModuleID module);
+std::wstring reason_against_library(ICorProfilerInfo* info, ModuleID module, bool strict);
 
 // Why a method cannot be given the calls; empty when it can. The library is found once it is
 // loaded, and by a module that was compiled against it and has its file beside it. In the .NET

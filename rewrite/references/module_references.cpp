@@ -144,6 +144,9 @@ constexpr Step kSteps[] = {
 constexpr const wchar_t* kNoIndexOf =
     L"Failed to get System.Array::IndexOf() method reference (%s)";
 constexpr Step kStrictSteps[] = {
+    {MemberRef{&Tokens::has_listeners, &Tokens::invokers, L"HasListeners",
+               signature::kHasListeners},
+     L"Failed to get Corvane.Instrumentation.Invokers::HasListeners() method reference (%s)"},
     {TypeRef{&Tokens::array, &Tokens::mscorlib, L"System.Array"}, kNoIndexOf},
     {MemberRef{&Tokens::index_of_any, &Tokens::array, L"IndexOf", signature::kIndexOf}, kNoIndexOf},
     {MethodSpec{&Tokens::index_of, &Tokens::index_of_any, signature::kOfInt32}, kNoIndexOf},

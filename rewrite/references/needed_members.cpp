@@ -74,7 +74,7 @@ std::wstring missing(IMetaDataImport* metadata, const Member& member) {
 
 } // namespace
 
-std::wstring missing_from_managed_library(IMetaDataImport* library) {
+std::wstring missing_from_managed_library(IMetaDataImport* library, bool strict) {
     namespace signature = reference_signature;
     static constexpr Member kMembers[] = {
         {kDirectives, L".ctor", signature::kConstructor},
@@ -92,7 +92,8 @@ std::wstring missing_from_managed_library(IMetaDataImport* library) {
             return name;
         }
     }
-    return {};
+    return strict ? missing(library, {kInvokers, L"HasListeners", signature::kHasListeners})
+                  : std::wstring();
 }
 
 std::wstring missing_from_mscorlib(IMetaDataImport* mscorlib, bool strict) {

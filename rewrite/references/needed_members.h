@@ -12,7 +12,7 @@ namespace corvane {
 // Each returns the first that is missing, by its full name; empty when all are there.
 
 // In the managed library.
-std::wstring missing_from_managed_library(IMetaDataImport* library);
+std::wstring missing_from_managed_library(IMetaDataImport* library, bool strict);
 
 // In mscorlib, which in .NET only says where the types are. Every type that a value may be boxed as
 // counts, because strict IL refers to those that the module does not name.

@@ -55,6 +55,8 @@ inline constexpr auto kGetCurrentMethod = bytes(kStatic, 0, kElementClass, kToke
 inline constexpr auto kRegisterMethod =
     bytes(kStatic, 3, kElementVoid, kElementU4, kElementClass, kToken, kElementBoolean);
 
+// Invokers: static bool HasListeners()
+inline constexpr auto kHasListeners = bytes(kStatic, 0, kElementBoolean);
 // Array: static int32 IndexOf<T>(T[], T), and what makes T an int32
 inline constexpr auto kIndexOf =
     bytes(kStatic | kGeneric, 1, 2, kElementI4, kElementSzArray, kElementMVar, 0, kElementMVar, 0);

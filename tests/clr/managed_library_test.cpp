@@ -66,6 +66,9 @@ constexpr Variant kVariants[] = {
     {{"NoRegisterMethod"},
      L"no-register-method",
      L"lacks Corvane.Instrumentation.Invokers::RegisterMethod"},
+    {{"NoHasListeners"},
+     L"no-has-listeners",
+     L"lacks Corvane.Instrumentation.Invokers::HasListeners"},
     {{"OtherSignature"}, L"other-signature", L"lacks kite.managed.span::Log"},
 };
 INSTANTIATE_TEST_SUITE_P(Variants, LibraryVariant, ::testing::ValuesIn(kVariants),
@@ -73,11 +76,16 @@ INSTANTIATE_TEST_SUITE_P(Variants, LibraryVariant, ::testing::ValuesIn(kVariants
 
 TEST_P(LibraryVariant, IsJudgedByWhatIsCalled) {
     const auto file = built_file(L"managed") / "variants" / GetParam().folder / "kite.managed.dll";
-    EXPECT_EQ(reason_against_library(open(file).get()), GetParam().reason);
+    EXPECT_EQ(reason_against_library(open(file).get(), true), GetParam().reason);
+}
+
+TEST_F(MetadataFile, OfAnEarlierLibraryServesTheDefaultForm) {
+    const auto file = built_file(L"managed") / "variants" / "no-has-listeners" / "kite.managed.dll";
+    EXPECT_EQ(reason_against_library(open(file).get(), false), L"");
 }
 
 TEST_F(MetadataFile, OfTheLibraryHasNothingAgainstIt) {
-    EXPECT_EQ(reason_against_library(open(managed_library()).get()), L"");
+    EXPECT_EQ(reason_against_library(open(managed_library()).get(), true), L"");
 }
 
 TEST_F(MetadataFile, OfARuntimeHasWhatInjectedCodeNames) {

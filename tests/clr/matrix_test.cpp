@@ -231,6 +231,7 @@ const Row kProbings[] = {
     {"values-in-full", {L"values"}},
     {"byreference-in-full", {L"byreference"}},
     {"counts-in-full", {L"counts"}},
+    {"values-unheard", {L"values"}, {{L"CORVANE_PROBE_LISTENS", L"0"}}},
     {"values-replaced", {L"values", L"quiet"}, kReplaces},
     {"byreference-replaced", {L"byreference", L"quiet"}, kReplaces},
     {"counts-replaced", {L"counts", L"quiet"}, kReplaces},
@@ -238,6 +239,7 @@ const Row kProbings[] = {
     // Replacements that are not of the parameters' types are no better than a failure.
     {"guards-misreplaced", {L"guards"}, {{L"CORVANE_PROBE_REPLACES", L"wrongly"}}},
     failing("guards-constructor", L".ctor"),
+    failing("guards-has-listeners", L"HasListeners"),
     failing("guards-contains-key", L"ContainsKey"),
     failing("guards-register-method", L"RegisterMethod"),
     failing("guards-prologue", L"GenericPrologue"),

@@ -332,6 +332,7 @@ TEST_F(ModuleReferencesTest, AreExactInASmallModuleInStrictIl) {
     EXPECT_THAT(module->member_signature(L"GetCurrentMethod"), ElementsAre(0x00, 0x00, 0x12, 0x21));
     EXPECT_THAT(module->member_signature(L"RegisterMethod"),
                 ElementsAre(0x00, 0x03, 0x01, 0x09, 0x12, 0x21, 0x02));
+    EXPECT_THAT(module->member_signature(L"HasListeners"), ElementsAre(0x00, 0x00, 0x02));
     EXPECT_THAT(module->member_signature(L"IndexOf"),
                 ElementsAre(0x10, 0x01, 0x02, 0x08, 0x1D, 0x1E, 0x00, 0x1E, 0x00));
     EXPECT_EQ(module->installations, 1);

@@ -32,6 +32,7 @@ Rename("no-error", "kite.managed.span", "Error");
 Rename("no-prologue", "kite.managed.span", "GenericPrologue");
 Rename("no-epilogue", "kite.managed.span", "GenericEpilogue");
 Rename("no-contains-key", "Corvane.Instrumentation.Invokers", "ContainsKey");
+Rename("no-has-listeners", "Corvane.Instrumentation.Invokers", "HasListeners");
 Rename("no-register-method", "Corvane.Instrumentation.Invokers", "RegisterMethod");
 Write("other-signature", assembly =>
     Method(assembly, "kite.managed.span", "Log").Parameters.RemoveAt(1));

@@ -38,6 +38,7 @@ public class ContractTests
         "00 04 01 09 1C 1D 1C 12 Corvane.Instrumentation.InstrumentationDirectives")]
     [InlineData("kite.managed.span", "GenericEpilogue", true,
         "00 05 01 09 1C 1D 1C 1C 12 Corvane.Instrumentation.InstrumentationDirectives")]
+    [InlineData("Corvane.Instrumentation.Invokers", "HasListeners", true, "00 00 02")]
     [InlineData("Corvane.Instrumentation.Invokers", "ContainsKey", true, "00 01 02 09")]
     [InlineData("Corvane.Instrumentation.Invokers", "RegisterMethod", true,
         "00 03 01 09 12 System.Reflection.MethodBase 02")]

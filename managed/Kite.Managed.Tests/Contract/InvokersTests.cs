@@ -24,6 +24,7 @@ public class InvokersTests
         var directives = new InstrumentationDirectives();
         MethodArgumentCallback callback = (method, _, _, asked) => seen = asked.ReplaceArgument(1, 5) ? method : null;
         Invokers.AddArgumentCallback(callback);
+        Assert.True(Invokers.HasListeners());
         span.GenericPrologue(Index, null, arguments, directives);
         Assert.True(Invokers.RemoveArgumentCallback(callback));
         Assert.Equal("Kite.Managed.Tests.Shop.Count", seen!.Name);

@@ -80,14 +80,30 @@ public class RecorderTests
     {
         var idle = new Recorder(new MethodTable(), null, null);
         Assert.True(idle.IsIdle);
+        Assert.False(idle.HasListeners);
         Assert.False(idle.Fail(new InvalidOperationException()));
         idle.Log(4, null);
         idle.Leave(0, [], null);
         MethodArgumentCallback callback = (_, _, _, _) => { };
         idle.Callbacks.Add(callback);
         Assert.False(idle.IsIdle);
+        Assert.True(idle.HasListeners);
         Assert.True(idle.Callbacks.Remove(callback));
         Assert.True(idle.IsIdle);
+        Assert.False(idle.HasListeners);
+    }
+
+    // The injected code of a method that an observer calls asks as well.
+    [Fact]
+    public void ItHasListenersOnceSomebodyObserves()
+    {
+        var observed = new Recorder(new MethodTable(), null, null);
+        using (observed.Observe(new Silent()))
+        {
+            Assert.True(observed.HasListeners);
+        }
+        Assert.True(observed.HasListeners); // calls that were seen to begin have to end
+        Assert.True(recording.Recorder.HasListeners);
     }
 
     [Fact]
@@ -358,5 +374,9 @@ public class RecorderTests
         recording.EnterOn(values[0], 2, values[1], values[2]);
         recording.Throw((Exception)values[3]);
         return values.Select(value => new WeakReference(value)).ToList();
+    }
+
+    private sealed class Silent : CallObserver
+    {
     }
 }

@@ -11,6 +11,13 @@ namespace Corvane.Instrumentation;
 /// </summary>
 public static class Invokers
 {
+    /// <summary>
+    /// Whether anybody wants to hear of calls now: the recorder, a callback, an observer or a listener to activities. The
+    /// injected code of strict IL asks at the start and at the end of every call, and makes the other calls only then.
+    /// </summary>
+    [MethodImpl(EveryCall.Options)]
+    public static bool HasListeners() => Recorder.Current?.HasListeners == true;
+
     /// <summary>Whether a method is registered under this number.</summary>
     /// <param name="index">The number that the method got when it was instrumented.</param>
     [MethodImpl(EveryCall.Options)]

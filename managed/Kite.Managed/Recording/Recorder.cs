@@ -71,7 +71,9 @@ internal sealed class Recorder
     // What the injected code or a callback failed at.
     internal long Failures => Interlocked.Read(ref failures);
 
-    internal bool IsIdle => busy || (!follows && Callbacks.IsEmpty && !FindsListener());
+    internal bool IsIdle => busy || !HasListeners;
+
+    internal bool HasListeners => follows || !Callbacks.IsEmpty || FindsListener();
 
     // For a thread of the library: nothing that it calls is the program's.
     internal static void PassOverThisThread() => busy = true;
@@ -242,7 +244,7 @@ internal sealed class Recorder
     [MethodImpl(EveryCall.Options)]
     private bool FindsListener()
     {
-        if (calls.Spans is not { } spans)
+        if (calls.Spans is not { CanBeWanted: true } spans || busy)
         {
             return false;
         }

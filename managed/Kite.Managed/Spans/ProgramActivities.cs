@@ -22,6 +22,8 @@ internal sealed class ProgramActivities
     // Whoever asks may become the one who tries them for the first time. None of that is to be recorded.
     internal bool AreUsable => Volatile.Read(ref state) is var now && (now == Usable || (now == Loaded && Try()));
 
+    internal bool MayBeUsable => Volatile.Read(ref state) is Loaded or Tried or Usable;
+
     internal static ProgramActivities None { get; } = new ProgramActivities(Absent);
 
     // Tried at once, for those who record what the program does in any case.

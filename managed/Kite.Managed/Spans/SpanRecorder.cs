@@ -50,6 +50,9 @@ internal sealed class SpanRecorder
 
     internal bool IsWanted => sink != null || IsListenedTo;
 
+    // False as long as the program cannot listen, which takes no call of the platform to see.
+    internal bool CanBeWanted => sink != null || activities.MayBeUsable;
+
     // Is called with what the program's listeners and the conventions throw.
     internal Action<Exception> Failed { get; set; } = _ => { };
 

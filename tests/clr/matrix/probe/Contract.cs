@@ -1,7 +1,8 @@
 // What injected code calls: a managed library that writes down all that it is handed, in full, and behaves
 // as badly as it is told to. CORVANE_PROBE_FILE names the file, CORVANE_PROBE_FAILS what throws ("Error",
 // "GenericPrologue", ...), CORVANE_PROBE_REPLACES=1 has every argument replaced ("wrongly": by an object of a
-// foreign type), and CORVANE_PROBE_TELLS=1 has it write down as well what every call has alike.
+// foreign type), and CORVANE_PROBE_TELLS=1 has it write down as well what every call has alike. With
+// CORVANE_PROBE_LISTENS=0 it says that nobody listens.
 using System;
 using System.Collections.Generic;
 using System.Reflection;
@@ -49,6 +50,12 @@ namespace Corvane.Instrumentation
     public static class Invokers
     {
         private static readonly Dictionary<uint, MethodBase> methods = new();
+
+        public static bool HasListeners()
+        {
+            Report.FailIn(nameof(HasListeners));
+            return Environment.GetEnvironmentVariable("CORVANE_PROBE_LISTENS") != "0";
+        }
 
         public static bool ContainsKey(uint index)
         {

@@ -26,6 +26,8 @@ TEST(ReferenceSignatures, WithoutATokenAreTheSameInBothForms) {
                     ElementsAre(0x00, 0x02, 0x01, 0x08, 0x0E));
         EXPECT_THAT(signature_blob(signature::kContainsKey, 0, form),
                     ElementsAre(0x00, 0x01, 0x02, 0x09));
+        EXPECT_THAT(signature_blob(signature::kHasListeners, 0, form),
+                    ElementsAre(0x00, 0x00, 0x02));
     }
 }
 
