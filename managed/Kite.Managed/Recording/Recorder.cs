@@ -371,6 +371,21 @@ internal sealed class Recorder
         return text.ToString();
     }
 
+    // Where a trimmed program lacks what that takes, the file is written at the end alone.
+    private void BeginToRenewSummary(OutputTarget file)
+    {
+        try
+        {
+            StartToRenewSummary(file);
+        }
+        catch (Exception)
+        {
+        }
+    }
+
+    [MethodImpl(MethodImplOptions.NoInlining)]
+    private void StartToRenewSummary(OutputTarget file) => OwnThread.Start("summary", () => RenewSummary(file), _ => { });
+
     // Until the process ends; one that is killed leaves the table of half a second before.
     [MethodImpl(MethodImplOptions.NoInlining)]
     private void RenewSummary(OutputTarget file)
@@ -478,7 +493,7 @@ internal sealed class Recorder
         }
         if (summary is { IsFile: true })
         {
-            OwnThread.Start("summary", () => recorder.RenewSummary(summary), _ => { });
+            recorder.BeginToRenewSummary(summary);
         }
         return recorder;
     }

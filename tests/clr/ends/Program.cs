@@ -29,8 +29,8 @@ internal static class Program
     [Trace]
     private static void Work() => Console.WriteLine("working");
 
-    // What a console does, for a machine that has none: a thread in each of its processes that calls this function of
-    // the system.
+    // What a console does: a thread in each of its processes that calls this function of the system. Wine's own console,
+    // when it is closed, ends its programs without asking them.
     private static void BeTold(uint happened)
     {
         var routine = NativeLibrary.GetExport(NativeLibrary.Load("kernelbase"), "CtrlRoutine");
