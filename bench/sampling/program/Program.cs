@@ -51,12 +51,12 @@ internal static unsafe class Program
                 + $" one in {of.Milliseconds / of.Taken:F1} ms, {of.Walked} of them walked");
         }
         Console.WriteLine("The sampler every 10 ms, one thread busy, the others waiting");
-        double one = MeasureSampler(1);
+        double alone = MeasureSampler(1);
         double four = MeasureSampler(4);
         double hundred = MeasureSampler(100);
         Console.WriteLine($"sampling: bare={measured[0].Total / measured[0].ByHand:F2}"
             + $" suspended_us={measured[0].Suspended:F1} slowdown_10ms={slowdowns[2]:F3}"
-            + $" busy_thread={one:F3} idle_threads={four:F3} threads100={hundred:F3}");
+            + $" busy_thread={alone:F3} idle_threads={four:F3} threads100={hundred:F3}");
         return 0;
     }
 

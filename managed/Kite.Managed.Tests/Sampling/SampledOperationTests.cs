@@ -227,6 +227,22 @@ public class SampledOperationTests
     }
 
     [Fact]
+    public void RegionsThatAreLeftOpenAreNotEndlesslyDeep()
+    {
+        using var sampler = process.NewSampler();
+        var first = sampler.Region("first");
+        for (var i = 0; i < 100_000; i++)
+        {
+            sampler.Region($"{i}");
+        }
+        Assert.Equal("99999", Here);
+        Assert.Equal(["first", "0"], SampledOperation.Current!.Path.Take(2));
+        Assert.Equal(100, SampledOperation.Current!.Path.Count);
+        first.Dispose();
+        Assert.Null(Here);
+    }
+
+    [Fact]
     public void NobodyPaysForOperationsWhenAllSamplersHaveEnded() =>
         Assert.Equal(["out", "False", "True", "True", "True", "False"], ChildProgram.Run(["two samplers"]).Output);
 

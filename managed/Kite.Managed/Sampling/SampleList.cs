@@ -37,7 +37,7 @@ internal sealed class SampleList : IReadOnlyList<Sample>
         var place = Count & (PieceLength - 1);
         if (place == 0)
         {
-            pieces.Add(new Sample[FirstLength]);
+            pieces.Add(new Sample[Count == 0 ? FirstLength : PieceLength]); // most threads have few
         }
         var last = pieces[pieces.Count - 1];
         if (place == last.Length)

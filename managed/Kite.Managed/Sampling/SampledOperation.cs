@@ -13,6 +13,9 @@ internal sealed class SampledOperation
 {
     private const uint ElsewhereFrom = 1 << 30;
 
+    // Further in one takes the place of another: regions may be left open in a loop.
+    private const int MostLevels = 100;
+
     private static readonly AsyncLocal<SampledOperation?> current = new AsyncLocal<SampledOperation?>(OnChanged);
     private static readonly Dictionary<uint, Slot> slots = new Dictionary<uint, Slot>();
 
@@ -24,6 +27,7 @@ internal sealed class SampledOperation
 
     private readonly Span? span;
     private readonly bool isFollowed;
+    private readonly int level;
     private volatile string name;
     private volatile bool hasLeft;
 
@@ -33,7 +37,8 @@ internal sealed class SampledOperation
         this.name = name;
         this.span = span;
         this.isFollowed = isFollowed;
-        Around = around;
+        Around = around is { level: MostLevels } ? around.Around : around;
+        level = Around == null ? 1 : Around.level + 1;
     }
 
     // Whether spans are operations: while somebody samples.
