@@ -6,7 +6,9 @@ using System.IO.Compression;
 using System.Linq;
 using System.Text;
 using Corvane.Instrumentation.Control;
+using Corvane.Instrumentation.Export;
 using Corvane.Instrumentation.Recording;
+using Corvane.Instrumentation.Spans;
 using Corvane.Sampling;
 using Xunit;
 
@@ -20,7 +22,7 @@ public sealed class ControlCommandsTests : IDisposable
     public void Dispose() => folder.Dispose();
 
     private static ControlCommands Of(Recorder? recorder) =>
-        new(recorder, _ => throw new InvalidOperationException("the profiler is not in this process:\nset it"));
+        new(recorder, _ => throw new InvalidOperationException("the profiler is not in this process:\nset it"), _ => { });
 
     private static string Answer(ControlCommands commands, string request)
     {
@@ -45,11 +47,11 @@ public sealed class ControlCommandsTests : IDisposable
     [InlineData("sample -1 10 svg", "a number is not from 1 to 3600")]
     [InlineData("sample 99999999999 10 svg", "a number is not from 1 to 3600")]
     [InlineData("sample 1 0 svg", "a number is not from 1 to 60000")]
-    [InlineData("sample 1 10 png", "a format is none of svg, folded, speedscope and pprof")]
-    [InlineData("sample 1 10 svg,", "a format is none of svg, folded, speedscope and pprof")]
+    [InlineData("sample 1 10 png", "a format is none of folded, speedscope, svg, pprof")]
+    [InlineData("sample 1 10 svg,", "a format is none of folded, speedscope, svg, pprof")]
     [InlineData("sample 1 10 svg", "the profiler is not in this process: set it")]
     [InlineData("summary", "there is no summary of calls: the process was started without CORVANE_SUMMARY")]
-    [InlineData("flush", "no file is written by this process: CORVANE_CALL_TREE, CORVANE_SUMMARY, CORVANE_OTLP_FILE and CORVANE_TRACE_FILE name none")]
+    [InlineData("flush", "no file is written by this process: CORVANE_CALL_TREE, CORVANE_SUMMARY, CORVANE_OTLP_FILE, CORVANE_TRACE_FILE and CORVANE_SAMPLE name none")]
     public void WhatCannotBeDoneHasAReason(string request, string reason)
     {
         Assert.Equal($"error {reason}\n", Answer(Of(null), request));
@@ -79,13 +81,54 @@ public sealed class ControlCommandsTests : IDisposable
         recording.Enter(0);
         var newLine = Environment.NewLine;
         var files = $"{folder["tree.txt"]}{newLine}{folder["summary.txt"]}{newLine}";
-        Assert.Equal($"ok\npart files {files.Length}\n{files}end\n", Answer(Of(recording.Recorder), "flush"));
+        Assert.Equal($"ok\npart files {files.Length}\n{files}part remarks 0\nend\n", Answer(Of(recording.Recorder), "flush"));
         Assert.Equal("1 calls, 1 threads, 0 dropped", File.ReadLines(folder["tree.txt"]).Last());
         recording.Leave(0);
         recording.Enter(0);
         recording.Leave(0);
         recording.Recorder.Print();
         Assert.Equal("2 calls, 1 threads, 0 dropped", File.ReadLines(folder["tree.txt"]).Last());
+    }
+
+    [Fact]
+    public void SamplesAreWrittenToo()
+    {
+        process.Add(10, "worker", 2, 1);
+        using var sampler = new Sampler(process, process, new SamplerOptions { Interval = TimeSpan.FromMilliseconds(5) });
+        var files = new ProfileFiles(sampler, folder.FullName, "shop", (_, _) => { });
+        sampler.Start();
+        var commands = new ControlCommands(null, _ => throw new InvalidOperationException(), files.Flush);
+        var names = Answer(commands, "flush").Split('\n')[2..6].Select(line => line.TrimEnd('\r')).ToArray();
+        Assert.Equal([folder["shop.folded"], folder["shop.speedscope.json"], folder["shop.svg"], folder["shop.pb.gz"]], names);
+        Assert.All(names, name => Assert.True(File.Exists(name)));
+    }
+
+    // An end point is none.
+    [Fact]
+    public void FilesOfSpansAreNamedOnceThereAreSpans()
+    {
+        var sinks = new Sinks([], [folder["spans.jsonl"]], "http://collector", new Variables(_ => null, _ => { }));
+        var span = new Span(new TraceId(0, 1), 1, 2, "name", "method", Span.CallScope);
+        var flushed = new Flushed();
+        sinks.Flush(flushed);
+        sinks.Queue.OnBegun(span);
+        sinks.Flush(flushed);
+        Assert.Empty(flushed.Files);
+        Assert.Equal(["no span has ended yet", "no span has ended yet"], flushed.Remarks);
+        sinks.Queue.OnEnded(span);
+        flushed = new Flushed();
+        sinks.Flush(flushed);
+        Assert.Equal([folder["spans.jsonl"]], flushed.Files);
+        Assert.Equal(["spans are on their way to http://collector"], flushed.Remarks);
+    }
+
+    [Fact]
+    public void AFileThatCannotBeWrittenIsSaid()
+    {
+        var outputs = new Recorder.Outputs { Tree = Target("missing/tree.txt") };
+        var answer = Answer(Of(new RecordedCalls(outputs: outputs).Recorder), "flush");
+        Assert.Contains("part files 0\n", answer);
+        Assert.Contains($"nothing was written to {folder["missing/tree.txt"]}; ", answer);
     }
 
     [Fact]
@@ -96,7 +139,7 @@ public sealed class ControlCommandsTests : IDisposable
         {
             Assert.Equal(TimeSpan.FromMilliseconds(5), options.Interval);
             return new Sampler(process, process, options);
-        });
+        }, _ => { });
         using var reply = new WriteTo("wait 1\n", () => process.WaitForRounds());
         commands.Answer("sample 1 5 folded,pprof,svg,speedscope", reply);
         reply.Position = 0;
@@ -125,7 +168,7 @@ public sealed class ControlCommandsTests : IDisposable
     public void AClientThatGoesEndsTheSampling()
     {
         process.Add(10, "worker", 2, 1);
-        var commands = new ControlCommands(null, options => new Sampler(process, process, options));
+        var commands = new ControlCommands(null, options => new Sampler(process, process, options), _ => { });
         Assert.Throws<IOException>(() => commands.Answer("sample 3600 5 svg", new WriteTo("wait 3599\n", () => throw new IOException("gone"))));
         var rounds = process.Rounds;
         System.Threading.Thread.Sleep(100);

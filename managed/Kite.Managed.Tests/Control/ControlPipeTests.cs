@@ -23,7 +23,7 @@ public sealed class ControlPipeTests : IDisposable
         var recording = new RecordedCalls(summary: new CallSummary()).With(0, "Open");
         recording.Enter(0);
         recording.Leave(0);
-        var commands = new ControlCommands(recording.Recorder, _ => throw new InvalidOperationException());
+        var commands = new ControlCommands(recording.Recorder, _ => throw new InvalidOperationException(), _ => { });
         var control = new ControlPipe(commands, TimeSpan.FromMilliseconds(300));
         server = new Thread(() =>
         {
@@ -64,7 +64,7 @@ public sealed class ControlPipeTests : IDisposable
     private NamedPipeServerStream? Make() => isOver
         ? null
         : new NamedPipeServerStream(
-            name, PipeDirection.InOut, 1, PipeTransmissionMode.Byte, PipeOptions.Asynchronous | PipeOptions.CurrentUserOnly);
+            name, PipeDirection.InOut, 1, PipeTransmissionMode.Byte, PipeOptions.CurrentUserOnly);
 
     private NamedPipeClientStream Connect()
     {
@@ -119,6 +119,50 @@ public sealed class ControlPipeTests : IDisposable
         {
             leaving.Write("summary\n"u8);
         }
+        Assert.StartsWith("ok\n", Ask("summary\n"));
+    }
+
+    // Whoever keeps the pool busy: here the program does, whose threads all wait for one that never comes.
+    [Fact]
+    public void TheProgramsPoolIsOfNoConcern()
+    {
+        using var release = new ManualResetEventSlim();
+        ThreadPool.GetMinThreads(out var workers, out _);
+        for (var item = 0; item < 4 * workers + 50; item++)
+        {
+            ThreadPool.UnsafeQueueUserWorkItem(_ => release.Wait(), null);
+        }
+        try
+        {
+            using var client = Connect();
+            client.Write("summary\n"u8);
+            Assert.Equal('o', client.ReadByte());
+        }
+        finally
+        {
+            release.Set();
+        }
+    }
+
+    // A byte at a time is as good as nothing.
+    [Fact]
+    public void WhoTakesTooLongForAWholeRequestIsLetGo()
+    {
+        using var slow = Connect();
+        var isLetGo = false;
+        for (var bytes = 0; bytes < 200 && !isLetGo; bytes++)
+        {
+            try
+            {
+                slow.WriteByte((byte)'x');
+                Thread.Sleep(100);
+            }
+            catch (IOException)
+            {
+                isLetGo = true;
+            }
+        }
+        Assert.True(isLetGo);
         Assert.StartsWith("ok\n", Ask("summary\n"));
     }
 

@@ -1,4 +1,5 @@
 using System;
+using System.IO;
 using System.Linq;
 using System.Threading;
 using Corvane.Instrumentation.Recording;
@@ -34,6 +35,44 @@ public class CallTreeTests
                 "3 calls, 3 threads, 0 dropped",
             ],
             recording.Tree());
+    }
+
+    // While its calls are printed, a thread goes on: what it does then is even in the print.
+    [Fact]
+    public void AThreadGoesOnWhileItIsPrinted()
+    {
+        var recording = new RecordedCalls().With(0, "Open").With(1, "Count");
+        using var isPrinting = new ManualResetEventSlim();
+        using var hasBegun = new ManualResetEventSlim();
+        var thread = new Thread(() =>
+        {
+            recording.Enter(0);
+            recording.Leave(0);
+            hasBegun.Set();
+            isPrinting.Wait();
+            recording.Enter(1, "tea", 2);
+        });
+        thread.Start();
+        hasBegun.Wait();
+        var writer = new InterruptedWriter(line =>
+        {
+            if (line.Contains("Shop.Open"))
+            {
+                isPrinting.Set();
+                thread.Join();
+            }
+        });
+        CallTree.Write(writer, recording.Calls, 0);
+        Assert.Contains("Shop.Count(kind: \"tea\", more: 2) ...", writer.ToString());
+    }
+
+    private sealed class InterruptedWriter(Action<string> interrupt) : StringWriter
+    {
+        public override void WriteLine(string? value)
+        {
+            base.WriteLine(value);
+            interrupt(value!);
+        }
     }
 
     [Fact]

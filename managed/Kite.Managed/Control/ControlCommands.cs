@@ -1,17 +1,20 @@
 using System;
+using System.Collections.Generic;
 using System.Globalization;
 using System.IO;
+using System.Linq;
 using System.Text;
 using System.Threading;
 using Corvane.Instrumentation.Recording;
 using Corvane.Sampling;
+using Corvane.Sampling.Results;
 
 namespace Corvane.Instrumentation.Control;
 
 // What a tool outside may ask of this process while it runs, each in one line:
 //
 //   summary                            the table of calls by method
-//   flush                              the files are written as they would be if the process ended now
+//   flush                              the files are written as they would be if the process ended now: their names, remarks
 //   sample SECONDS MILLISECONDS FORMAT[,FORMAT...]    a sampling, with so many milliseconds between samples
 //
 // The answer is "ok" in a line, "wait SECONDS" as often as it takes, a line "part NAME LENGTH" and as many bytes for each
@@ -24,11 +27,13 @@ internal sealed class ControlCommands
 
     private readonly Recorder? recorder;
     private readonly Func<SamplerOptions, Sampler> makeSampler;
+    private readonly Action<Flushed> flushSamples;
 
-    internal ControlCommands(Recorder? recorder, Func<SamplerOptions, Sampler> makeSampler)
+    internal ControlCommands(Recorder? recorder, Func<SamplerOptions, Sampler> makeSampler, Action<Flushed> flushSamples)
     {
         this.recorder = recorder;
         this.makeSampler = makeSampler;
+        this.flushSamples = flushSamples;
     }
 
     // A reply that cannot be written throws, and ends what it is about.
@@ -49,11 +54,12 @@ internal sealed class ControlCommands
         switch (words[0], words.Length)
         {
             case ("summary", 1):
-                Reply(reply, "summary", recorder?.Summary() ?? throw new RefusedException(
-                    "there is no summary of calls: the process was started without CORVANE_SUMMARY"));
+                Reply(reply, ("summary", recorder?.Summary() ?? throw new RefusedException(
+                    "there is no summary of calls: the process was started without CORVANE_SUMMARY")));
                 break;
             case ("flush", 1):
-                Reply(reply, "files", string.Concat(Files(), Environment.NewLine));
+                var flushed = Flush();
+                Reply(reply, ("files", Lines(flushed.Files)), ("remarks", Lines(flushed.Remarks)));
                 break;
             case ("sample", 4):
                 Sample(Number(words[1], 1, LongestSampling), Number(words[2], 1, 60_000), words[3].Split(','), reply);
@@ -63,22 +69,22 @@ internal sealed class ControlCommands
         }
     }
 
-    private string Files()
+    private Flushed Flush()
     {
-        var files = recorder?.Flush();
-        return files is { Count: > 0 }
-            ? string.Join(Environment.NewLine, files)
-            : throw new RefusedException("no file is written by this process: CORVANE_CALL_TREE, CORVANE_SUMMARY, CORVANE_OTLP_FILE " +
-                "and CORVANE_TRACE_FILE name none");
+        var flushed = new Flushed();
+        recorder?.Flush(flushed);
+        flushSamples(flushed);
+        return flushed.Files.Count + flushed.Remarks.Count > 0
+            ? flushed
+            : throw new RefusedException("no file is written by this process: CORVANE_CALL_TREE, CORVANE_SUMMARY, CORVANE_OTLP_FILE, " +
+                "CORVANE_TRACE_FILE and CORVANE_SAMPLE name none");
     }
 
-    private void Sample(int seconds, int interval, string[] formats, Stream reply)
+    private static string Lines(List<string> lines) => string.Concat(lines.Select(line => line + Environment.NewLine));
+
+    private void Sample(int seconds, int interval, string[] names, Stream reply)
     {
-        var unknown = Array.Find(formats, format => !IsFormat(format));
-        if (unknown != null)
-        {
-            throw new RefusedException("a format is none of svg, folded, speedscope and pprof");
-        }
+        var formats = Array.ConvertAll(names, Format);
         Profile profile;
         using (var sampler = Make(interval))
         {
@@ -94,8 +100,8 @@ internal sealed class ControlCommands
         foreach (var format in formats)
         {
             var bytes = new MemoryStream();
-            Write(profile, format, bytes);
-            WritePart(reply, format, bytes);
+            format.Write(profile, AppDomain.CurrentDomain.FriendlyName, bytes);
+            WritePart(reply, format.Name, bytes);
         }
         WritePart(reply, "cost", new MemoryStream(Encoding.UTF8.GetBytes(profile.ToString())));
         WriteLine(reply, "end");
@@ -113,35 +119,17 @@ internal sealed class ControlCommands
         }
     }
 
-    private static bool IsFormat(string format) => format is "svg" or "folded" or "speedscope" or "pprof";
+    private static ProfileFormat Format(string name) =>
+        Array.Find(ProfileFormat.All, format => format.Name == name) ?? throw new RefusedException(
+            $"a format is none of {string.Join(", ", ProfileFormat.All.Select(format => format.Name))}");
 
-    private static void Write(Profile profile, string format, Stream stream)
-    {
-        if (format == "pprof")
-        {
-            profile.WritePprof(stream);
-            return;
-        }
-        using var writer = new StreamWriter(stream, new UTF8Encoding(false), 4096, leaveOpen: true) { NewLine = "\n" };
-        var title = AppDomain.CurrentDomain.FriendlyName;
-        switch (format)
-        {
-            case "svg":
-                profile.WriteFlameGraph(writer, title);
-                break;
-            case "folded":
-                profile.WriteFolded(writer);
-                break;
-            default:
-                profile.WriteSpeedscope(writer, title);
-                break;
-        }
-    }
-
-    private static void Reply(Stream reply, string name, string text)
+    private static void Reply(Stream reply, params (string Name, string Text)[] parts)
     {
         WriteLine(reply, "ok");
-        WritePart(reply, name, new MemoryStream(Encoding.UTF8.GetBytes(text)));
+        foreach (var (name, text) in parts)
+        {
+            WritePart(reply, name, new MemoryStream(Encoding.UTF8.GetBytes(text)));
+        }
         WriteLine(reply, "end");
     }
 

@@ -15,7 +15,8 @@ using Corvane.Sampling;
 namespace Corvane.Instrumentation.Control;
 
 // Where tools ask this process: a named pipe for its own user and administrators, if CORVANE_CONTROL asks for it. One
-// client is served at a time, on a thread of its own; who says nothing, or does not take the answer, is let go.
+// client is served at a time; who says nothing, or does not take the answer, is let go. All waiting is done by threads of
+// the library: a program may keep those of the pool busy.
 internal sealed class ControlPipe
 {
     private const string Variable = "CORVANE_CONTROL";
@@ -106,7 +107,7 @@ internal sealed class ControlPipe
     private static void Start()
     {
         var name = Name(OutputTarget.ProcessId());
-        var control = new ControlPipe(new ControlCommands(Recorder.Current, options => new Sampler(options)), TimeSpan.FromSeconds(5));
+        var control = new ControlPipe(new ControlCommands(Recorder.Current, options => new Sampler(options), SamplingAtStart.Flush), TimeSpan.FromSeconds(5));
         OwnThread.Start("control", () => control.Serve(() => Make(name)), Complain);
     }
 
@@ -116,9 +117,9 @@ internal sealed class ControlPipe
     private static NamedPipeServerStream Make(string name) =>
         OperatingSystem.IsWindows()
             ? NamedPipeServerStreamAcl.Create(
-                name, PipeDirection.InOut, 1, PipeTransmissionMode.Byte, PipeOptions.Asynchronous, 0, 0, Rights())
+                name, PipeDirection.InOut, 1, PipeTransmissionMode.Byte, PipeOptions.None, 0, 0, Rights())
             : new NamedPipeServerStream(
-                name, PipeDirection.InOut, 1, PipeTransmissionMode.Byte, PipeOptions.Asynchronous | PipeOptions.CurrentUserOnly);
+                name, PipeDirection.InOut, 1, PipeTransmissionMode.Byte, PipeOptions.CurrentUserOnly);
 
     [SupportedOSPlatform("windows")]
     private static PipeSecurity Rights()
@@ -137,19 +138,15 @@ internal sealed class ControlPipe
 
     private void AnswerOne(NamedPipeServerStream pipe)
     {
-        using var patient = new PatientStream(pipe, patience);
-        commands.Answer(ReadRequest(patient), patient);
+        using var wait = OperatingSystem.IsWindows() ? new LimitedWait() : new LimitedWait(pipe.Dispose);
+        var request = "";
+        wait.For(patience, () => request = ReadRequest(pipe));
+        commands.Answer(request, new PatientStream(pipe, wait, patience));
         if (OperatingSystem.IsWindows())
         {
-            WaitUntilRead(pipe);
+            // Else what the client has not read yet is lost with the connection. It closes when it has all.
+            wait.For(patience, () => pipe.ReadByte());
         }
-    }
-
-    // Else what the client has not read yet is lost with the connection. It closes when it has all.
-    private void WaitUntilRead(NamedPipeServerStream pipe)
-    {
-        using var end = new CancellationTokenSource(patience);
-        pipe.ReadAsync(new byte[1], end.Token).AsTask().Wait();
     }
 
     private static string ReadRequest(Stream stream)

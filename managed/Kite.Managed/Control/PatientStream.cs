@@ -1,23 +1,26 @@
 #if NET
 using System;
 using System.IO;
-using System.Threading;
 
 namespace Corvane.Instrumentation.Control;
 
-// A connection whose other end must not keep us waiting for longer than so much at a time.
+// An answer whose reader must not keep us waiting for longer than so much at a time.
 internal sealed class PatientStream : Stream
 {
+    private const int Part = 65_536;
+
     private readonly Stream stream;
+    private readonly LimitedWait wait;
     private readonly TimeSpan patience;
 
-    internal PatientStream(Stream stream, TimeSpan patience)
+    internal PatientStream(Stream stream, LimitedWait wait, TimeSpan patience)
     {
         this.stream = stream;
+        this.wait = wait;
         this.patience = patience;
     }
 
-    public override bool CanRead => true;
+    public override bool CanRead => false;
 
     public override bool CanSeek => false;
 
@@ -31,16 +34,16 @@ internal sealed class PatientStream : Stream
         set => throw new NotSupportedException();
     }
 
-    public override int Read(byte[] buffer, int offset, int count)
-    {
-        using var end = new CancellationTokenSource(patience);
-        return stream.ReadAsync(buffer.AsMemory(offset, count), end.Token).AsTask().GetAwaiter().GetResult();
-    }
+    public override int Read(byte[] buffer, int offset, int count) => throw new NotSupportedException();
 
     public override void Write(byte[] buffer, int offset, int count)
     {
-        using var end = new CancellationTokenSource(patience);
-        stream.WriteAsync(buffer.AsMemory(offset, count), end.Token).AsTask().GetAwaiter().GetResult();
+        for (var end = offset + count; offset < end;)
+        {
+            var part = Math.Min(end - offset, Part);
+            wait.For(patience, () => stream.Write(buffer, offset, part));
+            offset += part;
+        }
     }
 
     public override void Flush()

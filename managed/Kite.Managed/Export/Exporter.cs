@@ -24,6 +24,7 @@ internal sealed class Exporter
     private volatile bool isEnding;
     private volatile bool isOver;
     private volatile int rounds; // of the thread
+    private volatile bool hasWritten;
 
     internal Exporter(IReadOnlyList<ISpanTarget> targets)
     {
@@ -35,6 +36,9 @@ internal sealed class Exporter
 
     // Whether there were any spans.
     internal bool HasSpans => Volatile.Read(ref hasBegun) != 0;
+
+    // Whether any were brought to where they go.
+    internal bool HasWritten => hasWritten;
 
     // What was lost, in one line, or null. Targets have so much time; to give up takes a moment more. Once.
     internal string? End(TimeSpan most)
@@ -147,6 +151,7 @@ internal sealed class Exporter
                 {
                     Guard(target, drained.Spans.Count, () => target.Write(drained));
                 }
+                hasWritten = true;
             }
             rounds++;
         }

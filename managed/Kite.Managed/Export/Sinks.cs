@@ -16,13 +16,15 @@ internal sealed class Sinks
 
     private readonly Exporter exporter;
 
-    private readonly IReadOnlyList<string> names;
+    private readonly IReadOnlyList<string> files;
+    private readonly string? endpoint;
     private readonly TimeSpan end;
 
-    private Sinks(IReadOnlyList<ISpanTarget> targets, IReadOnlyList<string> names, Variables variables)
+    internal Sinks(IReadOnlyList<ISpanTarget> targets, IReadOnlyList<string> files, string? endpoint, Variables variables)
     {
         exporter = new Exporter(targets);
-        this.names = names;
+        this.files = files;
+        this.endpoint = endpoint;
         Sampler = RootSampling.From(variables);
         end = TimeSpan.FromSeconds(Math.Min(variables.Number(EndVariable, UsualEnd), LongestEnd));
     }
@@ -47,27 +49,44 @@ internal sealed class Sinks
         var resource = Resource.From(variables);
         Rehearse(resource);
         var targets = new List<ISpanTarget>();
-        var names = new List<string>();
+        var files = new List<string>();
         if (otlp != null)
         {
             targets.Add(new OtlpFile(File(otlp), resource));
-            names.Add(otlp.Name);
+            files.Add(otlp.Name);
         }
         if (chrome != null)
         {
             targets.Add(new ChromeTrace(File(chrome), resource));
-            names.Add(chrome.Name);
+            files.Add(chrome.Name);
         }
         if (endpoint != null)
         {
             targets.Add(new OtlpPush(endpoint, resource));
-            names.Add(endpoint.Name);
         }
-        return new Sinks(targets, names, variables);
+        return new Sinks(targets, files, endpoint?.Name, variables);
     }
 
-    // Returns where spans went that had ended until now; none if there were none.
-    internal IEnumerable<string> Flush() => exporter.Flush(end) ? names : [];
+    // The spans that had ended until now.
+    internal void Flush(Flushed flushed)
+    {
+        if (exporter.HasSpans && !exporter.Flush(end))
+        {
+            flushed.Remarks.Add(FormattableString.Invariant($"not all spans were written within {end.TotalSeconds} s"));
+        }
+        else if (!exporter.HasWritten)
+        {
+            flushed.Remarks.Add("no span has ended yet");
+        }
+        else
+        {
+            flushed.Files.AddRange(files);
+            if (endpoint != null)
+            {
+                flushed.Remarks.Add($"spans are on their way to {endpoint}");
+            }
+        }
+    }
 
     // Nothing is recorded behind it. What is lost is said in one line.
     internal void End()

@@ -18,7 +18,7 @@ internal static class CallTree
         var threads = calls.Threads();
         foreach (var thread in threads)
         {
-            writer.Write(Describe(thread));
+            Write(writer, thread);
         }
         writer.Write($"{calls.Recorded} calls, {threads.Length} threads, {calls.Dropped} dropped");
         writer.WriteLine(failures == 0 ? "" : $", {failures} failures");
@@ -28,36 +28,59 @@ internal static class CallTree
         }
     }
 
-    private static string Describe(ThreadCalls thread)
+    private static void Write(TextWriter writer, ThreadCalls thread)
     {
         var text = new StringBuilder("thread ").Append(thread.Number);
         if (!string.IsNullOrEmpty(thread.Name))
         {
             ValueText.AppendQuoted(text.Append(' '), thread.Name!);
         }
-        text.AppendLine();
-        lock (thread.Gate)
-        {
-            AppendCalls(text, thread.Root.FirstChild);
-        }
-        return text.ToString();
-    }
-
-    private static void AppendCalls(StringBuilder text, Call? call)
-    {
+        WriteLine(writer, text);
         var callers = new Stack<Call>();
+        var call = FirstChild(thread, thread.Root);
         while (call != null || callers.Count > 0)
         {
             if (call == null)
             {
-                call = callers.Pop().Next;
+                call = Next(thread, callers.Pop());
                 continue;
             }
             text.Append(' ', 2 * Math.Min(callers.Count + 1, MaxIndent));
-            CallText.AppendLine(text, call);
-            text.AppendLine();
+            Append(text, thread, call);
+            WriteLine(writer, text);
             callers.Push(call);
-            call = call.FirstChild;
+            call = FirstChild(thread, call);
+        }
+    }
+
+    private static void WriteLine(TextWriter writer, StringBuilder text)
+    {
+        writer.WriteLine(text.ToString());
+        text.Clear();
+    }
+
+    // The thread goes on meanwhile, and waits for no more than one of these.
+    private static void Append(StringBuilder text, ThreadCalls thread, Call call)
+    {
+        lock (thread.Gate)
+        {
+            CallText.AppendLine(text, call);
+        }
+    }
+
+    private static Call? FirstChild(ThreadCalls thread, Call call)
+    {
+        lock (thread.Gate)
+        {
+            return call.FirstChild;
+        }
+    }
+
+    private static Call? Next(ThreadCalls thread, Call call)
+    {
+        lock (thread.Gate)
+        {
+            return call.Next;
         }
     }
 }

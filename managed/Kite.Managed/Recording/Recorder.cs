@@ -332,31 +332,36 @@ internal sealed class Recorder
         }
     }
 
-    // Writes all files as if the process ended, for a thread of the library. Returns their names.
-    internal List<string> Flush()
+    // Writes all files as if the process ended, for a thread of the library.
+    internal void Flush(Flushed flushed)
     {
         lock (writing)
         {
-            return hasEnded ? [] : WriteFiles();
+            if (hasEnded)
+            {
+                flushed.Remarks.Add("the process is ending, and its files are written");
+                return;
+            }
+            Flush(outputs.Tree, writer => CallTree.Write(writer, calls, Failures), flushed);
+            Flush(outputs.Summary, writer => calls.Summary!.Write(writer, Methods), flushed);
+            outputs.Sinks?.Flush(flushed);
         }
     }
 
-    private List<string> WriteFiles()
+    private static void Flush(OutputTarget? target, Action<TextWriter> write, Flushed flushed)
     {
-        var files = new List<string>();
-        if (outputs.Tree is { IsFile: true } tree && tree.Write(writer => CallTree.Write(writer, calls, Failures)))
+        if (target is not { IsFile: true })
         {
-            files.Add(tree.Name);
+            return;
         }
-        if (outputs.Summary is { IsFile: true } summary && summary.Write(writer => calls.Summary!.Write(writer, Methods)))
+        if (target.Write(write))
         {
-            files.Add(summary.Name);
+            flushed.Files.Add(target.Name);
         }
-        if (outputs.Sinks != null)
+        else
         {
-            files.AddRange(outputs.Sinks.Flush());
+            flushed.Remarks.Add($"nothing was written to {target.Name}; standard error of the process has the reason");
         }
-        return files;
     }
 
     // The table of now, for a thread of the library. Null if there is none.

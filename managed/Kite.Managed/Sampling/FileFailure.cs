@@ -13,6 +13,7 @@ internal sealed class FileFailure
         Why = why;
     }
 
+    // Empty for all of them.
     internal string File { get; }
 
     internal Exception Why { get; }
@@ -22,6 +23,8 @@ internal sealed class FileFailure
 
     // Files that failed alike are together.
     internal static string Text(IEnumerable<FileFailure> failures) => string.Join("; ", failures
-        .GroupBy(failure => failure.Why.Message.Replace(failure.File, ""))
-        .Select(alike => $"{string.Join(", ", alike.Select(failure => failure.File))}: {alike.First().Why.Message}"));
+        .GroupBy(failure => failure.File.Length == 0 ? failure.Why.Message : failure.Why.Message.Replace(failure.File, ""))
+        .Select(alike => string.Join(", ", alike.Select(failure => failure.File).Where(file => file.Length > 0)) is { Length: > 0 } names
+            ? $"{names}: {alike.First().Why.Message}"
+            : alike.First().Why.Message));
 }

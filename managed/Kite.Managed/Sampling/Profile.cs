@@ -94,20 +94,16 @@ public sealed class Profile
     // With the difference from the folded stacks of an earlier run, if there are any. What could not be written.
     internal List<FileFailure> TrySave(string folder, string name, string? before)
     {
-        var files = new Dictionary<string, Action<Stream>>
-        {
-            [".folded"] = Text(writer => WriteFolded(writer)),
-            [".speedscope.json"] = Text(writer => WriteSpeedscope(writer, WhyEmpty is { } why ? $"{name}: {why}" : name)),
-            [".svg"] = Text(writer => WriteFlameGraph(writer, name)),
-            [".pb.gz"] = WritePprof,
-        };
+        var files = ProfileFormat.All.ToDictionary(
+            format => format.Extension, format => (Action<Stream>)(stream => format.Write(this, name, stream)));
         if (before != null)
         {
-            files.Add(".difference.svg", Text(writer =>
+            files.Add(".difference.svg", stream =>
             {
                 using var reader = new StreamReader(before);
+                using var writer = new StreamWriter(stream) { NewLine = "\n" };
                 WriteDifference(writer, $"{name}, compared with {Path.GetFileNameWithoutExtension(before)}", reader);
-            }));
+            });
         }
         var failures = new List<FileFailure>();
         foreach (var file in files)
@@ -192,12 +188,6 @@ public sealed class Profile
             Interval.TotalMilliseconds,
             Cost) +
         (Failure != null ? $"; ended early by {Failure.GetType()}: {Failure.Message}" : (WhyEmpty ?? WhyLittle) is { } why ? $"; {why}" : "");
-
-    private static Action<Stream> Text(Action<TextWriter> write) => stream =>
-    {
-        using var writer = new StreamWriter(stream) { NewLine = "\n" };
-        write(writer);
-    };
 
     // Whole or not at all: what was there stays until the new one is written.
     private static void WriteFile(string path, Action<Stream> write)

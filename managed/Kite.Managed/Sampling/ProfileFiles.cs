@@ -6,6 +6,8 @@ using System.Linq;
 using System.Runtime.CompilerServices;
 using System.Threading;
 using Corvane.Instrumentation.Export;
+using Corvane.Instrumentation.Recording;
+using Corvane.Sampling.Results;
 
 namespace Corvane.Sampling;
 
@@ -56,10 +58,24 @@ internal sealed class ProfileFiles
         begun.Wait();
     }
 
+    // Writes them now, for a thread of the library.
+    internal void Flush(Flushed flushed)
+    {
+        var failures = Write(sampler.Read, out _);
+        if (failures.Count > 0)
+        {
+            flushed.Remarks.Add($"not all samples were written to {folder}: {FileFailure.Text(failures)}");
+        }
+        flushed.Files.AddRange(ProfileFormat.All.Select(format => name + format.Extension)
+            .Where(file => !failures.Exists(failure => failure.File == file || failure.File.Length == 0))
+            .Select(file => Path.Combine(folder, file)));
+    }
+
     internal void End()
     {
         ended.Set();
-        if (Write(() => sampler.Stop(Sampler.Patience) ?? throw new TimeoutException("sampling did not end"))?.WhyEmpty is { } why)
+        Write(() => sampler.Stop(Sampler.Patience) ?? throw new TimeoutException("sampling did not end"), out var profile);
+        if (profile?.WhyEmpty is { } why)
         {
             complain(why, null);
         }
@@ -72,27 +88,28 @@ internal sealed class ProfileFiles
     internal TimeSpan Renew()
     {
         var writing = Stopwatch.StartNew();
-        Write(sampler.Read);
+        Write(sampler.Read, out _);
         var took = writing.Elapsed;
         sampler.CountWriting(took);
         return took;
     }
 
-    // What was to be written.
-    private Profile? Write(Func<Profile> read)
+    // What could not be written; `profile` is what was to be.
+    private List<FileFailure> Write(Func<Profile> read, out Profile? profile)
     {
-        Profile? profile = null;
+        Profile? taken = null;
         List<FileFailure> failures;
         try
         {
-            failures = Save(() => profile = read());
+            failures = Save(() => taken = read());
         }
         catch (Exception exception)
         {
             failures = new List<FileFailure> { new FileFailure("", exception) };
         }
+        profile = taken;
         Complain(failures);
-        return profile;
+        return failures;
     }
 
     [MethodImpl(MethodImplOptions.NoInlining)]

@@ -16,6 +16,8 @@ internal static class SamplingAtStart
     private const string OursBeginWith = "Corvane ";
     private static readonly TimeSpan renewal = TimeSpan.FromSeconds(30);
 
+    private static volatile ProfileFiles? current;
+
     internal static void Begin()
     {
         var folder = Environment.GetEnvironmentVariable(FolderVariable);
@@ -32,6 +34,9 @@ internal static class SamplingAtStart
             Complaint.Write("no samples are taken", exception);
         }
     }
+
+    // What was sampled until now, if anything is.
+    internal static void Flush(Flushed flushed) => current?.Flush(flushed);
 
     internal static TimeSpan Interval(string? text)
     {
@@ -80,5 +85,6 @@ internal static class SamplingAtStart
         files.BeginToRenew(renewal);
         sampler.Start();
         AtExit.Run(files.End);
+        current = files;
     }
 }
