@@ -1,8 +1,11 @@
 // corvane check: what keeps a program from being profiled, made for real; and that run refuses with
 // the same words.
+#include "base/local_memory.h"
 #include "tests/support/tool_test.h"
 
 #include <gmock/gmock.h>
+
+#include <sddl.h>
 
 #include <functional>
 #include <map>
@@ -311,6 +314,24 @@ std::wstring listed(const Environment& variables) {
     return text + L'\0';
 }
 
+// A variable of the machine, while it lives.
+class MachineVariable {
+public:
+    MachineVariable(const wchar_t* name, const std::wstring& value) : name_(name) {
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, name, REG_SZ, value.c_str(),
+                        static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+    }
+    MachineVariable(const MachineVariable&) = delete;
+    MachineVariable& operator=(const MachineVariable&) = delete;
+    ~MachineVariable() { RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey, name_); }
+
+private:
+    static constexpr wchar_t kKey[] =
+        L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
+
+    const wchar_t* name_;
+};
+
 class OwnService {
 public:
     explicit OwnService(std::wstring name) : name_(std::move(name)) { remove(); }
@@ -343,22 +364,76 @@ TEST_P(CorvaneCheck, ReadsTheVariablesOfAService) {
     const ToolRun good = check({L"--service", L"corvane test service"});
     EXPECT_EQ(good.exit_code, 0U);
     EXPECT_EQ(good.output, "The service corvane test service would be profiled.\r\n");
+    service.set(launched() + L" --service", own); // its blanks are not quoted
+    EXPECT_EQ(check({L"--service", L"corvane test service"}).exit_code, 0U);
     own[L"CORVANE_HOME_APM_DOTNET"] = L"C:\\nowhere";
     service.set(line, own);
     expect_finding(check({L"--service", L"corvane test service"}), 132, "config-missing",
                    "C:\\nowhere");
 }
 
+TEST_P(CorvaneCheck, TakesAnEmptyListForNothing) {
+    const OwnService service(L"corvane test service");
+    set_values(kServices + L"corvane test service",
+               {{L"ImagePath", {REG_MULTI_SZ, std::wstring(1, L'\0')}},
+                {L"Environment", {REG_MULTI_SZ, listed(variables)}}});
+    const ToolRun result = check({L"--service", L"corvane test service"});
+    EXPECT_EQ(result.exit_code, 0U);
+    EXPECT_EQ(result.output, "The service corvane test service would be profiled.\r\n");
+}
+
+TEST_P(CorvaneCheck, SaysWhatItMayNotReadInTheRegistry) {
+    const OwnService service(L"corvane test service");
+    PSECURITY_DESCRIPTOR nobody = nullptr;
+    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(
+        L"D:P(D;;0x1;;;WD)(A;;0x10000;;;WD)", SDDL_REVISION_1, &nobody, nullptr));
+    const LocalMemory<void> owned(nobody);
+    SECURITY_ATTRIBUTES rights = {sizeof(SECURITY_ATTRIBUTES), nobody, FALSE};
+    HKEY key = nullptr;
+    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, (kServices + L"corvane test service").c_str(), 0,
+                              nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, &rights, &key, nullptr),
+              ERROR_SUCCESS);
+    RegCloseKey(key);
+    expect_finding(check({L"--service", L"corvane test service"}), 152, "registry-unreadable",
+                   "cannot read the registry, SYSTEM\\");
+    const ToolRun as_json = check({L"--service", L"corvane test service", L"--json"});
+    EXPECT_EQ(as_json.exit_code, 152U);
+    EXPECT_THAT(as_json.output, AllOf(StartsWith("{"), HasSubstr("\"exit_code\": 152")));
+}
+
+// The folder of IIS, which this machine does not have.
+class Server {
+public:
+    Server() {
+        wchar_t system[MAX_PATH] = {};
+        GetSystemDirectoryW(system, MAX_PATH);
+        folder = fs::path(system) / "inetsrv";
+        fs::remove_all(folder);
+        fs::create_directories(folder / "config");
+    }
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+    ~Server() { fs::remove_all(folder); }
+
+    fs::path folder;
+};
+
+TEST_P(CorvaneCheck, SaysThatThePoolsCannotBeRead) {
+    const Server server;
+    expect_finding(check({L"--pool", L"One"}), 151, "pool-missing", "no application pool One");
+    const fs::path file = server.folder / "config" / "applicationHost.config";
+    write_file(file, "<configuration>");
+    expect_finding(check({L"--pool", L"One"}), 153, "pools-unreadable", file.string());
+    fs::remove(file);
+    fs::create_directory(file); // which may not be opened as a file
+    expect_finding(check({L"--pool", L"One"}), 153, "pools-unreadable", file.string());
+    EXPECT_THAT(check({L"--pool", L"One", L"--json"}).output,
+                HasSubstr("\"id\": \"pools-unreadable\""));
+}
+
 TEST_P(CorvaneCheck, ReadsTheVariablesOfAPool) {
-    wchar_t system[MAX_PATH] = {};
-    GetSystemDirectoryW(system, MAX_PATH);
-    const fs::path iis = fs::path(system) / "inetsrv";
-    ASSERT_FALSE(fs::exists(iis));
-    struct Remove {
-        fs::path folder;
-        ~Remove() { fs::remove_all(folder); }
-    } const removed{iis};
-    fs::create_directories(iis / "config");
+    const Server server;
+    const fs::path& iis = server.folder;
     fs::copy_file(launched(), iis / "w3wp.exe");
     std::string entries;
     for (const auto& [name, value] : variables) {
@@ -377,6 +452,10 @@ TEST_P(CorvaneCheck, ReadsTheVariablesOfAPool) {
     EXPECT_EQ(check({L"--pool", L"one"}).exit_code, 0U);
     host("", entries);
     expect_finding(check({L"--pool", L"One"}), 135, "config-entry", "does not list w3wp.exe");
+    {
+        const MachineVariable type(L"APP_TYPE", L"TYPE_IIS");
+        EXPECT_EQ(check({L"--pool", L"One"}).exit_code, 0U);
+    }
     host(" enable32BitAppOnWin64='true'", entries);
     expect_finding(check({L"--pool", L"One"}), 103, "program-architecture", "32-bit");
     host("", "<add name='APP_TYPE' value='TYPE_IIS'/>");

@@ -11,6 +11,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 class CorvaneControl : public ToolTest {
@@ -29,11 +30,11 @@ protected:
     }
 
     // The program calls Program.Work over and over, and writes its id first.
-    void start(std::vector<std::wstring> options) {
+    void start(std::vector<std::wstring> options, const wchar_t* work = L"work") {
         const fs::path file = folder() / "started.txt";
         options.insert(options.begin(), L"run");
         options.insert(options.end(),
-                       {L"--", program_as(L"launched.exe").wstring(), L"work", file.wstring()});
+                       {L"--", program_as(L"launched.exe").wstring(), work, file.wstring()});
         DebuggeeOptions launch = tool_options(options, {{L"CORVANE_END_SECONDS", L"120"}});
         launch.output_file = (folder() / "launched.txt").wstring();
         launcher_ = start_program(launch);
@@ -124,6 +125,42 @@ TEST_P(CorvaneControl, SaysWhyAProcessDoesNotAnswer) {
     const ToolRun misused = run_tool({L"sample"});
     EXPECT_EQ(misused.exit_code, 2U);
     EXPECT_THAT(misused.output, HasSubstr("--pid"));
+}
+
+TEST_P(CorvaneControl, NamesAFileOnce) {
+    const ToolRun result =
+        run_tool({L"sample", L"--pid", L"1", L"--flame", L"a", L"--pprof", L".\\A"});
+    EXPECT_EQ(result.exit_code, 2U);
+    EXPECT_THAT(result.output, StartsWith("corvane: two options name the file "));
+}
+
+// This process stands for one that has no time to answer.
+TEST_P(CorvaneControl, WaitsForAnAnswerNoLongerThanItIsTold) {
+    const std::wstring name = L"\\\\.\\pipe\\corvane-" + std::to_wstring(GetCurrentProcessId());
+    const OwnedHandle pipe(
+        CreateNamedPipeW(name.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 0, 0, 0, nullptr));
+    ASSERT_NE(pipe.get(), INVALID_HANDLE_VALUE);
+    id_ = GetCurrentProcessId();
+    const ToolRun result = ask({L"summary", L"--patience", L"1"});
+    EXPECT_EQ(result.exit_code, 5U);
+    EXPECT_THAT(result.output, StartsWith("corvane: process " + std::to_string(id_) +
+                                          " gave no answer for 1 s: "));
+}
+
+TEST_P(CorvaneControl, IsAnsweredByAProgramWhosePoolIsBusy) {
+    start({L"--summary"}, L"busy");
+    const ToolRun summary = ask({L"summary"});
+    EXPECT_EQ(summary.exit_code, 0U) << summary.output;
+    EXPECT_THAT(summary.output, HasSubstr("  method\r\n"));
+}
+
+TEST_P(CorvaneControl, FlushesSamplesAndSaysWhatIsNotThereYet) {
+    start({L"--flame", L"f.svg", L"--otlp", L"out\\spans.jsonl"});
+    const ToolRun flush = ask({L"flush"});
+    EXPECT_EQ(flush.exit_code, 0U) << flush.output;
+    EXPECT_THAT(flush.output,
+                AllOf(HasSubstr(std::to_string(id_) + ".svg\r\n"),
+                      HasSubstr("corvane: no span has ended yet\r\n"), Not(HasSubstr("jsonl"))));
 }
 
 TEST_P(CorvaneControl, GoesOnWhateverClientsDo) {

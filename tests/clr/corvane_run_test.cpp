@@ -1,7 +1,11 @@
 // corvane run: the program is what it is without, and what was asked for is there afterwards.
+#include "base/local_memory.h"
 #include "tests/support/tool_test.h"
 
 #include <gmock/gmock.h>
+
+#include <aclapi.h>
+#include <sddl.h>
 
 #include <algorithm>
 #include <thread>
@@ -87,14 +91,30 @@ TEST_P(CorvaneRun, FindsProgramsAsAShellDoes) {
     EXPECT_EQ(run_tool({L"run", L"--", L".\\program/launched.exe", L"code", L"7"}).exit_code, 7U);
 }
 
+TEST_P(CorvaneRun, FindsProgramsWithDotsInTheirNamesInTheCurrentFolderFirst) {
+    const fs::path other = folder() / "other";
+    fs::create_directory(other);
+    write_file(other / "Shop.Api.exe", "no program");
+    DebuggeeOptions options =
+        tool_options({L"run", L"--", L"Shop.Api", L"code", L"7"}, {{L"PATH", other.wstring()}});
+    options.directory = program_as(L"Shop.Api.exe").parent_path().wstring();
+    EXPECT_EQ(run_debuggee(options).exit_code, 7U);
+}
+
+// From wherever it was found.
 TEST_P(CorvaneRun, GivesADllToDotnet) {
     const fs::path stand_in =
         program_as(L"dotnet.exe"); // runs the same assembly, and shows what it is given
-    const ToolRun result = run_tool({L"run", L"--", L"program\\launched.dll", L"x"},
-                                    {{L"PATH", stand_in.parent_path().wstring()}});
-    EXPECT_EQ(result.exit_code, 0U);
-    EXPECT_THAT(result.output,
-                EndsWith("1 calls, 0 errors, 1 methods\r\n")); // dotnet.exe is enabled
+    const std::string shown =
+        '[' + (stand_in.parent_path() / "launched.dll").string() + "]\r\n[x]\r\n";
+    for (const wchar_t* const name : {L"program\\launched.dll", L"launched.dll"}) {
+        const ToolRun result =
+            run_tool({L"run", L"--", name, L"x"}, {{L"PATH", stand_in.parent_path().wstring()}});
+        EXPECT_EQ(result.exit_code, 5U);
+        EXPECT_THAT(result.output, StartsWith(shown));
+        EXPECT_THAT(result.output,
+                    EndsWith("1 calls, 0 errors, 1 methods\r\n")); // dotnet.exe is enabled
+    }
 }
 
 TEST_P(CorvaneRun, SaysThatADllNeedsDotnet) {
@@ -134,6 +154,16 @@ TEST_P(CorvaneRun, WritesWhatIsAskedFor) {
     EXPECT_THAT(text_of(out / "profile.pb.gz"), StartsWith("\x1F\x8B"));
     EXPECT_THAT(text_of(out / "log.txt"), HasSubstr("CClrProfiler::Initialize(): Invoked"));
     EXPECT_THAT(text_of(out / "log.txt"), Not(HasSubstr("Instrumented, number")));
+}
+
+TEST_P(CorvaneRun, PutsTheProcessIntoNames) {
+    EXPECT_EQ(run({L"--tree", L"t-{pid}.txt", L"--folded", L"f-{pid}.folded"}, {L"sum"}).exit_code,
+              3U);
+    const std::vector<fs::path> trees = files(folder(), L"t-", L".txt");
+    ASSERT_EQ(trees.size(), 1U);
+    const std::wstring process = trees[0].stem().wstring().substr(2);
+    EXPECT_EQ(process.find_first_not_of(L"0123456789"), process.npos);
+    EXPECT_TRUE(fs::exists(folder() / (L"f-" + process + L".folded")));
 }
 
 TEST_P(CorvaneRun, ShowsTheTreeWithValuesAfterTheOutput) {
@@ -240,6 +270,9 @@ TEST_P(CorvaneRun, RefusesOptionsThatContradictEachOther) {
                                                           {L"--sample", L"0"},
                                                           {L"--values", L"some"},
                                                           {L"--no-such-option"},
+                                                          {L"--flame", L""},
+                                                          {L"--tree", L""},
+                                                          {L"--tree="},
                                                           {L"--env-only", L"cmd", L"--flame", L"a"},
                                                           {L"a-word"}};
     for (const auto& options : wrong) {
@@ -288,11 +321,12 @@ protected:
         }
     }
 
-    // Returns when the program has written its id to the file that is its second argument.
-    void start(const std::vector<std::wstring>& options, const std::wstring& what,
-               DWORD flags = 0) {
+    // Returns when the program, or its child, has written its id to the file that is its last
+    // argument.
+    void start(const std::vector<std::wstring>& options, std::vector<std::wstring> words) {
         const fs::path file = folder() / "started.txt";
-        launcher_ = start_program(tool_options(command(options, {what, file.wstring()})), flags);
+        words.push_back(file.wstring());
+        launcher_ = start_program(tool_options(command(options, words)));
         program_ = named_by(file);
     }
 
@@ -324,7 +358,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Runtimes, CorvaneRunEnded, ::testing::ValuesIn(kRuntimes), runtime_name);
 
 TEST_P(CorvaneRunEnded, TakesTheProgramAlongAndTheNextRunClearsUp) {
-    start({}, L"wait");
+    start({}, {L"wait"});
     TerminateProcess(launcher_.process.get(), 1);
     EXPECT_TRUE(ends(program_, 60'000));
     EXPECT_FALSE(fs::is_empty(temporary()));
@@ -333,13 +367,13 @@ TEST_P(CorvaneRunEnded, TakesTheProgramAlongAndTheNextRunClearsUp) {
 }
 
 TEST_P(CorvaneRunEnded, LeavesADetachedProgramAlone) {
-    start({L"--detach"}, L"wait");
+    start({L"--detach"}, {L"wait"});
     TerminateProcess(launcher_.process.get(), 1);
     EXPECT_FALSE(ends(program_, 1'000));
 }
 
 TEST_P(CorvaneRunEnded, EndsWithTheCodeOfAProgramThatIsKilled) {
-    start({}, L"wait");
+    start({}, {L"wait"});
     TerminateProcess(program_.get(), 77);
     EXPECT_EQ(exit_code(), 77U);
     EXPECT_THAT(
@@ -358,6 +392,37 @@ TEST_P(CorvaneRunEnded, LetsTheProgramsChildrenGoOn) {
     EXPECT_FALSE(ends(program_, 1'000));
 }
 
+TEST_P(CorvaneRunEnded, WaitsForChildrenThatAreProfiled) {
+    start({L"--children"}, {L"leave", program_as(L"child.exe").wstring()});
+    const std::string going = "corvane: waiting for what the program started and did not end: ";
+    for (int i = 0; i < 600 && output().find(going) == std::string::npos; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_THAT(output(), HasSubstr(going + "child.exe("));
+    EXPECT_FALSE(ends(launcher_.process, 0));
+    EXPECT_FALSE(fs::is_empty(temporary()));
+    TerminateProcess(program_.get(), 1);
+    EXPECT_EQ(exit_code(), 0U);
+    EXPECT_THAT(output(), EndsWith("1 calls, 0 errors, 1 methods\r\n"));
+    EXPECT_TRUE(fs::is_empty(temporary()));
+}
+
+TEST_P(CorvaneRunEnded, KeepsItsFolderForItsUser) {
+    start({}, {L"wait"});
+    const fs::path made = fs::directory_iterator(temporary())->path();
+    PACL list = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    ASSERT_EQ(GetNamedSecurityInfoW(made.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION,
+                                    nullptr, nullptr, &list, nullptr, &descriptor),
+              static_cast<DWORD>(ERROR_SUCCESS));
+    const LocalMemory<void> owner(descriptor);
+    LPWSTR text = nullptr;
+    ASSERT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(
+        descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr));
+    const LocalMemory<wchar_t> owned(text);
+    EXPECT_EQ(std::wstring(text).find(L";;;WD)"), std::wstring::npos);
+}
+
 // What a console does at Ctrl+C, for a machine that has none: a thread in each of its processes
 // that calls this function of the system.
 void interrupt(const OwnedHandle& process) {
@@ -370,7 +435,7 @@ void interrupt(const OwnedHandle& process) {
 }
 
 TEST_P(CorvaneRunEnded, LeavesCtrlCToTheProgram) {
-    start({}, L"interrupt");
+    start({}, {L"interrupt"});
     interrupt(launcher_.process);
     EXPECT_FALSE(ends(launcher_.process, 500));
     interrupt(program_);
@@ -381,7 +446,7 @@ TEST_P(CorvaneRunEnded, LeavesCtrlCToTheProgram) {
 
 // The record is then written by the library, before the system ends the program.
 TEST_P(CorvaneRunEnded, ShowsTheSummaryOfAProgramThatCtrlCEnds) {
-    start({}, L"wait");
+    start({}, {L"wait"});
     interrupt(launcher_.process);
     interrupt(program_);
     EXPECT_EQ(exit_code(), 0xC000013AU);

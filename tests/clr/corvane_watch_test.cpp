@@ -41,7 +41,10 @@ TextLines read_lines(const fs::path& file) {
 // "corvane watch" as long as it lives.
 class Watcher {
 public:
-    Watcher(const fs::path& folder, const std::wstring& options) : file_(folder / "watch.txt") {
+    // Until it has written this.
+    Watcher(const fs::path& folder, const std::wstring& options,
+            const std::string& begun = "1 failures")
+        : file_(folder / "watch.txt") {
         SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
         const OwnedHandle output(CreateFileW(file_.c_str(), GENERIC_WRITE,
                                              FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
@@ -59,7 +62,7 @@ public:
         }
         CloseHandle(process.hThread);
         process_.reset(process.hProcess);
-        wait_for("1 failures");
+        wait_for(begun);
     }
     Watcher(const Watcher&) = delete;
     Watcher& operator=(const Watcher&) = delete;
@@ -223,6 +226,19 @@ TEST_F(CorvaneWatch, GivesWayToAnotherViewer) {
                     Contains(HasSubstr("another viewer reads the debugger output")));
     }
     EXPECT_EQ(run_debuggee(options).exit_code, 0U);
+}
+
+// As it is when a program was writing while a viewer ended.
+TEST_F(CorvaneWatch, WaitsForAProgramThatStillWritesToTheViewerBefore) {
+    std::optional<OutputViewer> other(std::in_place); // opens what the program keeps open
+    OwnedHandle kept(OpenFileMappingW(FILE_MAP_WRITE, FALSE, L"DBWIN_BUFFER"));
+    ASSERT_TRUE(kept);
+    other.reset();
+    const Watcher watcher(folder(), L"", "; waiting");
+    kept.reset();
+    watcher.wait_for("1 failures");
+    OutputDebugStringA("12 the end");
+    watcher.wait_for("12 the end");
 }
 
 TEST_F(CorvaneWatch, EndsByCtrlC) {

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <utility>
 
 namespace corvane::tool {
 namespace {
@@ -65,19 +66,17 @@ FileFacts read_file(const fs::path& path, bool reads_image) {
     return facts;
 }
 
+// The compiler notes in an assembly what it was built for.
+FileFacts read_library(const fs::path& path) {
+    FileFacts facts = read_file(path, false);
+    facts.is_for_standard = facts.exists && read_bytes(path).value_or("").find(
+                                                ".NETStandard,Version=") != std::string::npos;
+    return facts;
+}
+
 std::wstring variable(const Environment& variables, std::wstring_view name) {
     const auto found = variables.find(name);
     return found == variables.end() ? std::wstring() : found->second;
-}
-
-fs::path named_profiler(const Environment& variables) {
-    for (const wchar_t* const name : {L"CORECLR_PROFILER_PATH_64", L"CORECLR_PROFILER_PATH",
-                                      L"COR_PROFILER_PATH_64", L"COR_PROFILER_PATH"}) {
-        if (const std::wstring path = variable(variables, name); !path.empty()) {
-            return path;
-        }
-    }
-    return {};
 }
 
 // Entries that are names of assemblies, not files, are somebody else's.
@@ -86,7 +85,7 @@ void read_hooks(const std::wstring& hooks, CheckFacts& facts) {
         const std::size_t end = std::min(hooks.find(L';', begin), hooks.size());
         const fs::path hook = hooks.substr(begin, end - begin);
         if (hook.has_parent_path() || hook.extension() == L".dll") {
-            FileFacts file = read_file(hook, false);
+            FileFacts file = read_library(hook);
             file.exists = file.exists && hook.is_absolute();
             facts.hooks.push_back(std::move(file));
         }
@@ -105,17 +104,18 @@ fs::path with_extension(fs::path path, const wchar_t* extension) {
 
 } // namespace
 
-CheckFacts read_check_facts(const Environment& variables, const Installation& installed) {
+CheckFacts read_check_facts(const Environment& variables, const Installation& installed,
+                            std::optional<ProgramFacts> program) {
     CheckFacts facts;
     facts.variables = variables;
-    facts.version = CORVANE_VERSION;
+    facts.program = std::move(program);
     facts.own_profiler = to_utf8(installed.profiler);
     if (const auto registered =
-            registry_texts(HKEY_CLASSES_ROOT,
-                           std::wstring(L"CLSID\\") + kProfilerClass + L"\\InprocServer32", L"")) {
-        facts.registered = to_utf8(registered->front());
+            registry_text(HKEY_CLASSES_ROOT,
+                          std::wstring(L"CLSID\\") + kProfilerClass + L"\\InprocServer32", L"")) {
+        facts.registered = to_utf8(*registered);
     }
-    fs::path profiler = named_profiler(variables);
+    fs::path profiler = named_profiler(facts);
     if (profiler.empty() && facts.registered) {
         profiler = to_wide(*facts.registered);
     }
@@ -160,7 +160,7 @@ ProgramFacts read_program_facts(const Program& program, const std::string& name,
         facts.runtime_config = read_bytes(with_extension(assembly, L".runtimeconfig.json"));
     }
     const fs::path folder = assembly.empty() ? program.file.parent_path() : assembly.parent_path();
-    facts.has_own_library = is_file(folder / L"kite.managed.dll");
+    facts.own_library = read_library(folder / L"kite.managed.dll");
     const std::wstring windows = variable(own_environment(), L"SystemRoot");
     std::error_code ignored;
     facts.has_shared_library = fs::is_directory(fs::path(windows) / L"Microsoft.NET" / L"assembly" /

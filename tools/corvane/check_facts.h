@@ -7,8 +7,10 @@
 
 namespace corvane::tool {
 
-// Of the variables that a program gets: the files that they name, the registration.
-CheckFacts read_check_facts(const Environment& variables, const Installation& installed);
+// Of the variables that a program gets: the files that they name, the registration. Without a
+// program: as for one of .NET.
+CheckFacts read_check_facts(const Environment& variables, const Installation& installed,
+                            std::optional<ProgramFacts> program);
 
 // Of a program that was looked for; `name` is how it was asked for.
 ProgramFacts read_program_facts(const Program& program, const std::string& name,

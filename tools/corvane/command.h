@@ -5,6 +5,7 @@
 #include "tools/corvane/words.h"
 
 #include <functional>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
 
@@ -24,11 +25,24 @@ struct Command {
     Work (*define)(CLI::App& options);
 };
 
-// The tool's own exit codes. Those of findings are in findings.h, and `run` has the program's.
+// The tool's own exit codes. Those of findings are in findings.h, and `run` has the program's. From
+// 3 to 99 each command has a meaning of its own.
 inline constexpr int kSuccess = 0;
 inline constexpr int kMisused = 2;
+inline constexpr int kNotControlled = 3; // a process that cannot be asked
+inline constexpr int kOtherViewer = 3;
+inline constexpr int kRefused = 4;  // by the process
+inline constexpr int kNoAnswer = 5; // of the process, in time
+inline constexpr int kAssemblyMissing = 3;
+inline constexpr int kAssemblyNotManaged = 4;
+inline constexpr int kAssemblyDamaged = 5;
+inline constexpr int kRuntimeMissing = 6;
+inline constexpr int kConfigMissing = 7;
 inline constexpr int kFailed = 100;
-inline constexpr int kRegistryUnreadable = 152; // a finding that ends the search
+inline constexpr std::initializer_list<int> kExitCodes = {
+    kSuccess,         kMisused,        kNotControlled,   kOtherViewer,
+    kRefused,         kNoAnswer,       kAssemblyMissing, kAssemblyNotManaged,
+    kAssemblyDamaged, kRuntimeMissing, kConfigMissing,   kFailed};
 
 // Ends the command with a line on standard error.
 class Failure : public std::runtime_error {

@@ -7,6 +7,7 @@
 #include "tools/corvane/utf8.h"
 
 #include <array>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -55,9 +56,9 @@ OwnedHandle connect(unsigned process) {
     const ULONGLONG begin = GetTickCount64();
     for (;;) {
         // Who serves the pipe may not act as this user.
-        const HANDLE pipe =
-            CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                        SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr);
+        const HANDLE pipe = CreateFileW(
+            name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+            FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr);
         if (pipe != INVALID_HANDLE_VALUE) {
             return OwnedHandle(pipe);
         }
@@ -83,28 +84,83 @@ void require_server(HANDLE pipe, unsigned process) {
     }
 }
 
+// Reads and writes as long as there is progress.
+class Connection {
+public:
+    Connection(unsigned process, unsigned patience)
+        : process_(process), patience_(patience), pipe_(connect(process)) {
+        require_server(pipe_.get(), process);
+    }
+
+    bool write(std::string_view bytes) {
+        return finish(WriteFile(pipe_.get(), bytes.data(), static_cast<DWORD>(bytes.size()),
+                                nullptr, begin())) == bytes.size();
+    }
+
+    // Nothing at the end.
+    std::string_view read() {
+        return {bytes_.data(),
+                finish(ReadFile(pipe_.get(), bytes_.data(), static_cast<DWORD>(bytes_.size()),
+                                nullptr, begin()))};
+    }
+
+private:
+    OVERLAPPED* begin() {
+        ResetEvent(done_.get());
+        transfer_ = {};
+        transfer_.hEvent = done_.get();
+        return &transfer_;
+    }
+
+    // How many bytes have come or gone; 0 if the other end is closed.
+    DWORD finish(BOOL is_done) {
+        DWORD count = 0;
+        const bool is_pending = is_done == FALSE && GetLastError() == ERROR_IO_PENDING;
+        const bool is_late =
+            is_pending && WaitForSingleObject(done_.get(), patience_ * 1'000) == WAIT_TIMEOUT;
+        if (is_late) {
+            CancelIoEx(pipe_.get(), &transfer_);
+        }
+        if ((is_done != FALSE || is_pending) &&
+            GetOverlappedResult(pipe_.get(), &transfer_, &count, TRUE) != FALSE) {
+            return count;
+        }
+        if (is_late) {
+            throw Failure(
+                process_text(process_) + " gave no answer for " + std::to_string(patience_) +
+                    " s: it is stopped, or has no time for its answer; --patience S waits "
+                    "longer",
+                kNoAnswer);
+        }
+        return 0;
+    }
+
+    unsigned process_;
+    unsigned patience_;
+    OwnedHandle pipe_;
+    OwnedHandle done_{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    OVERLAPPED transfer_{};
+    std::array<char, 65'536> bytes_{};
+};
+
 } // namespace
 
-Parts ask(unsigned process, const std::string& request,
+Parts ask(unsigned process, const std::string& request, unsigned patience,
           const std::function<void(unsigned seconds)>& wait) {
-    const OwnedHandle pipe = connect(process);
-    require_server(pipe.get(), process);
-    const std::string line = request + '\n';
-    DWORD count = 0;
-    bool is_there = WriteFile(pipe.get(), line.data(), static_cast<DWORD>(line.size()), &count,
-                              nullptr) != FALSE;
+    const auto connection = std::make_unique<Connection>(process, patience);
+    bool is_there = connection->write(request + '\n');
     ControlAnswer answer;
-    std::array<char, 65'536> bytes{};
     try {
         while (is_there && !answer.is_complete()) {
-            is_there = ReadFile(pipe.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &count,
-                                nullptr) != FALSE &&
-                       count > 0;
-            answer.add(std::string_view(bytes.data(), is_there ? count : 0));
+            const std::string_view bytes = connection->read();
+            is_there = !bytes.empty();
+            answer.add(bytes);
             if (const auto seconds = answer.take_wait()) {
                 wait(*seconds);
             }
         }
+    } catch (const Failure&) {
+        throw;
     } catch (const std::runtime_error& error) {
         throw Failure(process_text(process) + ": " + error.what(), kNotControlled);
     }

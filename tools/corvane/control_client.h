@@ -8,15 +8,11 @@
 
 namespace corvane::tool {
 
-// Why a process could not be asked, or refused to answer.
-inline constexpr int kNotControlled = 3;
-inline constexpr int kRefused = 4;
-
 using Parts = std::map<std::string, std::string>; // by name; bytes
 
 // What a process answers, in parts. `wait` is told how many seconds it will still take. Throws
-// Failure with the cause and the cure.
-Parts ask(unsigned process, const std::string& request,
+// Failure with the cause and the cure, also if nothing comes for `patience` seconds.
+Parts ask(unsigned process, const std::string& request, unsigned patience,
           const std::function<void(unsigned seconds)>& wait);
 
 } // namespace corvane::tool

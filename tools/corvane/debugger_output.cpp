@@ -4,6 +4,7 @@
 
 #include <sddl.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace corvane::tool {
@@ -19,7 +20,27 @@ struct DebuggerOutput::Page {
     char text[4096 - sizeof(DWORD)];
 };
 
-bool DebuggerOutput::open() {
+bool DebuggerOutput::open(DWORD milliseconds) {
+    constexpr DWORD kPause = 50;
+    // Who writes has it meanwhile, so that nobody does while we have it.
+    const OwnedHandle writing(CreateMutexW(nullptr, FALSE, L"DBWinMutex"));
+    const ULONGLONG end = GetTickCount64() + milliseconds;
+    for (;;) {
+        const ULONGLONG now = GetTickCount64();
+        const DWORD left = now < end ? static_cast<DWORD>(end - now) : 0;
+        const DWORD taken = WaitForSingleObject(writing.get(), left);
+        const bool is_open = try_to_open();
+        if (taken == WAIT_OBJECT_0 || taken == WAIT_ABANDONED) {
+            ReleaseMutex(writing.get());
+        }
+        if (is_open || left == 0) {
+            return is_open;
+        }
+        Sleep(std::min(left, kPause));
+    }
+}
+
+bool DebuggerOutput::try_to_open() {
     LocalMemory<void> descriptor;
     PSECURITY_DESCRIPTOR made = nullptr;
     if (ConvertStringSecurityDescriptorToSecurityDescriptorW(kForEverybody, SDDL_REVISION_1, &made,
@@ -29,11 +50,11 @@ bool DebuggerOutput::open() {
     SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), descriptor.get(), FALSE};
     memory_.reset(CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE, 0,
                                      sizeof(Page), L"DBWIN_BUFFER"));
-    // A process that writes has the page open for a moment, but a viewer has it all the time.
     const bool is_first = memory_ && GetLastError() != ERROR_ALREADY_EXISTS;
     ready_.reset(CreateEventW(&attributes, FALSE, FALSE, L"DBWIN_BUFFER_READY"));
     data_.reset(CreateEventW(&attributes, FALSE, FALSE, L"DBWIN_DATA_READY"));
     if (!is_first || !ready_ || !data_) {
+        memory_.reset(); // this try is not to be the viewer that the next one finds
         return false;
     }
     page_.reset(static_cast<const Page*>(MapViewOfFile(memory_.get(), FILE_MAP_READ, 0, 0, 0)));

@@ -20,13 +20,16 @@ public:
         bool is_full = false; // the rest of a longer text comes as the next piece of the process
     };
 
-    // Takes the place of the viewer. False where another one has it.
-    bool open();
+    // Takes the place of the viewer, unless another one has it for so many milliseconds. A process
+    // that writes has it, too, for up to ten seconds if the viewer before has ended meanwhile.
+    bool open(DWORD milliseconds);
 
     // Waits for the next piece. Nothing once `stop` is set, or when so many milliseconds are over.
     std::optional<Piece> next(HANDLE stop, DWORD milliseconds);
 
 private:
+    bool try_to_open();
+
     struct Page;
     struct PageCloser {
         void operator()(const Page* page) const noexcept { UnmapViewOfFile(page); }

@@ -52,6 +52,7 @@ constexpr std::array kKinds = {
     FindingKind{"service-missing", 150, true},
     FindingKind{"pool-missing", 151, true},
     FindingKind{"registry-unreadable", 152, true},
+    FindingKind{"pools-unreadable", 153, true},
     FindingKind{"log-unread", 160, false},
 };
 
@@ -68,9 +69,29 @@ bool is_framework(const CheckFacts& facts) {
            !facts.program->runtime_config;
 }
 
+std::wstring wide_variable(const Environment& variables, const std::wstring& name) {
+    const auto found = variables.find(name);
+    return found == variables.end() ? std::wstring() : found->second;
+}
+
 std::string variable(const CheckFacts& facts, const std::wstring& name) {
-    const auto found = facts.variables.find(name);
-    return found == facts.variables.end() ? std::string() : to_utf8(found->second);
+    return to_utf8(wide_variable(facts.variables, name));
+}
+
+// The variables of one family begin with the same letters.
+constexpr wchar_t kNet[] = L"CORECLR_";
+constexpr wchar_t kFramework[] = L"COR_";
+
+bool asks_for_profiler(const CheckFacts& facts, const std::wstring& family) {
+    return variable(facts, family + L"ENABLE_PROFILING") == "1";
+}
+
+std::wstring read_family(const CheckFacts& facts) {
+    // Both kinds of runtime run in a worker.
+    const bool is_frameworks =
+        is_framework(facts) || (is_worker(facts) && !asks_for_profiler(facts, kNet) &&
+                                asks_for_profiler(facts, kFramework));
+    return is_frameworks ? kFramework : kNet;
 }
 
 std::string in_quotes(const std::string& text) {
@@ -103,6 +124,10 @@ std::string runtime_version(const nlohmann::json& config) {
         }
     }
     return {};
+}
+
+bool is_library(const std::string& path) {
+    return boost::iequals(path.substr(path.find_last_of("\\/") + 1), "kite.managed.dll");
 }
 
 const FindingKind& kind_of(std::string_view id) {
@@ -193,16 +218,16 @@ private:
     }
 
     void find_in_runtime_config(const nlohmann::json& config) {
-        const std::string version = runtime_version(config);
-        const std::string policy = text_at(config, "/runtimeOptions/rollForward");
-        const std::string by_variable = variable(facts_, L"DOTNET_ROLL_FORWARD");
-        const bool rolls = by_variable.empty() ? boost::iends_with(policy, "Major")
-                                               : boost::iends_with(by_variable, "Major");
-        if (!version.empty() && !rolls && std::atoi(version.c_str()) < 8) {
+        const bool has_build = std::ranges::any_of(facts_.hooks, [](const FileFacts& hook) {
+            return is_library(hook.path) && hook.is_for_standard;
+        });
+        if (!has_build && runs_before_net_8(*facts_.program, facts_.variables)) {
             add("runtime-too-old",
-                facts_.program->name + " runs on .NET " + version +
+                facts_.program->name + " runs on .NET " + runtime_version(config) +
                     ", and the managed library needs .NET 8 or newer",
-                "build it for .NET 8 or newer, or set DOTNET_ROLL_FORWARD=LatestMajor");
+                "name its build for .NET Standard (managed\\kite_framework) in "
+                "DOTNET_STARTUP_HOOKS, as \"corvane run\" does, or set "
+                "DOTNET_ROLL_FORWARD=LatestMajor");
         }
         const nlohmann::json::json_pointer hooks(
             "/runtimeOptions/configProperties/System.StartupHookProvider.IsSupported");
@@ -227,27 +252,22 @@ private:
                 }
             }
         }
-        const std::wstring family = is_framework(facts_) ? L"COR_" : L"CORECLR_";
-        const std::wstring other = is_framework(facts_) ? L"CORECLR_" : L"COR_";
-        const bool enabled = variable(facts_, family + L"ENABLE_PROFILING") == "1";
-        const bool other_enabled = variable(facts_, other + L"ENABLE_PROFILING") == "1";
-        if (!enabled && !other_enabled) {
+        const std::wstring used = read_family(facts_);
+        const std::wstring other = used == kNet ? kFramework : kNet;
+        if (!asks_for_profiler(facts_, used) && !asks_for_profiler(facts_, other)) {
             add("variables-unset",
-                "no variable asks the runtime for a profiler (" + to_utf8(family) +
+                "no variable asks the runtime for a profiler (" + to_utf8(used) +
                     "ENABLE_PROFILING is not 1)",
                 "use \"corvane run\", or set the variables that \"corvane run --env-only\" prints");
             return;
         }
-        if (!enabled && !is_worker(facts_)) {
+        if (!asks_for_profiler(facts_, used)) {
             add("variables-one-family",
                 "only the variables with " + to_utf8(other) +
-                    " are set, and this program reads "
-                    "those with " +
-                    to_utf8(family),
+                    " are set, and this program reads those with " + to_utf8(used),
                 "set both families: \"corvane run --env-only\" prints them");
             return;
         }
-        const std::wstring used = enabled ? family : other;
         const std::string profiler = variable(facts_, used + L"PROFILER");
         if (profiler.empty()) {
             add("variables-contradictory",
@@ -439,13 +459,14 @@ private:
 
     void find_in_library() {
         if (is_framework(facts_)) {
-            if (!facts_.program->has_own_library && !facts_.program->has_shared_library) {
+            if (!facts_.program->own_library.exists && !facts_.program->has_shared_library) {
                 add("library-not-beside",
                     "kite.managed.dll is not beside " + facts_.program->file.path +
                         ", and the .NET Framework looks nowhere else but in the global "
                         "assembly cache",
                     "copy the build for the .NET Framework (managed\\kite_framework) there");
             }
+            find_in_version(facts_.program->own_library);
             return;
         }
         bool is_named = false;
@@ -457,16 +478,9 @@ private:
                         "before its Main",
                     "correct the variable");
             }
-            const std::string name = hook.path.substr(hook.path.find_last_of("\\/") + 1);
-            if (boost::iequals(name, "kite.managed.dll")) {
+            if (is_library(hook.path)) {
                 is_named = true;
-                if (hook.exists && hook.version != facts_.version) {
-                    add("library-version",
-                        in_quotes(hook.path) + " has the version " +
-                            (hook.version.empty() ? "of none" : hook.version) +
-                            ", and the profiler " + facts_.version,
-                        "name the kite.managed.dll that came with CorvaneProfiler.dll");
-                }
+                find_in_version(hook);
             }
         }
         const bool carries =
@@ -481,11 +495,28 @@ private:
                     "would end the program before its Main",
                 "remove kite.managed.dll from DOTNET_STARTUP_HOOKS for this program");
         }
-        if (!is_named && !carries && !(facts_.program && facts_.program->has_own_library) &&
-            !is_worker(facts_)) {
+        const bool has_own = facts_.program && facts_.program->own_library.exists;
+        if (has_own && !is_named) {
+            find_in_version(facts_.program->own_library);
+        }
+        if (!is_named && !carries && !has_own && !is_worker(facts_)) {
             add("library-unnamed",
                 "DOTNET_STARTUP_HOOKS does not name kite.managed.dll, so no method is instrumented",
                 "set it to the full path of the library");
+        }
+    }
+
+    // Both come from one build, wherever this tool comes from.
+    void find_in_version(const FileFacts& library) {
+        if (library.exists && facts_.profiler.exists &&
+            library.version != facts_.profiler.version) {
+            const auto named = [](const std::string& version) {
+                return version.empty() ? "no version" : "the version " + version;
+            };
+            add("library-version",
+                in_quotes(library.path) + " has " + named(library.version) + ", and " +
+                    in_quotes(facts_.profiler.path) + ' ' + named(facts_.profiler.version),
+                "name the kite.managed.dll that came with that CorvaneProfiler.dll");
         }
     }
 
@@ -501,6 +532,27 @@ std::span<const FindingKind> finding_kinds() {
     return kKinds;
 }
 
+FailedFinding::FailedFinding(Finding reason)
+    : Failure(reason.text + ": " + reason.cure + " (" + page_of(*reason.kind) + ')',
+              reason.kind->exit_code),
+      finding(std::move(reason)) {}
+
+bool runs_before_net_8(const ProgramFacts& program, const Environment& variables) {
+    const nlohmann::json config = parsed(program.runtime_config);
+    const std::string version = runtime_version(config);
+    const std::string by_variable = to_utf8(wide_variable(variables, L"DOTNET_ROLL_FORWARD"));
+    const std::string policy =
+        by_variable.empty() ? text_at(config, "/runtimeOptions/rollForward") : by_variable;
+    return !version.empty() && !boost::iends_with(policy, "Major") &&
+           std::atoi(version.c_str()) < 8;
+}
+
+std::wstring named_profiler(const CheckFacts& facts) {
+    const std::wstring family = read_family(facts);
+    const std::wstring wide = wide_variable(facts.variables, family + L"PROFILER_PATH_64");
+    return wide.empty() ? wide_variable(facts.variables, family + L"PROFILER_PATH") : wide;
+}
+
 std::vector<Finding> find_problems(const CheckFacts& facts) {
     return Finder(facts).find();
 }
@@ -511,6 +563,18 @@ Finding missing_on_machine(bool is_service, const std::string& name) {
                 name,
             is_service ? "give the service's name, which is not the one that is displayed"
                        : "correct the name"};
+}
+
+Finding unreadable_registry(const std::string& key, const std::string& reason) {
+    return {&kind_of("registry-unreadable"),
+            "cannot read the registry, " + key + " (" + reason + ')',
+            "run this command as administrator"};
+}
+
+Finding unreadable_pools(const std::string& file, const std::string& reason) {
+    return {&kind_of("pools-unreadable"),
+            "cannot read the application pools, " + file + " (" + reason + ')',
+            "run this command as administrator"};
 }
 
 std::string page_of(const FindingKind& kind) {

@@ -36,9 +36,11 @@ fs::path own_file() {
 
 Installation find_installation() {
     const fs::path folder = own_file().parent_path();
+    const fs::path library = "kite.managed.dll";
+    const fs::path standard = fs::path("kite_framework") / library;
     return {folder.wstring(), first_file({folder / "CorvaneProfiler.dll"}),
-            first_file(
-                {folder / "kite.managed.dll", folder / "managed" / "kite" / "kite.managed.dll"})};
+            first_file({folder / library, folder / "managed" / "kite" / library}),
+            first_file({folder / standard, folder / "managed" / standard})};
 }
 
 } // namespace corvane::tool

@@ -14,6 +14,7 @@ struct Installation {
     std::wstring folder; // the tool's own
     std::wstring profiler;
     std::wstring library;
+    std::wstring standard_library; // its build for .NET Standard
 };
 
 Installation find_installation();

@@ -5,8 +5,6 @@
 #include "tools/corvane/environment.h"
 #include "tools/corvane/program.h"
 
-#include <functional>
-
 namespace corvane::tool {
 
 struct Ended {
@@ -14,9 +12,14 @@ struct Ended {
     unsigned long exit_code = 0;
 };
 
+struct LaunchOptions {
+    bool is_detached = false;        // the program outlives this process
+    bool waits_for_children = false; // and for theirs, until Ctrl+C
+};
+
 // Ctrl+C and the like are the program's, and this process waits for what it makes of them. Unless
-// `detached`, the program ends with this process if that is killed; what the program started ends
-// with it then, too, and lives on otherwise. Throws Failure if it cannot be started.
-Ended launch(const Program& program, const Environment& environment, bool detached);
+// it is detached, the program ends with this process if that is killed; what the program started
+// ends with it then, too, and lives on otherwise. Throws Failure if it cannot be started.
+Ended launch(const Program& program, const Environment& environment, const LaunchOptions& options);
 
 } // namespace corvane::tool

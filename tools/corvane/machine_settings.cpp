@@ -1,28 +1,39 @@
 #include "tools/corvane/machine_settings.h"
 
+#include "base/hresult_text.h"
 #include "base/local_memory.h"
-#include "profiler/wide_text.h"
+#include "base/owned_handle.h"
+#include "tools/corvane/findings.h"
+#include "tools/corvane/pool_settings.h"
 #include "tools/corvane/registry.h"
+#include "tools/corvane/search_path.h"
 #include "tools/corvane/utf8.h"
-
-#include <boost/property_tree/xml_parser.hpp>
 
 #include <windows.h>
 
 #include <shellapi.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <stdexcept>
 
 namespace corvane::tool {
 namespace {
 
 namespace fs = std::filesystem;
-using boost::property_tree::ptree;
 
 const std::wstring kServices = L"SYSTEM\\CurrentControlSet\\Services\\";
 constexpr wchar_t kMachineVariables[] =
     L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
+
+OwnedHandle open_to_read(const fs::path& file) {
+    const HANDLE opened =
+        CreateFileW(file.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return OwnedHandle(opened == INVALID_HANDLE_VALUE ? nullptr : opened);
+}
 
 std::wstring expanded(const std::wstring& text) {
     std::wstring result(ExpandEnvironmentStringsW(text.c_str(), nullptr, 0), L'\0');
@@ -35,7 +46,24 @@ std::wstring expanded(const std::wstring& text) {
 Words split_line(const std::wstring& line) {
     int count = 0;
     const LocalMemory<LPWSTR> list(CommandLineToArgvW(line.c_str(), &count));
-    return list ? Words(list.get(), list.get() + count) : Words();
+    return list && !line.empty() ? Words(list.get(), list.get() + count) : Words();
+}
+
+bool is_program(const std::wstring& name) {
+    return std::ranges::any_of(candidates(name, {}), [](const std::wstring& file) {
+        std::error_code ignored;
+        return fs::is_regular_file(file, ignored);
+    });
+}
+
+// A path with blanks may stand there without quotes.
+Words words_of(const std::wstring& line) {
+    for (const std::wstring& program : possible_programs(line)) {
+        if (is_program(program)) {
+            return split_line(L'"' + program + L'"' + line.substr(program.size()));
+        }
+    }
+    return split_line(line);
 }
 
 void set_variable(Environment& variables, const std::wstring& assignment) {
@@ -45,19 +73,12 @@ void set_variable(Environment& variables, const std::wstring& assignment) {
     }
 }
 
-// Those that every process gets that no user starts. Only the names that matter here are asked for.
+// Those that every process gets that no user starts.
 Environment machine_variables() {
     Environment variables;
-    for (const wchar_t* const name :
-         {L"CORECLR_ENABLE_PROFILING", L"CORECLR_PROFILER", L"CORECLR_PROFILER_PATH",
-          L"CORECLR_PROFILER_PATH_64", L"COR_ENABLE_PROFILING", L"COR_PROFILER",
-          L"COR_PROFILER_PATH", L"COR_PROFILER_PATH_64", L"CORVANE_HOME_APM_DOTNET",
-          L"CORVANE_LOG_FILE", L"DOTNET_STARTUP_HOOKS", L"DOTNET_EnableDiagnostics",
-          L"DOTNET_EnableDiagnostics_Profiler", L"COMPlus_EnableDiagnostics",
-          L"COMPlus_EnableDiagnostics_Profiler", L"DOTNET_ROLL_FORWARD"}) {
-        if (const auto value = registry_texts(HKEY_LOCAL_MACHINE, kMachineVariables, name)) {
-            variables[name] = expanded(value->front());
-        }
+    for (const std::wstring& name : registry_values(HKEY_LOCAL_MACHINE, kMachineVariables)) {
+        variables[name] =
+            expanded(registry_text(HKEY_LOCAL_MACHINE, kMachineVariables, name).value_or(L""));
     }
     return variables;
 }
@@ -70,18 +91,31 @@ void add_service_variables(Environment& variables, const std::wstring& service) 
     }
 }
 
-ptree read_host_config() {
+fs::path server_folder() {
     wchar_t system[MAX_PATH] = {};
     GetSystemDirectoryW(system, MAX_PATH);
-    ptree config;
-    try {
-        std::ifstream stream(fs::path(system) / "inetsrv" / "config" / "applicationHost.config");
-        boost::property_tree::read_xml(stream, config,
-                                       boost::property_tree::xml_parser::no_comments);
-    } catch (const std::exception&) {
-        config.clear();
+    return fs::path(system) / "inetsrv";
+}
+
+// Nothing without such a pool, or without IIS.
+std::optional<PoolSettings> pool_settings(const std::wstring& name) {
+    const fs::path file = server_folder() / "config" / "applicationHost.config";
+    const OwnedHandle opened = open_to_read(file);
+    const DWORD error = GetLastError();
+    if (!opened && (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)) {
+        return std::nullopt;
     }
-    return config;
+    const std::string name_of_file = to_utf8(file.wstring());
+    if (!opened) {
+        throw FailedFinding(unreadable_pools(
+            name_of_file, to_utf8(hresult_text(HRESULT_FROM_WIN32(error)).c_str())));
+    }
+    try {
+        std::ifstream stream(file);
+        return read_pool(stream, name);
+    } catch (const std::runtime_error& failure) {
+        throw FailedFinding(unreadable_pools(name_of_file, failure.what()));
+    }
 }
 
 } // namespace
@@ -90,8 +124,8 @@ MachineProgram find_service(const std::wstring& name) {
     MachineProgram service;
     service.exists = has_registry_key(HKEY_LOCAL_MACHINE, kServices + name);
     if (service.exists) {
-        const auto path = registry_texts(HKEY_LOCAL_MACHINE, kServices + name, L"ImagePath");
-        service.words = path ? split_line(expanded(path->front())) : Words();
+        service.words = words_of(expanded(
+            registry_text(HKEY_LOCAL_MACHINE, kServices + name, L"ImagePath").value_or(L"")));
         service.variables = machine_variables();
         add_service_variables(service.variables, name);
     }
@@ -100,35 +134,18 @@ MachineProgram find_service(const std::wstring& name) {
 
 MachineProgram find_pool(const std::wstring& name) {
     MachineProgram pool;
-    const ptree config = read_host_config();
-    const ptree none;
-    // The dot in the name of the section divides the path.
-    const auto configuration = config.get_child_optional("configuration");
-    const auto host = (configuration ? *configuration : none)
-                          .get_child_optional(ptree::path_type("system.applicationHost", '/'));
-    const auto list = (host ? *host : none).get_child_optional("applicationPools");
-    for (const auto& [element, entry] : list ? *list : none) {
-        if (element != "add" ||
-            !equals_ignore_case(to_wide(entry.get("<xmlattr>.name", "")), name)) {
-            continue;
-        }
+    if (const auto settings = pool_settings(name)) {
         pool.exists = true;
-        pool.is_32_bit = entry.get("<xmlattr>.enable32BitAppOnWin64", "false") == "true";
-        wchar_t system[MAX_PATH] = {};
-        GetSystemDirectoryW(system, MAX_PATH);
-        pool.words = {(fs::path(system) / "inetsrv" / "w3wp.exe").wstring(), L"-ap", name};
+        pool.is_32_bit = settings->is_32_bit;
+        pool.words = {(server_folder() / "w3wp.exe").wstring(), L"-ap", name};
         // A worker gets the variables of the machine, of the service that starts it, and of its
         // pool.
         pool.variables = machine_variables();
         add_service_variables(pool.variables, L"WAS");
         add_service_variables(pool.variables, L"W3SVC");
-        for (const auto& [kind, variable] : entry.get_child("environmentVariables", none)) {
-            if (kind == "add") {
-                pool.variables[to_wide(variable.get("<xmlattr>.name", ""))] =
-                    to_wide(variable.get("<xmlattr>.value", ""));
-            }
+        for (const auto& [variable, value] : settings->variables) {
+            pool.variables[variable] = value;
         }
-        break;
     }
     return pool;
 }

@@ -69,6 +69,10 @@ private:
 
 int run_command(const Words& words) {
     const SplitWords split = split_words(words);
+    if (const auto before = before_nothing(split.own)) {
+        print_error("there is nothing behind \"" + to_utf8(*before) + '"');
+        return kMisused;
+    }
     CLI::App app("Corvane " CORVANE_VERSION ", a profiler for .NET", "corvane");
     app.set_version_flag("--version", CORVANE_VERSION);
     app.require_subcommand(1);

@@ -1,6 +1,7 @@
 #include "tools/corvane/program.h"
 
 #include "profiler/wide_text.h"
+#include "tools/corvane/search_path.h"
 
 #include <windows.h>
 
@@ -16,27 +17,24 @@ bool is_file(const fs::path& path) {
     return fs::is_regular_file(path, ignored);
 }
 
-fs::path on_path(const std::wstring& name, const wchar_t* extension) {
-    std::wstring found(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = SearchPathW(nullptr, name.c_str(), extension,
-                                         static_cast<DWORD>(found.size()), found.data(), nullptr);
-        if (length < found.size()) {
-            found.resize(length);
-            return length == 0 ? fs::path() : full_path(found);
-        }
-        found.resize(length);
-    }
+std::wstring value_of(const Environment& environment, std::wstring_view name) {
+    const auto found = environment.find(name);
+    return found == environment.end() ? std::wstring() : found->second;
 }
 
-fs::path find_file(const std::wstring& name) {
-    if (name.find_first_of(L"\\/:") == name.npos) {
-        return on_path(name, L".exe");
+// The system says whether names are looked for in the current folder.
+Words searched_folders(const std::wstring& name, const Environment& environment) {
+    Words folders = folders_of(value_of(environment, L"PATH"));
+    if (NeedCurrentDirectoryForExePathW(name.c_str()) != FALSE) {
+        folders.insert(folders.begin(), L".");
     }
-    const fs::path path = full_path(name);
-    for (const fs::path& candidate : {path, fs::path(path.wstring() + L".exe")}) {
+    return folders;
+}
+
+fs::path find_file(const std::wstring& name, const Environment& environment) {
+    for (const std::wstring& candidate : candidates(name, searched_folders(name, environment))) {
         if (is_file(candidate)) {
-            return candidate;
+            return full_path(candidate);
         }
     }
     return {};
@@ -44,12 +42,12 @@ fs::path find_file(const std::wstring& name) {
 
 fs::path find_dotnet(const Environment& environment) {
     for (const wchar_t* const variable : {L"DOTNET_ROOT_X64", L"DOTNET_ROOT"}) {
-        const auto root = environment.find(std::wstring_view(variable));
-        if (root != environment.end() && is_file(fs::path(root->second) / L"dotnet.exe")) {
-            return full_path((fs::path(root->second) / L"dotnet.exe").wstring());
+        const fs::path file = fs::path(value_of(environment, variable)) / L"dotnet.exe";
+        if (file.has_parent_path() && is_file(file)) {
+            return full_path(file.wstring());
         }
     }
-    return on_path(L"dotnet", L".exe");
+    return find_file(L"dotnet.exe", environment);
 }
 
 bool is_library(const std::wstring& name) {
@@ -84,7 +82,7 @@ Environment own_environment() {
 }
 
 Program find_program(const Words& words, const Environment& environment) {
-    const fs::path file = find_file(words.front());
+    const fs::path file = find_file(words.front(), environment);
     if (!is_library(words.front())) {
         Program program{file, words, {}};
         if (words.size() > 1 && is_library(words[1]) &&
@@ -95,8 +93,9 @@ Program find_program(const Words& words, const Environment& environment) {
     }
     Program program;
     if (!file.empty()) {
-        program = {find_dotnet(environment), {L"dotnet"}, file};
-        program.words.insert(program.words.end(), words.begin(), words.end());
+        // dotnet.exe looks for it in the current folder only.
+        program = {find_dotnet(environment), {L"dotnet", file.wstring()}, file};
+        program.words.insert(program.words.end(), words.begin() + 1, words.end());
     }
     return program;
 }

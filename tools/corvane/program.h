@@ -15,8 +15,8 @@ struct Program {
     std::filesystem::path assembly; // what dotnet.exe is given to run; empty otherwise
 };
 
-// A name without a folder is looked for as a shell does, ".exe" may be left out, and a DLL is run
-// by dotnet.exe.
+// A name without a folder is looked for as a shell does, with these variables; ".exe" may be left
+// out, and a DLL is run by dotnet.exe.
 Program find_program(const Words& words, const Environment& environment);
 
 std::filesystem::path full_path(const std::wstring& path);

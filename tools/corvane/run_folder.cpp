@@ -1,5 +1,7 @@
 #include "tools/corvane/run_folder.h"
 
+#include "base/hresult_text.h"
+#include "base/local_memory.h"
 #include "base/owned_handle.h"
 #include "tools/corvane/command.h"
 #include "tools/corvane/program.h"
@@ -7,9 +9,12 @@
 
 #include <windows.h>
 
+#include <sddl.h>
+
 #include <cwchar>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace corvane::tool {
 namespace {
@@ -74,16 +79,40 @@ void remove_left_folders(const fs::path& parent) {
     }
 }
 
+// For this user, who also runs the program, and nobody else: the folder of temporary files may be
+// one that all users share.
+LocalMemory<void> own_rights() {
+    HANDLE opened = nullptr;
+    OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened);
+    const OwnedHandle token(opened);
+    DWORD size = 0;
+    GetTokenInformation(token.get(), TokenUser, nullptr, 0, &size);
+    std::vector<BYTE> user(size);
+    LPWSTR sid = nullptr;
+    PSECURITY_DESCRIPTOR rights = nullptr;
+    if (GetTokenInformation(token.get(), TokenUser, user.data(), size, &size) == FALSE ||
+        ConvertSidToStringSidW(reinterpret_cast<const TOKEN_USER*>(user.data())->User.Sid, &sid) ==
+            FALSE) {
+        throw Failure("cannot find out who runs this command");
+    }
+    const LocalMemory<wchar_t> text(sid);
+    ConvertStringSecurityDescriptorToSecurityDescriptorW(
+        (L"D:P(A;OICI;FA;;;" + std::wstring(sid) + L')').c_str(), SDDL_REVISION_1, &rights,
+        nullptr);
+    return LocalMemory<void>(rights);
+}
+
 } // namespace
 
 RunFolder::RunFolder() {
     const fs::path parent = temporary_folder();
     remove_left_folders(parent);
     path_ = parent / (kPrefix + std::to_wstring(GetCurrentProcessId()));
-    std::error_code error;
-    if (!fs::create_directory(path_, error)) {
+    const LocalMemory<void> rights = own_rights();
+    SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), rights.get(), FALSE};
+    if (!rights || CreateDirectoryW(path_.c_str(), &attributes) == FALSE) {
         throw Failure("cannot make the folder " + to_utf8(path_.wstring()) + ": " +
-                      (error ? error.message() : "it is there, and cannot be removed"));
+                      to_utf8(hresult_text(HRESULT_FROM_WIN32(GetLastError())).c_str()));
     }
 }
 

@@ -50,20 +50,21 @@ std::wstring for_each_process(const std::wstring& file) {
 }
 
 std::vector<std::wstring> output_files(const RunOptions& options) {
+    std::vector<std::optional<std::wstring>> outputs = {options.tree, options.summary,
+                                                        options.trace, options.otlp, options.log};
+    outputs.insert(outputs.end(), options.profiles.begin(), options.profiles.end());
     std::vector<std::wstring> files;
-    for (const auto* const output :
-         {&options.tree, &options.summary, &options.trace, &options.otlp, &options.flame,
-          &options.speedscope, &options.pprof, &options.log}) {
-        if (*output && !(*output)->empty() && !is_address(**output)) {
-            files.push_back(**output);
+    for (const auto& output : outputs) {
+        if (output && !output->empty() && !is_address(*output)) {
+            files.push_back(*output);
         }
     }
     return files;
 }
 
-std::optional<std::wstring> contradiction(const RunOptions& options) {
+std::optional<std::wstring> named_twice(const std::vector<std::wstring>& files) {
     std::set<std::wstring, IgnoreCase> seen;
-    for (const std::wstring& file : output_files(options)) {
+    for (const std::wstring& file : files) {
         if (!seen.insert(file).second) {
             return L"two options name the file " + file;
         }

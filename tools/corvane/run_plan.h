@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tools/corvane/environment.h"
+#include "tools/corvane/profile_formats.h"
 
 #include <optional>
 #include <string>
@@ -15,9 +16,7 @@ struct RunOptions {
     std::optional<std::wstring> summary;
     std::optional<std::wstring> trace;
     std::optional<std::wstring> otlp; // "": the usual address of a collector on this machine
-    std::optional<std::wstring> flame;
-    std::optional<std::wstring> speedscope;
-    std::optional<std::wstring> pprof;
+    ProfileNames profiles;
     std::optional<int> sample_interval;
     std::optional<std::wstring> values;
     std::vector<std::wstring> methods;
@@ -26,7 +25,7 @@ struct RunOptions {
     bool no_inlining = false;
     bool children = false;
 
-    bool has_samples_file() const { return flame || speedscope || pprof; }
+    bool has_samples_file() const { return profiles != ProfileNames(); }
     bool samples() const { return has_samples_file() || sample_interval; }
     bool has_output() const { return tree || summary || trace || otlp || samples(); }
 };
@@ -41,8 +40,8 @@ struct RunPlaces {
     std::wstring samples; // where the sampler writes, if nothing is moved
 };
 
-// The option that contradicts another one, as a line; nothing if all go together.
-std::optional<std::wstring> contradiction(const RunOptions& options);
+// The file that is named twice, as a line.
+std::optional<std::wstring> named_twice(const std::vector<std::wstring>& files);
 
 // Whether a text is an address rather than a file.
 bool is_address(const std::wstring& text);

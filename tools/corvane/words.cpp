@@ -17,6 +17,18 @@ SplitWords split_words(Words words) {
     return split;
 }
 
+std::optional<std::wstring> before_nothing(const Words& words) {
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        if (words[i].empty()) {
+            return i == 0 ? std::wstring() : words[i - 1];
+        }
+        if (words[i].starts_with(L"--") && words[i].find(L'=') == words[i].size() - 1) {
+            return words[i];
+        }
+    }
+    return std::nullopt;
+}
+
 std::wstring quoted(const std::wstring& word) {
     if (!word.empty() && word.find_first_of(L" \t\n\v\"") == std::wstring::npos) {
         return word;

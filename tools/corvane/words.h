@@ -2,6 +2,7 @@
 // that a program gets.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,9 @@ struct SplitWords {
 
 // At the first "--", which is in neither.
 SplitWords split_words(Words words);
+
+// What stands before an empty word or an empty value, such as the option that it was meant for.
+std::optional<std::wstring> before_nothing(const Words& words);
 
 // One word, quoted so that the usual rules of splitting a line give it back.
 std::wstring quoted(const std::wstring& word);

@@ -21,10 +21,12 @@ internal static class Program
             "variables" => Variables(),
             "wait" => Wait(args[1], 600),
             "work" => WorkOn(args[1]),
+            "busy" => KeepPoolBusy(args[1]),
             "interrupt" => Interrupt(args[1]),
             "killed" => Killed(),
             "parent" => Parent(args[1], args[2..]),
             "leave" => Leave(args[1], args[2]),
+            { } assembly when assembly.EndsWith(".dll", StringComparison.Ordinal) => Echo(args), // as dotnet.exe
             _ => 0,
         };
     }
@@ -102,6 +104,17 @@ internal static class Program
         File.WriteAllText(file, Environment.ProcessId.ToString());
         Thread.Sleep(TimeSpan.FromSeconds(seconds));
         return 1;
+    }
+
+    // None of its threads has time for anything else.
+    private static int KeepPoolBusy(string file)
+    {
+        ThreadPool.SetMaxThreads(Environment.ProcessorCount, Environment.ProcessorCount);
+        for (var item = 0; item < 100; item++)
+        {
+            ThreadPool.QueueUserWorkItem(_ => Thread.Sleep(Timeout.Infinite));
+        }
+        return Wait(file, 120);
     }
 
     private static int Interrupt(string file)

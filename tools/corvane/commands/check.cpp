@@ -9,6 +9,8 @@
 #include <nlohmann/json.hpp>
 
 #include <memory>
+#include <optional>
+#include <utility>
 
 namespace corvane::tool {
 namespace {
@@ -59,15 +61,35 @@ int report(const std::string& subject, const std::vector<Finding>& findings, boo
 
 std::vector<Finding> check_machine(const MachineProgram& found, const Installation& installed,
                                    const std::string& name) {
-    CheckFacts facts = read_check_facts(found.variables, installed);
+    std::optional<ProgramFacts> program;
     if (!found.words.empty()) {
-        facts.program =
+        program =
             read_program_facts(find_program(found.words, found.variables), name, found.variables);
-        if (found.is_32_bit && facts.program->file.image) {
-            facts.program->file.image->runs_as_32_bit = true;
+        if (found.is_32_bit && program->file.image) {
+            program->file.image->runs_as_32_bit = true;
         }
     }
-    return find_problems(facts);
+    return find_problems(read_check_facts(found.variables, installed, std::move(program)));
+}
+
+std::vector<Finding> check_named(const Words& words, const Installation& installed) {
+    const Environment variables = own_environment();
+    std::optional<ProgramFacts> program;
+    if (!words.empty()) {
+        program =
+            read_program_facts(find_program(words, variables), to_utf8(words.front()), variables);
+    }
+    return find_problems(read_check_facts(variables, installed, std::move(program)));
+}
+
+// What may not be read is found like anything else.
+template <class Search>
+std::vector<Finding> guarded(const Search& search) {
+    try {
+        return search();
+    } catch (const FailedFinding& failed) {
+        return {failed.finding};
+    }
 }
 
 } // namespace
@@ -90,25 +112,20 @@ Work define_check(CLI::App& app) {
             const std::string& name = is_service ? texts->service : texts->pool;
             const std::string subject =
                 (is_service ? "The service " : "The application pool ") + name;
-            const MachineProgram found =
-                is_service ? find_service(to_wide(name)) : find_pool(to_wide(name));
-            return report(subject,
-                          found.exists ? check_machine(found, installed, subject)
-                                       : std::vector{missing_on_machine(is_service, name)},
-                          texts->json);
+            const auto findings = guarded([&] {
+                const MachineProgram found =
+                    is_service ? find_service(to_wide(name)) : find_pool(to_wide(name));
+                return found.exists ? check_machine(found, installed, subject)
+                                    : std::vector{missing_on_machine(is_service, name)};
+            });
+            return report(subject, findings, texts->json);
         }
         Words words = behind;
         if (!texts->program.empty()) {
             words.insert(words.begin(), to_wide(texts->program));
         }
-        const Environment variables = own_environment();
-        CheckFacts facts = read_check_facts(variables, installed);
-        std::string subject = "A program";
-        if (!words.empty()) {
-            subject = to_utf8(words.front());
-            facts.program = read_program_facts(find_program(words, variables), subject, variables);
-        }
-        return report(subject, find_problems(facts), texts->json);
+        return report(words.empty() ? "A program" : to_utf8(words.front()),
+                      guarded([&] { return check_named(words, installed); }), texts->json);
     };
 }
 

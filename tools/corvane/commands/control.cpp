@@ -3,49 +3,48 @@
 #include "tools/corvane/console.h"
 #include "tools/corvane/control_client.h"
 #include "tools/corvane/output_file.h"
+#include "tools/corvane/profile_formats.h"
 #include "tools/corvane/program.h"
+#include "tools/corvane/run_plan.h"
 #include "tools/corvane/terminal.h"
 #include "tools/corvane/utf8.h"
 
 #include <CLI/CLI.hpp>
 
-#include <array>
 #include <fstream>
 #include <memory>
-#include <optional>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace corvane::tool {
 namespace {
 
 constexpr int kLongestSampling = 3600; // seconds
 constexpr int kLongestInterval = 60'000;
+constexpr int kLongestPatience = 3600;
 
-struct Format {
-    const char* option;
-    const char* name; // as the process knows it
-    const char* description;
-};
-constexpr std::array kFormats = {
-    Format{"--flame", "svg", "Write a flame graph, for any browser"},
-    Format{"--speedscope", "speedscope", "Write a file for speedscope.app"},
-    Format{"--pprof", "pprof", "Write a file for pprof"},
-    Format{"--folded", "folded", "Write folded stacks; without any FILE they are printed"},
-};
-
-struct SampleOptions {
+struct Asked {
     unsigned process = 0;
+    unsigned patience = 30;
+};
+
+struct SampleOptions : Asked {
     int seconds = 10;
     int interval = 10;
-    std::array<std::string, kFormats.size()> files;
+    ForEachFormat<std::string> files;
 };
 
-void add_process(CLI::App& app, unsigned& process) {
-    app.add_option("--pid", process, "The process")->type_name("N")->required();
+void add_process(CLI::App& app, Asked& asked) {
+    app.add_option("--pid", asked.process, "The process")->type_name("N")->required();
+    app.add_option("--patience", asked.patience,
+                   "How many seconds it may give no answer, 30 without it")
+        ->type_name("S")
+        ->check(CLI::Range(1, kLongestPatience));
 }
 
-Parts ask_at_once(unsigned process, const std::string& request) {
-    return ask(process, request, [](unsigned) {});
+Parts ask_at_once(const Asked& asked, const std::string& request) {
+    return ask(asked.process, request, asked.patience, [](unsigned) {});
 }
 
 void write_file(const std::wstring& file, const std::string& bytes) {
@@ -57,14 +56,22 @@ void write_file(const std::wstring& file, const std::string& bytes) {
 }
 
 int sample(const SampleOptions& options) {
-    std::array<std::optional<std::wstring>, kFormats.size()> files;
+    ProfileNames files;
+    std::vector<std::wstring> named;
     std::string formats;
-    for (std::size_t i = 0; i < kFormats.size(); ++i) {
+    for (std::size_t i = 0; i < kProfileFormats.size(); ++i) {
         if (!options.files[i].empty()) {
-            files[i] = full_path(to_wide(options.files[i])).wstring();
-            prepare_output(*files[i]);
-            formats += (formats.empty() ? "" : ",") + std::string(kFormats[i].name);
+            files[i] = with_process(full_path(to_wide(options.files[i])).wstring(),
+                                    std::to_wstring(options.process));
+            named.push_back(*files[i]);
+            formats += (formats.empty() ? "" : ",") + std::string(kProfileFormats[i].name);
         }
+    }
+    if (const auto line = named_twice(named)) {
+        throw Failure(to_utf8(*line), kMisused);
+    }
+    for (const std::wstring& file : named) {
+        prepare_output(file);
     }
     const bool prints = formats.empty();
     if (prints) {
@@ -76,13 +83,13 @@ int sample(const SampleOptions& options) {
         parts = ask(options.process,
                     "sample " + std::to_string(options.seconds) + ' ' +
                         std::to_string(options.interval) + ' ' + formats,
-                    [&](unsigned seconds) {
+                    options.patience, [&](unsigned seconds) {
                         progress.show("sampling, " + std::to_string(seconds) + " s left");
                     });
     }
-    for (std::size_t i = 0; i < kFormats.size(); ++i) {
+    for (std::size_t i = 0; i < kProfileFormats.size(); ++i) {
         if (files[i]) {
-            write_file(*files[i], parts[kFormats[i].name]);
+            write_file(*files[i], parts[kProfileFormats[i].name]);
             print_line(to_utf8(*files[i]));
         }
     }
@@ -97,34 +104,41 @@ int sample(const SampleOptions& options) {
 
 Work define_sample(CLI::App& app) {
     const auto options = std::make_shared<SampleOptions>();
-    add_process(app, options->process);
+    add_process(app, *options);
     app.add_option("--seconds", options->seconds, "How long, 10 without it")
         ->type_name("S")
         ->check(CLI::Range(1, kLongestSampling));
     app.add_option("--sample", options->interval, "A sample every so many ms, 10 without it")
         ->type_name("MS")
         ->check(CLI::Range(1, kLongestInterval));
-    for (std::size_t i = 0; i < kFormats.size(); ++i) {
-        app.add_option(kFormats[i].option, options->files[i], kFormats[i].description)
-            ->type_name("FILE");
+    for (std::size_t i = 0; i < kProfileFormats.size(); ++i) {
+        const ProfileFormat& format = kProfileFormats[i];
+        app.add_option(format.option, options->files[i], format.description)
+            ->type_name(format.value);
     }
+    app.footer("Without a FILE it prints folded stacks.");
     return [options](const Words&) { return sample(*options); };
 }
 
 Work define_flush(CLI::App& app) {
-    const auto process = std::make_shared<unsigned>(0);
-    add_process(app, *process);
-    return [process](const Words&) {
-        print(ask_at_once(*process, "flush")["files"]);
+    const auto asked = std::make_shared<Asked>();
+    add_process(app, *asked);
+    return [asked](const Words&) {
+        Parts parts = ask_at_once(*asked, "flush");
+        print(parts["files"]);
+        std::istringstream remarks(parts["remarks"]);
+        for (std::string remark; std::getline(remarks, remark);) {
+            print_error(remark.substr(0, remark.find('\r')));
+        }
         return kSuccess;
     };
 }
 
 Work define_summary(CLI::App& app) {
-    const auto process = std::make_shared<unsigned>(0);
-    add_process(app, *process);
-    return [process](const Words&) {
-        print(ask_at_once(*process, "summary")["summary"]);
+    const auto asked = std::make_shared<Asked>();
+    add_process(app, *asked);
+    return [asked](const Words&) {
+        print(ask_at_once(*asked, "summary")["summary"]);
         return kSuccess;
     };
 }

@@ -33,12 +33,6 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
-constexpr int kMissing = 3;
-constexpr int kNotManaged = 4;
-constexpr int kDamaged = 5;
-constexpr int kNoRuntime = 6;
-constexpr int kNoConfiguration = 7;
-
 constexpr const char* kMetadataDamaged = " is damaged: its metadata cannot be read";
 
 constexpr std::size_t kFileWidth = 120; // of lines that no console bounds
@@ -75,7 +69,7 @@ ProfilerSwitches read_configuration(const std::string& folder) {
     AgentConfig config;
     const auto home = in_code_page(to_wide(folder)); // as the profiler reads the name
     if (!home || !load_agent_config(*home, config, no_log)) {
-        throw Failure(folder + " has no agent.config that can be read", kNoConfiguration);
+        throw Failure(folder + " has no agent.config that can be read", kConfigMissing);
     }
     read_switches(
         [&](const char* key, const char* value) { return check_key(config, key, value, no_log); },
@@ -99,7 +93,7 @@ fs::path runtime_for(const fs::path& assembly, const Options& options) {
     }
     throw Failure(asked ? options.runtime + " holds no .NET runtime for 64-bit Windows"
                         : "no .NET runtime is installed here; --runtime names a folder with one",
-                  kNoRuntime);
+                  kRuntimeMissing);
 }
 
 // A program is started by an executable that holds no methods.
@@ -116,18 +110,19 @@ Neighbours open(Explanation& explanation, const fs::path& assembly, const fs::pa
                 const Options& options) {
     auto bytes = read_file_bytes(assembly);
     if (!bytes) {
-        throw Failure(options.assembly + " cannot be read", kMissing);
+        throw Failure(options.assembly + " cannot be read", kAssemblyMissing);
     }
     switch (explanation.open(assembly, std::move(*bytes), runtime)) {
     case OpenResult::kOpened:
         break;
     case OpenResult::kNotManaged:
-        throw Failure(options.assembly + " is no .NET assembly" + hint_for(assembly), kNotManaged);
+        throw Failure(options.assembly + " is no .NET assembly" + hint_for(assembly),
+                      kAssemblyNotManaged);
     case OpenResult::kDamaged:
-        throw Failure(options.assembly + kMetadataDamaged, kDamaged);
+        throw Failure(options.assembly + kMetadataDamaged, kAssemblyDamaged);
     case OpenResult::kNoRuntime:
         throw Failure("the runtime in " + to_utf8(runtime.wstring()) + " cannot be loaded",
-                      kNoRuntime);
+                      kRuntimeMissing);
     }
     return explanation.take_neighbours(assembly, runtime);
 }
@@ -350,10 +345,10 @@ int explain(const Options& options) {
     std::error_code error;
     const fs::path assembly = fs::absolute(to_wide(options.assembly), error);
     if (!fs::is_regular_file(assembly, error)) {
-        throw Failure(options.assembly + " is not there", kMissing);
+        throw Failure(options.assembly + " is not there", kAssemblyMissing);
     }
     const fs::path runtime = runtime_for(assembly, options);
-    end_on_engine_fault("corvane: " + options.assembly + kMetadataDamaged, kDamaged);
+    end_on_engine_fault("corvane: " + options.assembly + kMetadataDamaged, kAssemblyDamaged);
     Explanation explanation(settings_of(options), complain);
     const Neighbours neighbours = open(explanation, assembly, runtime, options);
     Report report(options, explanation, neighbours, runtime);

@@ -30,7 +30,7 @@ Work define_list(CLI::App& app) {
         if (!folder->empty()) {
             variables[L"CORVANE_HOME_APM_DOTNET"] = full_path(to_wide(*folder)).wstring();
         }
-        const CheckFacts facts = read_check_facts(variables, find_installation());
+        const CheckFacts facts = read_check_facts(variables, find_installation(), std::nullopt);
         const std::string home = to_utf8(variable(variables, L"CORVANE_HOME_APM_DOTNET"));
         if (!home.empty() && !facts.config) {
             throw Failure("there is no agent.config in " + home + " that can be read");

@@ -21,11 +21,11 @@ int call_profiler(const char* function, const char* done) {
 
 int show_status() {
     const Installation installed = find_installation();
-    const CheckFacts facts = read_check_facts(own_environment(), installed);
+    const CheckFacts facts = read_check_facts(own_environment(), installed, std::nullopt);
     const auto line = [](const char* what, const std::string& found) {
         print_line(what + (found.empty() ? "missing" : found));
     };
-    line("Version:         ", facts.version);
+    line("Version:         ", CORVANE_VERSION);
     line("Profiler:        ", facts.own_profiler);
     line("Managed library: ", to_utf8(installed.library));
     line("Registered:      ", !facts.registered ? "no" : *facts.registered);

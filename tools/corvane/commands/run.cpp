@@ -5,6 +5,7 @@
 #include "tools/corvane/installation.h"
 #include "tools/corvane/launch.h"
 #include "tools/corvane/output_file.h"
+#include "tools/corvane/profile_formats.h"
 #include "tools/corvane/run_folder.h"
 #include "tools/corvane/run_plan.h"
 #include "tools/corvane/utf8.h"
@@ -16,7 +17,6 @@
 #include <cstdio>
 #include <fstream>
 #include <memory>
-#include <utility>
 
 namespace corvane::tool {
 namespace {
@@ -31,7 +31,8 @@ struct Options : RunOptions {
 
 // The values as they stand on the command line.
 struct Texts {
-    std::string tree, summary, trace, otlp, flame, speedscope, pprof, values, log, config, env_only;
+    std::string tree, summary, trace, otlp, values, log, config, env_only;
+    ForEachFormat<std::string> profiles;
     std::vector<std::string> methods;
     int sample = 0;
     int level = 0;
@@ -53,9 +54,9 @@ Options options_of(const CLI::App& app, const Texts& texts) {
     options.summary = file_of(app, "--summary", texts.summary);
     options.trace = file_of(app, "--trace", texts.trace);
     options.otlp = file_of(app, "--otlp", texts.otlp);
-    options.flame = file_of(app, "--flame", texts.flame);
-    options.speedscope = file_of(app, "--speedscope", texts.speedscope);
-    options.pprof = file_of(app, "--pprof", texts.pprof);
+    for (std::size_t i = 0; i < kProfileFormats.size(); ++i) {
+        options.profiles[i] = file_of(app, kProfileFormats[i].option, texts.profiles[i]);
+    }
     options.log = file_of(app, "--log", texts.log);
     if (app.count("--sample") != 0) {
         options.sample_interval = texts.sample;
@@ -93,7 +94,7 @@ void require_consistent(const Options& options) {
                "take the files "
                "from the folder that it shows");
     }
-    if (const auto line = contradiction(options)) {
+    if (const auto line = named_twice(output_files(options))) {
         refuse(to_utf8(*line));
     }
 }
@@ -160,7 +161,7 @@ void move_samples(const fs::path& folder, const std::wstring& end, const std::ws
         }
         const std::wstring stem = name.substr(0, name.size() - end.size());
         const std::wstring target =
-            children ? with_process(for_each_process(to), stem.substr(stem.rfind(L'-') + 1)) : to;
+            with_process(children ? for_each_process(to) : to, stem.substr(stem.rfind(L'-') + 1));
         is_there = is_there || name.ends_with(own);
         std::error_code failed;
         fs::copy_file(entry.path(), target, fs::copy_options::overwrite_existing, failed);
@@ -193,16 +194,13 @@ void write_config(const fs::path& folder, const Program& program, const Options&
 }
 
 // What `corvane check` would say of the program with these variables.
-void require_profiled(const Program& program, const std::string& name,
-                      const Environment& environment, const Installation& installed,
-                      const Options& options) {
-    CheckFacts facts = read_check_facts(environment, installed);
+void require_profiled(const ProgramFacts& program, const Environment& environment,
+                      const Installation& installed, const Options& options) {
+    CheckFacts facts = read_check_facts(environment, installed, program);
     facts.starts_others = options.children;
-    facts.program = read_program_facts(program, name, environment);
     const std::vector<Finding> findings = find_problems(facts);
     if (const Finding* const reason = first_reason(findings)) {
-        throw Failure(reason->text + ": " + reason->cure + " (" + page_of(*reason->kind) + ")",
-                      reason->kind->exit_code);
+        throw FailedFinding(*reason);
     }
 }
 
@@ -244,12 +242,15 @@ int run(const Options& options, const Words& words, const Installation& installe
     if (options.config.empty()) {
         write_config(folder.path(), program, options);
     }
-    const RunPlaces places{installed.profiler, installed.library,
+    const ProgramFacts facts = read_program_facts(program, to_utf8(words.front()), own);
+    const bool is_old = runs_before_net_8(facts, own) && !installed.standard_library.empty();
+    const RunPlaces places{installed.profiler,
+                           is_old ? installed.standard_library : installed.library,
                            options.config.empty() ? folder.path().wstring() : options.config,
                            folder.path().wstring(), fs::current_path().wstring()};
     const Environment environment = changed(own, run_changes(options, places, own));
-    require_profiled(program, to_utf8(words.front()), environment, installed, options);
-    const Ended ended = launch(program, environment, options.detach);
+    require_profiled(facts, environment, installed, options);
+    const Ended ended = launch(program, environment, {options.detach, options.children});
 
     if (options.tree == L"") {
         show("tree", folder.path(), ended);
@@ -257,13 +258,10 @@ int run(const Options& options, const Words& words, const Installation& installe
     if (options.summary.value_or(L"") == L"" && (options.summary || !options.has_output())) {
         show("summary", folder.path(), ended);
     }
-    const std::pair<const std::optional<std::wstring>&, const wchar_t*> samples[] = {
-        {options.flame, L".svg"},
-        {options.speedscope, L".speedscope.json"},
-        {options.pprof, L".pb.gz"}};
-    for (const auto& [file, end] : samples) {
-        if (file) {
-            move_samples(folder.path() / L"samples", end, *file, ended, options.children);
+    for (std::size_t i = 0; i < kProfileFormats.size(); ++i) {
+        if (const auto& file = options.profiles[i]) {
+            move_samples(folder.path() / L"samples", kProfileFormats[i].extension, *file, ended,
+                         options.children);
         }
     }
     return static_cast<int>(ended.exit_code);
@@ -293,9 +291,10 @@ Work define_run(CLI::App& app) {
     output("--otlp", texts->otlp, "[URL|FILE]",
            "Spans to a collector of OpenTelemetry (http://localhost:4318 if nothing is named), or "
            "in a file");
-    file("--flame", texts->flame, "FILE.svg", "Samples of the stacks as a flame graph");
-    file("--speedscope", texts->speedscope, "FILE", "Samples of the stacks for speedscope");
-    file("--pprof", texts->pprof, "FILE", "Samples of the stacks for pprof");
+    for (std::size_t i = 0; i < kProfileFormats.size(); ++i) {
+        const ProfileFormat& format = kProfileFormats[i];
+        file(format.option, texts->profiles[i], format.value, format.description);
+    }
     app.add_option("--sample", texts->sample,
                    "The milliseconds between samples, 10 without it. Without a file for them, all "
                    "forms of the "

@@ -4,15 +4,14 @@
 #include "tools/corvane/command.h"
 #include "tools/corvane/console.h"
 #include "tools/corvane/debugger_output.h"
+#include "tools/corvane/process_name.h"
 #include "tools/corvane/terminal.h"
 #include "tools/corvane/utf8.h"
 #include "tools/corvane/watched_line.h"
 
 #include <CLI/CLI.hpp>
 
-#include <array>
 #include <cstdio>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <optional>
@@ -21,8 +20,8 @@
 namespace corvane::tool {
 namespace {
 
-constexpr int kOtherViewer = 3;
 constexpr int kHighestLevel = 4;
+constexpr DWORD kLongestWriting = 11'000; // milliseconds
 
 struct Options {
     unsigned process = 0;
@@ -55,14 +54,8 @@ private:
     };
 
     static Process ask(DWORD process) {
-        Process found = {
-            OwnedHandle(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process)), "?"};
-        std::array<wchar_t, 32'768> path{}; // the longest of all
-        auto size = static_cast<DWORD>(path.size());
-        if (found.handle &&
-            QueryFullProcessImageNameW(found.handle.get(), 0, path.data(), &size) != FALSE) {
-            found.name = to_utf8(std::filesystem::path(path.data()).filename().wstring());
-        }
+        Process found = {open_process(process), {}};
+        found.name = process_name(found.handle.get());
         return found;
     }
 
@@ -161,10 +154,14 @@ private:
 
 int watch(const Options& options) {
     DebuggerOutput output;
-    if (!output.open()) {
-        throw Failure("another viewer reads the debugger output of this session; end it first, or "
-                      "have a file written: CORVANE_LOG_FILE",
-                      kOtherViewer);
+    if (!output.open(0)) {
+        print_error("another viewer reads the debugger output of this session, or a program still "
+                    "writes to one that has ended; waiting");
+        if (!output.open(kLongestWriting)) {
+            throw Failure("another viewer reads the debugger output of this session; end it "
+                          "first, or have a file written: CORVANE_LOG_FILE",
+                          kOtherViewer);
+        }
     }
     SetConsoleCtrlHandler(&stop, TRUE);
     print_error("watching; Ctrl+C ends it");

@@ -44,7 +44,6 @@ CheckFacts good_facts() {
     program.runtime_config =
         R"({"runtimeOptions": {"framework": {"name": "Microsoft.NETCore.App", "version": "10.0.0"}}})";
     facts.program = program;
-    facts.version = "3.9.0";
     facts.own_profiler = "C:\\C\\CorvaneProfiler.dll";
     facts.profiler = {"C:\\C\\CorvaneProfiler.dll", true, true, Image{}, "3.9.0"};
     facts.profiler.image->machine = kMachineX64;
@@ -69,7 +68,7 @@ void make_framework_program(CheckFacts& facts) {
     facts.program->file.image->is_managed = true;
     facts.program->file.image->is_app_host = false;
     facts.program->runtime_config.reset();
-    facts.program->has_own_library = true;
+    facts.program->own_library = {"C:\\app\\kite.managed.dll", true, true, {}, "3.9.0"};
 }
 
 void make_worker(CheckFacts& facts) {
@@ -226,7 +225,22 @@ const std::vector<Case> kCases = {
     {"library-unnamed", [](CheckFacts& f) { f.hooks.clear(); }, "does not name kite.managed.dll"},
     {"library-missing", [](CheckFacts& f) { f.hooks[0].exists = false; }, "no file's full path"},
     {"library-version", [](CheckFacts& f) { f.hooks[0].version = "3.8.1"; },
-     "has the version 3.8.1"},
+     "kite.managed.dll\" has the version 3.8.1, and \"C:\\C\\CorvaneProfiler.dll\" the version "
+     "3.9.0"},
+    {"library-version", [](CheckFacts& f) { f.profiler.version = "4.0.0"; },
+     "has the version 3.9.0, and \"C:\\C\\CorvaneProfiler.dll\" the version 4.0.0"},
+    {"library-version",
+     [](CheckFacts& f) {
+         f.hooks.clear();
+         f.program->own_library = {"C:\\app\\kite.managed.dll", true, true, {}, ""};
+     },
+     "\"C:\\app\\kite.managed.dll\" has no version, and"},
+    {"library-version",
+     [](CheckFacts& f) {
+         make_framework_program(f);
+         f.program->own_library.version = "3.8.1";
+     },
+     "\"C:\\app\\kite.managed.dll\" has the version 3.8.1"},
     {"library-in-bundle",
      [](CheckFacts& f) {
          f.program->file.image->bundle = Bundle{{"app.dll", "kite.managed.dll"}, ""};
@@ -235,7 +249,7 @@ const std::vector<Case> kCases = {
     {"library-not-beside",
      [](CheckFacts& f) {
          make_framework_program(f);
-         f.program->has_own_library = false;
+         f.program->own_library.exists = false;
      },
      "not beside C:\\app\\app.exe"},
     {"log-unread", [](CheckFacts& f) { f.is_log_read = false; }, "nobody reads"},
@@ -257,13 +271,25 @@ TEST(Findings, AreNoneForAProgramThatIsProfiled) {
         },
         [](CheckFacts& f) { f.config = listing(R"(<application name="*"/>)"); },
         [](CheckFacts& f) { f.program->runtime_config = "no JSON"; },
+        [](CheckFacts& f) { // the build that runs there
+            f.program->runtime_config =
+                R"({"runtimeOptions": {"framework": {"version": "6.0.36"}}})";
+            f.hooks[0].is_for_standard = true;
+        },
+        [](CheckFacts& f) { // both of one release, and this tool of whichever
+            f.profiler.version = f.hooks[0].version = "4.0.0";
+        },
+        [](CheckFacts& f) { // whose runtime reads the other family
+            make_worker(f);
+            unset(f, L"CORECLR_ENABLE_PROFILING");
+        },
         [](CheckFacts& f) {
             f.program->runtime_config =
                 R"({"runtimeOptions": {"rollForward": "LatestMajor", "framework": {"version": "6.0.0"}}})";
         },
         [](CheckFacts& f) { // its own copy serves
             f.hooks.clear();
-            f.program->has_own_library = true;
+            f.program->own_library = {"C:\\app\\kite.managed.dll", true, true, {}, "3.9.0"};
         },
         [](CheckFacts& f) {
             make_worker(f);
@@ -294,9 +320,10 @@ TEST(Findings, AreFoundOneByOne) {
     }
 }
 
-// The three others are made where the machine is asked.
+// The others are made where the machine is asked.
 TEST(Findings, AreAllProvoked) {
-    std::set<std::string> provoked = {"service-missing", "pool-missing", "registry-unreadable"};
+    std::set<std::string> provoked = {"service-missing", "pool-missing", "registry-unreadable",
+                                      "pools-unreadable"};
     for (const Case& wrong : kCases) {
         provoked.insert(wrong.id);
     }
@@ -307,6 +334,29 @@ TEST(Findings, AreAllProvoked) {
     EXPECT_EQ(provoked, all);
     EXPECT_STREQ(missing_on_machine(true, "x").kind->id, "service-missing");
     EXPECT_STREQ(missing_on_machine(false, "x").kind->id, "pool-missing");
+    EXPECT_STREQ(unreadable_registry("x", "y").kind->id, "registry-unreadable");
+    EXPECT_STREQ(unreadable_pools("x", "y").kind->id, "pools-unreadable");
+}
+
+TEST(NamedProfiler, IsThatOfTheFamilyThatTheProgramReads) {
+    CheckFacts facts = good_facts();
+    facts.variables[L"COR_PROFILER_PATH"] = L"C:\\framework.dll";
+    EXPECT_EQ(named_profiler(facts), L"C:\\C\\CorvaneProfiler.dll");
+    facts.variables[L"CORECLR_PROFILER_PATH_64"] = L"C:\\64.dll";
+    EXPECT_EQ(named_profiler(facts), L"C:\\64.dll");
+    make_framework_program(facts);
+    EXPECT_EQ(named_profiler(facts), L"C:\\framework.dll");
+    unset(facts, L"COR_PROFILER_PATH");
+    EXPECT_EQ(named_profiler(facts), L"");
+}
+
+TEST(FailedFinding, SaysTheReasonTheCureAndThePage) {
+    const FailedFinding failed(missing_on_machine(true, "x"));
+    EXPECT_STREQ(
+        failed.what(),
+        "this machine has no service x: give the service's name, which is not the one that "
+        "is displayed (docs/troubleshooting.md#service-missing)");
+    EXPECT_EQ(failed.code, 150);
 }
 
 TEST(Findings, HaveCodesOfTheirOwn) {
@@ -316,6 +366,29 @@ TEST(Findings, HaveCodesOfTheirOwn) {
         EXPECT_GT(kind.exit_code, 100) << kind.id;
         EXPECT_LT(kind.exit_code, 200) << kind.id;
     }
+}
+
+// Of what every command may end with: the rows of a table, of which the findings have one.
+TEST(ExitCodes, AreInTheDocumentation) {
+    std::ifstream page(CORVANE_SOURCES "/docs/corvane.md");
+    std::set<std::string> documented;
+    bool is_in_table = false;
+    for (std::string line; std::getline(page, line);) {
+        is_in_table = line == "| Exit code | Meaning |" || (is_in_table && line.starts_with('|'));
+        if (is_in_table && line[2] >= '0' && line[2] <= '9') {
+            documented.insert(line.substr(2, line.find(" |", 2) - 2));
+        }
+    }
+    std::set<std::string> made;
+    for (const int code : kExitCodes) {
+        made.insert(std::to_string(code));
+    }
+    std::set<int> findings;
+    for (const FindingKind& kind : finding_kinds()) {
+        findings.insert(kind.exit_code);
+    }
+    made.insert(std::to_string(*findings.begin()) + " to " + std::to_string(*findings.rbegin()));
+    EXPECT_EQ(documented, made);
 }
 
 // Each has a heading of its name, and its code begins the text below.

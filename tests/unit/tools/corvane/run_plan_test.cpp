@@ -122,7 +122,7 @@ TEST(RunChanges, SendSpansWhereTheAddressSays) {
 
 TEST(RunChanges, PutSamplesAsideThatAreMoved) {
     RunOptions options;
-    options.flame = L"C:\\o\\f.svg";
+    options.profiles[0] = L"C:\\o\\f.svg";
     EXPECT_EQ(set_by(options, L"CORVANE_SAMPLE"), L"C:\\T\\run\\samples");
 }
 
@@ -134,15 +134,16 @@ TEST(RunChanges, ShowOnTheConsoleWhereNobodyWaitsForTheEnd) {
     EXPECT_EQ(value_of(changes, L"CORVANE_RESTORE"), std::nullopt);
 }
 
-TEST(Contradiction, IsAFileThatTwoOptionsName) {
+TEST(OutputFiles, AreNamedOnce) {
     RunOptions options;
     options.tree = L"C:\\o\\a.txt";
-    options.log = L"C:\\O\\A.TXT";
-    EXPECT_EQ(contradiction(options), L"two options name the file C:\\O\\A.TXT");
-    options.log = L"C:\\o\\b.txt";
+    options.profiles.back() = L"C:\\O\\A.TXT";
+    EXPECT_EQ(named_twice(output_files(options)), L"two options name the file C:\\O\\A.TXT");
+    options.profiles.back() = L"C:\\o\\b.txt";
     options.summary = L"";
     options.otlp = L"http://c";
-    EXPECT_EQ(contradiction(options), std::nullopt);
+    EXPECT_EQ(output_files(options), (std::vector<std::wstring>{L"C:\\o\\a.txt", L"C:\\o\\b.txt"}));
+    EXPECT_EQ(named_twice(output_files(options)), std::nullopt);
 }
 
 TEST(RunConfig, EnablesTheNamesAsTheyAre) {

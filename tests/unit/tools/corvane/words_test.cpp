@@ -30,6 +30,15 @@ TEST(SplitWords, TakesNothingForNothing) {
     EXPECT_EQ(split_words({L"--"}).behind, Words());
 }
 
+TEST(BeforeNothing, IsWhatAnEmptyValueWasMeantFor) {
+    EXPECT_EQ(before_nothing({L"run", L"--flame", L"", L"--tree"}), L"--flame");
+    EXPECT_EQ(before_nothing({L"run", L"--flame="}), L"--flame=");
+    EXPECT_EQ(before_nothing({L""}), L"");
+    EXPECT_EQ(before_nothing({L"run", L"--otlp=http://c/?a=", L"--tree", L"a=", L"--", L"="}),
+              std::nullopt);
+    EXPECT_EQ(before_nothing({}), std::nullopt);
+}
+
 TEST(CommandLine, QuotesOnlyWhatNeedsIt) {
     EXPECT_EQ(command_line({L"plain", L"/x", L"C:\\folder\\"}), L"plain /x C:\\folder\\");
     EXPECT_EQ(command_line({L"", L"a b\\", L"a\"b"}), L"\"\" \"a b\\\\\" \"a\\\"b\"");
