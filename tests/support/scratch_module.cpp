@@ -222,19 +222,6 @@ private:
     ComPtr<IMetaDataAssemblyImport> assembly_import_;
 };
 
-class ScratchModule::Allocator final : public IMethodMalloc {
-public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-    PVOID STDMETHODCALLTYPE Alloc(ULONG size) override {
-        memory.assign(size, 0);
-        return memory.data();
-    }
-
-    Bytes memory;
-};
-
 namespace {
 
 ComPtr<IMetaDataEmit> define_scope(IMetaDataDispenserEx& dispenser) {
@@ -250,7 +237,6 @@ ScratchModule::ScratchModule(IMetaDataDispenserEx& dispenser)
     : dispenser_(dispenser), emit_(define_scope(dispenser)) {
     emit_.query(import_);
     metadata_ = std::make_unique<Metadata>(*this);
-    allocator_ = std::make_unique<Allocator>();
     add_loaded_module(nullptr, kModule);
 }
 
@@ -381,14 +367,14 @@ HRESULT ScratchModule::GetILFunctionBody(ModuleID module, mdMethodDef method, LP
 
 HRESULT ScratchModule::GetILFunctionBodyAllocator(ModuleID module, IMethodMalloc** allocator) {
     require(module == kModule);
-    *allocator = allocator_.get();
+    *allocator = &allocator_;
     return S_OK;
 }
 
 HRESULT ScratchModule::SetILFunctionBody(ModuleID module, mdMethodDef method, LPCBYTE header) {
     require(module == kModule);
-    require(header == allocator_->memory.data());
-    bodies[method] = allocator_->memory;
+    require(header == allocator_.memory.data());
+    bodies[method] = allocator_.memory;
     ++installations;
     return S_OK;
 }

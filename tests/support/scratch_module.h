@@ -4,6 +4,7 @@
 // counts the references that are held on it and on the metadata.
 #pragma once
 
+#include "clr/body_allocator.h"
 #include "clr/com_ptr.h"
 #include "clr/metadata.h"
 #include "tests/support/fake_runtime.h"
@@ -79,7 +80,6 @@ public:
 
 private:
     class Metadata;
-    class Allocator;
 
     // Writes the call down, as `describe` tells it, and gives its answer.
     template <class Describe>
@@ -99,7 +99,7 @@ private:
     int references_ = 1;
     std::shared_ptr<int> metadata_references_ = std::make_shared<int>(0);
     std::unique_ptr<Metadata> metadata_;
-    std::unique_ptr<Allocator> allocator_;
+    BodyAllocator allocator_;
 };
 
 } // namespace corvane::testing

@@ -1,9 +1,9 @@
 #include "tools/corvane/image_file.h"
 
+#include "tools/corvane/image_headers.h"
+
 #include <algorithm>
-#include <cstring>
 #include <functional>
-#include <type_traits>
 
 namespace corvane::tool {
 namespace {
@@ -19,71 +19,23 @@ constexpr std::uint8_t kInvertedMark[] = {
     0x74, 0xED, 0xFD, 0x46, 0x95, 0x9E, 0xDF, 0xC7, 0x8D, 0x84, 0x6C, 0xFD, 0xEB, 0x28, 0x5F, 0xCD,
     0xEC, 0x0A, 0x46, 0x19, 0x10, 0x51, 0xCC, 0xE7, 0x11, 0xC4, 0xD2, 0x31, 0xDB, 0x4C, 0x95, 0x51};
 
-template <class T>
-std::optional<T> read_at(std::string_view bytes, std::uint64_t at) {
-    static_assert(std::is_integral_v<T>);
-    if (at > bytes.size() || bytes.size() - at < sizeof(T)) {
-        return std::nullopt;
-    }
-    T value{};
-    std::memcpy(&value, bytes.data() + at, sizeof(T));
-    return value;
+std::string text_of(ImageBytes bytes) {
+    const ImageBytes rest = bytes.first(std::min<std::size_t>(bytes.size(), 512));
+    return {rest.begin(), std::ranges::find(rest, 0)};
 }
 
-std::string text_at(std::string_view bytes, std::uint64_t at) {
-    if (at >= bytes.size()) {
-        return {};
-    }
-    const std::string_view rest = bytes.substr(at, 512);
-    return std::string(rest.substr(0, rest.find('\0')));
-}
-
-// The headers that lead to everything else.
-struct Headers {
-    std::string_view bytes;
-    std::uint64_t directories = 0;
-    std::uint32_t directory_count = 0;
-    std::uint64_t sections = 0;
-    std::uint16_t section_count = 0;
-
-    // Where in the file the n-th directory lies.
-    std::optional<std::uint64_t> directory(std::uint32_t number) const {
-        const auto address =
-            number < directory_count ? read_at<std::uint32_t>(bytes, directories + number * 8) : 0U;
-        return address.value_or(0) == 0 ? std::nullopt : position_of(*address);
-    }
-
-    std::optional<std::uint64_t> position_of(std::uint32_t address) const {
-        for (std::uint32_t i = 0; i < section_count; ++i) {
-            const std::uint64_t section = sections + i * 40;
-            const auto begin = read_at<std::uint32_t>(bytes, section + 12);
-            const auto size = read_at<std::uint32_t>(bytes, section + 16);
-            const auto position = read_at<std::uint32_t>(bytes, section + 20);
-            if (begin && size && position && address >= *begin && address - *begin < *size) {
-                return std::uint64_t{*position} + (address - *begin);
-            }
-        }
-        return std::nullopt;
-    }
-};
-
-std::set<std::string> read_exports(const Headers& headers) {
+std::set<std::string> read_exports(const ImageHeaders& headers) {
     constexpr std::uint32_t kMost = 65'536;
     std::set<std::string> names;
-    const auto directory = headers.directory(0);
-    if (!directory) {
-        return names;
-    }
-    const auto count = read_at<std::uint32_t>(headers.bytes, *directory + 24);
-    const auto address = read_at<std::uint32_t>(headers.bytes, *directory + 32);
-    const auto list = address ? headers.position_of(*address) : std::nullopt;
-    for (std::uint32_t i = 0; list && i < std::min(count.value_or(0), kMost); ++i) {
-        const auto name = read_at<std::uint32_t>(headers.bytes, *list + i * 4);
-        const auto text = name ? headers.position_of(*name) : std::nullopt;
-        if (!text) {
+    const ImageBytes directory = headers.at(headers.directory(ImageHeaders::kExports).address);
+    const auto count = read_at<std::uint32_t>(directory, 24);
+    const ImageBytes list = headers.at(read_at<std::uint32_t>(directory, 32).value_or(0));
+    for (std::uint32_t i = 0; i < std::min(count.value_or(0), kMost); ++i) {
+        const ImageBytes text = headers.at(read_at<std::uint32_t>(list, i * 4).value_or(0));
+        if (text.empty()) {
             break;
         }
-        names.insert(text_at(headers.bytes, *text));
+        names.insert(text_of(text));
     }
     return names;
 }
@@ -91,7 +43,7 @@ std::set<std::string> read_exports(const Headers& headers) {
 // Reads the parts of a bundle's list one behind the other.
 class BundleReader {
 public:
-    BundleReader(std::string_view bytes, std::uint64_t at) : bytes_(bytes), at_(at) {}
+    BundleReader(ImageBytes bytes, std::uint64_t at) : bytes_(bytes), at_(at) {}
 
     template <class T>
     T read() {
@@ -116,24 +68,26 @@ public:
             return {};
         }
         at_ += length;
-        return std::string(bytes_.substr(at_ - length, length));
+        return slice(at_ - length, length);
     }
 
     std::string slice(std::uint64_t at, std::uint64_t size) const {
-        return at <= bytes_.size() && size <= bytes_.size() - at
-                   ? std::string(bytes_.substr(at, size))
-                   : std::string();
+        if (at > bytes_.size() || size > bytes_.size() - at) {
+            return {};
+        }
+        const ImageBytes found = bytes_.subspan(at, size);
+        return {found.begin(), found.end()};
     }
 
     bool failed() const { return failed_; }
 
 private:
-    std::string_view bytes_;
+    ImageBytes bytes_;
     std::uint64_t at_;
     bool failed_ = false;
 };
 
-Bundle read_bundle(std::string_view bytes, std::uint64_t at) {
+Bundle read_bundle(ImageBytes bytes, std::uint64_t at) {
     Bundle bundle;
     BundleReader reader(bytes, at);
     const auto version = reader.read<std::uint32_t>();
@@ -161,10 +115,10 @@ Bundle read_bundle(std::string_view bytes, std::uint64_t at) {
     return bundle;
 }
 
-void read_app_host(std::string_view bytes, Image& image) {
-    std::string mark;
+void read_app_host(ImageBytes bytes, Image& image) {
+    std::vector<std::uint8_t> mark;
     for (const std::uint8_t byte : kInvertedMark) {
-        mark += static_cast<char>(~byte);
+        mark.push_back(static_cast<std::uint8_t>(~byte));
     }
     const auto found = std::search(bytes.begin(), bytes.end(),
                                    std::boyer_moore_searcher(mark.begin(), mark.end()));
@@ -181,31 +135,19 @@ void read_app_host(std::string_view bytes, Image& image) {
 
 } // namespace
 
-std::optional<Image> read_image(std::string_view bytes) {
-    const auto header = read_at<std::uint32_t>(bytes, 0x3C);
-    if (!bytes.starts_with("MZ") || !header ||
-        read_at<std::uint32_t>(bytes, *header) != 0x00004550U) {
+std::optional<Image> read_image(std::string_view text) {
+    const ImageBytes bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+    const ImageHeaders headers(bytes);
+    if (!headers.is_whole()) {
         return std::nullopt;
     }
-    const std::uint64_t file_header = std::uint64_t{*header} + 4;
-    const std::uint64_t optional_header = file_header + 20;
-    const auto machine = read_at<std::uint16_t>(bytes, file_header);
-    const auto sections = read_at<std::uint16_t>(bytes, file_header + 2);
-    const auto size = read_at<std::uint16_t>(bytes, file_header + 16);
-    const auto kind = read_at<std::uint16_t>(bytes, optional_header);
-    if (!machine || !sections || !size || !kind) {
-        return std::nullopt;
-    }
-    const std::uint64_t directories = optional_header + (*kind == 0x20B ? 112 : 96);
-    const Headers headers{bytes, directories,
-                          read_at<std::uint32_t>(bytes, directories - 4).value_or(0),
-                          optional_header + *size, *sections};
     Image image;
-    image.machine = *machine;
-    image.runs_as_32_bit = *machine == kMachineX86;
-    if (const auto managed = headers.directory(14)) {
-        image.is_managed = true;
-        const auto flags = read_at<std::uint32_t>(bytes, *managed + 16).value_or(0);
+    image.machine = headers.machine();
+    image.runs_as_32_bit = image.machine == kMachineX86;
+    const ImageBytes runtime = headers.at(headers.directory(ImageHeaders::kRuntime).address);
+    image.is_managed = !runtime.empty();
+    if (image.is_managed) {
+        const auto flags = read_at<std::uint32_t>(runtime, 16).value_or(0);
         image.runs_as_32_bit =
             image.runs_as_32_bit &&
             ((flags & kOnlyIl) == 0 || (flags & (kRequires32Bit | kPrefers32Bit)) != 0);

@@ -1,9 +1,9 @@
-// The bytes of an assembly's file, and what of them stands where in its image. Nothing in the file
-// is trusted: what a header says is looked at only where the file has it. Pure.
+// The bytes of an assembly's file, and the metadata in them. Pure.
 #pragma once
 
+#include "tools/corvane/image_headers.h"
+
 #include <cstdint>
-#include <span>
 #include <vector>
 
 namespace corvane::tool {
@@ -16,7 +16,7 @@ enum class FileVerdict {
 
 class AssemblyFile {
 public:
-    using Bytes = std::span<const std::uint8_t>;
+    using Bytes = ImageBytes;
 
     explicit AssemblyFile(std::vector<std::uint8_t> bytes);
     AssemblyFile(const AssemblyFile&) = delete;
@@ -29,18 +29,13 @@ public:
 
     // From an address of the image to the end of what the file has of its section. Empty for an
     // address in none.
-    [[nodiscard]] Bytes at(std::uint32_t address) const;
+    [[nodiscard]] Bytes at(std::uint32_t address) const { return headers_.at(address); }
 
 private:
-    struct Section {
-        std::uint32_t address;
-        Bytes bytes;
-    };
-
     FileVerdict read();
 
     std::vector<std::uint8_t> bytes_;
-    std::vector<Section> sections_;
+    ImageHeaders headers_;
     Bytes metadata_;
     FileVerdict verdict_;
 };

@@ -4,6 +4,7 @@
 // assembly's neighbours, and those of the runtime, count as loaded. One thread.
 #pragma once
 
+#include "clr/body_allocator.h"
 #include "clr/com_ptr.h"
 #include "clr/cor_profiler.h"
 #include "clr/metadata.h"
@@ -106,26 +107,13 @@ private:
         std::wstring assembly_name;
     };
 
-    // Memory for one body at a time.
-    class Allocator final : public IMethodMalloc {
-    public:
-        HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-        ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-        ULONG STDMETHODCALLTYPE Release() override { return 1; }
-        PVOID STDMETHODCALLTYPE Alloc(ULONG size) override {
-            memory.assign(size, 0);
-            return memory.data();
-        }
-        std::vector<std::uint8_t> memory;
-    };
-
     Module* find(ModuleID module);
     bool read(Module& module, std::vector<std::uint8_t> bytes, DWORD flags);
 
     IMetaDataDispenserEx& engine_;
     std::vector<std::unique_ptr<Module>> modules_;
     std::map<mdMethodDef, std::vector<std::uint8_t>> new_bodies_;
-    Allocator allocator_;
+    BodyAllocator allocator_;
 };
 
 // Nothing where the file cannot be read.
