@@ -285,6 +285,17 @@ TEST_P(CorvaneCheck, FollowsTheRegistration) {
     expect_finding(check({launched()}), 120, "registration-absent", "it is not registered");
 }
 
+TEST_P(CorvaneCheck, TakesLongPaths) {
+    const HMODULE file = LoadLibraryExW(tool.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    ASSERT_NE(file, nullptr);
+    const HRSRC manifest = FindResourceW(file, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(24));
+    ASSERT_NE(manifest, nullptr);
+    const std::string text(static_cast<const char*>(LockResource(LoadResource(file, manifest))),
+                           SizeofResource(file, manifest));
+    FreeLibrary(file);
+    EXPECT_THAT(text, HasSubstr("WindowsSettings\">true</longPathAware>"));
+}
+
 // --- The rules in force
 
 TEST_P(CorvaneCheck, ListsTheRules) {
