@@ -1,11 +1,8 @@
 // corvane check: what keeps a program from being profiled, made for real; and that run refuses with
 // the same words.
-#include "base/local_memory.h"
 #include "tests/support/tool_test.h"
 
 #include <gmock/gmock.h>
-
-#include <sddl.h>
 
 #include <functional>
 #include <map>
@@ -391,25 +388,6 @@ TEST_P(CorvaneCheck, TakesAnEmptyListForNothing) {
     const ToolRun result = check({L"--service", L"corvane test service"});
     EXPECT_EQ(result.exit_code, 0U);
     EXPECT_EQ(result.output, "The service corvane test service would be profiled.\r\n");
-}
-
-TEST_P(CorvaneCheck, SaysWhatItMayNotReadInTheRegistry) {
-    const OwnService service(L"corvane test service");
-    PSECURITY_DESCRIPTOR nobody = nullptr;
-    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(
-        L"D:P(D;;0x1;;;WD)(A;;0x10000;;;WD)", SDDL_REVISION_1, &nobody, nullptr));
-    const LocalMemory<void> owned(nobody);
-    SECURITY_ATTRIBUTES rights = {sizeof(SECURITY_ATTRIBUTES), nobody, FALSE};
-    HKEY key = nullptr;
-    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, (kServices + L"corvane test service").c_str(), 0,
-                              nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, &rights, &key, nullptr),
-              ERROR_SUCCESS);
-    RegCloseKey(key);
-    expect_finding(check({L"--service", L"corvane test service"}), 152, "registry-unreadable",
-                   "cannot read the registry, SYSTEM\\");
-    const ToolRun as_json = check({L"--service", L"corvane test service", L"--json"});
-    EXPECT_EQ(as_json.exit_code, 152U);
-    EXPECT_THAT(as_json.output, AllOf(StartsWith("{"), HasSubstr("\"exit_code\": 152")));
 }
 
 // The folder of IIS, which this machine does not have.

@@ -100,8 +100,8 @@ protected:
         std::ofstream(root_ / file, std::ios::app) << "#include \"" << include << "\"\n";
     }
 
-    const fs::path root_ = fs::temp_directory_path() /
-                           ("corvane layers " + std::to_string(std::random_device()()));
+    const fs::path root_ =
+        fs::temp_directory_path() / ("corvane layers " + std::to_string(std::random_device()()));
 };
 
 TEST(Layers, PointDown) {

@@ -126,7 +126,7 @@ public sealed class ControlPipeTests : IDisposable
     [Fact]
     public void TheProgramsPoolIsOfNoConcern()
     {
-        using var release = new ManualResetEventSlim();
+        var release = new ManualResetEventSlim(); // for as long as any of them
         ThreadPool.GetMinThreads(out var workers, out _);
         for (var item = 0; item < 4 * workers + 50; item++)
         {
