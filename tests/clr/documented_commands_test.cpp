@@ -175,7 +175,7 @@ protected:
         options.environment[L"CORVANE_CONTROL"] = L"1";
         options.environment[L"CORVANE_SUMMARY"] = (folder() / "asked summary.txt").wstring();
         running_ = start_program(options);
-        for (int i = 0; i < 100; ++i) {
+        for (int i = 0; i < 1000; ++i) {
             if (run_tool({L"flush", L"--pid", std::to_wstring(running_.id)}).exit_code == 0) {
                 return;
             }

@@ -82,9 +82,9 @@ protected:
         return start(std::move(options), name);
     }
 
-    // Returns when the file has this text so many times, or after half a minute.
+    // Returns when the file has this text so many times, or after five minutes.
     static bool comes(const fs::path& file, const std::string& text, int times = 1) {
-        for (int i = 0; i < 300; ++i) {
+        for (int i = 0; i < 3000; ++i) {
             const std::string all = text_of(file);
             int found = 0;
             for (auto at = all.find(text); at != all.npos; at = all.find(text, at + 1)) {

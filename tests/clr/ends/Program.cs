@@ -35,7 +35,7 @@ internal static class Program
     {
         var routine = NativeLibrary.GetExport(NativeLibrary.Load("kernelbase"), "CtrlRoutine");
         CreateThread(0, 0, routine, (nint)happened, 0, out _);
-        Thread.Sleep(TimeSpan.FromSeconds(60));
+        Thread.Sleep(TimeSpan.FromMinutes(10));
     }
 
     [DllImport("kernel32")]
