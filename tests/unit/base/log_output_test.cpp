@@ -147,11 +147,13 @@ TEST_F(LogOutputTest, LooksAsTheSystemDoes) {
 }
 
 TEST_F(LogOutputTest, LooksForAViewerAtMostEveryHundredMilliseconds) {
-    for (int ms = 0; ms < 350; ++ms) {
-        default_log.log(1, L"nobody reads this");
-        wait(1);
+    for (int looks = 1; looks <= 3; ++looks) {
+        for (int ms = 0; ms < 100; ++ms) {
+            default_log.log(1, L"nobody reads this");
+            EXPECT_EQ(viewer.looks, looks);
+            wait(1);
+        }
     }
-    EXPECT_EQ(viewer.looks, 4);
 }
 
 TEST_F(LogOutputTest, LooksForNobodyWhereALevelIsSuppressed) {

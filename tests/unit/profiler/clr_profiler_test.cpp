@@ -503,7 +503,9 @@ TEST_F(ModuleLoadFinished, KeepsModulesThatStayLoaded) {
     EXPECT_EQ(profiler->ModuleLoadFinished(0x14, E_FAIL), S_OK); // was not loaded
     EXPECT_EQ(before, std::vector<ModuleID>());
     EXPECT_EQ(loaded_modules(), std::vector<ModuleID>{0x10});
-    EXPECT_EQ(profiler->ModuleUnloadStarted(0x10), S_OK);
+    for (const ModuleID module : {0x10, 0x11, 0x12}) {
+        EXPECT_EQ(profiler->ModuleUnloadStarted(module), S_OK);
+    }
     EXPECT_EQ(loaded_modules(), std::vector<ModuleID>());
 }
 
@@ -567,7 +569,10 @@ TEST_F(ModuleLoadFinished, ReturnsTheResultOfTheLastAssemblyQuery) {
 // The callbacks about a method; what they decide is tested with the decision.
 class MethodCallbacks : public ProfilerTest {
 protected:
-    ~MethodCallbacks() override { EXPECT_EQ(method.metadata_references, 1U); }
+    ~MethodCallbacks() override {
+        EXPECT_EQ(profiler->ModuleUnloadStarted(FakeMethod::kModule), S_OK);
+        EXPECT_EQ(method.metadata_references, 1U);
+    }
 
     void start(const std::string& settings = "") {
         const AgentHome home(listing_this("", settings));

@@ -76,6 +76,7 @@ TEST(IlDisassembler, ListsNothingOfBytesThatAreNoBody) {
 }
 
 TEST(NarrowLog, SaysWhetherItWrites) {
+    const DebuggerPresence attached(true);
     const NarrowDebugLog log("", 3);
     EXPECT_TRUE(log.writes(1));
     EXPECT_TRUE(log.writes(3));
