@@ -122,7 +122,7 @@ std::vector<RecordedVariable> recorded_with(const std::vector<RecordedVariable>&
     std::vector<RecordedVariable> result = recorded;
     for (const auto& [name, value] : changes) {
         const auto is_current = value_in(current, name);
-        const auto known = std::ranges::find_if(result, [&](const RecordedVariable& variable) {
+        const auto known = std::ranges::find_if(result, [&name = name](const RecordedVariable& variable) {
             return equals_ignore_case(variable.name, name);
         });
         if (known == result.end()) {
@@ -161,7 +161,7 @@ Changes differing(const Changes& changes, const Environment& current) {
 
 Words with_changes(Words assignments, const Changes& changes) {
     for (const auto& [name, value] : changes) {
-        const auto place = std::ranges::find_if(assignments, [&](const std::wstring& assignment) {
+        const auto place = std::ranges::find_if(assignments, [&name = name](const std::wstring& assignment) {
             return equals_ignore_case(name_of(assignment), name);
         });
         if (value && place != assignments.end()) {
