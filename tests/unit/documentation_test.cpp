@@ -71,7 +71,8 @@ bool is_part_of_name(char c) {
 // name.
 void add_names(Names& names, std::string_view text, std::string_view before,
                std::string_view beginning) {
-    const std::string searched = std::string(before) + std::string(beginning);
+    std::string searched(before);
+    searched += beginning;
     for (auto at = text.find(searched); at != text.npos; at = text.find(searched, at + 1)) {
         if (before.empty() && at > 0 && is_part_of_name(text[at - 1])) {
             continue;
