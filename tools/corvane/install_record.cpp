@@ -122,9 +122,10 @@ std::vector<RecordedVariable> recorded_with(const std::vector<RecordedVariable>&
     std::vector<RecordedVariable> result = recorded;
     for (const auto& [name, value] : changes) {
         const auto is_current = value_in(current, name);
-        const auto known = std::ranges::find_if(result, [&name = name](const RecordedVariable& variable) {
-            return equals_ignore_case(variable.name, name);
-        });
+        const auto known =
+            std::ranges::find_if(result, [&name = name](const RecordedVariable& variable) {
+                return equals_ignore_case(variable.name, name);
+            });
         if (known == result.end()) {
             result.push_back({name, value, is_current});
         } else {
@@ -161,9 +162,10 @@ Changes differing(const Changes& changes, const Environment& current) {
 
 Words with_changes(Words assignments, const Changes& changes) {
     for (const auto& [name, value] : changes) {
-        const auto place = std::ranges::find_if(assignments, [&name = name](const std::wstring& assignment) {
-            return equals_ignore_case(name_of(assignment), name);
-        });
+        const auto place =
+            std::ranges::find_if(assignments, [&name = name](const std::wstring& assignment) {
+                return equals_ignore_case(name_of(assignment), name);
+            });
         if (value && place != assignments.end()) {
             *place = name + L'=' + *value;
         } else if (value) {
