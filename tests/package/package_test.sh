@@ -12,7 +12,7 @@ test_HasTheFilesAndTheirSums() {
     for package in "$packages"/*.{zip,nupkg}; do
         echo "${package##*/}:"
         unzip -Z1 "$package"
-    done | sed "s/$version/VERSION/" >content.txt
+    done | sed "s/${version//./[.]}/VERSION/" >content.txt
     same "$tests/expected/content.txt" content.txt "the content of the packages"
     (cd "$packages" && sha256sum --quiet --check SHA256SUMS)
     [[ $(wc -l <"$packages/SHA256SUMS") == 4 ]]
@@ -107,7 +107,7 @@ foreach(index RANGE ${last})
   endif()
 endforeach()
 END
-    cmake -P read.cmake 2>&1 | sed "s/$version/VERSION/" >bill.txt
+    cmake -P read.cmake 2>&1 | sed "s/${version//./[.]}/VERSION/" >bill.txt
     same "$tests/expected/bill.txt" bill.txt "the bill of materials"
     for name in boost:'Boost Software License' cli11:'Redistribution and use' gcc-runtime:'Runtime Library Exception' \
         gpl-3:'GNU GENERAL PUBLIC LICENSE' mingw-w64-runtime:winpthreads nlohmann-json:MIT; do

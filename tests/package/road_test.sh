@@ -24,7 +24,7 @@ step() {
 # What differs from run to run: folders, numbers of processes, times. A time keeps its place, a count its value.
 steady() {
     tr -d '\r' | sed -E \
-        -e "s|Z:[^ ]*\\\\road\\\\|FOLDER\\\\|g; s|$version|VERSION|g" \
+        -e "s|Z:[^ ]*\\\\road\\\\|FOLDER\\\\|g; s|${version//./[.]}|VERSION|g" \
         -e 's/\b[0-9]+\.[0-9]+ ?(ms|us|s)\b/TIME \1/g' \
         -e 's/^( *[0-9]+ +[0-9]+) +[0-9.,]+ +[0-9.,]+( +[0-9.,]+)* +/\1 TIMES /'
 }
