@@ -34,6 +34,10 @@ internal static class LoadedTypes
     private static void PlaceAll(IReadOnlyCollection<SampledFunction> functions)
     {
         var wanted = functions.Where(function => function.TypeName != null).ToLookup(function => function.TypeName!);
+        if (wanted.Count == 0)
+        {
+            return; // so it is at most renewals
+        }
         var found = new Dictionary<SampledFunction, Origin>();
         foreach (var assembly in AppDomain.CurrentDomain.GetAssemblies())
         {
