@@ -16,6 +16,8 @@ public class ExporterTests
     {
         internal List<Span> Spans { get; } = [];
 
+        internal List<Thread> Threads { get; } = [];
+
         internal Action? OnWrite { get; init; }
 
         public Losses Losses { get; } = new("not kept");
@@ -24,6 +26,7 @@ public class ExporterTests
         {
             OnWrite?.Invoke();
             Spans.AddRange(drained.Spans);
+            Threads.AddRange(drained.Threads);
         }
 
         public void End(DateTime until)
@@ -42,6 +45,21 @@ public class ExporterTests
         Assert.True(exporter.HasSpans);
         Assert.True(SpinWait.SpinUntil(() => target.Spans.Count == 2, 30_000));
         Assert.Null(exporter.End(TimeSpan.FromSeconds(30)));
+    }
+
+    [Fact]
+    public void AThreadIsShownWithItsFirstSpanHoweverLongThatTakes()
+    {
+        var target = new Target();
+        var exporter = new Exporter([target]);
+        var span = Spans.Of(1, 1, to: 0);
+        exporter.Queue.OnBegun(span);
+        Assert.True(exporter.Flush(TimeSpan.FromSeconds(60)));
+        Assert.Empty(target.Threads);
+        span.Ended = 2;
+        exporter.Queue.OnEnded(span);
+        Assert.Null(exporter.End(TimeSpan.FromSeconds(30)));
+        Assert.Equal([Thread.CurrentThread], target.Threads);
     }
 
     [Fact]

@@ -17,9 +17,39 @@ public class SpanQueueTests
     private static List<Span> Drain(SpanQueue queue)
     {
         var drained = new DrainedSpans();
-        queue.Drain(drained);
-        Assert.Equal(drained.Spans.Count, drained.EndedOn.Count);
-        return drained.Spans;
+        var all = new List<Span>();
+        queue.Drain(drained, () =>
+        {
+            Assert.Equal(drained.Spans.Count, drained.EndedOn.Count);
+            all.AddRange(drained.Spans);
+        });
+        return all;
+    }
+
+    // Each makes so many spans, one lot after each release, and stays.
+    private static void OnThreads(SpanQueue queue, int count, int[] lots, Action afterEach)
+    {
+        using var go = new Barrier(count + 1);
+        var threads = Enumerable.Range(0, count).Select(number => new Thread(() =>
+        {
+            foreach (var lot in lots)
+            {
+                for (var id = 1; id <= lot; id++)
+                {
+                    queue.OnEnded(Spans.Of((ulong)id));
+                }
+                go.SignalAndWait();
+                go.SignalAndWait();
+            }
+        }) { IsBackground = true }).ToArray();
+        Array.ForEach(threads, thread => thread.Start());
+        foreach (var _ in lots)
+        {
+            go.SignalAndWait();
+            afterEach();
+            go.SignalAndWait();
+        }
+        Array.ForEach(threads, thread => thread.Join());
     }
 
     [Fact]
@@ -49,6 +79,62 @@ public class SpanQueueTests
         Array.ForEach(spans[..10], queue.OnEnded);
         Assert.Equal(spans[..10], Drain(queue));
         Assert.Equal(1000, queue.Dropped);
+    }
+
+    [Fact]
+    public void ThreadsThatAllHaveManyKeepFewerEach()
+    {
+        const int Threads = 16;
+        var queue = NewQueue();
+        var found = new List<int>();
+        OnThreads(queue, Threads, [600, 3000, 400, 3000, 3000], () => found.Add(Drain(queue).Count));
+        const int Share = SpanQueue.MaxOfBusy / Threads;
+        Assert.Equal([Threads * 600, Threads * Share, Threads * 400, Threads * 3000, Threads * Share], found);
+        Assert.Equal(2 * Threads * (3000 - Share), queue.Dropped);
+        Assert.Equal(Threads, queue.DroppingThreads);
+    }
+
+    [Fact]
+    public void ThreadsThatHaveFewAreNotInTheWayOfOneThatHasMany()
+    {
+        var queue = NewQueue();
+        OnThreads(queue, 100, [100], () =>
+        {
+            Assert.Equal(10_000, Drain(queue).Count);
+            Array.ForEach(Enumerable.Range(1, SpanQueue.MaxOfThread).ToArray(), id => queue.OnEnded(Spans.Of((ulong)id)));
+            Assert.Equal(SpanQueue.MaxOfThread, Drain(queue).Count);
+        });
+        Assert.Equal(0, queue.Dropped);
+    }
+
+    [Fact]
+    public void AListThatMayHoldLessDropsItsOldest()
+    {
+        var ring = new SpanRing();
+        var spans = Enumerable.Range(1, 30).Select(id => Spans.Of((ulong)id)).ToArray();
+        Array.ForEach(spans[..25], span => ring.Add(span, 20));
+        Assert.Equal(5, ring.Dropped);
+        ring.Add(spans[25], 8);
+        Assert.Equal(spans[18..26], Enumerable.Range(0, ring.Count).Select(position => ring[position]));
+        Assert.Equal(18, ring.Dropped);
+        Array.ForEach(spans[26..], span => ring.Add(span, 10));
+        Assert.Equal(spans[20..], Enumerable.Range(0, ring.Count).Select(position => ring[position]));
+        Assert.Equal(20, ring.Dropped);
+    }
+
+    [Fact]
+    public void WhatIsBeingWrittenIsAPartOfWhatThereIs()
+    {
+        var queue = NewQueue();
+        var parts = new List<int>();
+        OnThreads(queue, 20, [3000], () =>
+        {
+            var drained = new DrainedSpans();
+            queue.Drain(drained, () => parts.Add(drained.Spans.Count));
+            Assert.Empty(drained.Spans);
+        });
+        Assert.Equal(60_000, parts.Sum());
+        Assert.All(parts, part => Assert.InRange(part, 1, SpanQueue.MaxOfThread));
     }
 
     [Fact]

@@ -139,19 +139,10 @@ internal sealed class Exporter
         {
             awake.WaitOne(Interval);
             isLast = isEnding;
-            drained.Clear();
-            Queue.Drain(drained);
+            Queue.Drain(drained, () => Write(drained));
             if (isLast)
             {
-                AddOpen(drained);
-            }
-            if (drained.Spans.Count > 0)
-            {
-                foreach (var target in targets)
-                {
-                    Guard(target, drained.Spans.Count, () => target.Write(drained));
-                }
-                hasWritten = true;
+                WriteOpen(drained);
             }
             rounds++;
         }
@@ -164,10 +155,10 @@ internal sealed class Exporter
     }
 
     // What did not end with the process. Those that end meanwhile are drained once more.
-    private void AddOpen(DrainedSpans drained)
+    private void WriteOpen(DrainedSpans drained)
     {
         var open = Queue.Open();
-        Queue.Drain(drained);
+        Queue.Drain(drained, () => Write(drained));
         foreach (var span in open)
         {
             if (span.Ended == 0)
@@ -176,6 +167,19 @@ internal sealed class Exporter
                 drained.EndedOn.Add(span.ThreadId);
             }
         }
+        if (drained.Spans.Count > 0)
+        {
+            Write(drained);
+        }
+    }
+
+    private void Write(DrainedSpans drained)
+    {
+        foreach (var target in targets)
+        {
+            Guard(target, drained.Spans.Count, () => target.Write(drained));
+        }
+        hasWritten = true;
     }
 
     private static void Guard(ISpanTarget target, int spans, Action action)

@@ -11,8 +11,11 @@ namespace Corvane.Instrumentation.Export;
 // away, and a thread whose list is gone begins another one.
 internal sealed class SpanQueue : ISpanSink
 {
-    // Of one thread; less where there are very many of them.
+    // Of one thread. Less where many threads have many, for each collection of garbage copies what waits here.
     internal const int MaxOfThread = 8192;
+    internal const int MaxOfBusy = 1 << 14;
+
+    // Of one thread where there are very many threads.
     private const int MinOfThread = 64;
     private const int MaxOfAll = 1 << 20;
 
@@ -49,16 +52,33 @@ internal sealed class SpanQueue : ISpanSink
         }
     }
 
-    // Moves all spans that there are to the list. One reader at a time.
-    internal void Drain(DrainedSpans into)
+    // Moves the spans that there are to the list, which is handed over and emptied whenever it has many, and at the
+    // end. What is not its turn yet waits where the newest are kept. One reader at a time.
+    internal void Drain(DrainedSpans into, Action write)
     {
         while (arrived.TryDequeue(out var next))
         {
             rings.Add(next);
             into.Threads.Add(next.Thread);
         }
-        limit = Math.Max(MinOfThread, Math.Min(MaxOfThread, MaxOfAll / Math.Max(1, rings.Count)));
-        rings.RemoveAll(one => !Drain(one, into));
+        limit = Limit();
+        rings.RemoveAll(one =>
+        {
+            var mayAdd = Drain(one, into);
+            WriteFrom(MaxOfThread / 2);
+            return !mayAdd;
+        });
+        WriteFrom(1);
+
+        void WriteFrom(int many)
+        {
+            if (into.Spans.Count >= many)
+            {
+                write();
+                into.Clear();
+                limit = Limit();
+            }
+        }
     }
 
     // Those that have not ended, the latest first. They may end at any moment.
@@ -72,6 +92,20 @@ internal sealed class SpanQueue : ISpanSink
         spans.RemoveAll(span => span.Ended != 0 || span.Started == 0);
         spans.Sort((one, other) => other.Started.CompareTo(one.Started));
         return spans;
+    }
+
+    private static int Many(int limit) => Math.Min(Worthwhile, limit / 2);
+
+    // Of those who look, the reader alone.
+    private int Limit()
+    {
+        var busy = 0;
+        foreach (var one in rings)
+        {
+            busy += one.HadMany || one.HasMany(limit) ? 1 : 0;
+        }
+        var most = Math.Min(MaxOfBusy / Math.Max(1, busy), MaxOfAll / Math.Max(1, rings.Count));
+        return Math.Max(MinOfThread, Math.Min(MaxOfThread, most));
     }
 
     private Ring Mine()
@@ -90,7 +124,9 @@ internal sealed class SpanQueue : ISpanSink
     private bool Drain(Ring from, DrainedSpans into)
     {
         var mayAdd = from.Thread.IsAlive;
-        if (from.Take() is { } spans)
+        var spans = from.Take();
+        from.HadMany = spans?.Count >= Many(limit);
+        if (spans != null)
         {
             into.Add(from.Thread.ManagedThreadId, spans);
             if (spans.Dropped > 0)
@@ -126,8 +162,10 @@ internal sealed class SpanQueue : ISpanSink
         // Began on it, and may end on any.
         internal OpenSpans Open { get; } = new OpenSpans();
 
-        // The reader's.
+        // The reader's. The second is of the last time that it looked.
         internal bool HasDropped { get; set; }
+
+        internal bool HadMany { get; set; }
 
         // By the thread alone. Whether there are many now.
         internal bool Add(Span span, int limit)
@@ -139,8 +177,11 @@ internal sealed class SpanQueue : ISpanSink
             }
             mine.Add(span, limit);
             Volatile.Write(ref spans, mine);
-            return mine.Count == Math.Min(Worthwhile, limit / 2);
+            return mine.Count == Many(limit);
         }
+
+        // As far as can be seen from outside.
+        internal bool HasMany(int limit) => Volatile.Read(ref spans) is { } seen && seen.Count >= Many(limit);
 
         // By the reader alone. The thread has it for some nanoseconds at a time.
         internal SpanRing? Take()

@@ -3,7 +3,8 @@ using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation.Export;
 
-// The newest spans, in the order in which they came. It starts small and grows up to a limit. One thread at a time.
+// The newest spans, in the order in which they came. It starts small and grows up to a limit, which may change. One
+// thread at a time.
 internal sealed class SpanRing
 {
     private Span[] spans = new Span[16];
@@ -18,23 +19,25 @@ internal sealed class SpanRing
 
     internal void Add(Span span, int limit)
     {
-        if (Count == spans.Length && Count < limit)
+        while (Count >= limit)
+        {
+            DropOldest();
+        }
+        if (Count == spans.Length)
         {
             Grow(Math.Min(limit, 2 * Count));
         }
-        if (Count < spans.Length)
-        {
-            spans[(oldest + Count++) % spans.Length] = span;
-        }
-        else
-        {
-            spans[oldest] = span;
-            oldest = (oldest + 1) % spans.Length;
-            Dropped++;
-        }
+        spans[(oldest + Count++) % spans.Length] = span;
     }
 
-    // Nothing has been dropped yet, so that the oldest is the first one, unless the limit has grown since.
+    private void DropOldest()
+    {
+        spans[oldest] = null!;
+        oldest = (oldest + 1) % spans.Length;
+        Count--;
+        Dropped++;
+    }
+
     private void Grow(int size)
     {
         var larger = new Span[size];
