@@ -180,6 +180,64 @@ public sealed class ActivitySpansTests : IDisposable
         Assert.All(asked.Skip(1), parent => Assert.True(parent is null || parent == isSampled));
     }
 
+    // A program with OpenTelemetry of its own that records all, beside a sampler of ours that does not.
+    [Theory]
+    [InlineData(true)]
+    [InlineData(false)]
+    public void WhatOthersRecordIsNotOurDecision(bool isSampled)
+    {
+        using var another = new ActivitySource("Another");
+        var recorded = new RecordedSpans(sampler: (_, parent) => parent ?? isSampled);
+        Listen(recorded);
+        RecordAll();
+        using (var around = program.StartActivity("around")!)
+        {
+            Assert.True(around.Recorded);
+            recorded.Call("Do", () => { });
+            recorded.Call("Outer", () => program.StartActivity("in a call")!.Stop());
+            using var inside = another.StartActivity("of another")!;
+            recorded.Call("Inner", () => { });
+            program.StartActivity("inside")!.Stop();
+            program.StartActivity("by context", ActivityKind.Internal, inside.Context)!.Stop();
+            program.StartActivity("by id", ActivityKind.Internal, inside.Id)!.Stop();
+        }
+        Assert.Equal(
+            isSampled ? ["Do", "in a call", "Outer", "Inner", "inside", "by context", "by id", "around"] : [],
+            recorded.Ended.Select(span => span.Name.Split('.').Last()));
+    }
+
+    // Whoever called says whether, and the program's OpenTelemetry, which records all, does not.
+    [Theory]
+    [InlineData("00", true)]
+    [InlineData("00", false)]
+    [InlineData("01", true)]
+    [InlineData("01", false)]
+    public void TheCallersDecisionIsKept(string flags, bool isListenedTo)
+    {
+        const string Parent = "00-0102030405060708090a0b0c0d0e0f10-3333333333333333-";
+        using var another = new ActivitySource("Another");
+        var recorded = new RecordedSpans(sampler: (_, parent) => parent ?? true);
+        Listen(recorded);
+        RecordAll();
+        var requests = isListenedTo ? program : another;
+        Action[] starts =
+        [
+            () => requests.StartActivity("request", ActivityKind.Server, ActivityContext.Parse(Parent + flags, null)),
+            () => requests.StartActivity("request", ActivityKind.Server, Parent + flags),
+            () => requests.CreateActivity("request", ActivityKind.Server, Parent + flags)!.Start(),
+        ];
+        foreach (var start in starts)
+        {
+            start();
+            using var request = Activity.Current!;
+            Assert.True(request.Recorded);
+            recorded.Call("Outer", () => { });
+            program.StartActivity("inside")!.Stop();
+        }
+        string[] names = isListenedTo ? ["Outer", "inside", "request"] : ["Outer", "inside"];
+        Assert.Equal(flags == "00" ? [] : [.. names, .. names, .. names], recorded.Ended.Select(span => span.Name.Split('.').Last()));
+    }
+
     [Fact]
     public async Task OurOwnTrafficIsNotRecorded()
     {
@@ -248,6 +306,17 @@ public sealed class ActivitySpansTests : IDisposable
         activities.Begin();
         events.Begin();
         listening.AddRange([activities, events]);
+    }
+
+    private void RecordAll()
+    {
+        var listener = new ActivityListener
+        {
+            ShouldListenTo = source => source.Name is "Kite.Managed.Tests" or "Another",
+            Sample = (ref ActivityCreationOptions<ActivityContext> _) => ActivitySamplingResult.AllDataAndRecorded,
+        };
+        ActivitySource.AddActivityListener(listener);
+        listening.Add(listener);
     }
 
     private void AssertChain(params string[] names)

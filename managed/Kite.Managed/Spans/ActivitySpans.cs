@@ -12,6 +12,10 @@ internal sealed class ActivitySpans : IDisposable
 {
     private const string SpanProperty = "Corvane.Instrumentation.Span";
 
+    // What was decided last about the parent of an activity that this thread is about to start.
+    [ThreadStatic]
+    private static (ActivitySpanId Id, bool? IsSampled) parentOfNext;
+
     private readonly ISpanSink sink;
     private readonly RootSampler sampler;
     private readonly RecordedValues values;
@@ -29,8 +33,6 @@ internal sealed class ActivitySpans : IDisposable
         {
             ShouldListenTo = source => sources.Contain(source.Name),
             Sample = Sample,
-            SampleUsingParentId = (ref ActivityCreationOptions<string> options) =>
-                IsSampled(CallActivities.TraceOf(options.TraceId), null) ? ActivitySamplingResult.AllDataAndRecorded : ActivitySamplingResult.None,
             ActivityStarted = activity => guarded(() => OnStarted(activity)),
             ActivityStopped = activity => guarded(() => OnStopped(activity)),
         };
@@ -54,7 +56,11 @@ internal sealed class ActivitySpans : IDisposable
     }
 
     // Null for one that is no span.
-    internal static Span? Of(Activity? activity) => activity?.GetCustomProperty(SpanProperty) as Span;
+    internal static Span? Of(Activity? activity) =>
+        activity?.GetCustomProperty(SpanProperty) is Span { IsSampled: true } span ? span : null;
+
+    // What was decided here about an activity, whatever the program's own OpenTelemetry does with it. Null if nothing was.
+    internal static bool? Decision(Activity activity) => (activity.GetCustomProperty(SpanProperty) as Span)?.IsSampled;
 
     private static ActivityTraceId NewTraceId() =>
         SpanFlow.Current is { Trace.IsNone: false } span ? CallActivities.TraceIdOf(span) : ActivityTraceId.CreateRandom();
@@ -68,17 +74,33 @@ internal sealed class ActivitySpans : IDisposable
         }
         var parent = options.Parent;
         var isRoot = parent == default;
-        if (IsSampled(CallActivities.TraceOf(options.TraceId), isRoot ? null : Decision(parent)))
+        var decision = isRoot ? null : Decision(parent);
+        parentOfNext = (parent.SpanId, decision);
+        if (IsSampled(CallActivities.TraceOf(options.TraceId), decision))
         {
             return ActivitySamplingResult.AllDataAndRecorded;
         }
         return isRoot ? ActivitySamplingResult.PropagationData : ActivitySamplingResult.None;
     }
 
+    // Of an activity that is not there any more, or is elsewhere, nothing but the flags is known.
     private static bool? Decision(ActivityContext parent) =>
-        Activity.Current is { } current && current.Context == parent
+        Activity.Current is { } current && current.SpanId == parent.SpanId
             ? CallActivities.Decision(current)
-            : (parent.TraceFlags & ActivityTraceFlags.Recorded) != 0;
+            : CallActivities.IsRecorded(parent);
+
+    private static bool? DecisionOfParent(Activity activity)
+    {
+        if (activity.Parent is { } parent)
+        {
+            return CallActivities.Decision(parent);
+        }
+        if (activity.ParentSpanId == default)
+        {
+            return null;
+        }
+        return parentOfNext.Id == activity.ParentSpanId ? parentOfNext.IsSampled : CallActivities.DecisionElsewhere(activity);
+    }
 
     private bool IsSampled(TraceId trace, bool? parentIsSampled)
     {
@@ -94,14 +116,18 @@ internal sealed class ActivitySpans : IDisposable
 
     private void OnStarted(Activity activity)
     {
-        // Another listener may have asked for it.
-        if (!activity.Recorded || activity.IdFormat != ActivityIdFormat.W3C || OwnWork.IsCurrent)
+        if (activity.IdFormat != ActivityIdFormat.W3C || OwnWork.IsCurrent)
         {
             return;
         }
         var trace = CallActivities.TraceOf(activity);
-        if (!IsSampled(trace, activity.ParentSpanId == default ? null : true))
+        if (!activity.Recorded || !IsSampled(trace, DecisionOfParent(activity)))
         {
+            // Another listener may record it, and what is inside is to be left out with it. Without a source it decides nothing.
+            if (activity.Source.Name.Length > 0)
+            {
+                activity.SetCustomProperty(SpanProperty, Span.None);
+            }
             return;
         }
         var span = new Span(

@@ -12,6 +12,9 @@ namespace Corvane.Instrumentation.Spans;
 // trimmed program may lack the class: nothing here is called then, and activities are objects elsewhere.
 internal static class CallActivities
 {
+    // 00-trace-span-flags, in hexadecimal digits.
+    private const int LengthOfId = 55;
+
     private static readonly ActivitySource source = new ActivitySource(Span.CallScope, Resource.LibraryVersion);
 
     // Not inlined: who asks must not have the activities loaded.
@@ -75,24 +78,31 @@ internal static class CallActivities
 
     internal static bool IsRecorded(object activity) => ((Activity)activity).Recorded;
 
-    // Whether the program or whoever called it wants the activity recorded. Null where nobody was asked: it was made
-    // without a source, by this program alone.
+    internal static bool IsRecorded(ActivityContext context) => (context.TraceFlags & ActivityTraceFlags.Recorded) != 0;
+
+    // Whether what is inside the activity is recorded. The nearest one that we have decided about says so; then whoever
+    // called the process; then whether the program records it. Null where nobody was asked: it was made without a source,
+    // by this program alone.
     internal static bool? Decision(object current)
     {
         var activity = (Activity)current;
-        if (activity.Recorded)
-        {
-            return true;
-        }
+        var outermost = activity;
+        var hasSource = false;
         for (var around = activity; around != null; around = around.Parent)
         {
-            if (around.Source.Name.Length > 0 || (around.Parent == null && around.ParentId != null))
+            if (ActivitySpans.Decision(around) is { } isSampled)
             {
-                return false;
+                return isSampled;
             }
+            outermost = around;
+            hasSource |= around.Source.Name.Length > 0;
         }
-        return null;
+        return DecisionElsewhere(outermost) ?? (activity.Recorded ? true : hasSource ? false : null);
     }
+
+    // By the flags that the activity's parent came with. The activity's own may be those of the program's OpenTelemetry.
+    internal static bool? DecisionElsewhere(Activity outermost) =>
+        outermost.ParentId is { Length: LengthOfId } parent && parent[LengthOfId - 3] == '-' ? parent[^1] % 2 != 0 : null;
 
     // Null if no listener is interested in this one. Its parent is the given span, or else the current activity. What a
     // listener throws is reported, and the activity is used all the same: it has begun.
