@@ -74,11 +74,6 @@ FileFacts read_library(const fs::path& path) {
     return facts;
 }
 
-std::wstring variable(const Environment& variables, std::wstring_view name) {
-    const auto found = variables.find(name);
-    return found == variables.end() ? std::wstring() : found->second;
-}
-
 // Entries that are names of assemblies, not files, are somebody else's.
 void read_hooks(const std::wstring& hooks, CheckFacts& facts) {
     for (std::size_t begin = 0; begin < hooks.size();) {
@@ -122,17 +117,17 @@ CheckFacts read_check_facts(const Environment& variables, const Installation& in
     if (!profiler.empty()) {
         facts.profiler = read_file(profiler, true);
     }
-    facts.home = in_code_page(variable(variables, L"CORVANE_HOME_APM_DOTNET"));
+    facts.home = in_code_page(value_of(variables, L"CORVANE_HOME_APM_DOTNET"));
     if (facts.home && !facts.home->empty()) {
         facts.config_exists =
-            is_file(fs::path(variable(variables, L"CORVANE_HOME_APM_DOTNET")) / L"agent.config");
+            is_file(fs::path(value_of(variables, L"CORVANE_HOME_APM_DOTNET")) / L"agent.config");
         AgentConfig config;
         if (load_agent_config(*facts.home, config, [](int, const wchar_t*) {})) {
             facts.config = std::move(config);
         }
     }
-    read_hooks(variable(variables, L"DOTNET_STARTUP_HOOKS"), facts);
-    facts.is_log_read = !variable(variables, L"CORVANE_LOG_FILE").empty() || has_viewer();
+    read_hooks(value_of(variables, L"DOTNET_STARTUP_HOOKS"), facts);
+    facts.is_log_read = !value_of(variables, L"CORVANE_LOG_FILE").empty() || has_viewer();
     return facts;
 }
 
@@ -142,7 +137,7 @@ ProgramFacts read_program_facts(const Program& program, const std::string& name,
     facts.name = name;
     facts.file = read_file(program.file, true);
     facts.process.executable_name = gate_name(program.file);
-    if (const auto type = in_code_page(variable(variables, L"APP_TYPE")); type && !type->empty()) {
+    if (const auto type = in_code_page(value_of(variables, L"APP_TYPE")); type && !type->empty()) {
         facts.process.app_type = *type;
     }
     facts.process.arguments = program.words;
@@ -155,13 +150,15 @@ ProgramFacts read_program_facts(const Program& program, const std::string& name,
         facts.assembly = read_file(assembly, false);
     }
     if (facts.file.image && facts.file.image->bundle) {
-        facts.runtime_config = facts.file.image->bundle->runtime_config;
+        facts.runtime_config = read_runtime_config(facts.file.image->bundle->runtime_config);
     } else if (is_host || !program.assembly.empty()) {
-        facts.runtime_config = read_bytes(with_extension(assembly, L".runtimeconfig.json"));
+        if (const auto json = read_bytes(with_extension(assembly, L".runtimeconfig.json"))) {
+            facts.runtime_config = read_runtime_config(*json);
+        }
     }
     const fs::path folder = assembly.empty() ? program.file.parent_path() : assembly.parent_path();
     facts.own_library = read_library(folder / L"kite.managed.dll");
-    const std::wstring windows = variable(own_environment(), L"SystemRoot");
+    const std::wstring windows = value_of(own_environment(), L"SystemRoot");
     std::error_code ignored;
     facts.has_shared_library = fs::is_directory(fs::path(windows) / L"Microsoft.NET" / L"assembly" /
                                                     L"GAC_MSIL" / L"kite.managed",

@@ -25,8 +25,8 @@ struct Command {
     Work (*define)(CLI::App& options);
 };
 
-// The tool's own exit codes. Those of findings are in findings.h, and `run` has the program's. From
-// 3 to 99 each command has a meaning of its own.
+// The tool's own exit codes. Those of findings are in finding_kinds.h, and `run` has the program's.
+// From 3 to 99 each command has a meaning of its own.
 inline constexpr int kSuccess = 0;
 inline constexpr int kMisused = 2;
 inline constexpr int kNotControlled = 3; // a process that cannot be asked

@@ -24,6 +24,11 @@ bool IgnoreCase::operator()(std::wstring_view left, std::wstring_view right) con
     });
 }
 
+std::wstring value_of(const Environment& environment, std::wstring_view name) {
+    const auto found = environment.find(name);
+    return found == environment.end() ? std::wstring() : found->second;
+}
+
 Environment changed(Environment environment, const Changes& changes) {
     for (const auto& [name, value] : changes) {
         if (value) {

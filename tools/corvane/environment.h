@@ -17,6 +17,9 @@ struct IgnoreCase {
 };
 using Environment = std::map<std::wstring, std::wstring, IgnoreCase>;
 
+// Empty if it is not set.
+std::wstring value_of(const Environment& environment, std::wstring_view name);
+
 // Names and values that are set; without a value, what must not be there. In the order in which
 // they are shown.
 using Changes = std::vector<std::pair<std::wstring, std::optional<std::wstring>>>;

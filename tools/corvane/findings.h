@@ -1,42 +1,18 @@
-// What may keep a program from being profiled: a list, and a pure function that finds the entries
-// that apply to the facts. Each has an exit code and a heading of its own name in
-// docs/troubleshooting.md.
+// What keeps a program from being profiled: a function that finds it in the facts. Pure.
 #pragma once
 
 #include "profiler/agent_config.h"
 #include "profiler/process_gate.h"
-#include "tools/corvane/command.h"
 #include "tools/corvane/environment.h"
+#include "tools/corvane/finding_kinds.h"
 #include "tools/corvane/image_file.h"
+#include "tools/corvane/runtime_config.h"
 
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
 namespace corvane::tool {
-
-struct FindingKind {
-    const char* id;
-    int exit_code;
-    bool is_reason; // else it is a remark, and the program is profiled all the same
-};
-
-std::span<const FindingKind> finding_kinds();
-
-struct Finding {
-    const FindingKind* kind;
-    std::string text;
-    std::string cure;
-};
-
-// A reason that ends a command.
-class FailedFinding : public Failure {
-public:
-    explicit FailedFinding(Finding reason);
-
-    const Finding finding;
-};
 
 // A file as it is found.
 struct FileFacts {
@@ -54,13 +30,10 @@ struct ProgramFacts {
     ProcessFacts process; // for the gate
     bool is_dotnet = false;
     std::optional<FileFacts> assembly; // the managed one that the program runs, if it is known
-    std::optional<std::string> runtime_config; // its JSON text
-    FileFacts own_library;                     // kite.managed beside it
-    bool has_shared_library = false;           // in the global assembly cache
+    std::optional<RuntimeConfig> runtime_config;
+    FileFacts own_library;           // kite.managed beside it
+    bool has_shared_library = false; // in the global assembly cache
 };
-
-// Whether the program runs on a .NET before 8, by its runtimeconfig.json and the variables.
-bool runs_before_net_8(const ProgramFacts& program, const Environment& variables);
 
 struct CheckFacts {
     Environment variables;
@@ -81,19 +54,10 @@ struct CheckFacts {
 // name none, and the registry does.
 std::wstring named_profiler(const CheckFacts& facts);
 
+// An IIS worker, which is profiled without being listed.
+bool is_worker(const CheckFacts& facts);
+
 // In the order in which they take effect. The first reason decides.
-std::vector<Finding> find_problems(const CheckFacts& facts);
-
-// Of a service or a pool that the machine does not have.
-Finding missing_on_machine(bool is_service, const std::string& name);
-
-// What this account may not read, and why.
-Finding unreadable_registry(const std::string& key, const std::string& reason);
-Finding unreadable_pools(const std::string& file, const std::string& reason);
-
-// Where the documentation speaks of it.
-std::string page_of(const FindingKind& kind);
-
-const Finding* first_reason(const std::vector<Finding>& findings);
+Findings find_problems(const CheckFacts& facts);
 
 } // namespace corvane::tool

@@ -3,7 +3,7 @@
 #include "base/hresult_text.h"
 #include "base/local_memory.h"
 #include "base/owned_handle.h"
-#include "tools/corvane/findings.h"
+#include "tools/corvane/finding_kinds.h"
 #include "tools/corvane/pool_settings.h"
 #include "tools/corvane/registry.h"
 #include "tools/corvane/search_path.h"

@@ -17,11 +17,6 @@ bool is_file(const fs::path& path) {
     return fs::is_regular_file(path, ignored);
 }
 
-std::wstring value_of(const Environment& environment, std::wstring_view name) {
-    const auto found = environment.find(name);
-    return found == environment.end() ? std::wstring() : found->second;
-}
-
 // The system says whether names are looked for in the current folder.
 Words searched_folders(const std::wstring& name, const Environment& environment) {
     Words folders = folders_of(value_of(environment, L"PATH"));

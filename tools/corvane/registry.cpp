@@ -1,7 +1,7 @@
 #include "tools/corvane/registry.h"
 
 #include "base/hresult_text.h"
-#include "tools/corvane/findings.h"
+#include "tools/corvane/finding_kinds.h"
 #include "tools/corvane/utf8.h"
 
 #include <cwchar>

@@ -10,15 +10,6 @@
 #include <memory>
 
 namespace corvane::tool {
-namespace {
-
-std::wstring variable(const Environment& variables, std::wstring_view name) {
-    const auto found = variables.find(name);
-    return found == variables.end() ? std::wstring() : found->second;
-}
-
-} // namespace
-
 Work define_list(CLI::App& app) {
     const auto folder = std::make_shared<std::string>();
     app.add_option(
@@ -31,14 +22,14 @@ Work define_list(CLI::App& app) {
             variables[L"CORVANE_HOME_APM_DOTNET"] = full_path(to_wide(*folder)).wstring();
         }
         const CheckFacts facts = read_check_facts(variables, find_installation(), std::nullopt);
-        const std::string home = to_utf8(variable(variables, L"CORVANE_HOME_APM_DOTNET"));
+        const std::string home = to_utf8(value_of(variables, L"CORVANE_HOME_APM_DOTNET"));
         if (!home.empty() && !facts.config) {
             throw Failure("there is no agent.config in " + home + " that can be read");
         }
         print_line(home.empty() ? "agent.config: none, because CORVANE_HOME_APM_DOTNET is not set"
                                 : "agent.config: " + home + "\\agent.config");
         print(rules_text(facts.config ? &*facts.config : nullptr,
-                         variable(variables, L"CORVANE_METHODS")));
+                         value_of(variables, L"CORVANE_METHODS")));
         return kSuccess;
     };
 }

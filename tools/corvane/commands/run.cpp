@@ -243,7 +243,8 @@ int run(const Options& options, const Words& words, const Installation& installe
         write_config(folder.path(), program, options);
     }
     const ProgramFacts facts = read_program_facts(program, to_utf8(words.front()), own);
-    const bool is_old = runs_before_net_8(facts, own) && !installed.standard_library.empty();
+    const bool is_old = facts.runtime_config && runs_before_net_8(*facts.runtime_config, own) &&
+                        !installed.standard_library.empty();
     const RunPlaces places{installed.profiler,
                            is_old ? installed.standard_library : installed.library,
                            options.config.empty() ? folder.path().wstring() : options.config,

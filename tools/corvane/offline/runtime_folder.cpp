@@ -1,9 +1,12 @@
 #include "tools/corvane/offline/runtime_folder.h"
 
+#include "tools/corvane/runtime_config.h"
+
 #include <windows.h>
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <regex>
@@ -46,12 +49,8 @@ std::optional<unsigned> asked_major(const fs::path& assembly) {
     fs::path file = assembly;
     std::ifstream stream(file.replace_extension(L".runtimeconfig.json"), std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(stream), {}};
-    static const std::regex framework(
-        R"-("name"\s*:\s*"Microsoft\.NETCore\.App"\s*,\s*"version"\s*:\s*"(\d{1,4})\.)-");
-    std::smatch match;
-    return std::regex_search(text, match, framework)
-               ? std::optional(static_cast<unsigned>(std::stoul(match[1])))
-               : std::nullopt;
+    const int major = std::atoi(read_runtime_config(text).version.c_str());
+    return major > 0 ? std::optional(static_cast<unsigned>(major)) : std::nullopt;
 }
 
 std::optional<fs::path> runtime_of_installation(const fs::path& root,

@@ -5,9 +5,7 @@
 #include <boost/property_tree/xml_parser.hpp>
 
 #include <algorithm>
-#include <fstream>
 #include <functional>
-#include <map>
 #include <set>
 #include <sstream>
 
@@ -41,8 +39,8 @@ CheckFacts good_facts() {
     program.file.image->is_app_host = true;
     program.process.executable_name = "app.exe";
     program.process.arguments = {L"app.exe"};
-    program.runtime_config =
-        R"({"runtimeOptions": {"framework": {"name": "Microsoft.NETCore.App", "version": "10.0.0"}}})";
+    program.runtime_config = read_runtime_config(
+        R"({"runtimeOptions": {"framework": {"name": "Microsoft.NETCore.App", "version": "10.0.0"}}})");
     facts.program = program;
     facts.own_profiler = "C:\\C\\CorvaneProfiler.dll";
     facts.profiler = {"C:\\C\\CorvaneProfiler.dll", true, true, Image{}, "3.9.0"};
@@ -113,20 +111,21 @@ const std::vector<Case> kCases = {
      "not a .NET program"},
     {"runtime-too-old",
      [](CheckFacts& f) {
-         f.program->runtime_config = R"({"runtimeOptions": {"framework": {"version": "6.0.36"}}})";
+         f.program->runtime_config =
+             read_runtime_config(R"({"runtimeOptions": {"framework": {"version": "6.0.36"}}})");
      },
      "runs on .NET 6.0.36"},
     {"runtime-too-old",
      [](CheckFacts& f) {
-         f.program->runtime_config =
-             R"({"runtimeOptions": {"rollForward": "LatestMajor", "includedFrameworks": [{"version": "7.0.1"}]}})";
+         f.program->runtime_config = read_runtime_config(
+             R"({"runtimeOptions": {"rollForward": "LatestMajor", "includedFrameworks": [{"version": "7.0.1"}]}})");
          f.variables[L"DOTNET_ROLL_FORWARD"] = L"Minor";
      },
      "runs on .NET 7.0.1"},
     {"hooks-off",
      [](CheckFacts& f) {
-         f.program->runtime_config =
-             R"({"runtimeOptions": {"configProperties": {"System.StartupHookProvider.IsSupported": false}}})";
+         f.program->runtime_config = read_runtime_config(
+             R"({"runtimeOptions": {"configProperties": {"System.StartupHookProvider.IsSupported": false}}})");
      },
      "start-up hooks switched off"},
     {"diagnostics-off", [](CheckFacts& f) { f.variables[L"DOTNET_EnableDiagnostics"] = L"0"; },
@@ -270,10 +269,10 @@ TEST(Findings, AreNoneForAProgramThatIsProfiled) {
             f.registered = f.own_profiler;
         },
         [](CheckFacts& f) { f.config = listing(R"(<application name="*"/>)"); },
-        [](CheckFacts& f) { f.program->runtime_config = "no JSON"; },
+        [](CheckFacts& f) { f.program->runtime_config = read_runtime_config("no JSON"); },
         [](CheckFacts& f) { // the build that runs there
             f.program->runtime_config =
-                R"({"runtimeOptions": {"framework": {"version": "6.0.36"}}})";
+                read_runtime_config(R"({"runtimeOptions": {"framework": {"version": "6.0.36"}}})");
             f.hooks[0].is_for_standard = true;
         },
         [](CheckFacts& f) { // both of one release, and this tool of whichever
@@ -284,8 +283,8 @@ TEST(Findings, AreNoneForAProgramThatIsProfiled) {
             unset(f, L"CORECLR_ENABLE_PROFILING");
         },
         [](CheckFacts& f) {
-            f.program->runtime_config =
-                R"({"runtimeOptions": {"rollForward": "LatestMajor", "framework": {"version": "6.0.0"}}})";
+            f.program->runtime_config = read_runtime_config(
+                R"({"runtimeOptions": {"rollForward": "LatestMajor", "framework": {"version": "6.0.0"}}})");
         },
         [](CheckFacts& f) { // its own copy serves
             f.hooks.clear();
@@ -348,67 +347,6 @@ TEST(NamedProfiler, IsThatOfTheFamilyThatTheProgramReads) {
     EXPECT_EQ(named_profiler(facts), L"C:\\framework.dll");
     unset(facts, L"COR_PROFILER_PATH");
     EXPECT_EQ(named_profiler(facts), L"");
-}
-
-TEST(FailedFinding, SaysTheReasonTheCureAndThePage) {
-    const FailedFinding failed(missing_on_machine(true, "x"));
-    EXPECT_STREQ(
-        failed.what(),
-        "this machine has no service x: give the service's name, which is not the one that "
-        "is displayed (docs/troubleshooting.md#service-missing)");
-    EXPECT_EQ(failed.code, 150);
-}
-
-TEST(Findings, HaveCodesOfTheirOwn) {
-    std::set<int> codes;
-    for (const FindingKind& kind : finding_kinds()) {
-        EXPECT_TRUE(codes.insert(kind.exit_code).second) << kind.id;
-        EXPECT_GT(kind.exit_code, 100) << kind.id;
-        EXPECT_LT(kind.exit_code, 200) << kind.id;
-    }
-}
-
-// Of what every command may end with: the rows of a table, of which the findings have one.
-TEST(ExitCodes, AreInTheDocumentation) {
-    std::ifstream page(CORVANE_SOURCES "/docs/corvane.md");
-    std::set<std::string> documented;
-    bool is_in_table = false;
-    for (std::string line; std::getline(page, line);) {
-        is_in_table = line == "| Exit code | Meaning |" || (is_in_table && line.starts_with('|'));
-        if (is_in_table && line[2] >= '0' && line[2] <= '9') {
-            documented.insert(line.substr(2, line.find(" |", 2) - 2));
-        }
-    }
-    std::set<std::string> made;
-    for (const int code : kExitCodes) {
-        made.insert(std::to_string(code));
-    }
-    std::set<int> findings;
-    for (const FindingKind& kind : finding_kinds()) {
-        findings.insert(kind.exit_code);
-    }
-    made.insert(std::to_string(*findings.begin()) + " to " + std::to_string(*findings.rbegin()));
-    EXPECT_EQ(documented, made);
-}
-
-// Each has a heading of its name, and its code begins the text below.
-TEST(Findings, AreInTheDocumentation) {
-    std::ifstream page(CORVANE_SOURCES "/docs/troubleshooting.md");
-    std::map<std::string, int> documented;
-    std::string heading;
-    for (std::string line; std::getline(page, line);) {
-        if (line.starts_with("### ")) {
-            heading = line.substr(4);
-        } else if (!heading.empty() && !line.empty()) {
-            documented[heading] = std::atoi(line.c_str());
-            heading.clear();
-        }
-    }
-    std::map<std::string, int> made;
-    for (const FindingKind& kind : finding_kinds()) {
-        made[kind.id] = kind.exit_code;
-    }
-    EXPECT_EQ(documented, made);
 }
 
 } // namespace

@@ -77,6 +77,10 @@ TEST_F(InstalledRuntimes, AreOfTheVersionThatTheProgramAsksFor) {
     EXPECT_EQ(found(installation_), "dotnet/shared/Microsoft.NETCore.App/8.0.1");
     ask_for("7.0.0");
     EXPECT_EQ(found(installation_), "dotnet/shared/Microsoft.NETCore.App/9.0.2");
+    make_file(
+        folder_ / "program/Shop.runtimeconfig.json",
+        R"({"runtimeOptions": {"framework": {"version": "8.0.0", "name": "Microsoft.NETCore.App"}}})");
+    EXPECT_EQ(found(installation_), "dotnet/shared/Microsoft.NETCore.App/8.0.1");
 }
 
 TEST_F(InstalledRuntimes, BesideTheProgramAreTakenOnlyIfAskedFor) {
