@@ -517,6 +517,16 @@ TEST_F(JitFlow, TakesPercentSignsInNamesForText) {
 
 // --- Levels
 
+// Zeros in its place would cut every line of the channel.
+TEST_F(JitFlow, WritesWholeLinesAboutAMethodWhoseAssemblyHasNoName) {
+    name_a_target();
+    runtime.failing = "GetAssemblyInfo(A1, buffer";
+    rewriting.says_something = true;
+    compile();
+    EXPECT_EQ(output.text(),
+              inserting() + L"[]System.Net.HttpWebRequest:GetResponse() : rewriting\n");
+}
+
 TEST_F(JitFlow, WritesItsLinesAtLevelOne) {
     default_log = DebugLog(L"", 1);
     name_a_target();

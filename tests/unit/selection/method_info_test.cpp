@@ -1,6 +1,7 @@
 #include "selection/method_info.h"
 
 #include "base/hresult_text.h"
+#include "base/log_output.h"
 #include "tests/support/allocations.h"
 #include "tests/support/debug_output.h"
 #include "tests/support/fake_method.h"
@@ -242,7 +243,17 @@ const Failure kFailures[] = {
 static_assert(std::size(kFailures) == kCalls);
 
 class MethodInfoFailure : public MethodInfo,
-                          public ::testing::WithParamInterface<std::tuple<Failure, HRESULT>> {};
+                          public ::testing::WithParamInterface<std::tuple<Failure, HRESULT>> {
+protected:
+    static std::wstring expected_text() {
+        const auto& [failure, hr] = GetParam();
+        std::wstring text;
+        for (const wchar_t* const message : failure.messages) {
+            text += lines({message}, hr);
+        }
+        return text;
+    }
+};
 
 INSTANTIATE_TEST_SUITE_P(
     Calls, MethodInfoFailure,
@@ -273,11 +284,7 @@ TEST_P(MethodInfoFailure, IsReportedAndEndsTheDescription) {
     runtime.results = {{failure.call, hr}};
     const HRESULT result = get_info();
 
-    std::wstring expected;
-    for (const wchar_t* const message : failure.messages) {
-        expected += lines({message}, hr);
-    }
-    EXPECT_EQ(output.text(), expected);
+    EXPECT_EQ(output.text(), expected_text());
     if (failure.messages.empty()) {
         EXPECT_EQ(result, S_OK);
         std::vector<std::string> calls = kAllCalls;
@@ -313,11 +320,29 @@ TEST_P(MethodInfoFailure, IsReportedAndEndsTheDescription) {
     EXPECT_FALSE(method.is_transparent);
 }
 
+TEST_P(MethodInfoFailure, IsReportedAtLevelOne) {
+    const auto& [failure, hr] = GetParam();
+    const std::int32_t before = log_level();
+    for (const std::int32_t level : {0, 1}) {
+        begin_log({.file = {}, .limit = 0, .level = level, .complaints = {}});
+        runtime.forget_calls();
+        runtime.results = {{failure.call, hr}};
+        EXPECT_EQ(get_info(), failure.messages.empty() ? S_OK : hr);
+        EXPECT_EQ(output.text(), level == 0 ? L"" : expected_text());
+    }
+    begin_log({.file = {}, .limit = 0, .level = before, .complaints = {}});
+}
+
+// Where only the text is missing, its length is known already.
 TEST_F(MethodInfo, HasNoAssemblyNameWhenTheRuntimeTellsNone) {
-    runtime.results = {{kAssemblyNameLength, E_FAIL}};
-    EXPECT_EQ(get_info(), S_OK);
-    EXPECT_EQ(method.assembly_name, L"");
-    EXPECT_EQ(method.thread_id, FakeMethod::kThread);
+    for (const Call failing : {kAssemblyNameLength, kAssemblyName}) {
+        runtime.forget_calls();
+        runtime.results = {{failing, E_FAIL}};
+        method_info one;
+        EXPECT_EQ(one.get_info(&runtime, FakeMethod::kFunction), S_OK);
+        EXPECT_EQ(one.assembly_name, L"");
+        EXPECT_EQ(one.thread_id, FakeMethod::kThread);
+    }
     EXPECT_EQ(output.text(), L"");
 }
 
