@@ -9,10 +9,11 @@
 
 #include <oleauto.h>
 
+#include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 namespace corvane {
 namespace {
@@ -24,33 +25,51 @@ struct KeyCloser {
 };
 using OwnedKey = std::unique_ptr<std::remove_pointer_t<HKEY>, KeyCloser>;
 
-void list(HKEY parent, const std::wstring& path, std::set<std::wstring>& paths) {
+// The values of a key, by name, as they lie in the registry.
+using Values = std::map<std::wstring, std::vector<BYTE>>;
+using Keys = std::map<std::wstring, Values>;
+
+Values values_of(HKEY key) {
+    Values values;
+    wchar_t name[256] = {};
+    BYTE data[1024] = {};
+    DWORD length = 256;
+    DWORD size = sizeof(data);
+    for (DWORD i = 0;
+         RegEnumValueW(key, i, name, &length, nullptr, nullptr, data, &size) == ERROR_SUCCESS;
+         ++i, length = 256, size = sizeof(data)) {
+        values[name].assign(data, data + size);
+    }
+    return values;
+}
+
+void list(HKEY parent, const std::wstring& path, Keys& keys) {
     HKEY opened = nullptr;
     if (RegOpenKeyExW(parent, path.c_str(), 0, KEY_READ, &opened) != ERROR_SUCCESS) {
         return;
     }
     const OwnedKey owned(opened);
-    paths.insert(path);
+    keys[path] = values_of(opened);
     wchar_t name[256] = {};
     DWORD length = 256;
     for (DWORD i = 0; RegEnumKeyExW(opened, i, name, &length, nullptr, nullptr, nullptr, nullptr) ==
                       ERROR_SUCCESS;
          ++i, length = 256) {
-        list(parent, path + L'\\' + name, paths);
+        list(parent, path + L'\\' + name, keys);
     }
 }
 
 // The server's keys that are there.
-std::set<std::wstring> keys() {
-    std::set<std::wstring> paths;
+Keys keys() {
+    Keys there;
     for (const wchar_t* const path :
          {L"AppID\\{E1B7402C-93D5-4A6F-B28E-0F59C3A7D214}", L"AppID\\CorvaneProfiler.dll",
           L"CorvaneClrProfiler.1", L"CorvaneClrProfiler",
           L"CLSID\\{5D3A9C71-0B6E-4F28-9A41-7C2E8B04D1F6}",
           L"TypeLib\\{8C64B0F3-2A17-4D95-A3BE-51F7D0C9E826}"}) {
-        list(HKEY_CLASSES_ROOT, path, paths);
+        list(HKEY_CLASSES_ROOT, path, there);
     }
-    return paths;
+    return there;
 }
 
 // Calls that fail, by the number of the call, as long as a test wants.
@@ -71,7 +90,10 @@ LSTATUS WINAPI fail_to_set(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, c
     return calls_granted-- > 0 ? set_value(key, name, reserved, type, data, size)
                                : ERROR_ACCESS_DENIED;
 }
-HRESULT WINAPI fail_to_register(ITypeLib*, LPCOLESTR, LPCOLESTR) {
+// Has written all by then.
+decltype(RegisterTypeLib)* register_library = nullptr;
+HRESULT WINAPI fail_to_register(ITypeLib* library, OLECHAR* path, OLECHAR* help) {
+    EXPECT_EQ(register_library(library, path, help), S_OK);
     return TYPE_E_REGISTRYACCESS;
 }
 HRESULT WINAPI fail_to_query(REFGUID, WORD, WORD, LCID, LPBSTR) {
@@ -84,7 +106,7 @@ class ServerRegistration : public ::testing::Test {
 protected:
     ServerRegistration() {
         EXPECT_EQ(server_module().unregister_server(), S_OK);
-        EXPECT_EQ(keys(), std::set<std::wstring>());
+        EXPECT_EQ(keys(), Keys());
     }
     ~ServerRegistration() override { EXPECT_EQ(server_module().unregister_server(), S_OK); }
 
@@ -94,10 +116,10 @@ protected:
     void expect_all_or_nothing(const Fail& fail) {
         int failures = 0;
         for (; fail(failures); ++failures) {
-            EXPECT_EQ(keys(), std::set<std::wstring>()) << failures;
+            EXPECT_EQ(keys(), Keys()) << failures;
         }
         EXPECT_GT(failures, 3);
-        const std::set<std::wstring> registered = keys();
+        const Keys registered = keys();
         EXPECT_GT(registered.size(), 15U);
         for (int i = 0; i < failures; ++i) {
             EXPECT_TRUE(fail(i));
@@ -143,11 +165,12 @@ TEST_F(ServerRegistration, TakesBackItsOwnKeysWithoutMemory) {
 TEST_F(ServerRegistration, TakesBackItsOwnKeysWithoutATypeLibrary) {
     {
         const PatchedImport patch("RegisterTypeLib", &fail_to_register);
+        register_library = patch.original();
         EXPECT_EQ(server_module().register_server(), TYPE_E_REGISTRYACCESS);
-        EXPECT_EQ(keys(), std::set<std::wstring>());
+        EXPECT_EQ(keys(), Keys());
     }
     EXPECT_EQ(server_module().register_server(), S_OK);
-    const std::set<std::wstring> registered = keys();
+    const Keys registered = keys();
     const PatchedImport patch("RegisterTypeLib", &fail_to_register);
     EXPECT_EQ(server_module().register_server(), TYPE_E_REGISTRYACCESS);
     EXPECT_EQ(keys(), registered);
@@ -161,7 +184,7 @@ TEST_F(ServerRegistration, IsNotGoneWhenNobodyCanTell) {
         EXPECT_TRUE(keys().contains(L"TypeLib\\{8C64B0F3-2A17-4D95-A3BE-51F7D0C9E826}"));
     }
     EXPECT_EQ(server_module().unregister_server(), S_OK);
-    EXPECT_EQ(keys(), std::set<std::wstring>());
+    EXPECT_EQ(keys(), Keys());
 }
 
 } // namespace
