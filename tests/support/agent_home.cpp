@@ -7,6 +7,7 @@
 #include <boost/filesystem.hpp>
 #include <boost/filesystem/fstream.hpp>
 
+#include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -17,7 +18,8 @@ namespace fs = boost::filesystem; // narrow names are in the code page, as the v
 
 std::string own_folder() {
     const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
-    const std::string stem = std::string("corvane ") + test->test_suite_name() + "." + test->name();
+    std::string stem = std::string("corvane ") + test->test_suite_name() + "." + test->name();
+    std::ranges::replace(stem, '/', ' '); // which stands in the names of a test with parameters
     for (int number = 0;; ++number) {
         const fs::path folder = fs::temp_directory_path() / (stem + ' ' + std::to_string(number));
         if (fs::create_directory(folder)) {

@@ -29,7 +29,7 @@ inline void PrintTo(const RuntimeName& name, std::ostream* out) {
 
 namespace corvane::testing {
 
-class FakeMethod final : public FailingRuntime {
+class FakeMethod final : public RunningRuntime {
 public:
     static constexpr FunctionID kFunction = 0xF1;
     static constexpr AssemblyID kAssembly = 0xA1;
@@ -61,6 +61,7 @@ public:
     std::vector<std::wstring> type_refs;
 
     bool has_info3 = false; // and with it what GetModuleInfo2 gives
+    bool has_info4 = false;
     DWORD module_flags = COR_PRF_MODULE_DISK;
 
     // Answers other than S_OK, by the number of the call. A failing one gives nothing besides.
@@ -74,9 +75,6 @@ public:
     // Without, a function's metadata is asked for successfully and not given.
     bool has_metadata = true;
 
-    // Whether `calls` is kept. Without it the fake allocates nothing.
-    bool writes_down = true;
-
     ULONG references = 1; // the test's own, here and below
     ULONG metadata_references = 1;
 
@@ -89,8 +87,9 @@ public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
         const bool answered = iid == __uuidof(IUnknown) || iid == __uuidof(ICorProfilerInfo) ||
                               iid == __uuidof(ICorProfilerInfo2) ||
-                              (has_info3 && iid == __uuidof(ICorProfilerInfo3));
-        *object = answered ? static_cast<ICorProfilerInfo3*>(this) : nullptr;
+                              (has_info3 && iid == __uuidof(ICorProfilerInfo3)) ||
+                              (has_info4 && iid == __uuidof(ICorProfilerInfo4));
+        *object = answered ? static_cast<ICorProfilerInfo4*>(this) : nullptr;
         references += answered ? 1 : 0;
         return answered ? S_OK : E_NOINTERFACE;
     }

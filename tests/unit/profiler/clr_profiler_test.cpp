@@ -7,10 +7,12 @@
 #include "profiler/agent_config.h"
 #include "profiler/com_object.h"
 #include "rewrite/references/known_references.h"
+#include "rewrite/rewrite_settings.h"
 #include "rewrite/shape/loaded_modules.h"
 #include "sampling/known_functions.h"
 #include "sampling/thread_map.h"
 #include "selection/excluded_scopes.h"
+#include "selection/method_patterns.h"
 #include "selection/target_methods.h"
 #include "tests/support/agent_home.h"
 #include "tests/support/allocations.h"
@@ -27,6 +29,8 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <map>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -66,6 +70,15 @@ std::string setting(const char* key, const char* value) {
     return std::string("<add key=\"") + key + "\" value=\"" + value + "\"/>";
 }
 
+std::vector<ModuleID> loaded_modules() {
+    std::vector<ModuleID> modules;
+    visit_loaded_modules([&](ModuleID module) {
+        modules.push_back(module);
+        return true;
+    });
+    return modules;
+}
+
 // One profiler object in its plain form, and the process-wide values put back when it goes.
 class ProfilerTest : public ::testing::Test {
 protected:
@@ -76,7 +89,9 @@ protected:
         profilerInfo3.reset();
         mscorlibModuleId = 0;
         managedLibraryLoaded = false;
+        strict_il = false;
         excluded_scopes.clear();
+        method_patterns = MethodPatterns();
         target_methods.clear();
     }
 
@@ -207,6 +222,19 @@ TEST_F(Initialize, GoesOnWhenTheMaskIsRefused) {
                                  L"Failed to set event mask: COR_PRF_MONITOR_JIT_COMPILATION\n" +
                                  no_exclusions());
     EXPECT_EQ(excluded_scopes.size(), 1U);
+}
+
+TEST_F(Initialize, GoesOnWithoutAStepThatThrows) {
+    std::optional<testing::FailingAllocation> failing; // the first one of the exclusions
+    runtime.on_event_mask = [&failing] { failing.emplace(0); };
+    const AgentHome home(listing_this());
+    EXPECT_EQ(profiler->Initialize(&runtime), S_OK);
+    EXPECT_TRUE(testing::FailingAllocation::has_come());
+    EXPECT_EQ(output.text(), std::wstring(kInvoked) + kAfterShouldTrace +
+                                 L"CClrProfiler::Initialize(): a step was left out: "
+                                 L"std::bad_alloc\n");
+    EXPECT_TRUE(excluded_scopes.empty());
+    EXPECT_EQ(target_methods.size(), 59U);
 }
 
 TEST_F(Initialize, BuildsItsTablesWithoutARuntime) {
@@ -415,7 +443,37 @@ TEST_F(Initialize, ForAttachAsksForThePartThatItMayHave) {
     EXPECT_EQ(profiler->ProfilerAttachComplete(), S_OK);
     EXPECT_EQ(runtime.calls,
               (std::vector<std::string>{"SetEventMask", "SetEventMask", "EnumModules"}));
+    BOOL use = TRUE;
+    EXPECT_EQ(profiler->JITCachedFunctionSearchStarted(0x4712, &use), S_OK);
+    EXPECT_TRUE(KnownFunction(0x4712));
     forget_functions_of(1);
+}
+
+TEST_F(Initialize, ForAttachTakesTheModulesAndThreadsThatAreThere) {
+    runtime.has_info4 = true;
+    runtime.modules = {{0x10, {L"C:\\runtime\\mscorlib.dll", 0x20}},
+                       {0x11, {L"C:\\shop\\Shop.dll", 0x21}}};
+    runtime.module_flags = {{0x10, COR_PRF_MODULE_DISK}, {0x11, COR_PRF_MODULE_DISK}};
+    runtime.assemblies = {{0x20, L"mscorlib"}, {0x21, L"Shop"}};
+    runtime.present_modules.ids = {0x11, 0x10};
+    runtime.present_threads.ids = {0x7FF0000000D1, 0x7FF0000000D2};
+    const AgentHome home(listing_this());
+    EXPECT_EQ(profiler->InitializeForAttach(&runtime, nullptr, 0), S_OK);
+    EXPECT_EQ(loaded_modules(), std::vector<ModuleID>());
+    EXPECT_EQ(profiler->ProfilerAttachComplete(), S_OK);
+    EXPECT_EQ(loaded_modules(), (std::vector<ModuleID>{0x10, 0x11}));
+    EXPECT_EQ(mscorlibModuleId, 0x10U);
+    EXPECT_EQ(ThreadMap, (std::map<DWORD, ThreadID>{{0xD1, 0x7FF0000000D1}, //
+                                                    {0xD2, 0x7FF0000000D2}}));
+    EXPECT_EQ(runtime.present_modules.references, 0U);
+    EXPECT_EQ(runtime.present_threads.references, 0U);
+    for (const ModuleID module : runtime.present_modules.ids) {
+        EXPECT_EQ(profiler->ModuleUnloadStarted(module), S_OK);
+    }
+    for (const ThreadID thread : runtime.present_threads.ids) {
+        EXPECT_EQ(profiler->ThreadDestroyed(thread), S_OK);
+    }
+    ThreadMap.clear();
 }
 
 TEST_F(Initialize, AtTheStartAsksForTheWholeMaskOnly) {
@@ -476,15 +534,6 @@ TEST_F(ModuleLoadFinished, NotesMscorlib) {
     EXPECT_EQ(runtime.calls, (std::vector<std::string>{"GetModuleInfo", "GetModuleInfo",
                                                        "GetAssemblyInfo", "GetAssemblyInfo"}));
     EXPECT_EQ(lines(), L""); // level 4
-}
-
-std::vector<ModuleID> loaded_modules() {
-    std::vector<ModuleID> modules;
-    visit_loaded_modules([&](ModuleID module) {
-        modules.push_back(module);
-        return true;
-    });
-    return modules;
 }
 
 // Those that the garbage collector may take away are not asked about anything.
@@ -768,56 +817,123 @@ TEST_F(ThreadCallbacks, AnswerOkWithoutMemory) {
                                  hresult_text(E_OUTOFMEMORY).c_str() + L")\n");
 }
 
-// Whichever request of memory fails: nothing is thrown to the runtime.
-TEST_F(ProfilerTest, AnswersEveryCallbackWithoutMemory) {
-    const AgentHome home(listing_this());
-    default_log = DebugLog(L"", 0); // a line takes memory of the test's own
+// The parameter: whether the form is strict.
+class EveryCallback : public ProfilerTest, public ::testing::WithParamInterface<bool> {
+protected:
+    EveryCallback() {
+        default_log = DebugLog(L"", 0);
+        method.has_info3 = true;
+        method.has_info4 = true;
+        method.writes_down = false;
+        method.type_name = L"System.Net.HttpWebRequest";
+        method.method_name = L"GetResponse";
+        // Too long to be kept in place.
+        method.assembly_name.assign(1000, L'a');
+        method.module_name.assign(1000, L'm');
+    }
+    ~EveryCallback() override {
+        default_log = DebugLog();
+        ThreadMap.clear();
+        forget_functions_of(1);
+    }
+
+    // What the callbacks before may have left of the id and of the method.
+    void forget() {
+        method.forget_calls();
+        EXPECT_EQ(profiler->ModuleUnloadStarted(id), S_OK);
+        EXPECT_EQ(profiler->ModuleUnloadStarted(FakeMethod::kModule), S_OK);
+        EXPECT_EQ(profiler->ThreadDestroyed(id), S_OK);
+    }
+    static void forget_tables() {
+        excluded_scopes.clear();
+        method_patterns = MethodPatterns();
+        target_methods.clear();
+    }
+
+    const testing::DebuggerPresence nobody{false}; // a line takes memory of the test's own
     FakeMethod method;
-    method.writes_down = false;
-    method.type_name = L"System.Net.HttpWebRequest";
-    method.method_name = L"GetResponse";
     UINT_PTR id = 0x10000;
-    BOOL use = FALSE;
+};
+
+INSTANTIATE_TEST_SUITE_P(Forms, EveryCallback, ::testing::Bool());
+
+struct Callback {
+    const char* name;
+    std::function<HRESULT()> call;
+    bool allocates = true;
+    HRESULT without_memory = S_OK; // may be the answer as well
+    std::function<void()> prepare = [] {};
+};
+
+// Whichever request of memory fails: nothing is thrown to the runtime.
+TEST_P(EveryCallback, AnswersWithoutMemory) {
+    const bool strict = GetParam();
+    const AgentHome home(listing_this());
+    const ScopedVariable form("CORVANE_STRICT_IL", strict ? "1" : "0");
+    const ScopedVariable patterns("CORVANE_METHODS", "Shop.NeverMet.*");
     CClrProfiler& served = *profiler.get();
-    const std::function<HRESULT()> callbacks[] = {
-        [&] { return served.Initialize(&method); },
-        [&] { return served.InitializeForAttach(&method, nullptr, 0); },
-        [&] { return served.ProfilerAttachComplete(); },
-        [&] {
-            const HRESULT hr = served.ModuleLoadFinished(id, S_OK);
-            served.ModuleUnloadStarted(id);
-            return hr;
-        },
-        [&] { return served.JITCompilationStarted(id, TRUE); },
-        [&] { return served.JITCachedFunctionSearchStarted(id, &use); },
-        [&] { return served.ThreadAssignedToOSThread(id, static_cast<DWORD>(id)); },
-        [&] { return served.ThreadDestroyed(id); },
-        [&] { return served.ModuleUnloadStarted(id); },
+    BOOL use_cached = TRUE;
+    BOOL should_inline = TRUE;
+    const Callback callbacks[] = {
+        {.name = "Initialize",
+         .call = [&] { return served.Initialize(&method); },
+         .without_memory = kCancelled,
+         .prepare = forget_tables},
+        {.name = "InitializeForAttach",
+         .call = [&] { return served.InitializeForAttach(&method, nullptr, 0); },
+         .prepare = forget_tables},
+        {.name = "ProfilerAttachComplete",
+         .call = [&] { return served.ProfilerAttachComplete(); },
+         .prepare =
+             [&] {
+                 begin_adoption();
+                 method.present_modules.ids = {id};
+                 method.present_threads.ids = {id};
+             }},
+        {.name = "ModuleLoadFinished",
+         .call = [&] { return served.ModuleLoadFinished(id, S_OK); },
+         .without_memory = E_OUTOFMEMORY},
+        {.name = "ModuleLoadFinished of one that was not loaded",
+         .call = [&] { return served.ModuleLoadFinished(id, E_FAIL); },
+         .without_memory = E_OUTOFMEMORY},
+        {.name = "JITCompilationStarted",
+         .call = [&] { return served.JITCompilationStarted(id, TRUE); }},
+        {.name = "JITCachedFunctionSearchStarted",
+         .call = [&] { return served.JITCachedFunctionSearchStarted(id, &use_cached); }},
+        {.name = "JITInlining",
+         .call = [&] { return served.JITInlining(id, id, &should_inline); },
+         .allocates = strict},
+        {.name = "ThreadAssignedToOSThread",
+         .call = [&] { return served.ThreadAssignedToOSThread(id, static_cast<DWORD>(id)); }},
+        {.name = "ThreadDestroyed", .call = [&] { return served.ThreadDestroyed(id); }},
+        // Only on its first call in a process.
+        {.name = "ModuleUnloadStarted",
+         .call = [&] { return served.ModuleUnloadStarted(id); },
+         .allocates = false},
+        {.name = "Shutdown", .call = [&] { return served.Shutdown(); }},
     };
-    int failures = 0;
-    for (const auto& callback : callbacks) {
+    for (const Callback& callback : callbacks) {
+        int failures = 0;
         bool has_failed = true;
         for (std::size_t granted = 0; has_failed; ++granted, ++id) {
-            excluded_scopes.clear();
-            target_methods.clear();
-            method.forget_calls();
+            callback.prepare();
             HRESULT hr = S_OK;
             {
                 const testing::FailingAllocation failing(granted);
-                hr = callback();
+                hr = callback.call();
                 has_failed = testing::FailingAllocation::has_come();
             }
             failures += has_failed ? 1 : 0;
-            EXPECT_TRUE(hr == S_OK || (has_failed && (hr == kCancelled || hr == E_OUTOFMEMORY)))
-                << "callback " << &callback - callbacks << ", " << granted << " granted";
+            EXPECT_TRUE(hr == S_OK || (has_failed && hr == callback.without_memory))
+                << callback.name << ", " << granted << " granted";
+            forget();
         }
+        EXPECT_EQ(failures > 0, callback.allocates) << callback.name;
     }
-    EXPECT_GT(failures, 20);
-    default_log = DebugLog();
-    ThreadMap.clear();
-    forget_functions_of(1);
-    profiler = {}; // before the runtime goes
-    profilerInfo2.reset();
+    // The method was one that is chosen.
+    EXPECT_EQ(target_methods.size(), 59U);
+    EXPECT_EQ(use_cached, FALSE);
+    EXPECT_EQ(should_inline, strict ? FALSE : TRUE);
 }
 
 // What is made on first use is made in a process of its own.
