@@ -52,6 +52,7 @@ struct Mode {
     const wchar_t* filling; // calls that are recorded before
     bool drops;             // there is no room left for those that are measured
     const wchar_t* besides; // what the program does besides; null for nothing
+    bool serves = false;    // with the collector of garbage that services have
     std::vector<std::vector<Times>> runs = {};
     std::vector<double> speeds = {}; // of 16 threads, in that of one
 };
@@ -106,6 +107,7 @@ void run(Mode& mode, const fs::path& work, const fs::path& dotnet_root) {
         {L"CORECLR_PROFILER_PATH", (own_folder() / "CorvaneProfiler.dll").wstring()},
         {L"CORVANE_HOME_APM_DOTNET", work.wstring()},
         {L"CORVANE_STRICT_IL", L"1"},
+        {L"DOTNET_gcServer", mode.serves ? L"1" : L"0"},
         // None if empty.
         {L"CORVANE_CALL_TREE", mode.record == Record::kTree ? tree.wstring() : L""},
         {L"CORVANE_OTLP_FILE", mode.record == Record::kSpans ? spans.wstring() : L""},
@@ -205,6 +207,8 @@ int bench(int runs) {
         {"Every call is a span in a file", Record::kSpans, L"100", L"51", L"0", false, L"threads"},
         {"Somebody listens to activities", Record::kActivities, L"100", L"51", L"0", false,
          L"listen"},
+        {"Every call is a span in a file, in a service", Record::kSpans, L"100", L"51", L"0", false,
+         L"threads", true},
     };
     for (int i = 0; i < runs; ++i) {
         for (Mode& mode : modes) {
@@ -222,14 +226,18 @@ int bench(int runs) {
     std::printf("A span takes %.0f bytes beyond those that the injected code takes itself\n",
                 span.bytes - figures_for(modes[0], 2).bytes);
     const double speed = median(modes[3].speeds);
+    const double service_speed = median(modes[5].speeds);
     const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
-    std::printf("16 threads that record spans are %.2f times as fast as one, on %u processors\n\n",
-                speed, processors);
+    std::printf("16 threads that record spans are %.2f times as fast as one, in a service %.2f "
+                "times, on %u processors\n\n",
+                speed, service_speed, processors);
     std::printf("call: none=%.0f five=%.0f fifty=%.0f ratio_five=%.2f recorded_five=%.0f "
-                "full_five=%.0f span=%.0f activity=%.0f threads=%.2f\n",
+                "full_five=%.0f span=%.0f activity=%.0f threads=%.2f "
+                "service_threads=%.2f\n",
                 figures_for(modes[0], 0).added, five.added, figures_for(modes[0], 50).added,
                 five.ratio, figures_for(modes[1], 5).added, figures_for(modes[2], 5).added,
-                span.added, figures_for(modes[4], 2).added, speed / processors);
+                span.added, figures_for(modes[4], 2).added, speed / processors,
+                service_speed / processors);
     return EXIT_SUCCESS;
 }
 

@@ -142,8 +142,13 @@ TEST_P(CorvaneRun, WritesWhatIsAskedFor) {
                                 L"--no-inlining"},
                                {L"sum"});
     EXPECT_EQ(result.exit_code, 3U);
-    EXPECT_EQ(result.output, "27\r\n");
     const fs::path out = folder() / "out";
+    std::string written;
+    for (const char* const name : {"flame.svg", "log.txt", "profile.pb.gz", "spans.jsonl",
+                                   "speed.json", "summary.txt", "trace.json", "tree.txt"}) {
+        written += "corvane: wrote " + (out / name).string() + "\r\n";
+    }
+    EXPECT_EQ(result.output, "27\r\n" + written);
     EXPECT_THAT(text_of(out / "tree.txt"), AllOf(HasSubstr("Program.Main("), HasSubstr("count: 16"),
                                                  Not(HasSubstr("letters"))));
     EXPECT_THAT(text_of(out / "summary.txt"), EndsWith("2 calls, 0 errors, 2 methods\r\n"));

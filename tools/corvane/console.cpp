@@ -1,5 +1,6 @@
 #include "tools/corvane/console.h"
 
+#include "tools/corvane/columns.h"
 #include "tools/corvane/utf8.h"
 
 #include <windows.h>
@@ -13,6 +14,14 @@ namespace {
 bool is_console(HANDLE handle) {
     DWORD mode = 0;
     return GetConsoleMode(handle, &mode) != FALSE;
+}
+
+std::optional<std::size_t> width_of(DWORD stream) {
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (GetConsoleScreenBufferInfo(GetStdHandle(stream), &info) == FALSE) {
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(std::max(info.srWindow.Right - info.srWindow.Left + 1, 1));
 }
 
 // A reader that has gone is no failure of the command.
@@ -34,6 +43,18 @@ void write(DWORD stream, std::string_view text) {
     }
 }
 
+void write_paragraph(DWORD stream, std::string_view line, std::size_t hanging) {
+    const auto width = width_of(stream);
+    if (!width) {
+        write(stream, std::string(line) + "\r\n");
+        return;
+    }
+    // A line that fills the last column has an empty one behind it on some consoles.
+    for (const std::string& part : wrapped(line, *width - 1, hanging)) {
+        write(stream, part + "\r\n");
+    }
+}
+
 } // namespace
 
 void print(std::string_view text) {
@@ -48,12 +69,16 @@ void print_to_error(std::string_view text) {
     write(STD_ERROR_HANDLE, text);
 }
 
-void print_error(std::string_view line) {
-    print_to_error("corvane: " + std::string(line) + "\r\n");
+void print_paragraph(std::string_view line, std::size_t hanging) {
+    write_paragraph(STD_OUTPUT_HANDLE, line, hanging);
 }
 
-bool prints_on_console() {
-    return is_console(GetStdHandle(STD_OUTPUT_HANDLE));
+void print_error(std::string_view line) {
+    write_paragraph(STD_ERROR_HANDLE, "corvane: " + std::string(line), 2);
+}
+
+std::optional<std::size_t> console_width() {
+    return width_of(STD_OUTPUT_HANDLE);
 }
 
 } // namespace corvane::tool

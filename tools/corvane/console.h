@@ -3,6 +3,8 @@
 // starts share it.
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <string_view>
 
 namespace corvane::tool {
@@ -11,10 +13,14 @@ void print(std::string_view text);
 void print_line(std::string_view text);
 void print_to_error(std::string_view text);
 
-// A line of the tool's own on standard error.
+// A line, which a console shows in as many as it takes, broken between words, the second and later
+// ones behind so many blanks. A file gets it as it stands.
+void print_paragraph(std::string_view line, std::size_t hanging);
+
+// A line of the tool's own on standard error, broken likewise.
 void print_error(std::string_view line);
 
-// Whether standard output is a console, which may be coloured and has an end that somebody reads.
-bool prints_on_console();
+// Of the console that is standard output, in characters. Nothing if it is none.
+std::optional<std::size_t> console_width();
 
 } // namespace corvane::tool

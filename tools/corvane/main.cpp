@@ -1,15 +1,18 @@
 // corvane.exe: profiles a program, says whether it would be profiled, and looks after the set-up.
 #include "tools/corvane/command.h"
 #include "tools/corvane/console.h"
+#include "tools/corvane/near_names.h"
 #include "tools/corvane/utf8.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <array>
 #include <exception>
 #include <iterator>
 #include <map>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -45,6 +48,15 @@ public:
         return std::string("\nUsage: corvane ") + command_.name + ' ' + command_.words + '\n';
     }
 
+    // Without the bounds of a number: a value beyond them is answered with them.
+    std::string make_option_opts(const CLI::Option* option) const override {
+        std::string text = CLI::Formatter::make_option_opts(option);
+        if (const std::size_t bounds = text.find(":INT in ["); bounds != text.npos) {
+            text.erase(bounds, text.find(']', bounds) + 1 - bounds);
+        }
+        return text;
+    }
+
     // Within the width of a usual console.
     std::string make_option_desc(const CLI::Option* option) const override {
         constexpr std::size_t kWidth = 48;
@@ -66,6 +78,24 @@ public:
 private:
     const Command& command_;
 };
+
+// A word in the place of a command that is none.
+std::optional<std::string> unknown_command(const Words& words) {
+    if (words.empty() || words.front().starts_with(L'-')) {
+        return std::nullopt;
+    }
+    std::vector<std::string> names;
+    for (const Command& command : kCommands) {
+        names.emplace_back(command.name);
+    }
+    const std::string name = to_utf8(words.front());
+    if (std::ranges::find(names, name) != names.end()) {
+        return std::nullopt;
+    }
+    const auto near = near_name(name, names);
+    return "there is no command \"" + name + '"' +
+           (near ? "; did you mean \"" + *near + "\"?" : std::string());
+}
 
 int run_command(const Words& words) {
     const SplitWords split = split_words(words);
@@ -96,7 +126,7 @@ int run_command(const Words& words) {
         const bool is_misuse = app.exit(error, output, errors) != 0;
         print(output.str());
         if (is_misuse) {
-            print_error(error.what());
+            print_error(unknown_command(split.own).value_or(error.what()));
             print_error(
                 "\"corvane --help\" shows the commands, \"corvane COMMAND --help\" their options.");
         }

@@ -4,8 +4,6 @@
 
 #include <windows.h>
 
-#include <algorithm>
-
 namespace corvane::tool {
 namespace {
 
@@ -19,14 +17,6 @@ void write_error(std::string_view text) {
 }
 
 } // namespace
-
-std::optional<unsigned> console_width() {
-    CONSOLE_SCREEN_BUFFER_INFO info{};
-    if (GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info) == FALSE) {
-        return std::nullopt;
-    }
-    return static_cast<unsigned>(std::max(info.srWindow.Right - info.srWindow.Left + 1, 1));
-}
 
 bool enable_colours() {
     const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);

@@ -1,14 +1,10 @@
-// The console that somebody reads at: how wide it is, and colours.
+// What only a console shows: colours, and progress.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
 namespace corvane::tool {
-
-// Of standard output. Nothing where that is no console.
-std::optional<unsigned> console_width();
 
 // Whether standard output shows colours from now on. Not if NO_COLOR is set.
 bool enable_colours();

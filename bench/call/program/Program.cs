@@ -90,8 +90,8 @@ static double BytesOf(Action run)
 static double SpeedOfThreads(Methods methods)
 {
     const int count = 16;
-    const int share = 20_000;
-    var speeds = new double[5];
+    const int share = 100_000;
+    var speeds = new double[3];
     for (var round = 0; round < speeds.Length; round++)
     {
         var alone = TimeOf(() => methods.CallTraced(count * share));

@@ -12,10 +12,15 @@ namespace Kite.Managed.Tests.Export;
 
 public class OtlpPushTests
 {
+    // Whose answer may take long on a busy machine. The first of two values of a variable counts.
     private static OtlpPush To(string address, params (string Name, string Value)[] variables)
     {
         var all = Spans.Variables(
-            _ => { }, [("OTEL_EXPORTER_OTLP_ENDPOINT", address), ("OTEL_EXPORTER_OTLP_PROTOCOL", "http/json"), .. variables]);
+            _ => { },
+            [
+                .. variables, ("OTEL_EXPORTER_OTLP_ENDPOINT", address), ("OTEL_EXPORTER_OTLP_PROTOCOL", "http/json"),
+                ("OTEL_EXPORTER_OTLP_TIMEOUT", "600000"),
+            ]);
         return new OtlpPush(OtlpEndpoint.From(all)!, Spans.Resource());
     }
 
@@ -23,7 +28,7 @@ public class OtlpPushTests
         push.Write(Spans.Drained(Enumerable.Range(from, count).Select(id => Spans.Of((ulong)id)).ToArray()));
 
     // How long it took.
-    private static TimeSpan End(OtlpPush push, double most = 60)
+    private static TimeSpan End(OtlpPush push, double most = 600)
     {
         var clock = Stopwatch.StartNew();
         push.End(DateTime.UtcNow.AddSeconds(most));
@@ -43,7 +48,7 @@ public class OtlpPushTests
         push = protocol.Length > 0 ? push : new OtlpPush(
             OtlpEndpoint.From(Spans.Variables(
                 _ => { }, ("OTEL_EXPORTER_OTLP_ENDPOINT", collector.Address + "/base/"),
-                ("OTEL_EXPORTER_OTLP_HEADERS", "api-key=a%20b, x = y")))!,
+                ("OTEL_EXPORTER_OTLP_HEADERS", "api-key=a%20b, x = y"), ("OTEL_EXPORTER_OTLP_TIMEOUT", "600000")))!,
             Spans.Resource());
         Send(push, 1, 1200);
         Send(push, 1201, 100);

@@ -21,7 +21,8 @@ public class OwnTrafficTests
             ActivityStopped = activity => heard.Enqueue(activity.GetTagItem("server.port")?.ToString()),
         };
         ActivitySource.AddActivityListener(listener);
-        var endpoint = OtlpEndpoint.From(Spans.Variables(_ => { }, ("OTEL_EXPORTER_OTLP_ENDPOINT", collector.Address)))!;
+        var endpoint = OtlpEndpoint.From(Spans.Variables(
+            _ => { }, ("OTEL_EXPORTER_OTLP_ENDPOINT", collector.Address), ("OTEL_EXPORTER_OTLP_TIMEOUT", "600000")))!;
         using (var client = new OtlpClient(endpoint, "application/json"))
         {
             Assert.True(client.Post([], TimeSpan.FromSeconds(60)).IsAccepted);

@@ -82,16 +82,27 @@ public class SpanQueueTests
     }
 
     [Fact]
-    public void ThreadsThatAllHaveManyKeepFewerEach()
+    public void ThreadsWhoseListsAreFullKeepFewerEach()
     {
         const int Threads = 16;
+        const int Share = SpanQueue.MaxOfFull / Threads;
         var queue = NewQueue();
         var found = new List<int>();
-        OnThreads(queue, Threads, [600, 3000, 400, 3000, 3000], () => found.Add(Drain(queue).Count));
-        const int Share = SpanQueue.MaxOfBusy / Threads;
-        Assert.Equal([Threads * 600, Threads * Share, Threads * 400, Threads * 3000, Threads * Share], found);
-        Assert.Equal(2 * Threads * (3000 - Share), queue.Dropped);
+        OnThreads(queue, Threads, [9000, 3000, 400, 3000], () => found.Add(Drain(queue).Count / Threads));
+        Assert.Equal([SpanQueue.MaxOfThread, Share, 400, 3000], found);
+        Assert.Equal(Threads * (9000 - SpanQueue.MaxOfThread + 3000 - Share), queue.Dropped);
         Assert.Equal(Threads, queue.DroppingThreads);
+    }
+
+    [Fact]
+    public void ManyThreadsWhoseListsAreNotFullLoseNothing()
+    {
+        const int Threads = 64;
+        var queue = NewQueue();
+        var found = new List<int>();
+        OnThreads(queue, Threads, [600, 2000, 6000, 300, 6000], () => found.Add(Drain(queue).Count / Threads));
+        Assert.Equal([600, 2000, 6000, 300, 6000], found);
+        Assert.Equal(0, queue.Dropped);
     }
 
     [Fact]
@@ -108,18 +119,20 @@ public class SpanQueueTests
     }
 
     [Fact]
-    public void AListThatMayHoldLessDropsItsOldest()
+    public void AFullListThatMayHoldLessDropsItsOldest()
     {
-        var ring = new SpanRing();
-        var spans = Enumerable.Range(1, 30).Select(id => Spans.Of((ulong)id)).ToArray();
-        Array.ForEach(spans[..25], span => ring.Add(span, 20));
-        Assert.Equal(5, ring.Dropped);
-        ring.Add(spans[25], 8);
-        Assert.Equal(spans[18..26], Enumerable.Range(0, ring.Count).Select(position => ring[position]));
-        Assert.Equal(18, ring.Dropped);
-        Array.ForEach(spans[26..], span => ring.Add(span, 10));
-        Assert.Equal(spans[20..], Enumerable.Range(0, ring.Count).Select(position => ring[position]));
-        Assert.Equal(20, ring.Dropped);
+        var ring = new SpanRing(20);
+        Span[] Kept() => Enumerable.Range(0, ring.Count).Select(position => ring[position]).ToArray();
+        var spans = Enumerable.Range(1, 40).Select(id => Spans.Of((ulong)id)).ToArray();
+        Array.ForEach(spans[..15], span => ring.Add(span, 20));
+        Array.ForEach(spans[15..20], span => ring.Add(span, 8));
+        Assert.Equal(0, ring.Dropped);
+        ring.Add(spans[20], 8);
+        Assert.Equal(spans[13..21], Kept());
+        Assert.Equal(13, ring.Dropped);
+        Array.ForEach(spans[21..], span => ring.Add(span, 10));
+        Assert.Equal(spans[30..], Kept());
+        Assert.Equal(30, ring.Dropped);
     }
 
     [Fact]
@@ -134,7 +147,7 @@ public class SpanQueueTests
             Assert.Empty(drained.Spans);
         });
         Assert.Equal(60_000, parts.Sum());
-        Assert.All(parts, part => Assert.InRange(part, 1, SpanQueue.MaxOfThread));
+        Assert.All(parts, part => Assert.InRange(part, 1, 3 * SpanQueue.MaxOfThread / 2));
     }
 
     [Fact]

@@ -13,6 +13,8 @@ namespace Corvane.Instrumentation.Export;
 // repeat what was sent.
 internal sealed class OtlpClient : IDisposable
 {
+    internal const string NoAnswerBeforeTheEnd = "the end point did not answer before the process ended";
+
     private const int MaxAnswer = 1 << 16;
 
     private readonly OtlpEndpoint endpoint;
@@ -51,7 +53,10 @@ internal sealed class OtlpClient : IDisposable
         }
         catch (OperationCanceledException)
         {
-            return OtlpAnswer.None($"no answer within {most.TotalSeconds.ToString("0.###", CultureInfo.InvariantCulture)} s");
+            return OtlpAnswer.None(
+                most < endpoint.Timeout
+                    ? NoAnswerBeforeTheEnd
+                    : $"no answer within {most.TotalSeconds.ToString("0.###", CultureInfo.InvariantCulture)} s");
         }
         catch (Exception exception) when (exception is HttpRequestException or IOException)
         {

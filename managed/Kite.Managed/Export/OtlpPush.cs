@@ -75,7 +75,7 @@ internal sealed class OtlpPush : ISpanTarget
         ending.Set();
         if (!done.WaitOne(Rest()))
         {
-            Lose(Waiting(), "the end point did not answer before the process ended");
+            Lose(Waiting(), OtlpClient.NoAnswerBeforeTheEnd);
             hasGivenUp = true;
         }
     }

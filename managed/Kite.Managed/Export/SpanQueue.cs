@@ -11,9 +11,11 @@ namespace Corvane.Instrumentation.Export;
 // away, and a thread whose list is gone begins another one.
 internal sealed class SpanQueue : ISpanSink
 {
-    // Of one thread. Less where many threads have many, for each collection of garbage copies what waits here.
+    // Of one thread.
     internal const int MaxOfThread = 8192;
-    internal const int MaxOfBusy = 1 << 14;
+
+    // Of all threads whose lists are full, for each collection of garbage copies what waits here.
+    internal const int MaxOfFull = 1 << 14;
 
     // Of one thread where there are very many threads.
     private const int MinOfThread = 64;
@@ -62,13 +64,13 @@ internal sealed class SpanQueue : ISpanSink
             into.Threads.Add(next.Thread);
         }
         limit = Limit();
-        rings.RemoveAll(one =>
+        foreach (var one in rings)
         {
-            var mayAdd = Drain(one, into);
+            Drain(one, into);
             WriteFrom(MaxOfThread / 2);
-            return !mayAdd;
-        });
+        }
         WriteFrom(1);
+        rings.RemoveAll(one => one.IsOver);
 
         void WriteFrom(int many)
         {
@@ -94,17 +96,15 @@ internal sealed class SpanQueue : ISpanSink
         return spans;
     }
 
-    private static int Many(int limit) => Math.Min(Worthwhile, limit / 2);
-
     // Of those who look, the reader alone.
     private int Limit()
     {
-        var busy = 0;
+        var full = 0;
         foreach (var one in rings)
         {
-            busy += one.HadMany || one.HasMany(limit) ? 1 : 0;
+            full += one.IsFull() ? 1 : 0;
         }
-        var most = Math.Min(MaxOfBusy / Math.Max(1, busy), MaxOfAll / Math.Max(1, rings.Count));
+        var most = Math.Min(MaxOfFull / Math.Max(1, full), MaxOfAll / Math.Max(1, rings.Count));
         return Math.Max(MinOfThread, Math.Min(MaxOfThread, most));
     }
 
@@ -120,36 +120,35 @@ internal sealed class SpanQueue : ISpanSink
         return mine;
     }
 
-    // Whether more may come. A thread that has ended is asked first, so that nothing comes in between.
-    private bool Drain(Ring from, DrainedSpans into)
+    // Whether the thread has ended is asked first, so that nothing comes in between.
+    private void Drain(Ring from, DrainedSpans into)
     {
-        var mayAdd = from.Thread.IsAlive;
-        var spans = from.Take();
-        from.HadMany = spans?.Count >= Many(limit);
-        if (spans != null)
+        from.IsOver = !from.Thread.IsAlive;
+        from.WasFull = false;
+        if (from.Take() is { } spans)
         {
             into.Add(from.Thread.ManagedThreadId, spans);
             if (spans.Dropped > 0)
             {
+                from.WasFull = !from.IsOver;
                 Dropped += spans.Dropped;
                 DroppingThreads += from.HasDropped ? 0 : 1;
                 from.HasDropped = true;
             }
         }
-        if (!mayAdd)
+        if (from.IsOver)
         {
             foreach (var span in from.Open.Spans())
             {
                 left.Add(span);
             }
         }
-        return mayAdd;
     }
 
     private sealed class Ring
     {
         // In place of the list while the thread has it.
-        private static readonly SpanRing taken = new SpanRing();
+        private static readonly SpanRing taken = new SpanRing(0);
 
         private SpanRing? spans;
 
@@ -162,10 +161,13 @@ internal sealed class SpanQueue : ISpanSink
         // Began on it, and may end on any.
         internal OpenSpans Open { get; } = new OpenSpans();
 
-        // The reader's. The second is of the last time that it looked.
+        // The reader's. Nothing comes from it any more.
+        internal bool IsOver { get; set; }
+
         internal bool HasDropped { get; set; }
 
-        internal bool HadMany { get; set; }
+        // When the reader looked last.
+        internal bool WasFull { get; set; }
 
         // By the thread alone. Whether there are many now.
         internal bool Add(Span span, int limit)
@@ -173,15 +175,15 @@ internal sealed class SpanQueue : ISpanSink
             var mine = Interlocked.Exchange(ref spans, taken);
             if (mine == null || mine == taken) // no memory was left in the midst of this
             {
-                mine = new SpanRing();
+                mine = new SpanRing(limit);
             }
             mine.Add(span, limit);
             Volatile.Write(ref spans, mine);
-            return mine.Count == Many(limit);
+            return mine.Count == Math.Min(Worthwhile, mine.Limit / 2);
         }
 
-        // As far as can be seen from outside.
-        internal bool HasMany(int limit) => Volatile.Read(ref spans) is { } seen && seen.Count >= Many(limit);
+        // And drops, as far as can be seen from outside.
+        internal bool IsFull() => WasFull || Volatile.Read(ref spans) is { Dropped: > 0 };
 
         // By the reader alone. The thread has it for some nanoseconds at a time.
         internal SpanRing? Take()

@@ -3,12 +3,16 @@ using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation.Export;
 
-// The newest spans, in the order in which they came. It starts small and grows up to a limit, which may change. One
-// thread at a time.
+// The newest spans, in the order in which they came. It starts small and grows up to a limit. One that is lower
+// meanwhile counts when it is full. One thread at a time.
 internal sealed class SpanRing
 {
     private Span[] spans = new Span[16];
     private int oldest;
+
+    internal SpanRing(int limit) => Limit = limit;
+
+    internal int Limit { get; private set; }
 
     internal int Count { get; private set; }
 
@@ -19,13 +23,17 @@ internal sealed class SpanRing
 
     internal void Add(Span span, int limit)
     {
-        while (Count >= limit)
+        if (Count == Limit)
         {
-            DropOldest();
+            Limit = limit;
+            while (Count >= limit)
+            {
+                DropOldest();
+            }
         }
         if (Count == spans.Length)
         {
-            Grow(Math.Min(limit, 2 * Count));
+            Grow(Math.Min(Limit, 2 * Count));
         }
         spans[(oldest + Count++) % spans.Length] = span;
     }

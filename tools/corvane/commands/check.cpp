@@ -37,8 +37,8 @@ void print_as_json(const std::string& subject, const std::vector<Finding>& findi
 }
 
 void print_finding(const Finding& finding, const char* beginning) {
-    print_line(beginning + finding.text + ".");
-    print_line("  Cure: " + finding.cure + ".");
+    print_paragraph(beginning + finding.text + ".", 8);
+    print_paragraph("  Cure: " + finding.cure + ".", 8);
     print_line("  See:  " + page_of(*finding.kind));
 }
 

@@ -16,7 +16,9 @@
 #include <array>
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <memory>
+#include <optional>
 
 namespace corvane::tool {
 namespace {
@@ -174,6 +176,27 @@ void move_samples(const fs::path& folder, const std::wstring& end, const std::ws
     }
 }
 
+// Of a file; none if there is no such file.
+std::optional<fs::file_time_type> last_change(const fs::path& file) {
+    std::error_code error;
+    const auto time = fs::last_write_time(file, error);
+    return error ? std::nullopt : std::optional(time);
+}
+
+// Nothing of the program's own output says where its files are. One that was there before and is as
+// it was is none of them.
+void name_files(const Options& options, const Ended& ended,
+                const std::map<std::wstring, std::optional<fs::file_time_type>>& before) {
+    for (const auto& [file, changed] : before) {
+        const std::wstring written = with_process(options.children ? for_each_process(file) : file,
+                                                  std::to_wstring(ended.process));
+        const auto now = last_change(written);
+        if (now && (written != file || now != changed)) {
+            print_error("wrote " + to_utf8(written));
+        }
+    }
+}
+
 // --- The work
 
 void write_config(const fs::path& folder, const Program& program, const Options& options) {
@@ -235,8 +258,10 @@ int print_variables(const Options& options, const Installation& installed) {
 int run(const Options& options, const Words& words, const Installation& installed) {
     const Environment own = own_environment();
     const Program program = find_program(words, own);
+    std::map<std::wstring, std::optional<fs::file_time_type>> before;
     for (const std::wstring& file : output_files(options)) {
         prepare_output(options.children ? for_each_process(file) : file);
+        before[file] = last_change(file);
     }
     const RunFolder folder;
     if (options.config.empty()) {
@@ -265,6 +290,7 @@ int run(const Options& options, const Words& words, const Installation& installe
                          options.children);
         }
     }
+    name_files(options, ended, before);
     return static_cast<int>(ended.exit_code);
 }
 
