@@ -79,8 +79,7 @@ protected:
 constexpr const wchar_t* kPatterns = L"Shop.*; !*.Point";
 
 TEST_F(CorvaneExplain, ShowsWhatIsChosenAndWhy) {
-    const std::string output =
-        run({shapes().wstring(), L"--methods", kPatterns, L"--width", L"80"});
+    const std::string output = run({shapes().wstring(), L"--method", kPatterns, L"--width", L"80"});
     expect_golden("explain/shapes.txt", portable(output));
     EXPECT_THAT(output, HasSubstr("shapes.dll, strict"));
     EXPECT_THAT(output, HasSubstr("Taken as loaded: kite.managed, all libraries beside the"));
@@ -88,27 +87,26 @@ TEST_F(CorvaneExplain, ShowsWhatIsChosenAndWhy) {
 
 TEST_F(CorvaneExplain, ShowsCodeOneUnderTheOther) {
     expect_golden("explain/code-80.txt",
-                  portable(run({shapes().wstring(), L"--methods", kPatterns, L"--width", L"80",
-                                L"--il", L"--method", L"*.Price; *.Take; *.Filtered"})));
+                  portable(run({shapes().wstring(), L"--method", kPatterns, L"--width", L"80",
+                                L"--il", L"--show", L"*.Price; *.Take; *.Filtered"})));
 }
 
 TEST_F(CorvaneExplain, ShowsCodeSideBySide) {
     expect_golden("explain/code-140.txt",
-                  portable(run({shapes().wstring(), L"--methods", kPatterns, L"--width", L"140",
-                                L"--il", L"--method", L"*.Main; *.Never; *Line.Total"})));
+                  portable(run({shapes().wstring(), L"--method", kPatterns, L"--width", L"140",
+                                L"--il", L"--show", L"*.Main; *.Never; *Line.Total"})));
 }
 
 TEST_F(CorvaneExplain, ShowsTheDefaultForm) {
-    expect_golden(
-        "explain/default-form.txt",
-        portable(run({shapes().wstring(), L"--methods", kPatterns, L"--width", L"80",
-                      L"--default-form", L"--il", L"--method", L"*.Price; *Line.Total"})));
+    expect_golden("explain/default-form.txt",
+                  portable(run({shapes().wstring(), L"--method", kPatterns, L"--width", L"80",
+                                L"--default-form", L"--il", L"--show", L"*.Price; *Line.Total"})));
 }
 
 TEST_F(CorvaneExplain, FitsIntoItsWidth) {
     for (const std::wstring width : {L"60", L"80", L"120", L"200"}) {
         const std::string output =
-            run({copy_of("matrix/crafted.dll", L"w" + width + L"/c.dll").wstring(), L"--methods",
+            run({copy_of("matrix/crafted.dll", L"w" + width + L"/c.dll").wstring(), L"--method",
                  L"*", L"--width", width, L"--il"});
         EXPECT_GT(output.size(), 100'000U);
         std::istringstream lines(output);
@@ -122,7 +120,7 @@ TEST_F(CorvaneExplain, FitsIntoItsWidth) {
 
 TEST_F(CorvaneExplain, ShowsTheSameAsJson) {
     const auto json = nlohmann::json::parse(run(
-        {shapes().wstring(), L"--methods", kPatterns, L"--method", L"Shop.*", L"--il", L"--json"}));
+        {shapes().wstring(), L"--method", kPatterns, L"--show", L"Shop.*", L"--il", L"--json"}));
     EXPECT_TRUE(json["strict"]);
     EXPECT_EQ(json["counts"],
               (nlohmann::json{{"instrumented", 4}, {"left", 5}, {"not chosen", 2}}));
@@ -151,15 +149,15 @@ TEST_F(CorvaneExplain, ReadsTheSwitchesOfAConfiguration) {
                "value='1'/></appSettings></configuration>");
     const std::wstring transparent =
         copy_of("selected/transparent.dll", "transparent.dll").wstring();
-    EXPECT_THAT(run({transparent, L"--methods", L"*"}), HasSubstr("it is transparent"));
-    EXPECT_THAT(run({transparent, L"--methods", L"*", L"--config", home.wstring()}),
+    EXPECT_THAT(run({transparent, L"--method", L"*"}), HasSubstr("it is transparent"));
+    EXPECT_THAT(run({transparent, L"--method", L"*", L"--config", home.wstring()}),
                 Not(HasSubstr("it is transparent")));
 }
 
 TEST_F(CorvaneExplain, LeavesTheFileAsItIs) {
     const fs::path file = shapes();
     const std::string before = read_text(file);
-    run({file.wstring(), L"--methods", L"*"});
+    run({file.wstring(), L"--method", L"*"});
     EXPECT_EQ(read_text(file), before);
 }
 
@@ -213,7 +211,7 @@ TEST_F(CorvaneExplain, RefusesWhatTheEngineCannotBear) {
         damaged(whole, static_cast<std::size_t>(metadata), file.metadata().size(), kFatalDamage);
     const fs::path damaged_file = folder_.path() / "damaged.dll";
     write_file(damaged_file, std::string(bytes.begin(), bytes.end()));
-    EXPECT_THAT(run({damaged_file.wstring(), L"--methods", L"*", L"--il"}, kDamaged),
+    EXPECT_THAT(run({damaged_file.wstring(), L"--method", L"*", L"--il"}, kDamaged),
                 EndsWith(" is damaged: its metadata cannot be read\r\n"));
 }
 
@@ -244,7 +242,7 @@ TEST_F(CorvaneExplain, RefusesWhatItDoesNotKnow) {
 }
 
 TEST_F(CorvaneExplain, NamesPatternsThatItLeavesOut) {
-    EXPECT_THAT(run({shapes().wstring(), L"--methods", std::wstring(1'001, L'x')}),
+    EXPECT_THAT(run({shapes().wstring(), L"--method", std::wstring(1'001, L'x')}),
                 HasSubstr("is left out: "));
 }
 

@@ -40,8 +40,8 @@ constexpr std::size_t kLeastWidth = 60;
 
 struct Options {
     std::string assembly;
+    std::vector<std::string> methods;
     std::string shown;
-    std::string patterns;
     std::string config;
     std::string runtime;
     unsigned width = 0;
@@ -79,10 +79,14 @@ ProfilerSwitches read_configuration(const std::string& folder) {
 
 ExplainSettings settings_of(const Options& options) {
     const ProfilerSwitches switches = read_configuration(options.config);
+    std::wstring patterns;
+    for (const std::string& pattern : options.methods) {
+        patterns += to_wide(pattern) + L';';
+    }
     return {
         {switches.transparencyInstrumentation, !options.default_form},
         {switches.logTraceIdEnabled, switches.insertLogTraceId, switches.addAttributeLogTraceId},
-        to_wide(options.patterns)};
+        patterns};
 }
 
 fs::path runtime_for(const fs::path& assembly, const Options& options) {
@@ -289,8 +293,8 @@ private:
             }
         }
         if (fates[Fate::kInstrumented] + fates[Fate::kLeft] == 0 && options_.shown.empty()) {
-            print_wrapped("--methods PATTERNS chooses methods by name, as CORVANE_METHODS does; "
-                          "--method \"*\" shows those that are not chosen");
+            print_wrapped("--method PATTERN chooses methods by name, as with \"corvane run\"; "
+                          "--show \"*\" shows those that are not chosen");
         }
     }
 
@@ -365,12 +369,15 @@ int explain(const Options& options) {
 Work define_explain(CLI::App& app) {
     const auto options = std::make_shared<Options>();
     app.add_option("ASSEMBLY", options->assembly, "The program's or library's .dll")->required();
-    app.add_option("--method", options->shown,
-                   "Show these methods, chosen or not, and no others; patterns as for --methods")
-        ->type_name("PATTERNS");
-    app.add_option("--methods", options->patterns,
-                   "Choose methods as CORVANE_METHODS does: \"Shop.*; !Shop.*.Dispose\"")
-        ->type_name("PATTERNS");
+    app.add_option("--method", options->methods,
+                   "Also choose methods whose full names match, as with \"corvane run\"; may be "
+                   "repeated, and \"!\" in front excludes")
+        ->type_name("PATTERN")
+        ->expected(1)
+        ->take_all();
+    app.add_option("--show", options->shown,
+                   "Show the methods whose full names match, chosen or not, and no others")
+        ->type_name("PATTERN");
     app.add_flag("--il", options->shows_code, "Show the code, before and after");
     app.add_option("--config", options->config, "Read the switches from DIR\\agent.config")
         ->type_name("DIR");
