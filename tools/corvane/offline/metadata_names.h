@@ -5,28 +5,16 @@
 
 #include "clr/com_ptr.h"
 #include "clr/metadata.h"
+#include "tools/corvane/offline/signature_texts.h"
 
-#include <cstdint>
 #include <map>
-#include <span>
 #include <string>
 #include <vector>
 
 namespace corvane::tool {
 
-struct SignatureTexts {
-    bool is_whole = false; // else what could be read
-    std::string result;
-    std::vector<std::string> parameters;
-};
-
 class MetadataNames {
 public:
-    using Blob = std::span<const std::uint8_t>;
-
-    // A text is cut at so many characters: a damaged type may hold itself.
-    static constexpr std::size_t kLongest = 600;
-
     // The metadata is borrowed. It may grow.
     explicit MetadataNames(IMetaDataImport& metadata) : metadata_(metadata) {}
 
@@ -38,17 +26,15 @@ public:
     const std::string& type_of_method(mdMethodDef method);
     std::string full_method_name(mdMethodDef method); // as patterns mean it
 
-    SignatureTexts method_signature(Blob signature);
+    // For signatures; of this object, which outlives it.
+    TypeNames type_names();
     std::vector<std::string> locals(mdSignature token);
 
 private:
-    friend class SignatureReader;
-
     std::string make(mdToken token);
     std::string type_reference(mdToken token);
     std::string member(std::string parent, const std::string& name, Blob signature);
     std::string literal(mdToken token);
-    std::string type_of_blob(Blob type);
 
     IMetaDataImport& metadata_;
     std::map<mdToken, std::string> known_;
