@@ -51,8 +51,37 @@ public class SqlTextTests
     [InlineData("SELECT [first 2], [it's], [a]]b], #t1.c FROM [dbo].[t]", "SELECT [first 2], [it's], [a]]b], #t1.c FROM [dbo].[t]")]
     [InlineData("SELECT [it's] WHERE a = 'hunter2'", "SELECT [it's] WHERE a = ?")]
     [InlineData("SELECT [hunter2", "SELECT ...")]
-    [InlineData("LIKE N'a\\_b' ESCAPE N'\\' OR 1=1", "LIKE ? ESCAPE ? OR ?=?")]
+    [InlineData("IF a LIKE N'a\\_b' ESCAPE N'\\' OR 1=1", "IF a LIKE ? ESCAPE ? OR ?=?")]
     public void BracketsHoldNamesOfSqlServer(string text, string shown) => Assert.Equal(shown, SqlText.Of(text, SqlDialect.SqlServer).Text);
+
+    // Bare words and those in double quotes are strings there.
+    [Theory]
+    [InlineData("EXEC sp_addlogin joe, hunter2", "EXEC sp_addlogin ...")]
+    [InlineData("EXECUTE @rc = [dbo].[p] @a, \"hunter2\"", "EXECUTE @rc = [dbo].[p] @a, ...")]
+    [InlineData("SET NOCOUNT ON exec dbo..p 5, 'a', [hunter2]", "SET NOCOUNT ON exec dbo..p ?, ?, ...")]
+    [InlineData("EXEC p @a = 5, @b OUTPUT; SELECT a FROM t", "EXEC p @a = ?, @b ...")]
+    [InlineData("EXEC p @a = 5; SELECT a FROM t", "EXEC p @a = ?; SELECT a FROM t")]
+    [InlineData("sp_addlogin joe, hunter2", "sp_addlogin ...")]
+    [InlineData("[dbo].[p] hunter2", "[dbo].[p] ...")]
+    [InlineData("IF EXISTS (SELECT a FROM t) UPDATE t SET a = 5", "IF EXISTS (SELECT a FROM t) UPDATE t SET a = ?")]
+    public void WhatAProcedureGetsOfWordsEndsTheText(string text, string shown)
+    {
+        Assert.Equal(shown, SqlText.Of(text, SqlDialect.SqlServer).Text);
+        Assert.DoesNotContain("hunter2", text.StartsWith("EXEC") ? SqlText.Of(text, SqlDialect.Unknown).Text : "");
+    }
+
+    [Theory]
+    [InlineData("INSERT INTO t VALUES('hunter2')", "INSERT INTO t VALUES(?)")]
+    [InlineData("  (select 'hunter2')", "(select ?)")]
+    [InlineData("SELECT'hunter2'", "SELECT?")]
+    [InlineData("-- a\nVALUES('hunter2')", "VALUES(?)")]
+    [InlineData("/* a */ VALUES('hunter2')", "VALUES(?)")]
+    [InlineData("set-1", null)]
+    [InlineData("SELECT", null)]
+    [InlineData("selected 'a'", null)]
+    [InlineData("a SELECT 'b'", null)]
+    [InlineData("", null)]
+    public void AQueryIsKnownByItsBegin(string text, string? shown) => Assert.Equal(shown, SqlText.OfQuery(text));
 
     // To one database or another one the secret is a string or a comment, or what is around it is none.
     [Theory]
@@ -84,7 +113,7 @@ public class SqlTextTests
     [InlineData("-- a note\n SELECT 1", "SELECT", null)]
     [InlineData("SELECT a FROM 'hunter2'", "SELECT", null)]
     [InlineData("EXEC('hunter2')", "EXEC", null)]
-    [InlineData("hunter2 SELECT a FROM t", null, "t")]
+    [InlineData("hunter2 SELECT a FROM t", null, null)]
     [InlineData("", null, null)]
     public void OperationAndTargetAreFound(string text, string? operation, string? target)
     {

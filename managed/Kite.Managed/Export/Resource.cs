@@ -11,6 +11,8 @@ namespace Corvane.Instrumentation.Export;
 // What is said of this process with all of its spans, by the names of OpenTelemetry's conventions. Immutable.
 internal sealed class Resource
 {
+    private const int MaxValue = 4_096;
+
     private readonly List<KeyValuePair<string, object>> attributes = new List<KeyValuePair<string, object>>();
 
     private Resource()
@@ -32,7 +34,7 @@ internal sealed class Resource
         var resource = new Resource();
         foreach (var pair in variables.Pairs("OTEL_RESOURCE_ATTRIBUTES"))
         {
-            resource.Set(pair.Key, SecretNames.IsSecret(pair.Key) ? SecretText.Mask : pair.Value);
+            resource.Set(pair.Key, SecretNames.IsSecret(pair.Key) ? SecretText.Mask : SecretText.Redact(pair.Value, MaxValue));
         }
         if (variables.Text("OTEL_SERVICE_NAME") is { } service)
         {

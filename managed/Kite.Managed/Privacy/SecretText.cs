@@ -4,15 +4,24 @@ using System.Text;
 namespace Corvane.Instrumentation.Privacy;
 
 // Takes out of a text what it says to be confidential: the values of pairs whose names say so, as in connection
-// strings, queries, headers, JSON and XML; the user of a URL; what follows "Bearer" or "Basic"; a private key. When in
-// doubt too much goes. A secret that nothing in the text names is not recognised.
+// strings, queries, headers, JSON and XML; the user of a URL and the values of its query; what follows "Bearer" or
+// "Basic"; a private key. When in doubt too much goes. A secret that nothing in the text names is not recognised.
 internal static class SecretText
 {
     internal const string Mask = "***";
 
     private const int MaxName = 64;
+    private const string UrlEnds = " \t\r\n\"<>";
+    private const string QueryEnds = UrlEnds + ";";
 
     private static readonly string[] schemes = ["Bearer ", "Basic "];
+
+    // A text of which nothing is known: it may be a query.
+    internal static string OfValue(string text, int most)
+    {
+        var begin = text.Length > most ? text.Substring(0, most) : text;
+        return Redact(SqlText.OfQuery(begin) ?? text, most);
+    }
 
     // Looks at no more than `most` characters of the text.
     internal static string Redact(string text, int most)
@@ -20,32 +29,34 @@ internal static class SecretText
         var isCut = text.Length > most;
         text = isCut ? text.Substring(0, most) : text;
         var result = new StringBuilder(text.Length);
-        var position = 0;
-        while (position < text.Length)
+        var isQuery = false;
+        for (var position = 0; position < text.Length;)
         {
-            var (from, to) = SecretAt(text, position, isCut);
+            if (text[position] == ':' && StartsWith(text, position, "://"))
+            {
+                position = AppendUrl(result, text, position, isCut);
+                continue;
+            }
+            var (from, to) = SecretAt(text, position, isQuery);
             if (to > from)
             {
                 result.Append(text, position, from - position).Append(Mask);
                 position = to;
+                continue;
             }
-            else
-            {
-                result.Append(text[position++]);
-            }
+            isQuery = text[position] == '?' || (isQuery && QueryEnds.IndexOf(text[position]) < 0);
+            result.Append(text[position++]);
         }
         return result.ToString();
     }
 
     // The secret that the characters at a position announce; it may begin behind them. Empty if there is none.
-    private static (int From, int To) SecretAt(string text, int position, bool isCut)
+    private static (int From, int To) SecretAt(string text, int position, bool isQuery)
     {
         switch (text[position])
         {
             case '=':
-                return NamesSecret(text, position) ? Value(text, position + 1, ";\r\n", isQuery: true) : default;
-            case ':' when StartsWith(text, position, "://"):
-                return User(text, position + 3, isCut);
+                return NamesSecret(text, position) ? Value(text, position + 1, ";\r\n", isQuery) : default;
             case ':':
                 return NamesSecret(text, position) ? Value(text, position + 1, "\r\n") : default;
             case '>' when EndsSecretTag(text, position):
@@ -58,6 +69,32 @@ internal static class SecretText
             default:
                 return default;
         }
+    }
+
+    // Behind the scheme. A connection string may go on behind the URL, but a ";" may also be part of a password, which
+    // may go on anywhere. Returns where the URL ends.
+    private static int AppendUrl(StringBuilder result, string text, int colon, bool isCut)
+    {
+        var from = colon + 3;
+        var end = End(text, from, UrlEnds);
+        var isClear = !isCut || end < text.Length;
+        for (var pair = text.IndexOf(';', from, end - from); pair >= 0; pair = text.IndexOf(';', pair + 1, end - pair - 1))
+        {
+            if (StartsPair(text, pair + 1))
+            {
+                isClear = text.IndexOf('@', pair, end - pair) < 0;
+                end = isClear ? pair : text.Length;
+                break;
+            }
+        }
+        var last = end;
+        while (last > from && ",.)'".IndexOf(text[last - 1]) >= 0)
+        {
+            last--; // of the sentence around it
+        }
+        result.Append("://").Append(isClear ? UrlText.Of("//" + text.Substring(from, last - from)).Substring(2) : Mask);
+        result.Append(text, last, end - last);
+        return end;
     }
 
     // Whether what stands in front of a separator, perhaps in quotes, is a name of a secret.
@@ -101,6 +138,10 @@ internal static class SecretText
         {
             return (from, End(text, end, ends + ",}]"));
         }
+        if (end < text.Length && text[end] == '{')
+        {
+            end = EndOfBraces(text, end);
+        }
         while (end < text.Length && ends.IndexOf(text[end]) < 0 && !(isQuery && text[end] == '&' && StartsPair(text, end + 1)))
         {
             end++;
@@ -124,6 +165,23 @@ internal static class SecretText
         return text.Length;
     }
 
+    // A closing brace that is part of the value is doubled.
+    private static int EndOfBraces(string text, int from)
+    {
+        for (var position = from + 1; position < text.Length; position++)
+        {
+            if (text[position] == '}' && position + 1 < text.Length && text[position + 1] == '}')
+            {
+                position++;
+            }
+            else if (text[position] == '}')
+            {
+                return position + 1;
+            }
+        }
+        return text.Length;
+    }
+
     private static bool StartsPair(string text, int from)
     {
         var end = from;
@@ -132,18 +190,6 @@ internal static class SecretText
             end++;
         }
         return end > from && end < text.Length && text[end] == '=';
-    }
-
-    // A password may hold any character, so the last "@" counts. Of a text that was cut it may be missing.
-    private static (int From, int To) User(string text, int from, bool isCut)
-    {
-        var end = End(text, from, " \t\r\n\"<>");
-        if (isCut && end == text.Length)
-        {
-            return (from, end);
-        }
-        var at = text.LastIndexOf('@', end - 1, end - from);
-        return at > from ? (from, at) : default;
     }
 
     private static (int From, int To) Credentials(string text, int position)

@@ -22,6 +22,13 @@ internal sealed class SqlScanner
         "TRUNCATE", "COMMIT", "ROLLBACK", "GRANT", "REVOKE", "PRAGMA", "USE", "WITH", "SET", "DECLARE", "BEGIN", "EXPLAIN",
     ];
 
+    // With SQL Server, a first word that is none of these or of those above is the name of a procedure.
+    private static readonly string[] beginnings =
+    [
+        "IF", "WHILE", "PRINT", "RAISERROR", "THROW", "WAITFOR", "OPEN", "FETCH", "CLOSE", "DEALLOCATE", "BACKUP", "RESTORE", "DBCC",
+        "SAVE", "DENY", "BULK", "RETURN",
+    ];
+
     // These only lead to an operation, which is one of the first in the list.
     private static readonly string[] preludes = ["WITH", "SET", "DECLARE", "BEGIN", "EXPLAIN"];
     private const int MainOperations = 8;
@@ -41,6 +48,7 @@ internal sealed class SqlScanner
     private bool isCut;
     private bool followsIn;
     private bool isInList;
+    private Procedure procedure;
     private TargetState targetState;
 
     internal SqlScanner(string text, SqlDialect dialect)
@@ -62,6 +70,14 @@ internal sealed class SqlScanner
             result.Append(Cut);
         }
         return new SqlText(result.ToString().TrimEnd(), operation.Length > 0 ? operation : null, target);
+    }
+
+    // A call of one: to some databases what stands bare or in double quotes behind its name is a string.
+    private enum Procedure
+    {
+        None,
+        Awaited,
+        Named,
     }
 
     private enum TargetState
@@ -151,6 +167,7 @@ internal sealed class SqlScanner
                 break;
         }
         followsIn = false;
+        procedure = character == ';' ? Procedure.None : procedure;
         targetState = character == '.' && targetState == TargetState.Begun ? TargetState.Continued : AfterTarget();
     }
 
@@ -197,12 +214,37 @@ internal sealed class SqlScanner
         {
             return;
         }
-        result.Append(word);
         var capitals = word.ToUpperInvariant();
+        if (!ReadOfProcedure(from, capitals))
+        {
+            return;
+        }
+        result.Append(word);
         FindOperation(capitals);
         isCut = Array.IndexOf(beforeSecret, capitals) >= 0;
         FindTarget(word, capitals);
         followsIn = capitals == "IN";
+    }
+
+    // False for what may be an argument of a procedure, which ends the text. The parts of a name have a dot between them,
+    // and variables begin with a mark.
+    private bool ReadOfProcedure(int from, string word)
+    {
+        var before = from > 0 ? text[from - 1] : '\0';
+        if (dialect == SqlDialect.Standard || before is '@')
+        {
+            return true;
+        }
+        if (procedure == Procedure.Named && before != '.')
+        {
+            isCut = true;
+            return false;
+        }
+        var isFirst = !hasWords && dialect == SqlDialect.SqlServer && Array.IndexOf(operations, word) < 0 && Array.IndexOf(beginnings, word) < 0;
+        procedure = word is "EXEC" or "EXECUTE" ? Procedure.Awaited
+            : isFirst || procedure == Procedure.Awaited ? Procedure.Named
+            : procedure;
+        return true;
     }
 
     // What stands directly in front of a quote may decide how the string is to be read. False for any other word.
@@ -373,7 +415,12 @@ internal sealed class SqlScanner
 
     private void AppendName(int closing)
     {
+        if (!ReadOfProcedure(position, ""))
+        {
+            return;
+        }
         result.Append(text, position, closing + 1 - position);
+        hasWords = true;
         FindTarget(text.Substring(position + 1, closing - position - 1), "");
         position = closing + 1;
         followsIn = false;

@@ -1,3 +1,5 @@
+using System;
+
 namespace Corvane.Instrumentation.Privacy;
 
 // What a database takes for a name and what for a string.
@@ -28,6 +30,28 @@ internal sealed class SqlText
 
     // The first table or procedure, without the quotes around its name.
     internal string? Target { get; }
+
+    // Of a text that is a query, as far as its begin says; else null. Where the text comes from is not known.
+    internal static string? OfQuery(string text)
+    {
+        var begin = text.TrimStart();
+        if (begin.StartsWith("--", StringComparison.Ordinal) || begin.StartsWith("/*", StringComparison.Ordinal))
+        {
+            return Of(text, SqlDialect.Unknown).Text;
+        }
+        var first = 0;
+        while (first < begin.Length && (char.IsLetter(begin[first]) || begin[first] == '('))
+        {
+            first++;
+        }
+        // A name such as "set-1" has no literals.
+        if (first == begin.Length || !(char.IsWhiteSpace(begin[first]) || "'\"[*/@`$".IndexOf(begin[first]) >= 0))
+        {
+            return null;
+        }
+        var sql = Of(text, SqlDialect.Unknown);
+        return sql.Operation == null ? null : sql.Text;
+    }
 
     internal static SqlText Of(string text, SqlDialect dialect) => new SqlScanner(text, dialect).Read();
 }
