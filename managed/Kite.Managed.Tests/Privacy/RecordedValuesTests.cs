@@ -1,5 +1,7 @@
 // What of a call's values is in its line, by the mode of recording and by the names around them.
 using System;
+using System.Linq;
+using System.Threading.Tasks;
 using Corvane.Instrumentation.Privacy;
 using Xunit;
 
@@ -71,6 +73,61 @@ public class RecordedValuesTests
         Assert.EndsWith(" ! System.FormatException", recording.Tree()[2]);
     }
 
+    // The callers get the same exception, or one around it.
+    [Fact]
+    public void NorIsTheMessageShownOfACallerThatTheExceptionLeaves()
+    {
+        var recording = new RecordedCalls().With(0, "Open").With(1, "Enter", typeof(Bar));
+        var secret = new InvalidOperationException("no login for hunter2", new FormatException("hunter2"));
+        Exception[] leaving =
+        [
+            secret, new ArgumentException("hunter2", secret), new AggregateException("hunter2", new FormatException("plain"), secret),
+            new AggregateException(new TypeInitializationException("Bar", new AggregateException(secret))), secret.InnerException!,
+        ];
+        foreach (var exception in leaving)
+        {
+            recording.Enter(0);
+            recording.Enter(1, "a", "hunter2");
+            recording.Throw(secret);
+            recording.Throw(exception);
+        }
+        Assert.Equal(10, recording.Tree().Count(line => line.Contains(" ! ", StringComparison.Ordinal)));
+        Assert.DoesNotContain("hunter2", string.Join("", recording.Tree()));
+        recording.Enter(0);
+        recording.Throw(new AggregateException("another one", new FormatException("plain")));
+        Assert.EndsWith(" ! System.AggregateException: another one", recording.Tree()[^2]);
+    }
+
+    [Fact]
+    public void NorIsItWhereATextThatTheCallGotNamesASecret()
+    {
+        var recording = new RecordedCalls().With(0, "Count");
+        recording.Enter(0, "DB_PASSWORD", 5);
+        recording.Throw(new InvalidOperationException("no hunter2"));
+        Assert.EndsWith("Count(kind: ***, more: ***) ! System.InvalidOperationException", recording.Tree()[1]);
+    }
+
+    // The tree knows nothing of tasks, and still a caller that waits may get what one failed with.
+    [Theory]
+    [InlineData(true)]
+    [InlineData(false)]
+    public void NorIsThatOfATask(bool isOver)
+    {
+        var recording = new RecordedCalls().With(0, "Open").With(1, "EnterLater", typeof(Bar));
+        var work = new TaskCompletionSource();
+        var exception = new InvalidOperationException("no login for hunter2");
+        recording.Enter(0);
+        recording.Enter(1, "hunter2");
+        if (isOver)
+        {
+            work.SetException(exception);
+        }
+        recording.Leave(1, work.Task);
+        work.TrySetException(exception);
+        recording.Throw(exception);
+        Assert.EndsWith("Open() ! System.InvalidOperationException", recording.Tree()[1]);
+    }
+
     [Theory]
     [InlineData("None", "System.InvalidOperationException")]
     [InlineData("Safe", "System.InvalidOperationException")]
@@ -82,6 +139,26 @@ public class RecordedValuesTests
         recording.Throw(new InvalidOperationException("no login: Server=db;Password=hunter2"));
         Assert.EndsWith($"Open() ! {outcome}", recording.Tree()[1]);
     }
+
+    [Theory]
+    [InlineData("INSERT INTO Users(Name,Pass)VALUES('bob','hunter2'),('eve','x1')", "\"INSERT INTO Users(Name,Pass)VALUES(?,?),(?,?)\"")]
+    [InlineData("INSERT INTO Users(Name,Password)VALUES('bob','hunter2'),('eve','x1')", "***")]
+    public void AQueryIsShownWithoutItsLiterals(string query, string shown)
+    {
+        Assert.Equal($"Count(kind: {shown}, more: {(shown == "***" ? "***" : "1")})", Line(RecordedValues.All, typeof(Shop), "Count", [query, 1], null).Split(" = ")[0]);
+        var recording = new RecordedCalls().With(0, "Open");
+        recording.Enter(0);
+        recording.Throw(new InvalidOperationException(query));
+        Assert.DoesNotContain("hunter2", recording.Tree()[1]);
+        Assert.Contains(": INSERT INTO Users(Name,Pass", recording.Tree()[1]);
+    }
+
+    [Theory]
+    [InlineData(1_000, "***")]
+    [InlineData(1_100, "1")]
+    public void AnyTextThatIsSearchedMayNameASecret(int before, string more) =>
+        Assert.EndsWith(
+            $", more: {more}) = {more}", Line(RecordedValues.All, typeof(Shop), "Count", [new string('x', before) + " password", 1], 1));
 
     [Fact]
     public void ASecretIsHiddenBeforeItsTextIsCut()
@@ -98,6 +175,8 @@ public class RecordedValuesTests
         public static char Serve(string name, int count, DayOfWeek day, TimeSpan at, object guest) => 'x';
 
         public static bool Enter(string user, string password) => true;
+
+        public static Task EnterLater(string password) => Task.CompletedTask;
     }
 
     public static class PasswordHasher

@@ -26,7 +26,7 @@ public class CallTextTests
     [Fact]
     public void ArgumentsThatNobodyKnowsAreCounted() =>
         Assert.Equal(
-            "arg0, arg1", CallText.Arguments(new StringBuilder(), MethodSignature.Of(7, null), null, [1, "x"], RecordedValues.None));
+            "arg0, arg1", CallText.Arguments(new StringBuilder(), MethodSignature.Of(7, null), null, [1, "x"], RecordedValues.None, areSecret: true));
 
     [Fact]
     public void AMethodThatReturnsNothingHasNoResult() =>

@@ -98,6 +98,48 @@ public class SpanRecorderTests
         Assert.Equal(message, Assert.Single(recorded.Ended).ErrorMessage);
     }
 
+    // The callers' spans have the same exception, whether they wait or await.
+    [Theory]
+    [InlineData("Login", "hunter2")]
+    [InlineData("Do", "DB_PASSWORD")]
+    public void AMessageThatMayQuoteASecretIsInNoSpan(string method, string argument)
+    {
+        var recorded = new RecordedSpans(RecordedValues.All);
+        object?[] arguments = method == "Do" ? [argument, 5] : [argument];
+        Assert.Throws<InvalidOperationException>(
+            () => recorded.Call("Outer", () => recorded.Call<int>(method == "Do" ? "Add" : method, arguments, () => throw new InvalidOperationException("no hunter2"))));
+        Assert.Equal(2, recorded.Ended.Length);
+        Assert.All(recorded.Ended, span => Assert.Null(span.ErrorMessage));
+        Assert.All(recorded.Ended, span => Assert.Equal("System.InvalidOperationException", span.ErrorType));
+    }
+
+    [Theory]
+    [InlineData(true)]
+    [InlineData(false)]
+    public void NorIsThatOfATask(bool isOver)
+    {
+        var recorded = new RecordedSpans(RecordedValues.All);
+        using var begun = new ManualResetEventSlim(isOver);
+        async Task Fail()
+        {
+            if (!isOver)
+            {
+                await Task.Run(begun.Wait);
+            }
+            throw new InvalidOperationException("no hunter2");
+        }
+        Assert.Throws<AggregateException>(() => recorded.Call("Outer", () =>
+        {
+            var task = recorded.Call("Later", async Task () => await recorded.Call("LoginLater", ["hunter2"], Fail));
+            begun.Set();
+            task.Wait();
+        }));
+        recorded.Wait(3);
+        Assert.All(recorded.Ended, span => Assert.True(span.HasError));
+        Assert.All(recorded.Ended, span => Assert.DoesNotContain("hunter2", span.ErrorMessage ?? ""));
+        Assert.Null(recorded.Only("Later").ErrorMessage);
+    }
+
     [Fact]
     public void ACallWhoseEndIsNotSeenEndsUnfinishedWithTheOneAroundIt()
     {

@@ -14,14 +14,15 @@ internal static class SecretNames
         "connectionstring", "connstr",
     ];
 
-    internal static bool IsSecret(string name)
+    // Looks at no more than `most` characters.
+    internal static bool IsSecret(string name, int most = int.MaxValue)
     {
-        var letters = new StringBuilder(name.Length);
-        foreach (var character in name)
+        var letters = new StringBuilder(Math.Min(name.Length, most));
+        for (var position = 0; position < name.Length && position < most; position++)
         {
-            if (char.IsLetterOrDigit(character))
+            if (char.IsLetterOrDigit(name[position]))
             {
-                letters.Append(character);
+                letters.Append(name[position]);
             }
         }
         var plain = letters.ToString();

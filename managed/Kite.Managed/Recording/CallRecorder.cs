@@ -2,6 +2,7 @@ using System;
 using System.Collections.Generic;
 using System.Diagnostics;
 using System.Threading;
+using System.Threading.Tasks;
 using Corvane.Instrumentation.Observing;
 using Corvane.Instrumentation.Privacy;
 using Corvane.Instrumentation.Spans;
@@ -64,8 +65,10 @@ internal sealed class CallRecorder
         {
             return;
         }
-        var call = Record(thread, index, receiver, arguments);
-        thread.Open(index, call);
+        // Whoever shows neither values nor messages need not know.
+        var isSecret = (ShowsValues || (hasSpans && Spans!.ShowsMessages)) && CallText.AreSecret(SignatureOf(index), arguments);
+        var call = Record(thread, index, receiver, arguments, isSecret);
+        thread.Open(index, call, isSecret);
         ShowLost(thread);
         if (!Observers.IsEmpty && Observers.Begin(index, receiver, arguments) is { } observed)
         {
@@ -93,10 +96,15 @@ internal sealed class CallRecorder
         {
             Observers.End(call.Observed, result);
         }
-        var recorded = isOpen ? call.Call : Record(thread, index, null, arguments);
+        var isSecret = call.IsSecret || (ShowsValues && CallText.AreSecret(SignatureOf(index), arguments));
+        var recorded = isOpen ? call.Call : Record(thread, index, null, arguments, isSecret);
         if (recorded != null)
         {
-            End(thread, recorded, CallText.Result(thread.Text, recorded.Method, arguments, result, values), now);
+            End(thread, recorded, CallText.Result(thread.Text, recorded.Method, result, values, isSecret), now);
+        }
+        if (ShowsMessages)
+        {
+            HideFailure(index, isSecret, result);
         }
         if (call.Span.Span != null)
         {
@@ -127,13 +135,17 @@ internal sealed class CallRecorder
         var now = Stopwatch.GetTimestamp();
         var thread = current.Value!;
         var found = thread.Note(exception ?? unknown, out var call);
+        if (found && exception != null && ShowsMessages && (call.IsSecret || SignatureOf(call.Index).HasSecrets))
+        {
+            SecretExceptions.Add(exception);
+        }
         if (call.Call != null)
         {
-            End(thread, call.Call, CallText.Exception(thread.Text, call.Call.Method, exception, values), now);
+            End(thread, call.Call, CallText.Exception(thread.Text, exception, values), now);
         }
         if (call.Span.Span != null)
         {
-            Spans!.Note(call.Span, methods.Find(call.Index)?.Signature, exception);
+            Spans!.Note(call.Span, exception);
         }
         return found;
     }
@@ -179,6 +191,11 @@ internal sealed class CallRecorder
         }
     }
 
+    // In lines of the tree.
+    private bool ShowsValues => capacity != null && values != RecordedValues.None;
+
+    private bool ShowsMessages => values == RecordedValues.All || Spans is { ShowsMessages: true };
+
     internal bool RecordsNothing => capacity == null && Summary == null;
 
     // Calls of which no end was seen, and none will be.
@@ -200,6 +217,22 @@ internal sealed class CallRecorder
         }
     }
 
+    // What a task fails with has left the call that returned it.
+    private void HideFailure(uint index, bool isSecret, object? result)
+    {
+        var task = result as Task;
+        if (result is ValueType && SignatureOf(index).WorkEnd == WorkEnd.ValueTask)
+        {
+            TaskOutcome.TryFindTask(result, out task);
+        }
+        if (task != null && (isSecret || SignatureOf(index).HasSecrets))
+        {
+            SecretExceptions.Add(task, Spans?.Guarded ?? (run => run()));
+        }
+    }
+
+    private MethodSignature SignatureOf(uint index) => methods.Find(index)?.Signature ?? MethodSignature.Of(index, null);
+
     private static void End(ThreadCalls thread, Call call, string? outcome, long now)
     {
         lock (thread.Gate)
@@ -208,7 +241,7 @@ internal sealed class CallRecorder
         }
     }
 
-    private Call? Record(ThreadCalls thread, uint index, object? receiver, object?[] arguments)
+    private Call? Record(ThreadCalls thread, uint index, object? receiver, object?[] arguments, bool isSecret)
     {
         if (capacity == null || Interlocked.Increment(ref seen) > capacity)
         {
@@ -218,8 +251,8 @@ internal sealed class CallRecorder
         {
             Register(thread);
         }
-        var method = methods.Find(index)?.Signature ?? MethodSignature.Of(index, null);
-        var call = new Call(method, CallText.Arguments(thread.Text, method, receiver, arguments, values));
+        var method = SignatureOf(index);
+        var call = new Call(method, CallText.Arguments(thread.Text, method, receiver, arguments, values, isSecret));
         lock (thread.Gate)
         {
             thread.Innermost.Add(call);

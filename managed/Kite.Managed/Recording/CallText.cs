@@ -14,7 +14,8 @@ internal static class CallText
     internal const int MaxArguments = 1000;
 
     internal static string Arguments(
-        StringBuilder text, MethodSignature method, object? receiver, object?[] arguments, RecordedValues values)
+        StringBuilder text, MethodSignature method, object? receiver, object?[] arguments, RecordedValues values,
+        bool areSecret)
     {
         text.Clear();
         if (method.OwnType != null && receiver != null && TypeNames.Of(receiver.GetType()) is var type &&
@@ -24,7 +25,6 @@ internal static class CallText
         }
         // Another number of arguments is that of another method that got the same number.
         var labelled = method.ParameterCount == arguments.Length;
-        var areSecret = AreSecret(method, arguments, values);
         for (var position = 0; position < arguments.Length; position++)
         {
             text.Append(text.Length == 0 ? "" : ", ");
@@ -44,24 +44,18 @@ internal static class CallText
     }
 
     internal static string Result(
-        StringBuilder text, MethodSignature method, object?[] arguments, object? result, RecordedValues values)
+        StringBuilder text, MethodSignature method, object? result, RecordedValues values, bool isSecret)
     {
         text.Clear();
         if (result != null || method.ReturnsValue)
         {
-            AppendValue(text, " = ", result, values, method.ResultIsSecret || AreSecret(method, arguments, values));
+            AppendValue(text, " = ", result, values, isSecret || method.ResultIsSecret);
         }
         return text.ToString();
     }
 
-    // A message may quote what the call got.
-    internal static string Exception(
-        StringBuilder text, MethodSignature method, Exception? exception, RecordedValues values)
-    {
-        ValueText.AppendException(
-            text.Clear().Append(" ! "), exception, method.HasSecrets ? RecordedValues.None : values);
-        return text.ToString();
-    }
+    internal static string Exception(StringBuilder text, Exception? exception, RecordedValues values) =>
+        ValueText.AppendException(text.Clear().Append(" ! "), exception, values).ToString();
 
     internal static void AppendLine(StringBuilder text, Call call)
     {
@@ -79,19 +73,15 @@ internal static class CallText
 
     // All values of a call are, whose method cannot be the registered one, or in which a text names a secret: the
     // secret itself may be any of the others.
-    private static bool AreSecret(MethodSignature method, object?[] arguments, RecordedValues values)
+    internal static bool AreSecret(MethodSignature method, object?[] arguments)
     {
         if (method.ParameterCount != arguments.Length)
         {
             return true;
         }
-        if (values == RecordedValues.None)
-        {
-            return false;
-        }
         foreach (var argument in arguments)
         {
-            if (argument is string { Length: <= ValueText.MaxString } name && SecretNames.IsSecret(name))
+            if (argument is string text && SecretNames.IsSecret(text, ValueText.MaxSearched))
             {
                 return true;
             }

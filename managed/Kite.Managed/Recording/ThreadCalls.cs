@@ -45,7 +45,7 @@ internal sealed class ThreadCalls
     internal bool IsInnermostNoted => count > 0 && open[count - 1].Note != null;
 
     // A call that is not recorded is null, and is open all the same, so that its end is known from others.
-    internal void Open(uint index, Call? call)
+    internal void Open(uint index, Call? call, bool isSecret = false)
     {
         hasFailed = false;
         if (count == MaxOpen)
@@ -59,6 +59,7 @@ internal sealed class ThreadCalls
         ref var opened = ref open[count++];
         opened.Index = index;
         opened.Call = call;
+        opened.IsSecret = isSecret;
     }
 
     internal void Observe(ObservedCall[] observed) => open[count - 1].Observed = observed;
@@ -180,6 +181,7 @@ internal sealed class ThreadCalls
         internal ObservedCall[]? Observed;
         internal OpenSpan Span;
         internal long Started;  // in timestamps
+        internal bool IsSecret; // a text that the call got names a secret
         internal bool HasFailed; // it was ended as one that an exception left
         internal object? Note;  // the exception; kept no longer than the call is open
         internal int Noted;     // so many calls from this one outwards have the same note, as far as known

@@ -15,7 +15,7 @@ internal static class ValueText
     internal const int MaxMessage = 200;
 
     // As much of a text as is searched for secrets, of which no more than the lengths above is shown.
-    private const int MaxSearched = 1024;
+    internal const int MaxSearched = 1024;
 
     private static readonly FieldInfo? messageField =
         typeof(Exception).GetField("_message", BindingFlags.Instance | BindingFlags.NonPublic);
@@ -60,7 +60,8 @@ internal static class ValueText
 
     // As the exception was made with it; null if there is none, or none is to be recorded.
     internal static string? Message(Exception exception, RecordedValues values) =>
-        values == RecordedValues.All && messageField?.GetValue(exception) is string { Length: > 0 } message
+        values == RecordedValues.All && messageField?.GetValue(exception) is string { Length: > 0 } message &&
+        !SecretExceptions.Contain(exception)
             ? AppendText(new StringBuilder(), message, '\0', MaxMessage, isRedacted: true).ToString()
             : null;
 
@@ -73,7 +74,7 @@ internal static class ValueText
     // Dots follow where the text went on.
     private static StringBuilder AppendText(StringBuilder text, string characters, char quote, int most, bool isRedacted)
     {
-        var shown = isRedacted ? SecretText.Redact(characters, MaxSearched) : characters;
+        var shown = isRedacted ? SecretText.OfValue(characters, MaxSearched) : characters;
         var isCut = shown.Length > most || characters.Length > MaxSearched;
         text.Append(quote == '\0' ? "" : quote.ToString());
         AppendEscaped(text, shown, quote, most);

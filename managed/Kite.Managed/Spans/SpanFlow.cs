@@ -1,3 +1,4 @@
+using System;
 using System.Threading;
 using Corvane.Sampling;
 
@@ -19,5 +20,25 @@ internal static class SpanFlow
             }
             current.Value = value;
         }
+    }
+
+    // What it starts is in no flow. The context afterwards is the very one of before.
+    internal static void Suppressed(Action run)
+    {
+        if (ExecutionContext.IsFlowSuppressed())
+        {
+            run();
+            return;
+        }
+#if NET
+        var context = ExecutionContext.Capture()!;
+#endif
+        using (ExecutionContext.SuppressFlow())
+        {
+            run();
+        }
+#if NET
+        ExecutionContext.Restore(context);
+#endif
     }
 }

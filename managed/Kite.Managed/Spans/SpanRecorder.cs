@@ -42,13 +42,15 @@ internal sealed class SpanRecorder
         var spans = new SpanRecorder(RecordedValues.All, new Discard());
         var before = SpanFlow.Current;
         var open = spans.Begin(0, null, null, []);
-        spans.Note(open, null, new InvalidOperationException());
+        spans.Note(open, new InvalidOperationException());
         spans.TakeBackFailure(open.Span!);
         spans.Return(open, MethodSignature.Of(0, null), [], null, Stopwatch.GetTimestamp());
         SpanFlow.Current = before;
     }
 
     internal bool IsWanted => sink != null || IsListenedTo;
+
+    internal bool ShowsMessages => values == RecordedValues.All;
 
     // False as long as the program cannot listen, which takes no call of the platform to see.
     internal bool CanBeWanted => sink != null || activities.MayBeUsable;
@@ -129,9 +131,9 @@ internal sealed class SpanRecorder
     }
 
     // An exception is about to leave the call.
-    internal void Note(in OpenSpan open, MethodSignature? method, Exception? exception)
+    internal void Note(in OpenSpan open, Exception? exception)
     {
-        Fail(open.Span!, method, exception?.GetType().ToString(), exception);
+        Fail(open.Span!, exception?.GetType().ToString(), exception);
         DescribeFailure(open.Convention, open.Span!, exception);
     }
 
@@ -280,7 +282,7 @@ internal sealed class SpanRecorder
         var span = open.Span!;
         if (task.IsCompleted)
         {
-            EndTask(span, method, task, open.Convention, open.Receiver, arguments);
+            EndTask(span, task, open.Convention, open.Receiver, arguments);
             End(open, now);
             return;
         }
@@ -297,29 +299,9 @@ internal sealed class SpanRecorder
         {
             arguments = [];
         }
-        WithoutFlow(() => task.ContinueWith(
+        SpanFlow.Suppressed(() => task.ContinueWith(
             _ => Guarded(() => Complete(span, method, task, convention, receiver, arguments)),
             CancellationToken.None, TaskContinuationOptions.ExecuteSynchronously, TaskScheduler.Default));
-    }
-
-    // The context afterwards is the very one of before.
-    private static void WithoutFlow(Action run)
-    {
-        if (ExecutionContext.IsFlowSuppressed())
-        {
-            run();
-            return;
-        }
-#if NET
-        var context = ExecutionContext.Capture()!;
-#endif
-        using (ExecutionContext.SuppressFlow())
-        {
-            run();
-        }
-#if NET
-        ExecutionContext.Restore(context);
-#endif
     }
 
     private void Complete(
@@ -330,13 +312,12 @@ internal sealed class SpanRecorder
             Interlocked.Decrement(ref method.OpenTasks);
         }
         span.Ended = Stopwatch.GetTimestamp();
-        EndTask(span, method, task, convention, receiver, arguments);
+        EndTask(span, task, convention, receiver, arguments);
         StopActivity(span);
         Show(span);
     }
 
-    private void EndTask(
-        Span span, MethodSignature? method, Task task, ISpanConvention? convention, object? receiver, object?[] arguments)
+    private void EndTask(Span span, Task task, ISpanConvention? convention, object? receiver, object?[] arguments)
     {
         if (task.Status == TaskStatus.RanToCompletion)
         {
@@ -345,13 +326,12 @@ internal sealed class SpanRecorder
         }
         var exception = TaskOutcome.ExceptionOf(task);
         var type = exception?.GetType() ?? (task.IsCanceled ? typeof(TaskCanceledException) : null);
-        Fail(span, method, type?.ToString(), exception);
+        Fail(span, type?.ToString(), exception);
         DescribeFailure(convention, span, exception);
     }
 
-    // A message may quote what the call got.
-    private void Fail(Span span, MethodSignature? method, string? type, Exception? exception) =>
-        span.Fail(type, exception == null || method?.HasSecrets != false ? null : ValueText.Message(exception, values));
+    private void Fail(Span span, string? type, Exception? exception) =>
+        span.Fail(type, exception == null ? null : ValueText.Message(exception, values));
 
     private void LeaveFlow(in OpenSpan open)
     {
