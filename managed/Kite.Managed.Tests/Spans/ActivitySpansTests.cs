@@ -67,6 +67,59 @@ public sealed class ActivitySpansTests : IDisposable
         Assert.Equal(expected, Assert.Single(spans.Ended).Name);
     }
 
+    // Whoever writes the files of a process that ends sees the first name.
+    [Fact]
+    public void ASpansNameHasNoValues()
+    {
+        Listen();
+        using (var activity = program.CreateActivity("work", ActivityKind.Server)!)
+        {
+            activity.DisplayName = "GET /first?token=planted";
+            activity.Start();
+            Assert.Equal("GET /first?token=***", ActivitySpans.Of(activity)!.Name);
+            activity.DisplayName = "/login?token=planted";
+        }
+        Assert.Equal("/login?token=***", Assert.Single(spans.Ended).Name);
+    }
+
+    [Fact]
+    public void ARequestIsNamedByWhatThePlatformSays()
+    {
+        Listen("Shop");
+        using var platform = new ActivitySource("Microsoft.AspNetCore");
+        using var events = new DiagnosticListener("Microsoft.AspNetCore");
+        using (var activity = platform.StartActivity("Microsoft.AspNetCore.Hosting.HttpRequestIn", ActivityKind.Server)!)
+        {
+            activity.DisplayName = "/login/planted";
+            events.Write(
+                "Microsoft.AspNetCore.Hosting.HttpRequestIn.Stop",
+                new { Request = new { Method = "GET", Path = "/login/planted" }, Response = new { StatusCode = 200 } });
+        }
+        Assert.Equal("GET", Assert.Single(spans.Ended).Name);
+    }
+
+    [Theory]
+    [InlineData("ERROR", true)]
+    [InlineData("OK", false)]
+    public void AStatusMayBeATag(string status, bool isError)
+    {
+        var recorded = new RecordedSpans();
+        Listen(recorded, RecordedValues.All);
+        program.StartActivity("work")!.SetTag("otel.status_code", status).SetTag("otel.status_description", "no password=planted").Dispose();
+        var span = Assert.Single(recorded.Ended);
+        Assert.Equal((isError, isError ? "no password=***" : null), (span.HasError, span.ErrorMessage));
+    }
+
+    [Theory]
+    [InlineData("redis", null)]
+    [InlineData("mysql", "SET session:? planted")]
+    public void AnActivitySaysWhichDatabaseItIsAbout(string system, string? query)
+    {
+        Listen();
+        program.StartActivity("work")!.SetTag("db.statement", "SET session:42 planted").SetTag("db.system", system).Dispose();
+        Assert.Equal(query, Value(Assert.Single(spans.Ended), "db.statement"));
+    }
+
     [Fact]
     public void ActivitiesOfOtherSourcesAreNone()
     {
@@ -298,10 +351,12 @@ public sealed class ActivitySpansTests : IDisposable
 
     private void Listen(params string[] sources) => Listen(spans, sources);
 
-    private void Listen(RecordedSpans recorded, params string[] sources)
+    private void Listen(RecordedSpans recorded, params string[] sources) => Listen(recorded, RecordedValues.None, sources);
+
+    private void Listen(RecordedSpans recorded, RecordedValues values, params string[] sources)
     {
         var names = new SourceNames(sources.Length == 0 ? program.Name : sources[0]);
-        var activities = new ActivitySpans(recorded, recorded.Sampler, RecordedValues.None, names, run => run());
+        var activities = new ActivitySpans(recorded, recorded.Sampler, values, names, run => run());
         var events = new RequestEvents(run => run());
         activities.Begin();
         events.Begin();

@@ -24,8 +24,31 @@ public class ActivityTagsTests
     [InlineData("db.connection_string", "Server=x;User=planted", "All", null)]
     [InlineData("customer", null, "All", null)]
     public void SayWhatMayBeSaid(string key, object? value, string values, object? said) =>
-        Assert.Equal(said, ActivityTags.Redact("Npgsql", key, value, System.Enum.Parse<RecordedValues>(values)));
+        Assert.Equal(said, ActivityTags.Redact("Npgsql", null, key, value, System.Enum.Parse<RecordedValues>(values)));
+
+    // Nobody but SQL has literals that are known.
+    [Theory]
+    [InlineData("Redis.Client", "redis", "None", null)]
+    [InlineData("Redis.Client", null, "Safe", null)]
+    [InlineData("Redis.Client", "redis", "All", "DELETE session:? ?")]
+    [InlineData("Shop.Data", "postgresql", "None", "DELETE session:? \"hunter2\"")]
+    [InlineData("Shop.Data", "mssql", "None", "DELETE session:? \"hunter2\"")]
+    [InlineData("Shop.Data", "other_sql", "None", "DELETE session:? ?")]
+    [InlineData("Npgsql", "redis", "None", "DELETE session:? \"hunter2\"")]
+    public void AQueryIsOneOfSqlOrAValue(string source, string? system, string values, object? said)
+    {
+        foreach (var key in new[] { "db.statement", "db.query.text", "db.query.summary" })
+        {
+            Assert.Equal(
+                said, ActivityTags.Redact(source, system, key, "DELETE session:42 \"hunter2\"", System.Enum.Parse<RecordedValues>(values)));
+        }
+    }
+
+    [Theory]
+    [InlineData("/orders/{key:int}")]
+    [InlineData("{controller=Home}/{action=Index}/{id?}")]
+    public void ARouteIsAsItIs(string route) => Assert.Equal(route, ActivityTags.Redact("Shop", null, "http.route", route, RecordedValues.None));
 
     [Fact]
-    public void NoCodeOfTheProgramRuns() => Assert.Null(ActivityTags.Redact("Shop", "url.full", new Hostile(), RecordedValues.All));
+    public void NoCodeOfTheProgramRuns() => Assert.Null(ActivityTags.Redact("Shop", null, "url.full", new Hostile(), RecordedValues.All));
 }

@@ -1,4 +1,5 @@
 using System;
+using System.Collections.Generic;
 using Corvane.Instrumentation.Privacy;
 
 namespace Corvane.Instrumentation.Conventions;
@@ -20,6 +21,28 @@ internal sealed class DatabaseSystem
         new("System.Data.SQLite.", "sqlite", SqlDialect.Unknown, isServer: false),
     ];
 
+    // By the names that activities give, of these conventions or of older ones. What speaks no SQL is not among them.
+    private static readonly Dictionary<string, SqlDialect> dialects = new Dictionary<string, SqlDialect>(StringComparer.OrdinalIgnoreCase)
+    {
+        ["microsoft.sql_server"] = SqlDialect.SqlServer,
+        ["mssql"] = SqlDialect.SqlServer,
+        ["oracle"] = SqlDialect.Standard,
+        ["oracle.db"] = SqlDialect.Standard,
+        ["postgresql"] = SqlDialect.Standard,
+        ["mysql"] = SqlDialect.Unknown,
+        ["mariadb"] = SqlDialect.Unknown,
+        ["sqlite"] = SqlDialect.Unknown,
+        ["db2"] = SqlDialect.Unknown,
+        ["ibm.db2"] = SqlDialect.Unknown,
+        ["firebird"] = SqlDialect.Unknown,
+        ["firebirdsql"] = SqlDialect.Unknown,
+        ["cockroachdb"] = SqlDialect.Unknown,
+        ["clickhouse"] = SqlDialect.Unknown,
+        ["sap.hana"] = SqlDialect.Unknown,
+        ["hanadb"] = SqlDialect.Unknown,
+        ["other_sql"] = SqlDialect.Unknown,
+    };
+
     private DatabaseSystem(string prefix, string name, SqlDialect dialect, bool isServer = true)
     {
         Prefix = prefix;
@@ -40,4 +63,8 @@ internal sealed class DatabaseSystem
     // Null for a type of no system that is known: what its properties do is not known either.
     internal static DatabaseSystem? Of(string type) =>
         Array.Find(all, system => type.StartsWith(system.Prefix, StringComparison.Ordinal));
+
+    // Of the queries of an activity; null if they are not known to be SQL.
+    internal static SqlDialect? DialectOf(string source, string? system) =>
+        Of(source + ".")?.Dialect ?? (system != null && dialects.TryGetValue(system, out var dialect) ? dialect : null);
 }

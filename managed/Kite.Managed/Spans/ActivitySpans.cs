@@ -2,6 +2,7 @@
 using System;
 using System.Diagnostics;
 using System.Runtime.CompilerServices;
+using Corvane.Instrumentation.Conventions;
 using Corvane.Instrumentation.Privacy;
 
 namespace Corvane.Instrumentation.Spans;
@@ -131,7 +132,8 @@ internal sealed class ActivitySpans : IDisposable
             return;
         }
         var span = new Span(
-            trace, CallActivities.IdOf(activity), ParentOf(activity, trace), activity.DisplayName, null, activity.Source.Name)
+            trace, CallActivities.IdOf(activity), ParentOf(activity, trace), NameText.Of(activity.DisplayName), null,
+            activity.Source.Name)
         {
             Kind = CallActivities.KindOf(activity.Kind),
             ThreadId = Environment.CurrentManagedThreadId,
@@ -160,26 +162,32 @@ internal sealed class ActivitySpans : IDisposable
             return;
         }
         span.Ended = Stopwatch.GetTimestamp();
-        if (activity.DisplayName != activity.OperationName)
+        // What the platform's events say has made a better one.
+        if (span.Attributes.Count == 0)
         {
-            span.Name = activity.DisplayName;
+            span.Name = NameText.Of(activity.DisplayName);
         }
+        var system = (activity.GetTagItem(AttributeNames.DatabaseSystem) ?? activity.GetTagItem("db.system")) as string;
         foreach (var tag in activity.EnumerateTagObjects())
         {
-            if (ActivityTags.Redact(span.Scope, tag.Key, tag.Value, values) is { } value)
+            if (ActivityTags.Redact(span.Scope, system, tag.Key, tag.Value, values) is { } value)
             {
                 span.SetAttribute(tag.Key, value);
             }
         }
-        if (activity.Status == ActivityStatusCode.Error && !span.HasError)
+        if (!span.HasError && (activity.Status == ActivityStatusCode.Error || activity.GetTagItem("otel.status_code") is "ERROR"))
         {
-            span.Fail(activity.GetTagItem("error.type") as string, Message(activity));
+            span.Fail(
+                ActivityTags.Redact(span.Scope, system, AttributeNames.ErrorType, activity.GetTagItem(AttributeNames.ErrorType), values) as string,
+                Message(activity));
         }
         sink.OnEnded(span);
     }
 
     private string? Message(Activity activity) =>
-        values == RecordedValues.All && activity.StatusDescription is { } message ? SecretText.Redact(message, MaxMessage) : null;
+        values == RecordedValues.All && (activity.StatusDescription ?? activity.GetTagItem("otel.status_description")) is string message
+            ? SecretText.OfValue(message, MaxMessage)
+            : null;
 
     private const int MaxMessage = 1_000;
 }

@@ -16,6 +16,7 @@ internal static class ActivityTags
         Value,
         Plain,
         Url,
+        Name,
         Query,
     }
 
@@ -30,7 +31,7 @@ internal static class ActivityTags
         ["db.statement"] = Content.Query,
         ["http.request.method"] = Content.Plain,
         ["http.response.status_code"] = Content.Plain,
-        ["http.route"] = Content.Plain,
+        ["http.route"] = Content.Name,
         ["http.method"] = Content.Plain,
         ["http.status_code"] = Content.Plain,
         ["http.scheme"] = Content.Plain,
@@ -63,8 +64,8 @@ internal static class ActivityTags
         ["messaging.destination.name"] = Content.Plain,
     };
 
-    // Null if nothing of it may be recorded.
-    internal static object? Redact(string source, string key, object? value, RecordedValues values)
+    // Null if nothing of it may be recorded. The system is the database that the activity says it is about.
+    internal static object? Redact(string source, string? system, string key, object? value, RecordedValues values)
     {
         var plain = Plain(value);
         var content = known.TryGetValue(key, out var found) ? found : Content.Value;
@@ -76,12 +77,14 @@ internal static class ActivityTags
         {
             case Content.Url:
                 return UrlText.Of(text);
-            case Content.Query:
-                return SqlText.Of(text, DatabaseSystem.Of(source + ".")?.Dialect ?? SqlDialect.Unknown).Text;
+            case Content.Name:
+                return NameText.Of(text);
+            case Content.Query when DatabaseSystem.DialectOf(source, system) is { } dialect:
+                return SqlText.Of(text, dialect).Text;
             case Content.Plain:
                 return SecretText.Redact(text, MaxText);
             default:
-                return values == RecordedValues.All && !SecretNames.IsSecret(key) ? SecretText.Redact(text, MaxText) : null;
+                return values == RecordedValues.All && !SecretNames.IsSecret(key) ? SecretText.OfValue(text, MaxText) : null;
         }
     }
 
