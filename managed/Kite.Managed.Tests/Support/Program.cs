@@ -289,6 +289,8 @@ internal static class Program
                 MethodArgumentCallback callback = (_, _, _, _) => { };
                 Invokers.AddArgumentCallback(callback);
                 Invokers.RemoveArgumentCallback(callback);
+                Invokers.AddObserver(new Prints()).Dispose();
+                Invokers.HasListeners();
                 if (!Invokers.ContainsKey(9))
                 {
                     Invokers.RegisterMethod(9, null, false);
