@@ -1,13 +1,13 @@
 // corvane explain
 #include "profiler/agent_config.h"
 #include "profiler/profiler_switches.h"
-#include "tools/corvane/columns.h"
 #include "tools/corvane/command.h"
 #include "tools/corvane/console.h"
+#include "tools/corvane/offline/decided_methods.h"
 #include "tools/corvane/offline/engine_faults.h"
+#include "tools/corvane/offline/explain_json.h"
 #include "tools/corvane/offline/explain_report.h"
 #include "tools/corvane/offline/explanation.h"
-#include "tools/corvane/offline/il_lines.h"
 #include "tools/corvane/offline/metadata_names.h"
 #include "tools/corvane/offline/runtime_folder.h"
 #include "tools/corvane/program.h"
@@ -15,12 +15,9 @@
 #include "tools/corvane/utf8.h"
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,7 +28,6 @@ namespace corvane::tool {
 namespace {
 
 namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
 
 constexpr const char* kMetadataDamaged = " is damaged: its metadata cannot be read";
 
@@ -48,11 +44,6 @@ struct Options {
     bool shows_code = false;
     bool default_form = false;
     bool json = false;
-};
-
-struct Decided {
-    FunctionID function = 0;
-    MethodFate fate;
 };
 
 void complain(std::wstring_view pattern, const wchar_t* reason) {
@@ -131,219 +122,80 @@ Neighbours open(Explanation& explanation, const fs::path& assembly, const fs::pa
     return explanation.take_neighbours(assembly, runtime);
 }
 
-std::vector<Decided> decide_all(Explanation& explanation) {
-    const std::vector<FunctionID> functions = explanation.runtime().functions();
-    std::vector<Decided> decided;
-    decided.reserve(functions.size());
+std::vector<Decided> decide_with_progress(Explanation& explanation) {
     ProgressLine progress;
-    for (const FunctionID function : functions) {
-        decided.push_back({function, explanation.decide(function)});
-        progress.show(std::to_string(decided.size()) + " of " + std::to_string(functions.size()) +
-                      " methods");
-    }
-    return decided;
+    return decide_all(explanation, [&progress](std::size_t done, std::size_t all) {
+        progress.show(std::to_string(done) + " of " + std::to_string(all) + " methods");
+    });
 }
 
-// Without patterns those that are chosen.
-std::vector<const Decided*> select(const std::vector<Decided>& all, const std::string& patterns,
-                                   MetadataNames& names) {
-    MethodPatterns shown;
-    shown.append(to_wide(patterns), complain);
-    std::vector<const Decided*> selected;
-    for (const Decided& method : all) {
-        const mdMethodDef token = OfflineRuntime::token_of(method.function);
-        if (patterns.empty() ? method.fate.fate != Fate::kNotChosen
-                             : shown.would_match(to_wide(names.full_method_name(token)))) {
-            selected.push_back(&method);
+std::optional<MethodPatterns> shown_patterns(const Options& options) {
+    if (options.shown.empty()) {
+        return std::nullopt;
+    }
+    MethodPatterns patterns;
+    patterns.append(to_wide(options.shown), complain);
+    return patterns;
+}
+
+Layout layout_of(const Options& options) {
+    return {std::max<std::size_t>(options.width != 0 ? options.width
+                                                     : console_width().value_or(kFileWidth),
+                                  kLeastWidth),
+            enable_colours()};
+}
+
+void print_text(const ExplainedAssembly& assembly, const std::vector<Decided>& all,
+                const std::vector<const Decided*>& shown, Explanation& explanation,
+                MetadataNames& names, const Options& options) {
+    const Layout layout = layout_of(options);
+    print(
+        text_lines(assembly.path + (assembly.strict ? ", strict form" : ", default form"), layout));
+    print(text_lines("Runtime: " + assembly.runtime, layout));
+    print(text_lines("Taken as loaded: kite.managed, all libraries beside the assembly (" +
+                         std::to_string(assembly.neighbours.beside) + ") and of the framework (" +
+                         std::to_string(assembly.neighbours.of_runtime) + ')',
+                     layout));
+    print_line("");
+    std::string type; // of the method before
+    for (const Decided* const method : shown) {
+        if (const std::string& own = names.type_of_method(method->token); own != type) {
+            type = own;
+            print(text_lines(type, layout));
+        }
+        print(method_lines(method->fate, to_utf8(method->fate.reason),
+                           names.method(method->token, false), layout));
+        if (options.shows_code) {
+            const Bodies bodies = bodies_of(*method, explanation, names);
+            print(body_lines(bodies.before, bodies.after ? &*bodies.after : nullptr, layout));
         }
     }
-    return selected;
-}
-
-struct Bodies {
-    IlText before;
-    std::optional<IlText> after; // of an instrumented method
-};
-
-Bodies bodies_of(const Decided& method, Explanation& explanation, MetadataNames& names) {
-    const mdMethodDef token = OfflineRuntime::token_of(method.function);
-    Bodies bodies = {il_lines(explanation.runtime().original_body(token), names), std::nullopt};
-    if (method.fate.fate == Fate::kInstrumented) {
-        bodies.after = il_lines(explanation.runtime().new_body(token), names);
-    }
-    return bodies;
-}
-
-std::string count_text(std::size_t count, const char* what) {
-    return std::to_string(count) + ' ' + what;
-}
-
-std::string assumption(const Neighbours& neighbours) {
-    return "Taken as loaded: kite.managed, all libraries beside the assembly (" +
-           std::to_string(neighbours.beside) + ") and of the framework (" +
-           std::to_string(neighbours.of_runtime) + ')';
-}
-
-class Report {
-public:
-    Report(const Options& options, Explanation& explanation, const Neighbours& neighbours,
-           fs::path runtime)
-        : options_(options),
-          explanation_(explanation),
-          neighbours_(neighbours),
-          runtime_(std::move(runtime)),
-          names_(explanation.runtime().metadata()) {}
-
-    void print_text() {
-        const std::vector<Decided> all = decide_all(explanation_);
-        layout_.width = std::max<std::size_t>(
-            options_.width != 0 ? options_.width : console_width().value_or(kFileWidth),
-            kLeastWidth);
-        layout_.has_colours = enable_colours();
-        print_wrapped(options_.assembly + ", " +
-                      (options_.default_form ? "default form" : "strict form"));
-        print_wrapped("Runtime: " + to_utf8(runtime_.wstring()));
-        print_wrapped(assumption(neighbours_));
+    if (!shown.empty() && !options.shows_code) {
         print_line("");
-        std::string type;
-        const std::vector<const Decided*> selected = select(all, options_.shown, names_);
-        for (const Decided* const method : selected) {
-            print_method(*method, type);
-        }
-        if (!selected.empty() && !options_.shows_code) {
-            print_line("");
-        }
-        print_summary(all);
     }
-
-    void print_json() {
-        const std::vector<Decided> all = decide_all(explanation_);
-        Json head;
-        head["assembly"] = options_.assembly;
-        head["strict"] = !options_.default_form;
-        head["runtime"] = to_utf8(runtime_.wstring());
-        head["taken_as_loaded"] = {{"beside", neighbours_.beside},
-                                   {"of_framework", neighbours_.of_runtime}};
-        for (const Fate fate : {Fate::kInstrumented, Fate::kLeft, Fate::kNotChosen}) {
-            head["counts"][text_of(fate)] = std::ranges::count(
-                all, fate, [](const Decided& method) { return method.fate.fate; });
-        }
-        // One method at a time: with their code they take more memory than the assembly.
-        std::string text = dump(head);
-        text.pop_back();
-        print(text + ",\"methods\":[");
-        const char* divider = "\n";
-        for (const Decided* const method : select(all, options_.shown, names_)) {
-            print(divider + dump(json_of(*method)));
-            divider = ",\n";
-        }
-        print_line("]}");
+    Totals totals = totals_of(all);
+    const bool is_nothing_chosen = totals.methods[Fate::kNotChosen] == all.size();
+    print(total_lines(std::move(totals), layout));
+    if (is_nothing_chosen && options.shown.empty()) {
+        print(text_lines("--method PATTERN chooses methods by name, as with \"corvane run\"; "
+                         "--show \"*\" shows those that are not chosen",
+                         layout));
     }
+}
 
-private:
-    static std::string dump(const Json& json) {
-        return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+void print_json(const ExplainedAssembly& assembly, const std::vector<Decided>& all,
+                const std::vector<const Decided*>& shown, Explanation& explanation,
+                MetadataNames& names, bool shows_code) {
+    print(json_head(assembly, totals_of(all)));
+    const char* divider = "\n";
+    for (const Decided* const method : shown) {
+        const auto bodies =
+            shows_code ? std::optional(bodies_of(*method, explanation, names)) : std::nullopt;
+        print(divider + json_of(*method, bodies ? &*bodies : nullptr, names));
+        divider = ",\n";
     }
-
-    void print_wrapped(const std::string& text) {
-        for (const std::string& line : wrapped(text, layout_.width - 1, 2)) {
-            print_line(line);
-        }
-    }
-
-    // Behind the name of its type, if that is another one than before.
-    void print_method(const Decided& method, std::string& type) {
-        const mdMethodDef token = OfflineRuntime::token_of(method.function);
-        if (std::string own = names_.type_of_method(token); own != type) {
-            type = std::move(own);
-            print_wrapped(type);
-        }
-        print(method_lines(method.fate, to_utf8(method.fate.reason), names_.method(token, false),
-                           layout_));
-        if (options_.shows_code) {
-            const Bodies bodies = bodies_of(method, explanation_, names_);
-            print(body_lines(bodies.before, bodies.after ? &*bodies.after : nullptr, layout_));
-        }
-    }
-
-    void print_summary(const std::vector<Decided>& all) {
-        std::map<Fate, std::size_t> fates;
-        std::map<std::wstring, std::size_t> reasons;
-        for (const Decided& method : all) {
-            ++fates[method.fate.fate];
-            if (method.fate.fate == Fate::kLeft) {
-                ++reasons[method.fate.reason];
-            }
-        }
-        print_wrapped(count_text(all.size(), "methods with code: ") +
-                      count_text(fates[Fate::kInstrumented], "instrumented, ") +
-                      count_text(fates[Fate::kLeft], "left as they are, ") +
-                      count_text(fates[Fate::kNotChosen], "not chosen"));
-        std::vector<std::pair<std::size_t, std::string>> sorted;
-        for (const auto& [reason, count] : reasons) {
-            sorted.emplace_back(count, to_utf8(reason));
-        }
-        std::ranges::stable_sort(sorted, std::ranges::greater(),
-                                 [](const auto& entry) { return entry.first; });
-        for (const auto& [count, reason] : sorted) {
-            char number[16] = {};
-            static_cast<void>(std::snprintf(number, sizeof number, "%6zu  ", count));
-            for (const std::string& line : wrapped(number + reason, layout_.width - 1, 8)) {
-                print_line(line);
-            }
-        }
-        if (fates[Fate::kInstrumented] + fates[Fate::kLeft] == 0 && options_.shown.empty()) {
-            print_wrapped("--method PATTERN chooses methods by name, as with \"corvane run\"; "
-                          "--show \"*\" shows those that are not chosen");
-        }
-    }
-
-    Json json_of(const Decided& method) {
-        const mdMethodDef token = OfflineRuntime::token_of(method.function);
-        char number[16] = {};
-        static_cast<void>(
-            std::snprintf(number, sizeof number, "0x%08lx", static_cast<unsigned long>(token)));
-        Json json;
-        json["token"] = number;
-        json["method"] = names_.full_method_name(token);
-        json["signature"] = names_.method(token, false);
-        json["outcome"] = text_of(method.fate.fate);
-        if (method.fate.rule != Rule::kNone) {
-            json["rule"] = text_of(method.fate.rule);
-        }
-        if (method.fate.fate == Fate::kLeft) {
-            json["reason"] = to_utf8(method.fate.reason);
-        }
-        if (options_.shows_code) {
-            const Bodies bodies = bodies_of(method, explanation_, names_);
-            json["before"] = json_of(bodies.before);
-            if (bodies.after) {
-                json["after"] = json_of(*bodies.after);
-            }
-        }
-        return json;
-    }
-
-    static Json json_of(const IlText& body) {
-        if (!body) {
-            return nullptr;
-        }
-        Json lines = Json::array();
-        for (const IlLine& line : *body) {
-            std::string text(line.depth * std::size_t{2}, ' ');
-            text += line.label.empty() ? line.text : line.label + "  " + line.text;
-            lines.push_back(std::move(text));
-        }
-        return lines;
-    }
-
-    const Options& options_;
-    Explanation& explanation_;
-    Neighbours neighbours_;
-    fs::path runtime_;
-    MetadataNames names_;
-    Layout layout_;
-};
+    print_line("]}");
+}
 
 int explain(const Options& options) {
     std::error_code error;
@@ -354,12 +206,16 @@ int explain(const Options& options) {
     const fs::path runtime = runtime_for(assembly, options);
     end_on_engine_fault("corvane: " + options.assembly + kMetadataDamaged, kAssemblyDamaged);
     Explanation explanation(settings_of(options), complain);
-    const Neighbours neighbours = open(explanation, assembly, runtime, options);
-    Report report(options, explanation, neighbours, runtime);
+    const ExplainedAssembly opened = {options.assembly, to_utf8(runtime.wstring()),
+                                      !options.default_form,
+                                      open(explanation, assembly, runtime, options)};
+    MetadataNames names(explanation.runtime().metadata());
+    const std::vector<Decided> all = decide_with_progress(explanation);
+    const std::vector<const Decided*> shown = selected(all, shown_patterns(options), names);
     if (options.json) {
-        report.print_json();
+        print_json(opened, all, shown, explanation, names, options.shows_code);
     } else {
-        report.print_text();
+        print_text(opened, all, shown, explanation, names, options);
     }
     return kSuccess;
 }

@@ -161,4 +161,34 @@ std::string body_lines(const IlText& before, const IlText* after, const Layout& 
     return report + kLineEnd;
 }
 
+std::string total_lines(Totals totals, const Layout& layout) {
+    std::size_t all = 0;
+    for (const auto& [fate, count] : totals.methods) {
+        all += count;
+    }
+    const auto count_of = [&totals](Fate fate) { return std::to_string(totals.methods[fate]); };
+    std::string report =
+        text_lines(std::to_string(all) + " methods with code: " + count_of(Fate::kInstrumented) +
+                       " instrumented, " + count_of(Fate::kLeft) + " left as they are, " +
+                       count_of(Fate::kNotChosen) + " not chosen",
+                   layout);
+    for (const auto& [count, reason] : totals.reasons) {
+        const std::string number = std::to_string(count);
+        const std::string line =
+            std::string(6 - std::min<std::size_t>(number.size(), 6), ' ') + number + "  " + reason;
+        for (const std::string& part : wrapped(line, layout.width - 1, 8)) {
+            report += part + kLineEnd;
+        }
+    }
+    return report;
+}
+
+std::string text_lines(const std::string& text, const Layout& layout) {
+    std::string report;
+    for (const std::string& part : wrapped(text, layout.width - 1, 2)) {
+        report += part + kLineEnd;
+    }
+    return report;
+}
+
 } // namespace corvane::tool

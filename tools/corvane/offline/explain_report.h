@@ -1,12 +1,14 @@
-// What `corvane explain` shows of one method. Pure: texts in, lines out.
+// What `corvane explain` shows of a method, and of all of them. Pure: texts in, lines out.
 #pragma once
 
 #include "tools/corvane/offline/explanation.h"
 #include "tools/corvane/offline/il_lines.h"
 
 #include <cstddef>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace corvane::tool {
@@ -28,5 +30,17 @@ std::string method_lines(const MethodFate& fate, const std::string& reason,
 // The body as it is, and what it becomes if it is instrumented: side by side where there is room,
 // else one under the other. What is new is marked with "+", what is no more with "-".
 std::string body_lines(const IlText& before, const IlText* after, const Layout& layout);
+
+struct Totals {
+    std::map<Fate, std::size_t> methods;
+    std::vector<std::pair<std::size_t, std::string>>
+        reasons; // of methods that are left, most first
+};
+
+// How many methods there are of each kind, and why methods are left.
+std::string total_lines(Totals totals, const Layout& layout);
+
+// A text of any length in lines.
+std::string text_lines(const std::string& text, const Layout& layout);
 
 } // namespace corvane::tool
