@@ -13,11 +13,11 @@ internal sealed class OtlpEndpoint
     {
         Address = address;
         IsJson = ReadProtocol(variables);
-        Timeout = TimeSpan.FromMilliseconds(variables.Number(Named(variables, "TIMEOUT"), 10_000, 1));
-        Headers = variables.Pairs(Named(variables, "HEADERS"));
+        Timeout = variables.Timeout(Named(variables, "TIMEOUT"), 10_000);
+        Headers = variables.Headers(Named(variables, "HEADERS"));
         MaxQueue = variables.Number("OTEL_BSP_MAX_QUEUE_SIZE", 2048, 1);
         MaxBatch = Math.Min(MaxQueue, variables.Number("OTEL_BSP_MAX_EXPORT_BATCH_SIZE", 512, 1));
-        MaxTrying = TimeSpan.FromMilliseconds(variables.Number("OTEL_BSP_EXPORT_TIMEOUT", 30_000));
+        MaxTrying = variables.Timeout("OTEL_BSP_EXPORT_TIMEOUT", 30_000);
         Delay = TimeSpan.FromMilliseconds(variables.Number("OTEL_BSP_SCHEDULE_DELAY", 0));
     }
 
@@ -46,8 +46,7 @@ internal sealed class OtlpEndpoint
     // Null where nothing is to be sent.
     internal static OtlpEndpoint? From(Variables variables)
     {
-        if (variables.Text("OTEL_TRACES_EXPORTER") == "none" ||
-            string.Equals(variables.Text("OTEL_SDK_DISABLED"), "true", StringComparison.OrdinalIgnoreCase))
+        if (variables.Choice("OTEL_TRACES_EXPORTER") == "none" || variables.Choice("OTEL_SDK_DISABLED") == "true")
         {
             return null;
         }
@@ -81,7 +80,7 @@ internal sealed class OtlpEndpoint
     private static bool ReadProtocol(Variables variables)
     {
         var name = Named(variables, "PROTOCOL");
-        switch (variables.Text(name))
+        switch (variables.Choice(name))
         {
             case null or "http/protobuf":
                 return false;

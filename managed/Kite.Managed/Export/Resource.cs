@@ -32,7 +32,7 @@ internal sealed class Resource
     internal static Resource From(Variables variables)
     {
         var resource = new Resource();
-        foreach (var pair in variables.Pairs("OTEL_RESOURCE_ATTRIBUTES"))
+        foreach (var pair in variables.Attributes("OTEL_RESOURCE_ATTRIBUTES"))
         {
             resource.Set(pair.Key, SecretNames.IsSecret(pair.Key) ? SecretText.Mask : SecretText.Redact(pair.Value, MaxValue));
         }

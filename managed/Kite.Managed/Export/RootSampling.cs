@@ -1,43 +1,59 @@
+using System;
 using System.Globalization;
 using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation.Export;
 
-// Which traces are recorded, by OTEL_TRACES_SAMPLER and OTEL_TRACES_SAMPLER_ARG.
-internal static class RootSampling
+// Which traces are recorded, by OTEL_TRACES_SAMPLER and OTEL_TRACES_SAMPLER_ARG. Any thread.
+internal sealed class RootSampling
 {
     private const string Sampler = "OTEL_TRACES_SAMPLER";
     private const string Argument = "OTEL_TRACES_SAMPLER_ARG";
     private const string ByParent = "parentbased_";
 
     // As many low bits of a trace's id are random.
-    private const int RandomBits = 56;
+    private const ulong AllIds = 1UL << 56;
 
-    internal static RootSampler From(Variables variables)
+    private readonly bool followsParent;
+    private readonly ulong dropped; // of the ids
+    private bool hasLeftOut;
+
+    private RootSampling(bool followsParent, double ratio)
     {
-        var name = variables.Text(Sampler) ?? "parentbased_always_on";
-        var followsParent = name.StartsWith(ByParent, System.StringComparison.Ordinal);
-        RootSampler? sampler = (followsParent ? name.Substring(ByParent.Length) : name) switch
+        this.followsParent = followsParent;
+        dropped = (ulong)((1 - ratio) * AllIds);
+    }
+
+    // Whether there was a trace that is not recorded.
+    internal bool HasLeftOut => hasLeftOut;
+
+    internal static RootSampling From(Variables variables)
+    {
+        var name = variables.Choice(Sampler) ?? "parentbased_always_on";
+        var followsParent = name.StartsWith(ByParent, StringComparison.Ordinal);
+        switch (followsParent ? name.Substring(ByParent.Length) : name)
         {
-            "always_on" => (_, _) => true,
-            "always_off" => (_, _) => false,
-            "traceidratio" => Ratio(ReadRatio(variables)),
-            _ => null,
-        };
-        if (sampler == null)
-        {
-            variables.Complain($"{Sampler} names none of the samplers that there are: parentbased_always_on is taken");
-            return (_, parentIsSampled) => parentIsSampled ?? true;
+            case "always_on":
+                return new RootSampling(followsParent, 1);
+            case "always_off":
+                return new RootSampling(followsParent, 0);
+            case "traceidratio":
+                return new RootSampling(followsParent, ReadRatio(variables));
+            default:
+                variables.Complain($"{Sampler} names none of the samplers that there are: parentbased_always_on is taken");
+                return new RootSampling(true, 1);
         }
-        return followsParent ? (trace, parentIsSampled) => parentIsSampled ?? sampler(trace, null) : sampler;
     }
 
     // Each process decides the same about a trace. What a smaller ratio records, a larger one does, too.
-    private static RootSampler Ratio(double ratio)
+    internal bool IsSampled(TraceId trace, bool? parentIsSampled)
     {
-        const ulong All = 1UL << RandomBits;
-        var dropped = (ulong)((1 - ratio) * All);
-        return (trace, _) => (trace.Low & (All - 1)) >= dropped;
+        var isSampled = followsParent && parentIsSampled is { } decided ? decided : (trace.Low & (AllIds - 1)) >= dropped;
+        if (!isSampled && !hasLeftOut)
+        {
+            hasLeftOut = true;
+        }
+        return isSampled;
     }
 
     private static double ReadRatio(Variables variables)

@@ -15,7 +15,7 @@ internal sealed class Sinks
     private const int LongestEnd = 3600;
 
     private readonly Exporter exporter;
-
+    private readonly RootSampling sampling;
     private readonly IReadOnlyList<string> files;
     private readonly string? endpoint;
     private readonly TimeSpan end;
@@ -25,7 +25,8 @@ internal sealed class Sinks
         exporter = new Exporter(targets);
         this.files = files;
         this.endpoint = endpoint;
-        Sampler = RootSampling.From(variables);
+        sampling = RootSampling.From(variables);
+        Sampler = sampling.IsSampled;
         end = TimeSpan.FromSeconds(Math.Min(variables.Number(EndVariable, UsualEnd), LongestEnd));
     }
 
@@ -34,6 +35,9 @@ internal sealed class Sinks
     internal RootSampler Sampler { get; }
 
     internal bool HasSpans => exporter.HasSpans;
+
+    // Whether there were traces that are not recorded.
+    internal bool HasLeftOut => sampling.HasLeftOut;
 
     // Null if nobody asked for spans.
     internal static Sinks? FromEnvironment()

@@ -9,6 +9,10 @@ namespace Corvane.Instrumentation.Export;
 // may be confidential; then it counts as not set.
 internal sealed class Variables
 {
+    private const string TokenSigns = "!#$%&'*+-.^_`|~";
+
+    private static readonly string[] otherHeadersOfContent = { "allow", "expires", "last-modified" };
+
     private readonly Func<string, string?> find;
 
     internal Variables(Func<string, string?> find, Action<string> complain)
@@ -25,6 +29,13 @@ internal sealed class Variables
     // Null for one that is empty, as the standard has it.
     internal string? Text(string name) => find(name)?.Trim() is { Length: > 0 } text ? text : null;
 
+    // One of some words, which the standard reads without regard to case.
+    internal string? Choice(string name) => Text(name)?.ToLowerInvariant();
+
+    // In milliseconds. 0 is none, as the standard has it.
+    internal TimeSpan Timeout(string name, int otherwise) =>
+        Number(name, otherwise) is > 0 and var most ? TimeSpan.FromMilliseconds(most) : TimeSpan.MaxValue;
+
     internal int Number(string name, int otherwise, int least = 0)
     {
         if (Text(name) is not { } text)
@@ -39,11 +50,33 @@ internal sealed class Variables
         return otherwise;
     }
 
-    // name=value,name=value with values in percent encoding.
-    internal List<KeyValuePair<string, string>> Pairs(string name)
+    // Headers: name=value,name=value with values in percent encoding. What cannot be sent is left out.
+    internal List<KeyValuePair<string, string>> Headers(string name)
+    {
+        var pairs = Pairs(name, key => IsHeader(key) ? key : null, out var wrong);
+        if (wrong > 0)
+        {
+            Complain($"{wrong} of the pairs in {name} are no headers that can be sent: they are left out");
+        }
+        return pairs;
+    }
+
+    // Attributes: the same, with names in percent encoding as well. The standard takes all of them or none.
+    internal List<KeyValuePair<string, string>> Attributes(string name)
+    {
+        var pairs = Pairs(name, key => Decode(key, out var decoded) ? decoded : null, out var wrong);
+        if (wrong > 0)
+        {
+            Complain($"{wrong} of the pairs in {name} cannot be understood: none is taken");
+            pairs.Clear();
+        }
+        return pairs;
+    }
+
+    private List<KeyValuePair<string, string>> Pairs(string name, Func<string, string?> read, out int wrong)
     {
         var pairs = new List<KeyValuePair<string, string>>();
-        var wrong = 0;
+        wrong = 0;
         foreach (var part in (Text(name) ?? "").Split(','))
         {
             if (part.Trim().Length == 0)
@@ -51,21 +84,23 @@ internal sealed class Variables
                 continue;
             }
             var sign = part.IndexOf('=');
-            var key = sign < 0 ? "" : part.Substring(0, sign).Trim();
-            if (key.Length == 0 || !Decode(part.Substring(sign + 1).Trim(), out var value))
+            var key = sign < 0 ? null : read(part.Substring(0, sign).Trim());
+            if (string.IsNullOrEmpty(key) || !Decode(part.Substring(sign + 1).Trim(), out var value))
             {
                 wrong++;
                 continue;
             }
             pairs.RemoveAll(pair => pair.Key == key);
-            pairs.Add(new KeyValuePair<string, string>(key, value));
-        }
-        if (wrong > 0)
-        {
-            Complain($"{wrong} of the pairs in {name} cannot be understood: they are left out");
+            pairs.Add(new KeyValuePair<string, string>(key!, value));
         }
         return pairs;
     }
+
+    // A token of HTTP. Those of the content say what the library sends, and are its own.
+    private static bool IsHeader(string name) =>
+        Array.TrueForAll(name.ToCharArray(), one => one < 128 && (char.IsLetterOrDigit(one) || TokenSigns.IndexOf(one) >= 0)) &&
+        !name.StartsWith("content-", StringComparison.OrdinalIgnoreCase) &&
+        !Array.Exists(otherHeadersOfContent, other => other.Equals(name, StringComparison.OrdinalIgnoreCase));
 
     // Fails where a percent sign has no two digits behind it.
     private static bool Decode(string text, out string value)
