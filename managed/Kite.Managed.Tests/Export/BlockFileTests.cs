@@ -37,6 +37,7 @@ public sealed class BlockFileTests
         Assert.False(file.Write(Block("123456\n"), 2));
         Assert.True(file.IsEmpty);
         Assert.Equal(3, file.Losses.Spans);
+        Assert.StartsWith("3 not written to /dev/full (", file.Losses.AtEnd());
     }
 
     [Fact]

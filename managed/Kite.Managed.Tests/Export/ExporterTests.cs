@@ -29,6 +29,10 @@ public class ExporterTests
             Threads.AddRange(drained.Threads);
         }
 
+        internal List<string> Reasons { get; } = [];
+
+        public void WriteNothing(string why) => Reasons.Add(why);
+
         public void End(DateTime until)
         {
         }
@@ -68,6 +72,101 @@ public class ExporterTests
         var clock = Stopwatch.StartNew();
         Assert.Null(new Exporter([new Target()]).End(TimeSpan.FromSeconds(20)));
         Assert.InRange(clock.Elapsed.TotalSeconds, 0, 10);
+    }
+
+    // A system that has no more threads now may have some later.
+    [Fact]
+    public void AThreadThatCannotStartIsTriedAgain()
+    {
+        var target = new Target();
+        var starts = 0;
+        var exporter = new Exporter([target], start: (name, run, fail) =>
+        {
+            if (++starts < 3)
+            {
+                throw new OutOfMemoryException("no thread");
+            }
+            OwnThread.Start(name, run, fail);
+        });
+        exporter.OnEnded(Spans.Of(1));
+        Assert.True(exporter.HasSpans);
+        Assert.False(exporter.Flush(TimeSpan.FromSeconds(600)));
+        var other = new Thread(() => exporter.OnEnded(Spans.Of(2)));
+        other.Start();
+        other.Join();
+        Assert.Equal(2, starts);
+        Assert.Null(exporter.End(TimeSpan.FromSeconds(60)));
+        Assert.Equal(3, starts);
+        Assert.Equal([1UL, 2UL], target.Spans.Select(span => span.Id).Order());
+    }
+
+    [Fact]
+    public void WithoutAThreadThereIsNoEndToWaitFor()
+    {
+        var exporter = new Exporter([new Target()], start: (_, _, _) => throw new OutOfMemoryException("no thread"));
+        exporter.OnEnded(Spans.Of(1));
+        var clock = Stopwatch.StartNew();
+        Assert.Equal("lost spans: those that waited, because no thread can write them", exporter.End(TimeSpan.FromSeconds(600)));
+        Assert.InRange(clock.Elapsed.TotalSeconds, 0, 300);
+    }
+
+    [Fact]
+    public void AThreadThatFailedIsNotWaitedForAndNothingPilesUp()
+    {
+        Action<Exception> fail = _ => { };
+        var exporter = new Exporter([new Target()], start: (_, _, failed) => fail = failed);
+        exporter.OnEnded(Spans.Of(1));
+        fail(new OutOfMemoryException("broken"));
+        exporter.OnBegun(Spans.Of(2, to: 0));
+        exporter.OnEnded(Spans.Of(3));
+        Assert.False(exporter.Flush(TimeSpan.FromSeconds(600)));
+        var clock = Stopwatch.StartNew();
+        Assert.Equal("lost spans: those that waited, because no thread can write them", exporter.End(TimeSpan.FromSeconds(600)));
+        Assert.InRange(clock.Elapsed.TotalSeconds, 0, 300);
+        var waiting = new List<Span>();
+        var drained = new DrainedSpans();
+        exporter.Queue.Drain(drained, () => waiting.AddRange(drained.Spans));
+        Assert.Equal([1UL], waiting.Select(span => span.Id));
+        Assert.Empty(exporter.Queue.Open());
+    }
+
+    [Fact]
+    public void TargetsAreToldWhyThereWasNothingAndNothingComesBehindThat()
+    {
+        var (one, other) = (new Target(), new Target());
+        var exporter = new Exporter([one, other]);
+        exporter.EndWithout("no reason");
+        exporter.OnEnded(Spans.Of(1));
+        Assert.False(exporter.HasSpans);
+        Assert.Null(exporter.End(TimeSpan.FromSeconds(600)));
+        Assert.Equal(["no reason", "no reason"], one.Reasons.Concat(other.Reasons));
+        Assert.Empty(one.Spans);
+    }
+
+    [Fact]
+    public void WhereThereAreSpansNobodyIsToldThatThereWereNone()
+    {
+        var target = new Target();
+        var exporter = new Exporter([target]);
+        exporter.OnEnded(Spans.Of(1));
+        exporter.EndWithout("no reason");
+        Assert.Null(exporter.End(TimeSpan.FromSeconds(60)));
+        Assert.Empty(target.Reasons);
+        Assert.Single(target.Spans);
+    }
+
+    [Fact]
+    public void ClocksAreReadAgain()
+    {
+        var minutes = 0L;
+        var clock = new SpanClock(() => Interlocked.Read(ref minutes) * 60 * Stopwatch.Frequency, () => DateTime.UnixEpoch);
+        var first = clock.Newest;
+        minutes = 1;
+        var exporter = new Exporter([new Target()], clock);
+        exporter.OnEnded(Spans.Of(1));
+        Assert.True(exporter.Flush(TimeSpan.FromSeconds(300)));
+        Assert.NotSame(first, clock.Newest);
+        Assert.Null(exporter.End(TimeSpan.FromSeconds(60)));
     }
 
     [Fact]

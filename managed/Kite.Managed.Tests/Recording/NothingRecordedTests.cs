@@ -25,7 +25,7 @@ public class NothingRecordedTests
         "none of the instrumented methods (1) was called. Chosen methods that were left unchanged: 3, 2 of them for this " +
         "reason: it is odd." + Log)]
     public void IsSaidWithTheCommonestReason(int instrumented, int left, int leftForReason, string reason, string expected) =>
-        Assert.Equal(expected, NothingRecorded.Why(wasCalled: false, new InstrumentationOutcome
+        Assert.Equal(expected, NothingRecorded.Why(wasCalled: false, leftOut: false, new InstrumentationOutcome
         {
             Instrumented = instrumented,
             Left = left,
@@ -35,10 +35,18 @@ public class NothingRecordedTests
 
     [Fact]
     public void IsSaidWhereTheProfilerSaysNothing() =>
-        Assert.Equal("no instrumented method was called.", NothingRecorded.Why(wasCalled: false, null));
+        Assert.Equal("no instrumented method was called.", NothingRecorded.Why(wasCalled: false, leftOut: false, null));
 
     [Fact]
     public void IsThatNoCallHadEnded() => Assert.Equal(
         "no call of an instrumented method had ended.",
-        NothingRecorded.Why(wasCalled: true, new InstrumentationOutcome { Instrumented = 1 }));
+        NothingRecorded.Why(wasCalled: true, leftOut: false, new InstrumentationOutcome { Instrumented = 1 }));
+
+    // Whether calls or only requests were left out.
+    [Theory]
+    [InlineData(true)]
+    [InlineData(false)]
+    public void IsTheSampler(bool wasCalled) => Assert.Equal(
+        "all traces were left out, as OTEL_TRACES_SAMPLER or the callers of the process decided.",
+        NothingRecorded.Why(wasCalled, leftOut: true, new InstrumentationOutcome { Instrumented = 1 }));
 }

@@ -20,6 +20,13 @@ internal sealed class BlockFile
 
     internal bool IsEmpty { get; private set; } = true;
 
+    // Makes the file, with a block that has no spans. Throws if it cannot.
+    internal void Begin(ByteText block)
+    {
+        stream ??= open();
+        Append(block);
+    }
+
     // Whether it is in the file, as good as the system has it.
     internal bool Write(ByteText block, int spans)
     {
@@ -28,10 +35,7 @@ internal sealed class BlockFile
         {
             stream ??= open();
             before = stream.CanSeek ? stream.Position : 0;
-            block.WriteTo(stream);
-            stream.Flush();
-            IsEmpty = false;
-            Losses.Arrived();
+            Append(block);
             return true;
         }
         catch (Exception exception)
@@ -43,6 +47,13 @@ internal sealed class BlockFile
             CutTo(before);
             return false;
         }
+    }
+
+    private void Append(ByteText block)
+    {
+        block.WriteTo(stream!);
+        stream!.Flush();
+        IsEmpty = false;
     }
 
     // A block that was begun would be in the way of the next one.

@@ -48,6 +48,15 @@ internal sealed class ChromeTrace : ISpanTarget
         file.Write(text, spans);
     }
 
+    public void WriteNothing(string why)
+    {
+        Begin();
+        text.Ascii(",\n{\"ph\":\"M\",\"name\":\"process_labels\",\"pid\":").Decimal(resource.ProcessId)
+            .Ascii(",\"args\":{\"labels\":").Json(why).Ascii("}}");
+        file.Begin(text);
+        End(DateTime.UtcNow);
+    }
+
     public void End(DateTime until)
     {
         if (!file.IsEmpty)

@@ -9,7 +9,7 @@ using Corvane.Instrumentation.Spans;
 namespace Corvane.Instrumentation.Export;
 
 // Brings the spans of the queue to where they go, on a thread of its own that begins with the first one.
-internal sealed class Exporter
+internal sealed class Exporter : ISpanSink
 {
     // With what a killed process had not written yet, half of what it may lose.
     internal static readonly TimeSpan Interval = TimeSpan.FromMilliseconds(500);
@@ -19,26 +19,51 @@ internal sealed class Exporter
     private readonly AutoResetEvent awake = new AutoResetEvent(false);
     private readonly ManualResetEvent done = new ManualResetEvent(false);
     private readonly IReadOnlyList<ISpanTarget> targets;
+    private readonly SpanClock clock;
+    private readonly Action<string, Action, Action<Exception>> start;
+    private int hasSpans;
     private int hasBegun;
+    private int hasComplained;
+    private volatile bool isClosed; // nobody takes spans away any more
     private DateTime? end;
     private volatile bool isEnding;
     private volatile bool isOver;
     private volatile int rounds; // of the thread
     private volatile bool hasWritten;
 
-    internal Exporter(IReadOnlyList<ISpanTarget> targets)
+    internal Exporter(
+        IReadOnlyList<ISpanTarget> targets, SpanClock? clock = null, Action<string, Action, Action<Exception>>? start = null)
     {
         this.targets = targets;
+        this.clock = clock ?? SpanClock.OfProcess;
+        this.start = start ?? OwnThread.Start;
         Queue = new SpanQueue(Wake);
     }
 
     internal SpanQueue Queue { get; }
 
     // Whether there were any spans.
-    internal bool HasSpans => Volatile.Read(ref hasBegun) != 0;
+    internal bool HasSpans => Volatile.Read(ref hasSpans) != 0;
 
     // Whether any were brought to where they go.
     internal bool HasWritten => hasWritten;
+
+    // What nobody takes away would need memory for ever.
+    public void OnBegun(Span span)
+    {
+        if (!isClosed)
+        {
+            Queue.OnBegun(span);
+        }
+    }
+
+    public void OnEnded(Span span)
+    {
+        if (!isClosed)
+        {
+            Queue.OnEnded(span);
+        }
+    }
 
     // What was lost, in one line, or null. Targets have so much time; to give up takes a moment more. Once.
     internal string? End(TimeSpan most)
@@ -49,8 +74,8 @@ internal sealed class Exporter
         }
         end = DateTime.UtcNow + most;
         isEnding = true;
-        awake.Set();
-        var isDone = Wait(done, most + moment);
+        Wake();
+        var isDone = IsWriting && Wait(done, most + moment);
         var lost = new List<string>();
         foreach (var target in targets)
         {
@@ -63,11 +88,29 @@ internal sealed class Exporter
         {
             lost.Add($"{Queue.Dropped} dropped by {Queue.DroppingThreads} threads that made more than could be written");
         }
-        if (!isDone)
+        if (!IsWriting)
+        {
+            lost.Add("those that waited, because no thread can write them");
+        }
+        else if (!isDone)
         {
             lost.Add(FormattableString.Invariant($"some not written within {most.TotalSeconds} s"));
         }
         return lost.Count == 0 ? null : $"lost spans: {string.Join("; ", lost)}";
+    }
+
+    // Instead of what an earlier process left, files say that there was nothing. What begins now comes too late.
+    internal void EndWithout(string why)
+    {
+        if (HasSpans)
+        {
+            return;
+        }
+        isClosed = true;
+        foreach (var target in targets)
+        {
+            Guard(target, 0, () => target.WriteNothing(why));
+        }
     }
 
     // Brings what is there to where it goes, before its time. False if there was nothing or it took too long.
@@ -79,7 +122,7 @@ internal sealed class Exporter
         }
         var clock = Stopwatch.StartNew();
         var last = rounds + 2; // the one of now may have been past the queue
-        while (rounds < last && !isOver && clock.Elapsed < most)
+        while (rounds < last && !isOver && IsWriting && clock.Elapsed < most)
         {
             awake.Set();
             Thread.Sleep(10);
@@ -100,13 +143,33 @@ internal sealed class Exporter
         }
     }
 
+    private bool IsWriting => Volatile.Read(ref hasBegun) != 0 && !isClosed;
+
     private void Wake()
     {
+        Volatile.Write(ref hasSpans, 1);
         if (Volatile.Read(ref hasBegun) == 0 && Interlocked.Exchange(ref hasBegun, 1) == 0)
         {
-            OwnThread.Start("exporter", Run, Fail);
+            Begin();
         }
         awake.Set();
+    }
+
+    // A system that has no thread to give now may have one when the next span comes, or at the end.
+    private void Begin()
+    {
+        try
+        {
+            start("exporter", Run, Fail);
+        }
+        catch (Exception exception)
+        {
+            Volatile.Write(ref hasBegun, 0);
+            if (Interlocked.Exchange(ref hasComplained, 1) == 0)
+            {
+                Complaint.Write("spans are not written until there can be a thread for that", exception);
+            }
+        }
     }
 
     // A domain that is unloaded ends its threads, also those that have done their work.
@@ -114,6 +177,7 @@ internal sealed class Exporter
     {
         if (!isOver)
         {
+            isClosed = true;
             Complaint.Write("spans are not written any more", exception);
         }
     }
@@ -139,6 +203,7 @@ internal sealed class Exporter
         {
             awake.WaitOne(Interval);
             isLast = isEnding;
+            clock.Renew();
             Queue.Drain(drained, () => Write(drained));
             if (isLast)
             {

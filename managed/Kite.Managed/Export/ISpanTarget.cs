@@ -9,6 +9,9 @@ internal interface ISpanTarget
 
     void Write(DrainedSpans drained);
 
+    // Nothing came at all, for a reason that is said.
+    void WriteNothing(string why);
+
     // Nothing comes any more. Work that is left is done by then, or given up.
     void End(DateTime until);
 }

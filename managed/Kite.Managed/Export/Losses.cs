@@ -6,12 +6,11 @@ using Corvane.Instrumentation.Recording;
 namespace Corvane.Instrumentation.Export;
 
 // The spans that did not get to where they belong, and why. The first loss is said when it happens, for nobody knows how
-// the process will end; the sum is for its end. Any thread.
+// the process will end; the sum is for its end, if there were more. Any thread.
 internal sealed class Losses
 {
     private readonly object gate = new object();
     private readonly string where;
-    private volatile bool hasArrived;
     private long said;
     private long spans;
     private string why = "";
@@ -44,19 +43,23 @@ internal sealed class Losses
         }
         if (isFirst)
         {
-            Complaint.Write($"spans are {where}: {reason}");
+            Complaint.Write(First(count, reason));
         }
     }
-
-    // That some got there. Until then the first line says it all.
-    internal void Arrived() => hasArrived = true;
 
     // Null if nothing was lost that was not said.
     internal string? AtEnd()
     {
         lock (gate)
         {
-            return spans == said || !hasArrived ? null : $"{spans.ToString(CultureInfo.InvariantCulture)} {where} ({why.TrimEnd('.')})";
+            return spans == said ? null : $"{Number(spans)} {where} ({Brief(why)})";
         }
     }
+
+    private string First(long count, string reason) =>
+        $"spans are {where}: {Brief(reason)}{(count > 0 ? $" ({Number(count)} so far)" : "")}";
+
+    private static string Brief(string reason) => reason.TrimEnd('.');
+
+    private static string Number(long number) => number.ToString(CultureInfo.InvariantCulture);
 }

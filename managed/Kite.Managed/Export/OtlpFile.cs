@@ -32,6 +32,13 @@ internal sealed class OtlpFile : ISpanTarget
         }
     }
 
+    // It has no place for the reason.
+    public void WriteNothing(string why)
+    {
+        json.Bytes.Clear();
+        file.Begin(json.Bytes);
+    }
+
     public void End(DateTime until)
     {
     }

@@ -64,6 +64,10 @@ internal sealed class OtlpPush : ISpanTarget
         filled.Set();
     }
 
+    public void WriteNothing(string why)
+    {
+    }
+
     // What hangs keeps no program from ending.
     public void End(DateTime until)
     {
@@ -189,8 +193,7 @@ internal sealed class OtlpPush : ISpanTarget
             }
             if (answer.IsAccepted)
             {
-                Losses.Arrived();
-                break;
+                    break;
             }
             if (isLast || !answer.MayRetry || clock.Elapsed > endpoint.MaxTrying)
             {

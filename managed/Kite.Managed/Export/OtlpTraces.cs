@@ -10,6 +10,7 @@ internal static class OtlpTraces
 
     internal static void Write(IOtlpEncoding to, Resource resource, IReadOnlyList<Span> spans, int from, int count)
     {
+        var clock = SpanClock.OfProcess.Newest;
         to.BeginAll();
         to.BeginList(OtlpFields.ResourceSpans);
         to.BeginItem(OtlpFields.ResourceSpans);
@@ -19,7 +20,7 @@ internal static class OtlpTraces
         to.BeginList(OtlpFields.ScopeSpans);
         foreach (var scope in Scopes(spans, from, count))
         {
-            WriteScope(to, scope, spans, from, count);
+            WriteScope(to, clock, scope, spans, from, count);
         }
         to.EndList();
         to.EndMessage();
@@ -41,7 +42,8 @@ internal static class OtlpTraces
         return scopes;
     }
 
-    private static void WriteScope(IOtlpEncoding to, string scope, IReadOnlyList<Span> spans, int from, int count)
+    private static void WriteScope(
+        IOtlpEncoding to, SpanClock.Reading clock, string scope, IReadOnlyList<Span> spans, int from, int count)
     {
         to.BeginItem(OtlpFields.ScopeSpans);
         to.BeginMessage(OtlpFields.Scope);
@@ -56,14 +58,14 @@ internal static class OtlpTraces
         {
             if (spans[index].Scope == scope)
             {
-                WriteSpan(to, spans[index]);
+                WriteSpan(to, clock, spans[index]);
             }
         }
         to.EndList();
         to.EndMessage();
     }
 
-    private static void WriteSpan(IOtlpEncoding to, Span span)
+    private static void WriteSpan(IOtlpEncoding to, SpanClock.Reading clock, Span span)
     {
         var ended = SpanFacts.Ended(span);
         to.BeginItem(OtlpFields.Spans);
@@ -75,24 +77,24 @@ internal static class OtlpTraces
         }
         to.Text(OtlpFields.Name, span.Name);
         to.Enum(OtlpFields.Kind, (int)span.Kind);
-        to.Time(OtlpFields.Start, SpanClock.UnixNanoseconds(span.Started));
-        to.Time(OtlpFields.End, SpanClock.UnixNanoseconds(ended));
+        to.Time(OtlpFields.Start, clock.UnixNanoseconds(span.Started));
+        to.Time(OtlpFields.End, clock.UnixNanoseconds(ended));
         Attributes(to, OtlpFields.Attributes, SpanFacts.Attributes(span));
         if (span.HasError)
         {
-            WriteError(to, span, ended);
+            WriteError(to, clock, span, ended);
         }
         to.EndMessage();
     }
 
     // What is no exception, such as a status of HTTP, has no event.
-    private static void WriteError(IOtlpEncoding to, Span span, long ended)
+    private static void WriteError(IOtlpEncoding to, SpanClock.Reading clock, Span span, long ended)
     {
         if (span.ErrorType != null)
         {
             to.BeginList(OtlpFields.Events);
             to.BeginItem(OtlpFields.Events);
-            to.Time(OtlpFields.EventTime, SpanClock.UnixNanoseconds(ended));
+            to.Time(OtlpFields.EventTime, clock.UnixNanoseconds(ended));
             to.Text(OtlpFields.EventName, "exception");
             to.BeginList(OtlpFields.EventAttributes);
             Attribute(to, OtlpFields.EventAttributes, "exception.type", span.ErrorType);

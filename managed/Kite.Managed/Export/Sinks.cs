@@ -30,7 +30,7 @@ internal sealed class Sinks
         end = TimeSpan.FromSeconds(Math.Min(variables.Number(EndVariable, UsualEnd), LongestEnd));
     }
 
-    internal ISpanSink Queue => exporter.Queue;
+    internal ISpanSink Queue => exporter;
 
     internal RootSampler Sampler { get; }
 
@@ -91,6 +91,9 @@ internal sealed class Sinks
             }
         }
     }
+
+    // Files of an earlier process are not left where there are no spans.
+    internal void ReplaceFiles(string why) => exporter.EndWithout(why);
 
     // Nothing is recorded behind it. What is lost is said in one line.
     internal void End()

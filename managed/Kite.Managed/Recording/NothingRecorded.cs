@@ -8,9 +8,12 @@ namespace Corvane.Instrumentation.Recording;
 // Why nothing was recorded of a process although it was asked for, and the cure.
 internal sealed class NothingRecorded
 {
+    private const string Begin = "nothing was recorded: ";
+    private const string LeftOut = "all traces were left out, as OTEL_TRACES_SAMPLER or the callers of the process decided.";
+
     private NothingRecorded(string why, bool isServed)
     {
-        Text = $"nothing was recorded: {why}";
+        Text = Begin + why;
         IsServed = isServed;
     }
 
@@ -32,11 +35,12 @@ internal sealed class NothingRecorded
         }
     }
 
-    internal static NothingRecorded Reason(MethodTable methods)
+    // leftOut: there were traces that the sampler did not choose.
+    internal static NothingRecorded Reason(MethodTable methods, bool leftOut)
     {
         try
         {
-            return Find(methods);
+            return Find(methods, leftOut);
         }
         catch (Exception exception)
         {
@@ -49,15 +53,22 @@ internal sealed class NothingRecorded
     private static bool FindProfiler() => ProfilerExports.FindOrNull(out _) != null;
 
     [MethodImpl(MethodImplOptions.NoInlining)]
-    private static NothingRecorded Find(MethodTable methods)
+    private static NothingRecorded Find(MethodTable methods, bool leftOut)
     {
         return ProfilerExports.FindOrNull(out var whyNot) is { } profiler
-            ? new NothingRecorded(Why(!methods.IsEmpty, profiler.GetInstrumentationOutcome()), true)
+            ? new NothingRecorded(Why(!methods.IsEmpty, leftOut, profiler.GetInstrumentationOutcome()), true)
             : new NothingRecorded(whyNot, false);
     }
 
-    internal static string Why(bool wasCalled, InstrumentationOutcome? outcome)
+    // Of spans alone, where calls were recorded.
+    internal static string NoSpan(bool leftOut) => Begin + (leftOut ? LeftOut : "no call that has a span was made.");
+
+    internal static string Why(bool wasCalled, bool leftOut, InstrumentationOutcome? outcome)
     {
+        if (leftOut)
+        {
+            return LeftOut;
+        }
         if (wasCalled)
         {
             return "no call of an instrumented method had ended.";

@@ -309,7 +309,8 @@ internal sealed class Recorder
         try
         {
             FinishCalls();
-            var reason = calls.HasCalls || outputs.Sinks is { HasSpans: true } ? null : NothingRecorded.Reason(Methods);
+            var leftOut = outputs.Sinks is { HasLeftOut: true };
+            var reason = calls.HasCalls || outputs.Sinks is { HasSpans: true } ? null : NothingRecorded.Reason(Methods, leftOut);
             if (reason != null)
             {
                 Complaint.Write(reason.Text);
@@ -319,6 +320,7 @@ internal sealed class Recorder
             {
                 outputs.Tree?.Write(writer => CallTree.Write(writer, calls, Failures, reason?.Text));
                 outputs.Summary?.Write(writer => calls.Summary!.Write(writer, Methods, reason?.Text));
+                outputs.Sinks?.ReplaceFiles(reason?.Text ?? NothingRecorded.NoSpan(leftOut));
             }
             outputs.Sinks?.End();
         }
