@@ -160,6 +160,36 @@ TEST_P(CorvaneInstall, LeavesTheMachineAsItWas) {
     EXPECT_THAT(again.output, HasSubstr("nothing was installed there"));
 }
 
+// A list of the pool's own replaces the defaults': nothing of them is lost.
+TEST_P(CorvaneInstall, GivesAPoolTheVariablesThatItHadFromTheDefaults) {
+    make_pool();
+    std::string host = text_of(host_config());
+    host.insert(
+        host.find("        </applicationPools>"),
+        "            <applicationPoolDefaults>\r\n"
+        "                <environmentVariables>\r\n"
+        "                    <add name=\"THEIRS\" value=\"1 &amp; 2\" />\r\n"
+        "                    <add name=\"CORECLR_PROFILER\" value=\"{another}\" />\r\n"
+        "                    <add name=\"dotnet_startup_hooks\" value=\"C:\\theirs.dll\" />\r\n"
+        "                </environmentVariables>\r\n"
+        "            </applicationPoolDefaults>\r\n");
+    write_file(host_config(), host);
+    const ToolRun installed = install({L"--pool", L"One"});
+    EXPECT_EQ(installed.exit_code, 0U) << installed.output;
+    EXPECT_THAT(installed.output, AllOf(HasSubstr("\r\n    THEIRS=1 & 2\r\n"),
+                                        HasSubstr("\\kite.managed.dll;C:\\theirs.dll\r\n"),
+                                        Not(HasSubstr("{another}"))));
+    const std::string changed = text_of(host_config());
+    const std::string pool = changed.substr(0, changed.find("applicationPoolDefaults"));
+    EXPECT_THAT(pool, AllOf(HasSubstr("<add name=\"THEIRS\" value=\"1 &amp; 2\" />"),
+                            HasSubstr("\\kite.managed.dll;C:\\theirs.dll\" />"),
+                            Not(HasSubstr("{another}"))));
+    EXPECT_THAT(install({L"--pool", L"One"}).output, Not(HasSubstr("change the application pool")));
+    const ToolRun gone = uninstall();
+    EXPECT_EQ(gone.exit_code, 0U) << gone.output;
+    EXPECT_EQ(text_of(host_config()), host);
+}
+
 // What the service gets is enough for the runtime: its program is profiled.
 TEST_P(CorvaneInstall, HasAServiceProfiled) {
     make_service(L"OWN=1\0"s);

@@ -228,7 +228,7 @@ std::optional<Element> child(std::string_view text, const Element& parent, std::
     return std::nullopt;
 }
 
-std::optional<Element> find_pool_element(std::string_view text, std::wstring_view pool) {
+std::optional<Element> find_pools(std::string_view text) {
     const auto top = elements(text, 0, text.size());
     if (!top) {
         return std::nullopt;
@@ -244,12 +244,28 @@ std::optional<Element> find_pool_element(std::string_view text, std::wstring_vie
             }
             element = *next;
         }
-        return child(text, element, "add", pool);
+        return element;
     }
     return std::nullopt;
 }
 
+std::optional<Element> find_pool_element(std::string_view text, std::wstring_view pool) {
+    const auto pools = find_pools(text);
+    return pools ? child(text, *pools, "add", pool) : std::nullopt;
+}
+
 constexpr std::string_view kList = "environmentVariables";
+
+Environment variables_in(std::string_view text, const Element& list) {
+    Environment variables;
+    for (const Element& variable : children(text, list)) {
+        if (variable.name == "add") {
+            variables.emplace(value_of(text, variable, "name"),
+                              value_of(text, variable, "value")); // the first one counts
+        }
+    }
+    return variables;
+}
 
 // --- Changes of the text
 
@@ -339,21 +355,26 @@ void remove_variable(std::string& text, std::wstring_view pool, const std::wstri
 
 } // namespace
 
-std::optional<Environment> pool_variables(std::string_view config, std::wstring_view pool) {
+bool is_well_formed(std::string_view config) {
+    return elements(config, 0, config.size()).has_value();
+}
+
+std::optional<PoolSettings> read_pool(std::string_view config, std::wstring_view pool) {
     const auto element = find_pool_element(config, pool);
     if (!element) {
         return std::nullopt;
     }
-    Environment variables;
+    constexpr std::string_view kWidth = "enable32BitAppOnWin64";
+    const auto defaults = child(config, *find_pools(config), "applicationPoolDefaults");
+    const bool has_width = !defaults || attribute(config, *element, kWidth);
+    PoolSettings settings;
+    settings.is_32_bit = value_of(config, has_width ? *element : *defaults, kWidth) == L"true";
     if (const auto list = child(config, *element, kList)) {
-        for (const Element& variable : children(config, *list)) {
-            if (variable.name == "add") {
-                variables.emplace(value_of(config, variable, "name"),
-                                  value_of(config, variable, "value")); // the first one counts
-            }
-        }
+        settings.own = variables_in(config, *list);
+    } else if (const auto all = defaults ? child(config, *defaults, kList) : std::nullopt) {
+        settings.inherited = variables_in(config, *all);
     }
-    return variables;
+    return settings;
 }
 
 std::optional<std::string> with_pool_variables(std::string config, std::wstring_view pool,

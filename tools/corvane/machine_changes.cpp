@@ -6,6 +6,7 @@
 #include "tools/corvane/command.h"
 #include "tools/corvane/host_config.h"
 #include "tools/corvane/install_record.h"
+#include "tools/corvane/machine_settings.h"
 #include "tools/corvane/registry.h"
 #include "tools/corvane/utf8.h"
 
@@ -33,12 +34,6 @@ void require(const std::string& what, DWORD error) {
     }
 }
 
-fs::path host_config() {
-    std::array<wchar_t, MAX_PATH> system{};
-    GetSystemDirectoryW(system.data(), MAX_PATH);
-    return fs::path(system.data()) / "inetsrv" / "config" / "applicationHost.config";
-}
-
 void change_service(const std::wstring& name, const Changes& changes) {
     const std::wstring key = kServices + name;
     const std::string what = "cannot change the service " + to_utf8(name);
@@ -63,7 +58,7 @@ void change_service(const std::wstring& name, const Changes& changes) {
 
 // IIS reads the file whenever it changes: it is never there in part, and keeps its permissions.
 void change_pool(const std::wstring& name, const Changes& changes) {
-    const fs::path file = host_config();
+    const fs::path file = host_config_file();
     const auto text = with_pool_variables(read_file(file).value_or(""), name, changes);
     if (!text) {
         throw Failure("there is no application pool " + to_utf8(name) + " in " +
@@ -130,13 +125,19 @@ void set_permissions(const fs::path& folder, const std::wstring& permissions) {
 
 std::optional<Environment> target_variables(bool is_pool, const std::wstring& name) {
     if (is_pool) {
-        return pool_variables(read_file(host_config()).value_or(""), name);
+        const auto pool = read_pool(read_file(host_config_file()).value_or(""), name);
+        return pool ? std::optional(pool->own) : std::nullopt;
     }
     if (!has_registry_key(HKEY_LOCAL_MACHINE, kServices + name)) {
         return std::nullopt;
     }
     return as_environment(
         registry_texts(HKEY_LOCAL_MACHINE, kServices + name, L"Environment").value_or(Words()));
+}
+
+Environment inherited_variables(const std::wstring& pool) {
+    const auto settings = read_pool(read_file(host_config_file()).value_or(""), pool);
+    return settings ? settings->inherited : Environment();
 }
 
 void change_target(bool is_pool, const std::wstring& name, const Changes& changes) {

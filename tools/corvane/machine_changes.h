@@ -17,6 +17,10 @@ void set_permissions(const std::filesystem::path& folder, const std::wstring& pe
 // The variables in the settings of a service or of a pool alone. Nothing if there is none of that
 // name.
 std::optional<Environment> target_variables(bool is_pool, const std::wstring& name);
+
+// What a pool has from the defaults of all pools, and no longer once it has variables of its own.
+Environment inherited_variables(const std::wstring& pool);
+
 void change_target(bool is_pool, const std::wstring& name, const Changes& changes);
 
 // SHA-256, as hexadecimal digits.

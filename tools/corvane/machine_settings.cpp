@@ -4,7 +4,7 @@
 #include "base/local_memory.h"
 #include "base/owned_handle.h"
 #include "tools/corvane/finding_kinds.h"
-#include "tools/corvane/pool_settings.h"
+#include "tools/corvane/host_config.h"
 #include "tools/corvane/registry.h"
 #include "tools/corvane/search_path.h"
 #include "tools/corvane/utf8.h"
@@ -16,8 +16,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <optional>
-#include <stdexcept>
 
 namespace corvane::tool {
 namespace {
@@ -99,7 +99,7 @@ fs::path server_folder() {
 
 // Nothing without such a pool, or without IIS.
 std::optional<PoolSettings> pool_settings(const std::wstring& name) {
-    const fs::path file = server_folder() / "config" / "applicationHost.config";
+    const fs::path file = host_config_file();
     const OwnedHandle opened = open_to_read(file);
     const DWORD error = GetLastError();
     if (!opened && (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)) {
@@ -110,15 +110,19 @@ std::optional<PoolSettings> pool_settings(const std::wstring& name) {
         throw FailedFinding(unreadable_pools(
             name_of_file, to_utf8(hresult_text(HRESULT_FROM_WIN32(error)).c_str())));
     }
-    try {
-        std::ifstream stream(file);
-        return read_pool(stream, name);
-    } catch (const std::runtime_error& failure) {
-        throw FailedFinding(unreadable_pools(name_of_file, failure.what()));
+    std::ifstream stream(file, std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(stream), {}};
+    if (!is_well_formed(text)) {
+        throw FailedFinding(unreadable_pools(name_of_file, "it is no XML"));
     }
+    return read_pool(text, name);
 }
 
 } // namespace
+
+fs::path host_config_file() {
+    return server_folder() / "config" / "applicationHost.config";
+}
 
 MachineProgram find_service(const std::wstring& name) {
     MachineProgram service;
@@ -143,8 +147,10 @@ MachineProgram find_pool(const std::wstring& name) {
         pool.variables = machine_variables();
         add_service_variables(pool.variables, L"WAS");
         add_service_variables(pool.variables, L"W3SVC");
-        for (const auto& [variable, value] : settings->variables) {
-            pool.variables[variable] = value;
+        for (const Environment& list : {settings->inherited, settings->own}) {
+            for (const auto& [variable, value] : list) {
+                pool.variables[variable] = value;
+            }
         }
     }
     return pool;

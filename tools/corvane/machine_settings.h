@@ -5,6 +5,7 @@
 #include "tools/corvane/environment.h"
 #include "tools/corvane/words.h"
 
+#include <filesystem>
 #include <string>
 
 namespace corvane::tool {
@@ -15,6 +16,9 @@ struct MachineProgram {
     Environment variables;
     bool is_32_bit = false; // a pool that is set up so
 };
+
+// IIS's applicationHost.config, which may be missing.
+std::filesystem::path host_config_file();
 
 MachineProgram find_service(const std::wstring& name);
 MachineProgram find_pool(const std::wstring& name);

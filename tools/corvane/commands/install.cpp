@@ -1,4 +1,5 @@
 // corvane install and uninstall
+#include "profiler/wide_text.h"
 #include "tools/corvane/class_id.h"
 #include "tools/corvane/com_server.h"
 #include "tools/corvane/command.h"
@@ -16,6 +17,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -194,13 +196,16 @@ void register_again(const std::wstring& before, const std::wstring& profiler) {
 
 // --- Services and pools
 
-// As `corvane run` sets them for a program, but for the results of the one run.
-Changes variables_for(const fs::path& folder, bool is_pool, const Environment& current) {
+// As `corvane run` sets them for a program, but for the results of the one run. A pool that gets
+// variables of its own no longer has those of the defaults: they come with them.
+Changes variables_for(const fs::path& folder, bool is_pool, const Environment& current,
+                      const Environment& inherited) {
     Environment others = current;
+    others.insert(inherited.begin(), inherited.end());
     const std::wstring library = (folder / "managed" / "kite" / "kite.managed.dll").wstring();
     if (const auto hooks = others.find(L"DOTNET_STARTUP_HOOKS");
         hooks != others.end() && hooks->second.starts_with(library)) {
-        others.erase(hooks); // of the installation before this one
+        hooks->second.erase(0, library.size() + 1); // of the installation before this one
     }
     Changes changes = run_changes(
         {}, {(folder / "CorvaneProfiler.dll").wstring(), library, folder.wstring(), L"", L""},
@@ -208,6 +213,13 @@ Changes variables_for(const fs::path& folder, bool is_pool, const Environment& c
     std::erase_if(changes, [](const auto& change) { return change.first == L"CORVANE_SUMMARY"; });
     if (is_pool) {
         changes.emplace_back(L"APP_TYPE", L"TYPE_IIS");
+    }
+    for (const auto& [name, value] : inherited) {
+        if (std::ranges::none_of(changes, [&name = name](const auto& change) {
+                return equals_ignore_case(change.first, name);
+            })) {
+            changes.emplace_back(name, value);
+        }
     }
     return changes;
 }
@@ -357,7 +369,8 @@ void plan_registration(Plan& plan, const fs::path& folder) {
 void plan_targets(Plan& plan, const fs::path& folder, const Options& options) {
     for (const auto& [is_pool, name] : targets_of(options)) {
         const Environment current = required_variables(is_pool, name);
-        const Changes changes = variables_for(folder, is_pool, current);
+        const Changes changes = variables_for(folder, is_pool, current,
+                                              is_pool ? inherited_variables(name) : Environment());
         RecordedTarget& target = target_of(plan.record, is_pool, name);
         target.variables = recorded_with(target.variables, current, changes);
         if (const Changes needed = differing(changes, current); !needed.empty()) {

@@ -33,6 +33,11 @@ std::string changed_text(const std::string& text, std::wstring_view pool, const 
     return changed.value_or("");
 }
 
+std::optional<Environment> pool_variables(std::string_view text, std::wstring_view pool) {
+    const auto settings = read_pool(text, pool);
+    return settings ? std::optional(settings->own) : std::nullopt;
+}
+
 std::string replaced(std::string text, const std::string& from, const std::string& to) {
     const std::size_t at = text.find(from);
     EXPECT_NE(at, text.npos) << from;
@@ -115,7 +120,55 @@ TEST(PoolVariables, AreNotLookedForInWhatIsMalformed) {
          {std::string("<>"), std::string("</a>"), std::string("<a></b>"), std::string("<!-- "),
           std::string("<"), std::string("<a b='>"), deep}) {
         EXPECT_FALSE(pool_variables(text + good, L"P")) << text;
+        EXPECT_FALSE(is_well_formed(text + good)) << text;
     }
+    EXPECT_TRUE(is_well_formed(good));
+    EXPECT_TRUE(is_well_formed("<other/>"));
+    EXPECT_FALSE(read_pool("<other/>", L"P"));
+}
+
+std::optional<PoolSettings> pool_of(const std::string& pools, const std::wstring& name) {
+    return read_pool("<configuration><system.applicationHost><applicationPools>" + pools +
+                         "</applicationPools></system.applicationHost></configuration>",
+                     name);
+}
+
+constexpr char kDefaults[] =
+    "<applicationPoolDefaults enable32BitAppOnWin64='true'><environmentVariables>"
+    "<add name='A' value='default'/></environmentVariables></applicationPoolDefaults>";
+
+TEST(ReadPool, FindsItByNameWhateverTheCase) {
+    const auto pool =
+        pool_of("<add name='One'/><add name='T\xC3\xBCr'><environmentVariables>"
+                "<add name='A' value='1'/><remove name='B'/></environmentVariables></add>",
+                L"t\u00FCr");
+    ASSERT_TRUE(pool);
+    EXPECT_FALSE(pool->is_32_bit);
+    EXPECT_EQ(pool->own, (Environment{{L"A", L"1"}}));
+    EXPECT_FALSE(pool_of("<add name='One'/>", L"Two"));
+    EXPECT_FALSE(pool_of("<remove name='One'/>", L"One"));
+}
+
+TEST(ReadPool, TakesTheDefaultsForWhatAPoolHasNot) {
+    const auto plain = pool_of(kDefaults + std::string("<add name='One'/>"), L"One");
+    ASSERT_TRUE(plain);
+    EXPECT_TRUE(plain->is_32_bit);
+    EXPECT_EQ(plain->inherited, (Environment{{L"A", L"default"}}));
+    EXPECT_EQ(plain->own, Environment());
+    const auto own = pool_of(std::string("<add name='One' enable32BitAppOnWin64='false'>"
+                                         "<environmentVariables><add name='B' value='1'/>"
+                                         "</environmentVariables></add>") +
+                                 kDefaults,
+                             L"One");
+    ASSERT_TRUE(own);
+    EXPECT_FALSE(own->is_32_bit);
+    EXPECT_EQ(own->own, (Environment{{L"B", L"1"}}));
+    EXPECT_EQ(own->inherited, Environment());
+    const auto none =
+        pool_of(std::string("<add name='One'><environmentVariables/></add>") + kDefaults, L"One");
+    ASSERT_TRUE(none);
+    EXPECT_EQ(none->inherited, Environment());
+    EXPECT_FALSE(pool_of(kDefaults, L"applicationPoolDefaults"));
 }
 
 } // namespace
