@@ -87,7 +87,7 @@ TEST_P(CorvaneCheck, FindsWhatIsWrongWithTheVariables) {
          }},
         {"variables-contradictory", 113, "CORECLR_PROFILER is not set",
          [](Environment& e) { e.erase(L"CORECLR_PROFILER"); }},
-        {"variables-contradictory", 113, "name different files",
+        {"profiler-missing", 123, "\"C:\\other.dll\", and there is no such file",
          [](Environment& e) { e[L"CORECLR_PROFILER_PATH_64"] = L"C:\\other.dll"; }},
         {"another-profiler", 114, "{0B8D2FAC-0000-0000-0000-000000000001}",
          [](Environment& e) {

@@ -32,6 +32,16 @@ std::optional<std::string> read_bytes(const fs::path& path) {
     return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
 }
 
+std::vector<std::string> names_in(const fs::path& folder) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        names.push_back(to_utf8(entry->path().filename().wstring()));
+    }
+    return names;
+}
+
 std::string version_of(const fs::path& file) {
     std::vector<char> data(GetFileVersionInfoSizeW(file.c_str(), nullptr));
     VS_FIXEDFILEINFO* fixed = nullptr;
@@ -54,6 +64,7 @@ FileFacts read_file(const fs::path& path, bool reads_image) {
     FileFacts facts;
     facts.path = to_utf8(path.wstring());
     facts.exists = is_file(path);
+    facts.is_full = path.is_absolute();
     if (!facts.exists) {
         return facts;
     }
@@ -80,9 +91,7 @@ void read_hooks(const std::wstring& hooks, CheckFacts& facts) {
         const std::size_t end = std::min(hooks.find(L';', begin), hooks.size());
         const fs::path hook = hooks.substr(begin, end - begin);
         if (hook.has_parent_path() || hook.extension() == L".dll") {
-            FileFacts file = read_library(hook);
-            file.exists = file.exists && hook.is_absolute();
-            facts.hooks.push_back(std::move(file));
+            facts.hooks.push_back(read_library(hook));
         }
         begin = end + 1;
     }
@@ -117,10 +126,14 @@ CheckFacts read_check_facts(const Environment& variables, const Installation& in
     if (!profiler.empty()) {
         facts.profiler = read_file(profiler, true);
     }
-    facts.home = in_code_page(value_of(variables, L"CORVANE_HOME_APM_DOTNET"));
+    const fs::path home = value_of(variables, L"CORVANE_HOME_APM_DOTNET");
+    facts.home = in_code_page(home.wstring());
     if (facts.home && !facts.home->empty()) {
-        facts.config_exists =
-            is_file(fs::path(value_of(variables, L"CORVANE_HOME_APM_DOTNET")) / L"agent.config");
+        facts.is_home_full = home.is_absolute();
+        facts.config_exists = is_file(home / L"agent.config");
+        if (!facts.config_exists) {
+            facts.home_files = names_in(home);
+        }
         AgentConfig config;
         if (load_agent_config(*facts.home, config, [](int, const wchar_t*) {})) {
             facts.config = std::move(config);

@@ -1,13 +1,26 @@
 #include "tools/corvane/config_findings.h"
 
 #include "tools/corvane/near_names.h"
+#include "tools/corvane/utf8.h"
 
 #include <boost/algorithm/string/predicate.hpp>
+
+#include <algorithm>
 
 namespace corvane::tool {
 namespace {
 
 const LogSink kSilent = [](int, const wchar_t*) {};
+
+std::vector<std::string> names_of(const AgentConfig& entries) {
+    std::vector<std::string> names;
+    for (const auto& [ignored, entry] : entries) {
+        if (const auto name = entry.get_child_optional("<xmlattr>.name")) {
+            names.push_back(name->data());
+        }
+    }
+    return names;
+}
 
 // Only "Disabled" disables, whatever else somebody writes.
 void find_odd_value(const CheckFacts& facts, Findings& found) {
@@ -33,15 +46,25 @@ void find_odd_value(const CheckFacts& facts, Findings& found) {
     }
 }
 
+// A pool that has no entry goes by a setting. Its name is behind the last "-ap".
+std::string cure_for_unlisted(const CheckFacts& facts) {
+    const std::vector<std::wstring>& arguments = *facts.program->process.arguments;
+    const auto mark = std::find(arguments.rbegin(), arguments.rend(), L"-ap");
+    const std::string pool =
+        mark == arguments.rend() || mark == arguments.rbegin() ? "" : to_utf8(*(mark - 1));
+    const auto near = near_name(
+        pool, names_of(facts.config->get_child("configuration.instrumentation.applicationPools")));
+    return near ? "write the pool's name, \"" + pool + "\", for the entry's, \"" + *near + '"'
+                : "list the pool with corvane=\"Enabled\", for the setting Corvane is Disabled";
+}
+
 void explain_worker(const CheckFacts& facts, GateVerdict verdict, Findings& found) {
-    if (verdict == GateVerdict::kRefuse ||
-        check_key(*facts.config, "Corvane", "Disabled", kSilent)) {
+    const bool has_entry = verdict == GateVerdict::kRefuse;
+    if (has_entry || check_key(*facts.config, "Corvane", "Disabled", kSilent)) {
         add_finding(found, "config-disabled",
                     "agent.config in " + *facts.home + " disables " + facts.program->name,
-                    verdict == GateVerdict::kRefuse
-                        ? "write corvane=\"Enabled\" to the entry of the application pool"
-                        : "list the pool with corvane=\"Enabled\", for the setting Corvane is "
-                          "Disabled");
+                    has_entry ? "write corvane=\"Enabled\" to the entry of the application pool"
+                              : cure_for_unlisted(facts));
     }
 }
 
@@ -68,20 +91,14 @@ void explain_executable(const CheckFacts& facts, Findings& found) {
         }
         element = &*child;
     }
-    std::vector<std::string> names;
-    for (const auto& [ignored, application] : *element) {
-        const auto name = application.get_child_optional("<xmlattr>.name");
-        if (name && (boost::iequals(name->data(), executable) || name->data() == "*")) {
-            add_finding(found, "config-disabled",
-                        file + " has corvane=\"Disabled\" for " + executable,
-                        "write corvane=\"Enabled\"");
-            return;
-        }
-        if (name) {
-            names.push_back(name->data());
-        }
-    }
-    if (const auto near = near_name(executable, names)) {
+    const std::vector<std::string> names = names_of(*element);
+    const bool is_listed = std::ranges::any_of(names, [&](const std::string& name) {
+        return name == "*" || boost::iequals(name, executable);
+    });
+    if (is_listed) {
+        add_finding(found, "config-disabled", file + " has corvane=\"Disabled\" for " + executable,
+                    "write corvane=\"Enabled\"");
+    } else if (const auto near = near_name(executable, names)) {
         add_finding(found, "config-near-miss",
                     file + " does not list " + executable + ", but \"" + *near + '"',
                     "write the name of the running file, \"" + executable + '"');
@@ -117,12 +134,26 @@ void find_in_config(const CheckFacts& facts, Findings& found) {
     } else if (is_worker(facts)) {
         find_in_gate(facts, found); // a worker is profiled without a configuration
     } else if (facts.home->empty()) {
+        std::vector<std::string> names;
+        for (const auto& [name, ignored] : facts.variables) {
+            names.push_back(to_utf8(name));
+        }
+        const auto near = near_name(kHomeVariable, names);
         add_finding(found, "home-unset",
                     "CORVANE_HOME_APM_DOTNET is not set, so there is no agent.config",
-                    "set it to the folder of agent.config");
+                    near ? "write " + *near + " as CORVANE_HOME_APM_DOTNET"
+                         : "set it to the folder of agent.config");
+    } else if (!facts.is_home_full) {
+        add_finding(found, "config-missing",
+                    "CORVANE_HOME_APM_DOTNET is \"" + *facts.home +
+                        "\", which is no full path: the folder in which the program starts "
+                        "decides which one that is",
+                    "set it to the full path of the folder of agent.config");
     } else if (!facts.config_exists) {
+        const auto near = near_name("agent.config", facts.home_files);
         add_finding(found, "config-missing", "there is no agent.config in " + *facts.home,
-                    "write one, or correct CORVANE_HOME_APM_DOTNET");
+                    near ? "rename " + *near + ", which is there, to agent.config"
+                         : "write one, or correct CORVANE_HOME_APM_DOTNET");
     } else if (!facts.config) {
         add_finding(found, "config-unreadable",
                     "agent.config in " + *facts.home +

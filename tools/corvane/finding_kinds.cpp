@@ -21,6 +21,7 @@ constexpr std::array kKinds = {
     FindingKind{"variables-one-family", 112, true},
     FindingKind{"variables-contradictory", 113, true},
     FindingKind{"another-profiler", 114, true},
+    FindingKind{"variables-two-paths", 115, false},
     FindingKind{"registration-absent", 120, true},
     FindingKind{"registration-stale", 121, true},
     FindingKind{"registration-another", 122, false},

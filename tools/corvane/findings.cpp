@@ -48,6 +48,20 @@ bool is_library(const std::string& path) {
     return boost::iequals(path.substr(path.find_last_of("\\/") + 1), "kite.managed.dll");
 }
 
+// The managed library among the hooks; null if it is none of them.
+const FileFacts* named_library(const CheckFacts& facts) {
+    const auto found = std::ranges::find_if(
+        facts.hooks, [](const FileFacts& hook) { return is_library(hook.path); });
+    return found == facts.hooks.end() ? nullptr : &*found;
+}
+
+// That of a program of .NET: a hook, or else the one beside the program. Null if there is none.
+const FileFacts* loaded_library(const CheckFacts& facts) {
+    const FileFacts* const named = named_library(facts);
+    const bool has_own = facts.program && facts.program->own_library.exists;
+    return named == nullptr && has_own ? &facts.program->own_library : named;
+}
+
 // --- The rules
 
 void find_in_image(const CheckFacts& facts, Findings& found) {
@@ -76,9 +90,8 @@ void find_in_image(const CheckFacts& facts, Findings& found) {
 }
 
 void find_in_runtime_config(const CheckFacts& facts, const RuntimeConfig& config, Findings& found) {
-    const bool has_build = std::ranges::any_of(facts.hooks, [](const FileFacts& hook) {
-        return is_library(hook.path) && hook.is_for_standard;
-    });
+    const FileFacts* const library = loaded_library(facts);
+    const bool has_build = library != nullptr && library->is_for_standard;
     if (!has_build && runs_before_net_8(config, facts.variables)) {
         add_finding(found, "runtime-too-old",
                     facts.program->name + " runs on .NET " + config.version +
@@ -172,7 +185,7 @@ void find_in_variables(const CheckFacts& facts, Findings& found) {
     const std::string path = variable(facts, used + L"PROFILER_PATH");
     const std::string path_64 = variable(facts, used + L"PROFILER_PATH_64");
     if (!path.empty() && !path_64.empty() && !boost::iequals(path, path_64)) {
-        add_finding(found, "variables-contradictory",
+        add_finding(found, "variables-two-paths",
                     to_utf8(used) + "PROFILER_PATH and " + to_utf8(used) +
                         "PROFILER_PATH_64 name different files, and the second one counts",
                     "remove " + to_utf8(used) + "PROFILER_PATH_64");
@@ -205,7 +218,13 @@ void find_in_profiler(const CheckFacts& facts, Findings& found) {
     }
     const FileFacts& file = facts.profiler;
     const std::string path = in_quotes(file.path);
-    if (!file.exists) {
+    if (!file.is_full) {
+        add_finding(found, "profiler-missing",
+                    "the profiler is to be " + path +
+                        ", which is no full path: the folder in which the program "
+                        "starts decides which file that is",
+                    "correct CORECLR_PROFILER_PATH and COR_PROFILER_PATH");
+    } else if (!file.exists) {
         add_finding(found, "profiler-missing",
                     "the profiler is to be " + path + ", and there is no such file",
                     "correct CORECLR_PROFILER_PATH and COR_PROFILER_PATH");
@@ -223,7 +242,8 @@ void find_in_profiler(const CheckFacts& facts, Findings& found) {
 
 // Both come from one build, wherever this tool comes from.
 void find_in_version(const FileFacts& library, const FileFacts& profiler, Findings& found) {
-    if (library.exists && profiler.exists && library.version != profiler.version) {
+    if (library.exists && profiler.exists &&
+        (library.version.empty() || library.version != profiler.version)) {
         const auto named = [](const std::string& version) {
             return version.empty() ? "no version" : "the version " + version;
         };
@@ -246,37 +266,32 @@ void find_in_library(const CheckFacts& facts, Findings& found) {
         find_in_version(facts.program->own_library, facts.profiler, found);
         return;
     }
-    bool is_named = false;
     for (const FileFacts& hook : facts.hooks) {
-        if (!hook.exists) {
+        if (!hook.exists || !hook.is_full) {
             add_finding(found, "library-missing",
                         "DOTNET_STARTUP_HOOKS names " + in_quotes(hook.path) +
                             ", which is no file's full path: the runtime would end the program "
                             "before its Main",
                         "correct the variable");
         }
-        if (is_library(hook.path)) {
-            is_named = true;
-            find_in_version(hook, facts.profiler, found);
-        }
+    }
+    const FileFacts* const library = loaded_library(facts);
+    if (library != nullptr) {
+        find_in_version(*library, facts.profiler, found);
     }
     const bool carries =
         facts.program && facts.program->file.image && facts.program->file.image->bundle &&
         std::ranges::any_of(facts.program->file.image->bundle->files, [](const auto& file) {
             return boost::iequals(file, "kite.managed.dll");
         });
-    if (carries && is_named) {
+    if (carries && named_library(facts) != nullptr) {
         add_finding(found, "library-in-bundle",
                     facts.program->file.path +
                         " carries a kite.managed.dll of its own in its single file: the runtime "
                         "would end the program before its Main",
                     "remove kite.managed.dll from DOTNET_STARTUP_HOOKS for this program");
     }
-    const bool has_own = facts.program && facts.program->own_library.exists;
-    if (has_own && !is_named) {
-        find_in_version(facts.program->own_library, facts.profiler, found);
-    }
-    if (!is_named && !carries && !has_own && !is_worker(facts)) {
+    if (library == nullptr && !carries && !is_worker(facts)) {
         add_finding(
             found, "library-unnamed",
             "DOTNET_STARTUP_HOOKS does not name kite.managed.dll, so no method is instrumented",

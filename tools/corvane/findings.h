@@ -22,6 +22,7 @@ struct FileFacts {
     std::optional<Image> image;
     std::string version;          // of its resources; empty if there is none
     bool is_for_standard = false; // built for .NET Standard, which runtimes before .NET 8 have
+    bool is_full = true;          // the path, as it was asked for
 };
 
 struct ProgramFacts {
@@ -44,6 +45,8 @@ struct CheckFacts {
     FileFacts profiler;                    // the one that the variables or the registry lead to
     std::optional<std::string>
         home; // the value of the variable in the code page; none: it has other characters
+    bool is_home_full = true;
+    std::vector<std::string> home_files; // names
     bool config_exists = false;
     std::optional<AgentConfig> config;
     std::vector<FileFacts> hooks; // the files in DOTNET_STARTUP_HOOKS

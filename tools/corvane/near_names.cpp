@@ -14,7 +14,7 @@ std::string bare(std::string name) {
     name = name.substr(name.find_last_of("\\/") + 1); // npos + 1 is 0
     boost::trim(name);
     boost::to_lower(name);
-    for (const char* const extension : {".exe", ".dll"}) {
+    for (const char* const extension : {".txt", ".xml", ".exe", ".dll"}) {
         if (name.ends_with(extension)) {
             name.resize(name.size() - 4);
         }

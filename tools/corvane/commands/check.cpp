@@ -96,18 +96,26 @@ std::vector<Finding> guarded(const Search& search) {
 
 Work define_check(CLI::App& app) {
     const auto texts = std::make_shared<Texts>();
-    app.add_option("PROGRAM", texts->program, "The program, as \"corvane run\" would find it");
+    auto* const program =
+        app.add_option("PROGRAM", texts->program, "The program, as \"corvane run\" would find it");
     auto* const pool =
         app.add_option("--pool", texts->pool,
                        "An application pool of IIS: the variables are read where they stand")
-            ->type_name("NAME");
+            ->type_name("NAME")
+            ->excludes(program);
     app.add_option("--service", texts->service, "A service, likewise")
         ->type_name("NAME")
-        ->excludes(pool);
+        ->excludes(pool)
+        ->excludes(program);
     app.add_flag("--json", texts->json, "Print all findings as JSON");
     return [&app, texts](const Words& behind) {
         const Installation installed = find_installation();
         if (app.count("--service") != 0 || app.count("--pool") != 0) {
+            if (!behind.empty()) {
+                throw Failure("a service or a pool has its own words: there are to be none behind "
+                              "\"--\"",
+                              kMisused);
+            }
             const bool is_service = app.count("--service") != 0;
             const std::string& name = is_service ? texts->service : texts->pool;
             const std::string subject =

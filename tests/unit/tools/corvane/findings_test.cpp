@@ -122,6 +122,13 @@ const std::vector<Case> kCases = {
          f.variables[L"DOTNET_ROLL_FORWARD"] = L"Minor";
      },
      "runs on .NET 7.0.1"},
+    {"runtime-too-old", // the build beside it is not the one that is loaded
+     [](CheckFacts& f) {
+         f.program->runtime_config =
+             read_runtime_config(R"({"runtimeOptions": {"framework": {"version": "6.0.36"}}})");
+         f.program->own_library = {"C:\\app\\kite.managed.dll", true, true, {}, "3.9.0", true};
+     },
+     "runs on .NET 6.0.36"},
     {"hooks-off",
      [](CheckFacts& f) {
          f.program->runtime_config = read_runtime_config(
@@ -149,7 +156,7 @@ const std::vector<Case> kCases = {
      "only the variables with CORECLR_"},
     {"variables-contradictory", [](CheckFacts& f) { unset(f, L"CORECLR_PROFILER"); },
      "CORECLR_PROFILER is not set"},
-    {"variables-contradictory",
+    {"variables-two-paths",
      [](CheckFacts& f) { f.variables[L"CORECLR_PROFILER_PATH_64"] = L"C:\\other.dll"; },
      "different files"},
     {"another-profiler", [](CheckFacts& f) { f.variables[L"CORECLR_PROFILER"] = L"{0}"; },
@@ -165,6 +172,7 @@ const std::vector<Case> kCases = {
     {"registration-another", [](CheckFacts& f) { f.registered = "C:\\old\\CorvaneProfiler.dll"; },
      "C:\\old\\CorvaneProfiler.dll"},
     {"profiler-missing", [](CheckFacts& f) { f.profiler.exists = false; }, "no such file"},
+    {"profiler-missing", [](CheckFacts& f) { f.profiler.is_full = false; }, "is no full path"},
     {"profiler-unreadable", [](CheckFacts& f) { f.profiler.is_readable = false; },
      "cannot be read"},
     {"profiler-architecture", [](CheckFacts& f) { f.profiler.image->machine = kMachineX86; },
@@ -180,6 +188,7 @@ const std::vector<Case> kCases = {
          f.config.reset();
      },
      "no agent.config in C:\\C"},
+    {"config-missing", [](CheckFacts& f) { f.is_home_full = false; }, "is no full path"},
     {"config-unreadable", [](CheckFacts& f) { f.config.reset(); }, "no XML"},
     {"config-section", [](CheckFacts& f) { f.config = config_of("<configuration/>"); },
      "no element instrumentation"},
@@ -223,6 +232,7 @@ const std::vector<Case> kCases = {
      "corvane=\"disabled\" counts as enabled"},
     {"library-unnamed", [](CheckFacts& f) { f.hooks.clear(); }, "does not name kite.managed.dll"},
     {"library-missing", [](CheckFacts& f) { f.hooks[0].exists = false; }, "no file's full path"},
+    {"library-missing", [](CheckFacts& f) { f.hooks[0].is_full = false; }, "no file's full path"},
     {"library-version", [](CheckFacts& f) { f.hooks[0].version = "3.8.1"; },
      "kite.managed.dll\" has the version 3.8.1, and \"C:\\C\\CorvaneProfiler.dll\" the version "
      "3.9.0"},
@@ -240,6 +250,9 @@ const std::vector<Case> kCases = {
          f.program->own_library.version = "3.8.1";
      },
      "\"C:\\app\\kite.managed.dll\" has the version 3.8.1"},
+    {"library-version", // nobody knows which ones these are
+     [](CheckFacts& f) { f.profiler.version = f.hooks[0].version = ""; },
+     "has no version, and \"C:\\C\\CorvaneProfiler.dll\" no version"},
     {"library-in-bundle",
      [](CheckFacts& f) {
          f.program->file.image->bundle = Bundle{{"app.dll", "kite.managed.dll"}, ""};
@@ -274,6 +287,12 @@ TEST(Findings, AreNoneForAProgramThatIsProfiled) {
             f.program->runtime_config =
                 read_runtime_config(R"({"runtimeOptions": {"framework": {"version": "6.0.36"}}})");
             f.hooks[0].is_for_standard = true;
+        },
+        [](CheckFacts& f) { // likewise, beside the program
+            f.program->runtime_config =
+                read_runtime_config(R"({"runtimeOptions": {"framework": {"version": "6.0.36"}}})");
+            f.hooks.clear();
+            f.program->own_library = {"C:\\app\\kite.managed.dll", true, true, {}, "3.9.0", true};
         },
         [](CheckFacts& f) { // both of one release, and this tool of whichever
             f.profiler.version = f.hooks[0].version = "4.0.0";
@@ -316,6 +335,60 @@ TEST(Findings, AreFoundOneByOne) {
         EXPECT_NE(findings[0].text.find(wrong.part), std::string::npos) << findings[0].text;
         EXPECT_FALSE(findings[0].cure.empty());
         EXPECT_EQ(first_reason(findings) != nullptr, findings[0].kind->is_reason);
+    }
+}
+
+TEST(Findings, NameInTheCureWhatIsAlmostRight) {
+    struct Near {
+        const char* id;
+        std::function<void(CheckFacts&)> change;
+        const char* cure;
+    };
+    const auto unlisted = [](CheckFacts& f, const std::string& pool) {
+        make_worker(f);
+        f.config = config_of(
+            "<configuration><appSettings><add key='Corvane' value='Disabled'/></appSettings>"
+            "<instrumentation><applicationPools><applicationPool name='" +
+            pool + "'/></applicationPools></instrumentation></configuration>");
+        f.program->process.arguments = {L"w3wp.exe", L"-ap", L"Shop", L"-ap", L"Orders"};
+    };
+    const std::vector<Near> near = {
+        {"home-unset",
+         [](CheckFacts& f) {
+             f.home = "";
+             f.variables[L"CORVANE_HOME_APM_DOTNTE"] = L"C:\\C";
+         },
+         "write CORVANE_HOME_APM_DOTNTE as CORVANE_HOME_APM_DOTNET"},
+        {"home-unset",
+         [](CheckFacts& f) {
+             f.home = "";
+             f.variables[L"CORVANE_LOG_FILE"] = L"C:\\log";
+         },
+         "set it to the folder of agent.config"},
+        {"config-missing",
+         [](CheckFacts& f) {
+             f.config_exists = false;
+             f.home_files = {"CorvaneProfiler.dll", "agent.config.txt"};
+         },
+         "rename agent.config.txt, which is there, to agent.config"},
+        {"config-missing",
+         [](CheckFacts& f) {
+             f.config_exists = false;
+             f.home_files = {"corvane.exe"};
+         },
+         "write one, or correct CORVANE_HOME_APM_DOTNET"},
+        {"config-disabled", [&](CheckFacts& f) { unlisted(f, "Order"); },
+         "write the pool's name, \"Orders\", for the entry's, \"Order\""},
+        {"config-disabled", [&](CheckFacts& f) { unlisted(f, "Shop"); },
+         "list the pool with corvane=\"Enabled\", for the setting Corvane is Disabled"},
+    };
+    for (const Near& wrong : near) {
+        CheckFacts facts = good_facts();
+        wrong.change(facts);
+        const Findings findings = find_problems(facts);
+        ASSERT_EQ(findings.size(), 1U) << wrong.cure;
+        EXPECT_STREQ(findings[0].kind->id, wrong.id);
+        EXPECT_EQ(findings[0].cure, wrong.cure);
     }
 }
 

@@ -13,6 +13,12 @@ TEST(NearName, IsOneThatSomebodyMeant) {
     }
 }
 
+TEST(NearName, MayHaveAnotherExtension) {
+    EXPECT_EQ(near_name("agent.config", {"agent.config.bak", "Agent.Config.txt"}),
+              "Agent.Config.txt");
+    EXPECT_EQ(near_name("agent.config", {"agents.config.xml"}), "agents.config.xml");
+}
+
 TEST(NearName, IsTheNearest) {
     EXPECT_EQ(near_name("shop.exe", {"show.exe", "shop1.exe", "Shop"}), "Shop");
 }
