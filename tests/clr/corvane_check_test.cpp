@@ -1,5 +1,6 @@
 // corvane check: what keeps a program from being profiled, made for real; and that run refuses with
 // the same words.
+#include "base/owned_handle.h"
 #include "tests/support/tool_test.h"
 
 #include <gmock/gmock.h>
@@ -51,6 +52,29 @@ protected:
                                          HasSubstr("docs/troubleshooting.md#" + id + "\r\n")));
     }
 
+    // Would be profiled, with this remark.
+    static void expect_remark(const ToolRun& result, const std::string& id,
+                              const std::string& text) {
+        EXPECT_EQ(result.exit_code, 0U) << id << ": " << result.output;
+        EXPECT_THAT(result.output, AllOf(HasSubstr(" would be profiled.\r\nNote: " + text),
+                                         HasSubstr("\r\n  Cure: "),
+                                         HasSubstr("docs/troubleshooting.md#" + id + "\r\n")));
+    }
+
+    // A file with other bytes at a place of it.
+    static void patch(const fs::path& file, std::size_t at, const std::string& bytes) {
+        std::string text = text_of(file);
+        ASSERT_LE(at + bytes.size(), text.size());
+        write_file(file, text.replace(at, bytes.size(), bytes));
+    }
+
+    static void make_32_bit(const fs::path& image) {
+        const std::string bytes = text_of(image);
+        const auto header = static_cast<unsigned char>(bytes[0x3C]) +
+                            256U * static_cast<unsigned char>(bytes[0x3D]);
+        patch(image, header + 4, "\x4C\x01");
+    }
+
     Environment variables;
 };
 INSTANTIATE_TEST_SUITE_P(Newest, CorvaneCheck, ::testing::Values(10), runtime_name);
@@ -77,6 +101,11 @@ struct Case {
 TEST_P(CorvaneCheck, FindsWhatIsWrongWithTheVariables) {
     const std::wstring folder_text = folder().wstring();
     write_file(folder() / "text.dll", "no DLL");
+    fs::copy_file(library, folder() / "32.dll");
+    make_32_bit(folder() / "32.dll");
+    write_file(folder() / "held.dll", "somebody's");
+    const OwnedHandle held(CreateFileW((folder() / "held.dll").c_str(), GENERIC_READ, 0, nullptr,
+                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     const std::vector<Case> cases = {
         {"variables-unset", 111, "CORECLR_ENABLE_PROFILING is not 1",
          [](Environment& e) { e.erase(L"CORECLR_ENABLE_PROFILING"); }},
@@ -99,8 +128,14 @@ TEST_P(CorvaneCheck, FindsWhatIsWrongWithTheVariables) {
          [](Environment& e) { e.erase(L"CORECLR_PROFILER_PATH"); }},
         {"profiler-missing", 123, "no such file",
          [](Environment& e) { e[L"CORECLR_PROFILER_PATH"] = L"C:\\nowhere\\CorvaneProfiler.dll"; }},
+        {"profiler-missing", 123, "\"text.dll\", which is no full path", // but is there
+         [](Environment& e) { e[L"CORECLR_PROFILER_PATH"] = L"text.dll"; }},
+        {"profiler-unreadable", 124, "held.dll\" cannot be read by this account",
+         [&](Environment& e) { e[L"CORECLR_PROFILER_PATH"] = folder_text + L"\\held.dll"; }},
         {"profiler-architecture", 125, "no DLL for 64-bit processes",
          [&](Environment& e) { e[L"CORECLR_PROFILER_PATH"] = folder_text + L"\\text.dll"; }},
+        {"profiler-architecture", 125, "32.dll\" is no DLL for 64-bit processes",
+         [&](Environment& e) { e[L"CORECLR_PROFILER_PATH"] = folder_text + L"\\32.dll"; }},
         {"profiler-exports", 126, "lacks the export DllGetClassObject",
          [](Environment& e) {
              e[L"CORECLR_PROFILER_PATH"] = built_file(L"debuggee_child.exe").wstring();
@@ -109,8 +144,15 @@ TEST_P(CorvaneCheck, FindsWhatIsWrongWithTheVariables) {
          [](Environment& e) { e.erase(L"CORVANE_HOME_APM_DOTNET"); }},
         {"home-characters", 131, "code page",
          [](Environment& e) { e[L"CORVANE_HOME_APM_DOTNET"] = L"C:\\\u0416"; }},
+        {"home-unset", 130, "  Cure: write CORVANE_HOME_AMP_DOTNET as CORVANE_HOME_APM_DOTNET",
+         [](Environment& e) {
+             e.erase(L"CORVANE_HOME_APM_DOTNET");
+             e[L"CORVANE_HOME_AMP_DOTNET"] = L"C:\\C";
+         }},
         {"config-missing", 132, "there is no agent.config in C:\\nowhere",
          [](Environment& e) { e[L"CORVANE_HOME_APM_DOTNET"] = L"C:\\nowhere"; }},
+        {"config-missing", 132, "\"home\", which is no full path", // but is there
+         [](Environment& e) { e[L"CORVANE_HOME_APM_DOTNET"] = L"home"; }},
         {"library-unnamed", 140, "does not name kite.managed.dll",
          [](Environment& e) { e.erase(L"DOTNET_STARTUP_HOOKS"); }},
         {"library-missing", 141, "no file's full path",
@@ -122,6 +164,105 @@ TEST_P(CorvaneCheck, FindsWhatIsWrongWithTheVariables) {
         wrong.change(variables);
         expect_finding(check({launched()}), wrong.exit_code, wrong.id, wrong.text);
     }
+}
+
+TEST_P(CorvaneCheck, OnlyRemarksWhatDoesNotCount) {
+    Environment good = variables;
+    variables[L"CORECLR_PROFILER_PATH_64"] = good[L"CORECLR_PROFILER_PATH"];
+    variables[L"CORECLR_PROFILER_PATH"] = L"C:\\other.dll";
+    expect_remark(check({launched()}), "variables-two-paths",
+                  "CORECLR_PROFILER_PATH and CORECLR_PROFILER_PATH_64 name different files, and "
+                  "the second one counts.");
+    variables = good;
+    variables.erase(L"CORVANE_LOG_FILE");
+    expect_remark(check({launched()}), "log-unread",
+                  "nobody reads the profiler's log: there is no viewer of debugger output");
+}
+
+TEST_P(CorvaneCheck, NamesAFileThatIsAlmostTheConfiguration) {
+    fs::rename(home / "agent.config", home / "Agent.config.txt");
+    expect_finding(check({launched()}), 132, "config-missing",
+                   "  Cure: rename Agent.config.txt, which is there, to agent.config.\r\n");
+}
+
+// The version stands behind a mark (VS_FIXEDFILEINFO).
+TEST_P(CorvaneCheck, FindsALibraryOfAnotherRelease) {
+    const fs::path other = folder() / "other" / "kite.managed.dll";
+    fs::create_directory(other.parent_path());
+    fs::copy_file(managed_library(), other);
+    variables[L"DOTNET_STARTUP_HOOKS"] = other.wstring();
+    EXPECT_EQ(check({launched()}).exit_code, 0U);
+    const std::size_t mark = text_of(other).find("\xBD\x04\xEF\xFE");
+    ASSERT_NE(mark, std::string::npos);
+    patch(other, mark + 8, std::string("\x07\0\x63\0", 4));
+    expect_finding(check({launched()}), 142, "library-version",
+                   other.string() + "\" has the version 99.7.");
+    write_file(other, "no assembly");
+    expect_finding(check({launched()}), 142, "library-version",
+                   other.string() + "\" has no version, and \"" + library.string() +
+                       "\" the version ");
+}
+
+TEST_P(CorvaneCheck, LooksForTheFrameworksLibraryBesideTheProgram) {
+    const fs::path built = built_file(L"managed") / "framework";
+    const fs::path exe = folder() / "framework" / "framework.exe";
+    fs::create_directory(exe.parent_path());
+    fs::copy_file(built / "framework.exe", exe);
+    configure("<configuration><instrumentation><applications><application name='framework.exe'/>"
+              "</applications></instrumentation></configuration>");
+    expect_finding(check({exe.wstring()}), 112, "variables-one-family",
+                   "this program reads those with COR_");
+    for (const wchar_t* const name : {L"ENABLE_PROFILING", L"PROFILER", L"PROFILER_PATH"}) {
+        variables[std::wstring(L"COR_") + name] = variables[std::wstring(L"CORECLR_") + name];
+    }
+    expect_finding(check({exe.wstring()}), 144, "library-not-beside",
+                   "kite.managed.dll is not beside " + exe.string());
+    fs::copy_file(built / "kite.managed.dll", exe.parent_path() / "kite.managed.dll");
+    const ToolRun good = check({exe.wstring()});
+    EXPECT_EQ(good.exit_code, 0U) << good.output;
+    variables[L"COR_ENABLE_PROFILING"] = L"0";
+    expect_finding(check({exe.wstring()}), 112, "variables-one-family",
+                   "only the variables with CORECLR_");
+}
+
+// A library is run by dotnet.exe, and this one is listed.
+TEST_P(CorvaneCheck, FindsWhatRunsALibrary) {
+    const fs::path dll = program_folder() / "launched.dll";
+    const fs::path dotnet = program_as(L"dotnet.exe");
+    variables[L"PATH"] = dotnet.parent_path().wstring();
+    expect_finding(check({dll.wstring()}), 135, "config-entry", "does not list dotnet.exe");
+    configure("<configuration><instrumentation><applications><application name='dotnet.exe'/>"
+              "</applications></instrumentation></configuration>");
+    const ToolRun alone = check({dll.wstring()});
+    EXPECT_EQ(alone.exit_code, 0U);
+    EXPECT_EQ(alone.output, dll.string() + " would be profiled.\r\n");
+    const ToolRun named = check({L"dotnet", L"--", dll.wstring()});
+    EXPECT_EQ(named.exit_code, 0U);
+    EXPECT_EQ(named.output, "dotnet would be profiled.\r\n");
+    expect_finding(check({L"dotnet", L"--", dll.wstring() + L".dll"}), 101, "program-missing",
+                   "there is no " + dll.string() + ".dll");
+}
+
+TEST_P(CorvaneCheck, LooksOnlyAtTheVariablesWithoutAProgram) {
+    const ToolRun good = check({});
+    EXPECT_EQ(good.exit_code, 0U);
+    EXPECT_EQ(good.output, "A program would be profiled.\r\n");
+    variables.erase(L"CORECLR_ENABLE_PROFILING");
+    expect_finding(check({}), 111, "variables-unset", "A program would not be profiled: ");
+}
+
+TEST_P(CorvaneCheck, TakesOneSubject) {
+    for (const std::wstring option : {L"--service", L"--pool"}) {
+        const ToolRun both = check({launched(), option, L"x"});
+        EXPECT_EQ(both.exit_code, 2U);
+        EXPECT_THAT(both.output,
+                    StartsWith("corvane: PROGRAM excludes " + fs::path(option).string() + "\r\n"));
+        const ToolRun behind = check({option, L"x", L"--", L"word"});
+        EXPECT_EQ(behind.exit_code, 2U);
+        EXPECT_EQ(behind.output, "corvane: a service or a pool has its own words: there are to be "
+                                 "none behind \"--\"\r\n");
+    }
+    EXPECT_EQ(check({L"--service", L"x", L"--pool", L"x"}).exit_code, 2U);
 }
 
 TEST_P(CorvaneCheck, FindsWhatIsWrongWithTheConfiguration) {
@@ -176,19 +317,27 @@ TEST_P(CorvaneCheck, FindsWhatIsWrongWithTheProgram) {
         config,
         R"({"runtimeOptions": {"framework": {"name": "Microsoft.NETCore.App", "version": "6.0.0"}}})");
     expect_finding(check({exe}), 106, "runtime-too-old", "runs on .NET 6.0.0");
+    const fs::path own = program_folder() / "kite.managed.dll";
+    fs::copy_file(built_file(L"managed") / "kite_framework" / "kite.managed.dll", own);
+    expect_finding(check({exe}), 106, "runtime-too-old", "runs on .NET 6.0.0");
+    const auto hooks = variables.extract(L"DOTNET_STARTUP_HOOKS"); // the build beside it is loaded
+    EXPECT_EQ(check({exe}).exit_code, 0U);
+    variables.insert(std::pair(hooks.key(), hooks.mapped()));
+    fs::remove(own);
     write_file(
         config,
         R"({"runtimeOptions": {"configProperties": {"System.StartupHookProvider.IsSupported": false}}})");
     expect_finding(check({exe}), 107, "hooks-off", "start-up hooks switched off");
     write_file(config, as_built);
     // A 32-bit program: the machine of the host is changed.
-    std::string bytes = text_of(exe);
-    const auto header =
-        static_cast<unsigned char>(bytes[0x3C]) + 256U * static_cast<unsigned char>(bytes[0x3D]);
-    bytes[header + 4] = 0x4C;
-    bytes[header + 5] = 0x01;
-    write_file(exe, bytes);
+    make_32_bit(exe);
     expect_finding(check({exe}), 103, "program-architecture", "32-bit program");
+    // One that was compiled ahead of time has an export of this name.
+    const fs::path native = folder() / "native.exe";
+    fs::copy_file(library, native);
+    patch(native, text_of(native).find("DllGetClassObject"),
+          std::string("DotNetRuntimeDebugHeader") + '\0');
+    expect_finding(check({native.wstring()}), 104, "program-native-aot", "native AOT");
 }
 
 TEST_P(CorvaneCheck, LooksIntoPrograms) {
@@ -214,6 +363,13 @@ TEST_P(CorvaneCheck, PrintsAllFindingsAsJson) {
                 AllOf(HasSubstr("\"profiled\": false"), HasSubstr("\"id\": \"profiler-missing\""),
                       HasSubstr("\"exit_code\": 123"), HasSubstr("\"id\": \"log-unread\""),
                       HasSubstr("\"reason\": false")));
+}
+
+TEST_P(CorvaneCheck, SaysInJsonThatNothingIsWrong) {
+    const ToolRun result = check({L"--json", launched()});
+    EXPECT_EQ(result.exit_code, 0U);
+    EXPECT_THAT(result.output,
+                AllOf(HasSubstr("\"profiled\": true"), HasSubstr("\"findings\": []")));
 }
 
 TEST_P(CorvaneCheck, IsRefusedByRunInTheSameWords) {
@@ -270,9 +426,8 @@ TEST_P(CorvaneCheck, FollowsTheRegistration) {
     const fs::path other = folder() / "CorvaneProfiler.dll";
     fs::copy_file(library, other);
     set_values(server, {{L"", {REG_SZ, other.wstring() + L'\0'}}});
-    EXPECT_THAT(
-        check({launched()}).output,
-        HasSubstr("Note: the registered file is another one than this tool's: " + other.string()));
+    expect_remark(check({launched()}), "registration-another",
+                  "the registered file is another one than this tool's: " + other.string());
     fs::remove(other);
     expect_finding(check({launched()}), 121, "registration-stale", other.string());
 
@@ -374,6 +529,11 @@ TEST_P(CorvaneCheck, ReadsTheVariablesOfAService) {
     EXPECT_EQ(good.output, "The service corvane test service would be profiled.\r\n");
     service.set(launched() + L" --service", own); // its blanks are not quoted
     EXPECT_EQ(check({L"--service", L"corvane test service"}).exit_code, 0U);
+    own[L"CORECLR_PROFILER_PATH"] = L"CorvaneProfiler.dll";
+    service.set(line, own);
+    expect_finding(check({L"--service", L"corvane test service"}), 123, "profiler-missing",
+                   "which is no full path");
+    own[L"CORECLR_PROFILER_PATH"] = library.wstring();
     own[L"CORVANE_HOME_APM_DOTNET"] = L"C:\\nowhere";
     service.set(line, own);
     expect_finding(check({L"--service", L"corvane test service"}), 132, "config-missing",
@@ -388,6 +548,28 @@ TEST_P(CorvaneCheck, TakesAnEmptyListForNothing) {
     const ToolRun result = check({L"--service", L"corvane test service"});
     EXPECT_EQ(result.exit_code, 0U);
     EXPECT_EQ(result.output, "The service corvane test service would be profiled.\r\n");
+}
+
+// Nobody may read the key, not even an administrator.
+TEST_P(CorvaneCheck, SaysWhatOfTheRegistryMayNotBeRead) {
+    const OwnService service(L"corvane test service");
+    service.set(L'"' + launched() + L'"', variables);
+    EXPECT_EQ(check({L"--service", L"corvane test service"}).exit_code, 0U);
+    const std::wstring key = kServices + L"corvane test service";
+    HKEY opened = nullptr;
+    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, WRITE_DAC, &opened), ERROR_SUCCESS);
+    SECURITY_DESCRIPTOR descriptor{};
+    ACL nobody{};
+    InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+    InitializeAcl(&nobody, sizeof(nobody), ACL_REVISION);
+    SetSecurityDescriptorDacl(&descriptor, TRUE, &nobody, FALSE);
+    EXPECT_EQ(RegSetKeySecurity(opened, DACL_SECURITY_INFORMATION, &descriptor), ERROR_SUCCESS);
+    expect_finding(
+        check({L"--service", L"corvane test service"}), 152, "registry-unreadable",
+        "cannot read the registry, SYSTEM\\CurrentControlSet\\Services\\corvane test service (");
+    SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE); // everybody
+    RegSetKeySecurity(opened, DACL_SECURITY_INFORMATION, &descriptor);
+    RegCloseKey(opened);
 }
 
 // The folder of IIS, which this machine does not have.
@@ -449,10 +631,18 @@ TEST_P(CorvaneCheck, ReadsTheVariablesOfAPool) {
     expect_finding(check({L"--pool", L"One"}), 103, "program-architecture", "32-bit");
     host("", "<add name='APP_TYPE' value='TYPE_IIS'/>");
     expect_finding(check({L"--pool", L"One"}), 111, "variables-unset", "is not 1");
-    const OwnService worker_service(L"W3SVC");
-    Environment own = variables;
-    worker_service.set(L"", own);
-    EXPECT_EQ(check({L"--pool", L"One"}).exit_code, 0U);
+    for (const wchar_t* const starter : {L"WAS", L"W3SVC"}) {
+        const OwnService service(starter);
+        service.set(L"", variables);
+        EXPECT_EQ(check({L"--pool", L"One"}).exit_code, 0U) << starter;
+    }
+    const OwnService service(L"WAS");
+    service.set(L"", variables);
+    configure("<configuration><appSettings><add key='Corvane' value='Disabled'/></appSettings>"
+              "<instrumentation><applicationPools><applicationPool name='Ones'/>"
+              "</applicationPools></instrumentation></configuration>");
+    expect_finding(check({L"--pool", L"One"}), 137, "config-disabled",
+                   "  Cure: write the pool's name, \"One\", for the entry's, \"Ones\".\r\n");
     configure("<configuration><instrumentation><applicationPools><applicationPool name='ONE' "
               "corvane='Disabled'/>"
               "</applicationPools></instrumentation></configuration>");
