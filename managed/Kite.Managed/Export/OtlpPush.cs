@@ -193,7 +193,7 @@ internal sealed class OtlpPush : ISpanTarget
             }
             if (answer.IsAccepted)
             {
-                    break;
+                break;
             }
             if (isLast || !answer.MayRetry || clock.Elapsed > endpoint.MaxTrying)
             {
