@@ -102,7 +102,7 @@ TEST_P(Sampling, RaisesErrorsThatAManagedCallerSurvives) {
     expect_output(L"failures", 0,
                   "negative count: SEHException\nno array: SEHException\n"
                   "no thread: SEHException\nno thread for names: SEHException\n"
-                  "it goes on\nsuspended 0\n");
+                  "it goes on\nby the library: it goes on\nsuspended 0\n");
 }
 
 TEST_P(Sampling, HasNoNameForANumberThatIsNoFunction) {

@@ -1,6 +1,7 @@
 using System;
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
+using System.Threading;
 
 /// <summary>Lets the exports fail, and shows what their caller gets. It goes on afterwards.</summary>
 internal static unsafe class Failures
@@ -8,13 +9,19 @@ internal static unsafe class Failures
     public static void ShowAll()
     {
         using var target = new Target(Busy);
+        ShowToCaller(target);
+        Console.WriteLine($"by the library: {SampledByLibrary(target)}");
+        Console.WriteLine($"suspended {Platform.SuspendCount(target.Id)}");
+    }
+
+    private static void ShowToCaller(Target target)
+    {
         Console.WriteLine($"negative count: {Error(() => Sampler.NamesOfNegativeCount())}");
-        using (new ReplacedImport("SafeArrayCreate", (nint)(delegate* unmanaged<ushort, uint, nint, nint>)&NoArray))
+        using (WithoutArrays())
         {
             Console.WriteLine($"no array: {Error(() => Sampler.Take(target.Id))}");
         }
-        using (new ReplacedImport("_beginthreadex",
-            (nint)(delegate* unmanaged<nint, uint, nint, nint, uint, nint, nint>)&NoThread))
+        using (WithoutThreads())
         {
             Console.WriteLine($"no thread: {Error(() => Sampler.Take(target.Id))}");
             Console.WriteLine($"no thread for names: {Error(() => Sampler.Names([1]))}");
@@ -26,7 +33,45 @@ internal static unsafe class Failures
             walked += Sampler.Take(target.Id).Count > 0 ? 1 : 0;
         }
         Console.WriteLine(walked > 0 ? "it goes on" : "none walked");
-        Console.WriteLine($"suspended {Platform.SuspendCount(target.Id)}");
+    }
+
+    // Its sampler counts what fails, and takes snapshots again as soon as it can.
+    private static string SampledByLibrary(Target target)
+    {
+        using var sampler = new Corvane.Sampling.Sampler(new Corvane.Sampling.SamplerOptions
+        {
+            Interval = TimeSpan.FromMilliseconds(1),
+            Filter = thread => thread.Id == target.Id,
+        });
+        sampler.Start();
+        WaitUntil(sampler, cost => cost.Snapshots > 0);
+        long failed = sampler.Read().Cost.Failed;
+        using (WithoutArrays())
+        {
+            failed = WaitUntil(sampler, cost => cost.Failed > failed).Failed;
+        }
+        using (WithoutThreads())
+        {
+            failed = WaitUntil(sampler, cost => cost.Failed > failed).Failed;
+        }
+        long taken = sampler.Read().Cost.Snapshots;
+        WaitUntil(sampler, cost => cost.Snapshots > taken + 10);
+        return sampler.Stop().Failure?.ToString() ?? "it goes on";
+    }
+
+    // Or until the sampling has ended by itself.
+    private static Corvane.Sampling.SamplingCost WaitUntil(
+        Corvane.Sampling.Sampler sampler, Func<Corvane.Sampling.SamplingCost, bool> isSo)
+    {
+        while (true)
+        {
+            Corvane.Sampling.Profile profile = sampler.Read();
+            if (isSo(profile.Cost) || profile.Failure != null)
+            {
+                return profile.Cost;
+            }
+            Thread.Sleep(10);
+        }
     }
 
     [MethodImpl(MethodImplOptions.NoInlining)]
@@ -51,6 +96,12 @@ internal static unsafe class Failures
             target.Progress++;
         }
     }
+
+    private static ReplacedImport WithoutArrays() =>
+        new("SafeArrayCreate", (nint)(delegate* unmanaged<ushort, uint, nint, nint>)&NoArray);
+
+    private static ReplacedImport WithoutThreads() =>
+        new("_beginthreadex", (nint)(delegate* unmanaged<nint, uint, nint, nint, uint, nint, nint>)&NoThread);
 
     [UnmanagedCallersOnly]
     private static nint NoArray(ushort type, uint dimensions, nint bounds) => 0;

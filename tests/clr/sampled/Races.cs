@@ -51,6 +51,7 @@ internal static class Races
         var ids = new uint[8];
         bool isToStop = false;
         Statuses[] statuses = [new(), new()];
+        bool AllSample() => statuses.All(own => own.Taken > 0);
         Thread[] samplers = [.. statuses.Select((own, first) => new Thread(() =>
         {
             for (int i = first; !Volatile.Read(ref isToStop); i++)
@@ -73,6 +74,11 @@ internal static class Races
                 var thread = new Thread(() => Volatile.Write(ref ids[own], Platform.GetCurrentThreadId()));
                 thread.Start();
                 thread.Join();
+                if (i == 0)
+                {
+                    // However late the samplers begin: the other threads are there for them.
+                    SpinWait.SpinUntil(AllSample, TimeSpan.FromMinutes(1));
+                }
             }
         }))];
         foreach (Thread starter in starters)
@@ -89,7 +95,7 @@ internal static class Races
             sampler.Join();
         }
         Console.Error.WriteLine($"short-lived: {statuses.Sum(own => own.Taken)} snapshots of {count} threads");
-        Console.WriteLine("short-lived: sampled");
+        Console.WriteLine($"short-lived: {(AllSample() ? "sampled" : "never sampled")}");
     }
 
     private static void CountFor(TimeSpan time)
