@@ -13,7 +13,7 @@ using ::testing::EndsWith;
 
 // "D2" is row 2 of TypeDef.
 std::string name_of(std::uint32_t table, std::uint32_t row) {
-    return std::string(1, "DRS?"[table & 3]) + std::to_string(row);
+    return std::to_string(row).insert(0, 1, "DRS?"[table & 3]);
 }
 
 std::string type_of(const std::vector<std::uint8_t>& blob) {
