@@ -21,9 +21,12 @@
 namespace corvane {
 namespace {
 
+std::wstring built_path(const char* name) {
+    return (std::filesystem::path(own_module_path()).parent_path() / name).wstring();
+}
+
 std::wstring library_path() {
-    return (std::filesystem::path(own_module_path()).parent_path() / "CorvaneProfiler.dll")
-        .wstring();
+    return built_path("CorvaneProfiler.dll");
 }
 
 // The file's image as its headers describe it; addresses are relative to the image.
@@ -94,8 +97,7 @@ TEST(Library, ExportsExactlyItsEntryPoints) {
     EXPECT_EQ(exports.NumberOfFunctions, exports.NumberOfNames); // none by ordinal alone
 }
 
-TEST(Library, NeedsNothingButTheSystem) {
-    const ImageFile image(library_path());
+std::set<std::string> libraries_of(const ImageFile& image) {
     std::set<std::string> libraries;
     for (DWORD address = image.directory(IMAGE_DIRECTORY_ENTRY_IMPORT).VirtualAddress;;
          address += sizeof(IMAGE_IMPORT_DESCRIPTOR)) {
@@ -109,9 +111,17 @@ TEST(Library, NeedsNothingButTheSystem) {
         }
         libraries.insert(name);
     }
-    EXPECT_EQ(libraries,
+    return libraries;
+}
+
+// The tool as well.
+TEST(Library, NeedsNothingButTheSystem) {
+    EXPECT_EQ(libraries_of(ImageFile(library_path())),
               (std::set<std::string>{"advapi32.dll", "bcrypt.dll", "kernel32.dll", "msvcrt.dll",
                                      "ole32.dll", "oleaut32.dll", "shell32.dll"}));
+    EXPECT_EQ(libraries_of(ImageFile(built_path("corvane.exe"))),
+              (std::set<std::string>{"advapi32.dll", "bcrypt.dll", "kernel32.dll", "msvcrt.dll",
+                                     "shell32.dll", "version.dll"}));
 }
 
 // It may stand anywhere in the whole of the address space, and its data cannot be run.

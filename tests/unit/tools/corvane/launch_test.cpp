@@ -2,6 +2,7 @@
 
 #include "base/owned_handle.h"
 #include "tests/support/patched_import.h"
+#include "tools/corvane/command.h"
 #include "tools/corvane/program.h"
 
 #include <gtest/gtest.h>
@@ -14,6 +15,13 @@ namespace {
 
 BOOL WINAPI refuse_to_assign(HANDLE, HANDLE) {
     SetLastError(ERROR_ACCESS_DENIED);
+    return FALSE;
+}
+
+template <DWORD kError>
+BOOL WINAPI fail_to_create(LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL,
+                           DWORD, LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION) {
+    SetLastError(kError);
     return FALSE;
 }
 
@@ -45,6 +53,28 @@ TEST(Launch, SaysThatAProgramIsInNoJobAndRunsIt) {
     const std::string errors = errors_of([&] { ended = launch(program, own, {false, true}); });
     EXPECT_EQ(ended.exit_code, 7U);
     EXPECT_TRUE(errors.starts_with("corvane: the program cannot be put into a job, ")) << errors;
+}
+
+TEST(Launch, SaysHowAProgramThatIsForAdministratorsIsStarted) {
+    const Environment own = own_environment();
+    const Program program = find_program({L"cmd"}, own);
+    const auto failure = [&](auto* create) {
+        const ::corvane::testing::PatchedImport failing("CreateProcessW", create);
+        try {
+            launch(program, own, {});
+        } catch (const Failure& thrown) {
+            EXPECT_EQ(thrown.code, kFailed);
+            return std::string(thrown.what());
+        }
+        return std::string();
+    };
+    constexpr DWORD kElevationRequired = 740;
+    EXPECT_EQ(failure(&fail_to_create<kElevationRequired>),
+              program.file.string() +
+                  " wants to be started as administrator: start corvane from a console that is run "
+                  "as administrator");
+    const std::string other = failure(&fail_to_create<ERROR_BAD_EXE_FORMAT>);
+    EXPECT_TRUE(other.starts_with("cannot start " + program.file.string() + ": ")) << other;
 }
 
 } // namespace
