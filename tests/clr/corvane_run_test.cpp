@@ -8,6 +8,8 @@
 #include <sddl.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <thread>
 
 namespace corvane::testing {
@@ -20,6 +22,9 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
+constexpr const wchar_t* kFileOptions[] = {L"--tree",  L"--summary", L"--trace",
+                                           L"--otlp",  L"--flame",   L"--speedscope",
+                                           L"--pprof", L"--folded",  L"--log"};
 constexpr char kNoVariables[] = "variables: \r\n";
 
 class CorvaneRun : public ToolTest {
@@ -76,6 +81,25 @@ TEST_P(CorvaneRun, PassesStreamsArgumentsAndFolderAndShowsTheSummary) {
     EXPECT_THAT(result.output, HasSubstr("  p99 us  method\r\n"));
     EXPECT_THAT(result.output, HasSubstr("  Program.Main\r\n"));
     EXPECT_THAT(result.output, EndsWith("1 calls, 0 errors, 1 methods\r\n"));
+}
+
+// What is shown of a run is not among what its program writes.
+TEST_P(CorvaneRun, KeepsTheStreamsApart) {
+    write_file(folder() / "input.txt", "first line\r\nsecond line\r\n");
+    const auto errors = [&](const std::vector<std::wstring>& words, DWORD exit_code,
+                            const std::string& output) {
+        DebuggeeOptions options = tool_options(command({}, words));
+        options.input_file = (folder() / "input.txt").wstring();
+        options.error_file = (folder() / "errors.txt").wstring();
+        EXPECT_EQ(run_debuggee(options).exit_code, exit_code);
+        EXPECT_EQ(text_of(options.output_file), output);
+        return text_of(options.error_file);
+    };
+    EXPECT_THAT(errors({L"input"}, 0, "read first line|second line\r\n"),
+                AllOf(HasSubstr("  Program.Main\r\n"), Not(HasSubstr("read ")),
+                      EndsWith("1 calls, 0 errors, 1 methods\r\n")));
+    EXPECT_THAT(errors({L"echo"}, 5, "[echo]\r\nin " + folder().string() + "\r\n"),
+                AllOf(StartsWith("an error\r\n"), HasSubstr("  Program.Main\r\n")));
 }
 
 TEST_P(CorvaneRun, EndsWithAllBitsOfTheExitCode) {
@@ -186,6 +210,46 @@ TEST_P(CorvaneRun, LeavesSamplesInTheCurrentFolderIfNoFileIsNamed) {
     EXPECT_EQ(files(folder(), L"launched-", L".speedscope.json").size(), 1U);
 }
 
+TEST_P(CorvaneRun, KeepsTheRuntimeFromInlining) {
+    const Environment optimised = {{L"DOTNET_TieredCompilation", L"0"}};
+    EXPECT_THAT(run({}, {L"inlined"}, optimised).output, StartsWith("this is ShowInlining\r\n"));
+    EXPECT_THAT(run({L"--no-inlining"}, {L"inlined"}, optimised).output,
+                StartsWith("this is NameOfThis\r\n"));
+}
+
+TEST_P(CorvaneRun, RecordsNoValuesWhateverItsOwnVariablesSay) {
+    const Environment all = {{L"CORVANE_VALUES", L"all"}};
+    EXPECT_THAT(run({L"--tree", L"--method", L"Program.Sum"}, {L"sum"}, all).output,
+                HasSubstr("\"ten letters\""));
+    EXPECT_THAT(
+        run({L"--tree", L"--method", L"Program.Sum", L"--values", L"none"}, {L"sum"}, all).output,
+        AllOf(HasSubstr("    Program.Sum(name, count)  ["), Not(HasSubstr("ten letters"))));
+}
+
+TEST_P(CorvaneRun, TakesSeveralPatterns) {
+    const auto methods = [&](std::vector<std::wstring> patterns) {
+        std::vector<std::wstring> options;
+        for (const std::wstring& pattern : patterns) {
+            options.insert(options.end(), {L"--method", pattern});
+        }
+        return run(options, {L"sum"}).output;
+    };
+    EXPECT_THAT(methods({L"Nothing.*", L"Program.S*"}), HasSubstr("  Program.Sum\r\n"));
+    EXPECT_THAT(methods({L"Nothing.*", L"Program.S*", L"!Program.Sum"}),
+                AllOf(HasSubstr("  Program.Main\r\n"), Not(HasSubstr("Program.Sum"))));
+}
+
+TEST_P(CorvaneRun, SendsSpansToTheUsualAddressIfNoneIsNamed) {
+    const auto endpoint = [&](const std::vector<std::wstring>& otlp) {
+        return printed_variables(otlp)[L"OTEL_EXPORTER_OTLP_ENDPOINT"];
+    };
+    EXPECT_EQ(endpoint({L"--otlp"}), L"http://localhost:4318");
+    EXPECT_EQ(endpoint({L"--otlp", L"https://one:1/x"}), L"https://one:1/x");
+    EXPECT_EQ(endpoint({L"--otlp", L"a.jsonl"}), std::nullopt);
+    EXPECT_EQ(printed_variables({L"--otlp", L"a.jsonl"})[L"CORVANE_OTLP_FILE"],
+              (folder() / "a.jsonl").wstring());
+}
+
 TEST_P(CorvaneRun, SaysWhyThereIsNoSummary) {
     const ToolRun killed = run({}, {L"killed"});
     EXPECT_EQ(killed.exit_code, 0xFFFFFFFFU);
@@ -193,6 +257,30 @@ TEST_P(CorvaneRun, SaysWhyThereIsNoSummary) {
               "corvane: there is no summary, because the program wrote none before it "
               "ended with exit code 0xFFFFFFFF: it crashed or was ended from "
               "outside\r\n");
+}
+
+TEST_P(CorvaneRun, EndsAsAProgramThatCrashes) {
+    for (const wchar_t* const crash : {L"violate", L"fail"}) {
+        DebuggeeOptions plain = tool_options({crash});
+        plain.program = launched();
+        const DWORD exit_code = run_debuggee(plain).exit_code;
+        const ToolRun result = run({}, {crash});
+        EXPECT_EQ(result.exit_code, exit_code);
+        std::array<char, 11> text{};
+        std::snprintf(text.data(), text.size(), "0x%08lX", exit_code);
+        EXPECT_GE(exit_code, 0xC0000000U); // an exception of the system
+        EXPECT_THAT(result.output,
+                    AllOf(StartsWith(text_of(plain.output_file)),
+                          EndsWith("corvane: there is no summary, because the program wrote none "
+                                   "before it ended with exit code " +
+                                   std::string(text.data()) +
+                                   ": it crashed or was ended from outside\r\n")));
+    }
+    // The managed library hears of this.
+    const ToolRun result = run({}, {L"throw"});
+    EXPECT_EQ(result.exit_code, 0xE0434352U);
+    EXPECT_THAT(result.output, AllOf(HasSubstr("System.InvalidOperationException: on purpose"),
+                                     EndsWith("1 calls, 1 errors, 1 methods\r\n")));
 }
 
 TEST_P(CorvaneRun, UsesAConfigurationThatIsNamed) {
@@ -214,6 +302,30 @@ TEST_P(CorvaneRun, ProfilesProgramsOfAnyName) {
         EXPECT_EQ(result.exit_code, 4U);
         EXPECT_THAT(result.output, EndsWith("1 calls, 0 errors, 1 methods\r\n")) << result.output;
     }
+}
+
+TEST_P(CorvaneRun, WritesToFoldersWhoseNamesTheCodePageLacks) {
+    std::vector<std::wstring> options;
+    for (const wchar_t* const option : kFileOptions) {
+        options.insert(options.end(), {option, L"\u0416\\" + std::wstring(option) + L".txt"});
+    }
+    EXPECT_EQ(run(options, {L"sum"}).exit_code, 3U);
+    for (const wchar_t* const option : kFileOptions) {
+        const fs::path file = folder() / L"\u0416" / (std::wstring(option) + L".txt");
+        EXPECT_NE(text_of(file), "") << fs::path(option);
+    }
+}
+
+TEST_P(CorvaneRun, HasAFolderForTemporaryFilesWhoseNameTheCodePageLacks) {
+    const fs::path own = folder() / L"\u0416";
+    fs::create_directory(own);
+    DebuggeeOptions options = tool_options(command({}, {L"code", L"4"}));
+    options.environment[L"TMP"] = own.wstring();
+    options.environment[L"TEMP"] = own.wstring();
+    EXPECT_EQ(run_debuggee(options).exit_code, 4U);
+    EXPECT_THAT(text_of(options.output_file), EndsWith("1 calls, 0 errors, 1 methods\r\n"));
+    EXPECT_TRUE(fs::is_empty(own));
+    EXPECT_TRUE(files(_wgetenv(L"ProgramData"), L"corvane-run-", L"").empty());
 }
 
 // Without the variables that the tests themselves are given.
@@ -256,17 +368,20 @@ TEST_P(CorvaneRun, ProfilesChildrenThatAreAskedFor) {
 
 TEST_P(CorvaneRun, RefusesWhatCannotBeWritten) {
     write_file(folder() / "file", "");
-    for (const wchar_t* const option : {L"--tree", L"--trace", L"--otlp", L"--flame", L"--log"}) {
-        const ToolRun result = run({option, L"file\\out.txt"}, {L"sum"});
-        EXPECT_EQ(result.exit_code, 100U);
-        EXPECT_THAT(result.output, StartsWith("corvane: cannot write " +
-                                              (folder() / "file" / "out.txt").string() + ": "));
-    }
     const fs::path taken = folder() / "taken.txt";
     write_file(taken, "kept");
-    const OwnedHandle holder(CreateFileW(taken.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                                         FILE_ATTRIBUTE_NORMAL, nullptr));
-    EXPECT_EQ(run({L"--tree", L"taken.txt"}, {L"sum"}).exit_code, 100U);
+    OwnedHandle holder(CreateFileW(taken.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                   FILE_ATTRIBUTE_NORMAL, nullptr));
+    for (const wchar_t* const option : kFileOptions) {
+        for (const wchar_t* const file : {L"file\\out.txt", L"taken.txt"}) {
+            const ToolRun result = run({option, file}, {L"sum"});
+            EXPECT_EQ(result.exit_code, 100U);
+            EXPECT_THAT(result.output,
+                        StartsWith("corvane: cannot write " + (folder() / file).string() + ": "));
+        }
+    }
+    holder.reset();
+    EXPECT_EQ(text_of(taken), "kept");
 }
 
 TEST_P(CorvaneRun, RefusesOptionsThatContradictEachOther) {
@@ -279,6 +394,8 @@ TEST_P(CorvaneRun, RefusesOptionsThatContradictEachOther) {
                                                           {L"--tree", L""},
                                                           {L"--tree="},
                                                           {L"--env-only", L"cmd", L"--flame", L"a"},
+                                                          {L"--env-only", L"cmd", L"--no-inlining"},
+                                                          {L"--env-only", L"cmd", L"--detach"},
                                                           {L"a-word"}};
     for (const auto& options : wrong) {
         const ToolRun result = run(options, {L"sum"});
@@ -287,6 +404,31 @@ TEST_P(CorvaneRun, RefusesOptionsThatContradictEachOther) {
     }
     EXPECT_EQ(run_tool({L"run"}).exit_code, 2U);
     EXPECT_EQ(run_tool({L"run", L"--"}).exit_code, 2U);
+    const ToolRun checked = run_tool({L"check", L"--pool", L"X", L"--service", L"Y"});
+    EXPECT_EQ(checked.exit_code, 2U);
+    EXPECT_THAT(checked.output, StartsWith("corvane: --pool excludes --service\r\n"));
+}
+
+TEST_P(CorvaneRun, RefusesAProgramWhereACommandTakesNone) {
+    const std::vector<std::vector<std::wstring>> commands = {
+        {L"explain", launched()},
+        {L"list"},
+        {L"sample", L"--pid", L"1"},
+        {L"summary", L"--pid", L"1"},
+        {L"flush", L"--pid", L"1"},
+        {L"status"},
+        {L"register"},
+        {L"unregister"},
+        {L"install", L"--dir", L"installed", L"--what-if"},
+        {L"uninstall", L"--dir", L"installed", L"--what-if"},
+        {L"watch", L"--level", L"4"}};
+    for (std::vector<std::wstring> words : commands) {
+        words.insert(words.end(), {L"--", launched()});
+        const ToolRun result = run_tool(words);
+        EXPECT_EQ(result.exit_code, 2U);
+        EXPECT_EQ(result.output, "corvane: " + fs::path(words[0]).string() +
+                                     " takes no program: remove what stands behind \"--\"\r\n");
+    }
 }
 
 TEST_P(CorvaneRun, PrintsTheVariablesForOthers) {
@@ -308,6 +450,133 @@ TEST_P(CorvaneRun, PrintsTheVariablesForOthers) {
                 AllOf(HasSubstr("$env:CORECLR_PROFILER_PATH = '" + profiler + "'\r\n"),
                       HasSubstr("$env:CORVANE_CALL_TREE = 'C:\\100%\\it''s.txt'\r\n")));
     EXPECT_THAT(printed(L"json"), HasSubstr("\"CORVANE_CALL_TREE\": \"C:\\\\100%\\\\it's.txt\""));
+}
+
+// A copy of the tool with what belongs to it, in the place of the one beside this program.
+class CorvaneRunCopied : public CorvaneRun {
+protected:
+    void SetUp() override {
+        CorvaneRun::SetUp();
+        fs::create_directories(copy_ / "managed");
+        for (const wchar_t* const name : {L"corvane.exe", L"CorvaneProfiler.dll"}) {
+            fs::copy_file(built_file(name), copy_ / name);
+        }
+        for (const wchar_t* const name : {L"kite", L"kite_framework"}) {
+            fs::create_directory(copy_ / "managed" / name);
+            fs::copy_file(built_file(L"managed") / name / "kite.managed.dll",
+                          copy_ / "managed" / name / "kite.managed.dll");
+        }
+        tool = copy_ / "corvane.exe";
+    }
+
+    // What a program writes that has these variables, started by nobody of ours.
+    std::string alone(const std::wstring& file, const std::vector<std::wstring>& words,
+                      const Environment& variables) const {
+        DebuggeeOptions options = tool_options(words, variables);
+        options.program = file;
+        EXPECT_EQ(run_debuggee(options).exit_code, 4U);
+        return text_of(options.output_file);
+    }
+
+    // The program is to be one of .NET 6.
+    void make_old() const {
+        write_file(program_folder() / "launched.runtimeconfig.json",
+                   R"({"runtimeOptions": {"tfm": "net6.0", "framework":
+                   {"name": "Microsoft.NETCore.App", "version": "6.0.0"}}})");
+    }
+
+    // Its runtime: this one, under a number of that one.
+    std::wstring old_root() const {
+        const fs::path here = *clean_environment()[L"DOTNET_ROOT"];
+        const fs::path root = folder() / "old";
+        const fs::path runtimes = fs::path("shared") / "Microsoft.NETCore.App";
+        fs::create_directories(root / runtimes);
+        fs::create_directories(root / "host");
+        fs::copy(here / "host", root / "host", fs::copy_options::recursive);
+        fs::copy(fs::directory_iterator(here / runtimes)->path(), root / runtimes / "6.0.36",
+                 fs::copy_options::recursive);
+        return root.wstring();
+    }
+
+    static void enable_in(const fs::path& place) {
+        fs::create_directories(place);
+        write_file(place / "agent.config", "<configuration><instrumentation><applications>"
+                                           "<application name='launched.exe' corvane='Enabled'/>"
+                                           "</applications></instrumentation></configuration>");
+    }
+
+    const fs::path copy_ = folder() / "copy";
+};
+INSTANTIATE_TEST_SUITE_P(Runtimes, CorvaneRunCopied, ::testing::ValuesIn(kRuntimes), runtime_name);
+
+TEST_P(CorvaneRunCopied, PrintsVariablesThatWork) {
+    enable_in(home);
+    const std::wstring exe = launched();
+    const Environment named = printed_variables({L"--config", home.wstring()});
+    EXPECT_THAT(alone(exe, {L"code", L"4"}, named), EndsWith("1 calls, 0 errors, 1 methods\r\n"));
+    EXPECT_THAT(alone(exe, {L"code", L"4"}, printed_variables({})),
+                HasSubstr("there is no " + (copy_ / "agent.config").string()));
+    enable_in(copy_);
+    EXPECT_THAT(alone(exe, {L"code", L"4"}, printed_variables({})),
+                EndsWith("1 calls, 0 errors, 1 methods\r\n"));
+}
+
+TEST_P(CorvaneRunCopied, PrintsABatchFileThatWorks) {
+    enable_in(copy_);
+    fs::create_directory(folder() / "100% & more");
+    const ToolRun printed =
+        run_tool({L"run", L"--env-only", L"cmd", L"--tree", L"100% & more\\it's.txt"});
+    const fs::path batch = folder() / "start.bat";
+    write_file(batch, "@echo off\r\n" + printed.output + '"' + fs::path(launched()).string() +
+                          "\" code 4\r\nexit %errorlevel%\r\n");
+    wchar_t system[MAX_PATH] = {};
+    GetSystemDirectoryW(system, MAX_PATH);
+    EXPECT_EQ(alone((fs::path(system) / "cmd.exe").wstring(), {L"/c", batch.wstring()}, {}), "");
+    EXPECT_THAT(text_of(folder() / "100% & more" / "it's.txt"), HasSubstr("Program.Main("));
+}
+
+TEST_P(CorvaneRunCopied, RunsAProgramOfAnOldRuntimeWithTheOtherBuild) {
+    make_old();
+    const fs::path other = copy_ / "managed" / "kite" / "kite.managed.dll";
+    fs::copy_file(built_file(L"CorvaneProfiler.dll"), other, fs::copy_options::overwrite_existing);
+    const ToolRun recorded = run({}, {L"code", L"4"}, {{L"DOTNET_ROOT", old_root()}});
+    EXPECT_EQ(recorded.exit_code, 4U);
+    EXPECT_THAT(recorded.output, EndsWith("1 calls, 0 errors, 1 methods\r\n"));
+
+    const ToolRun missing = run({}, {L"code", L"4"}); // that runtime
+    EXPECT_EQ(missing.exit_code, 0x80008096U);
+    EXPECT_THAT(missing.output,
+                AllOf(HasSubstr("You must install or update .NET to run this application."),
+                      EndsWith("\r\ncorvane: there is no summary, because the program wrote none "
+                               "before it ended with exit code 0x80008096: the .NET host could not "
+                               "start it, for the reason in its own lines above\r\n")));
+
+    fs::copy_file(managed_library(), other, fs::copy_options::overwrite_existing);
+    fs::remove_all(copy_ / "managed" / "kite_framework");
+    const ToolRun refused = run({}, {L"code", L"4"});
+    EXPECT_EQ(refused.exit_code, 106U);
+    EXPECT_THAT(refused.output,
+                AllOf(StartsWith("corvane: "), HasSubstr(" runs on .NET 6.0.0, and "),
+                      EndsWith("(docs/troubleshooting.md#runtime-too-old)\r\n")));
+}
+
+TEST_P(CorvaneRunCopied, SaysWhatIsMissing) {
+    const std::string is_missing =
+        " is not beside corvane.exe in " + copy_.string() + ": copy it there\r\n";
+    EXPECT_EQ(run_tool({L"status"}).exit_code, 0U);
+    fs::remove(copy_ / "managed" / "kite" / "kite.managed.dll");
+    const ToolRun status = run_tool({L"status"});
+    EXPECT_EQ(status.exit_code, 100U);
+    EXPECT_THAT(status.output, AllOf(HasSubstr("\r\nManaged library: missing\r\n"),
+                                     HasSubstr("\r\nProfiler:        " + copy_.string())));
+    const ToolRun unrecorded = run({}, {L"code", L"4"});
+    EXPECT_EQ(unrecorded.exit_code, 100U);
+    EXPECT_EQ(unrecorded.output, "corvane: kite.managed.dll" + is_missing);
+    fs::remove(copy_ / "CorvaneProfiler.dll");
+    EXPECT_THAT(run_tool({L"status"}).output, HasSubstr("\r\nProfiler:        missing\r\n"));
+    const ToolRun unprofiled = run({}, {L"code", L"4"});
+    EXPECT_EQ(unprofiled.exit_code, 100U);
+    EXPECT_EQ(unprofiled.output, "corvane: CorvaneProfiler.dll" + is_missing);
 }
 
 // --- Ends from outside
@@ -371,10 +640,25 @@ TEST_P(CorvaneRunEnded, TakesTheProgramAlongAndTheNextRunClearsUp) {
     EXPECT_TRUE(fs::is_empty(temporary()));
 }
 
+// And what it needs, until it has ended.
 TEST_P(CorvaneRunEnded, LeavesADetachedProgramAlone) {
     start({L"--detach"}, {L"wait"});
     TerminateProcess(launcher_.process.get(), 1);
+    EXPECT_TRUE(ends(launcher_.process, 60'000));
     EXPECT_FALSE(ends(program_, 1'000));
+    const auto run_another = [&] {
+        DebuggeeOptions options = tool_options(command({}, {L"code", L"4"}));
+        options.output_file = (folder() / "another.txt").wstring();
+        EXPECT_EQ(run_debuggee(options).exit_code, 4U);
+    };
+    run_another();
+    const std::vector<fs::path> left = files(temporary(), L"corvane-run-", L"");
+    ASSERT_EQ(left.size(), 1U);
+    EXPECT_TRUE(fs::exists(left[0] / "agent.config"));
+    TerminateProcess(program_.get(), 1);
+    EXPECT_TRUE(ends(program_, 60'000));
+    run_another();
+    EXPECT_TRUE(fs::is_empty(temporary()));
 }
 
 TEST_P(CorvaneRunEnded, EndsWithTheCodeOfAProgramThatIsKilled) {

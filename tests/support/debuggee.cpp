@@ -88,12 +88,16 @@ DWORD handle_event(const DebuggeeOptions& options, HANDLE process, const DEBUG_E
     }
 }
 
-OwnedHandle open_output(const std::wstring& file) {
+// For a stream of the program; nothing if there is no name.
+OwnedHandle open_stream(const std::wstring& file, DWORD access, DWORD creation) {
+    if (file.empty()) {
+        return {};
+    }
     SECURITY_ATTRIBUTES inheritable = {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-    const HANDLE handle = CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inheritable,
-                                      CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE handle = CreateFileW(file.c_str(), access, FILE_SHARE_READ, &inheritable, creation,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
-        throw_last_error("cannot write the program's output file");
+        throw_last_error("cannot open a file for the program's streams");
     }
     return OwnedHandle(handle);
 }
@@ -142,13 +146,16 @@ DebuggeeResult wait_for_end(const DebuggeeOptions& options, HANDLE process) {
 RunningProgram start_program(const DebuggeeOptions& options, DWORD flags) {
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
-    OwnedHandle output;
-    if (!options.output_file.empty()) {
-        output = open_output(options.output_file);
+    const OwnedHandle input = open_stream(options.input_file, GENERIC_READ, OPEN_EXISTING);
+    const OwnedHandle output = open_stream(options.output_file, GENERIC_WRITE, CREATE_ALWAYS);
+    const OwnedHandle errors = open_stream(options.error_file, GENERIC_WRITE, CREATE_ALWAYS);
+    if (output) {
         startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+        startup.hStdInput = input ? input.get() : GetStdHandle(STD_INPUT_HANDLE);
         startup.hStdOutput = output.get();
-        startup.hStdError = options.passes_errors ? GetStdHandle(STD_ERROR_HANDLE) : output.get();
+        startup.hStdError = errors                  ? errors.get()
+                            : options.passes_errors ? GetStdHandle(STD_ERROR_HANDLE)
+                                                    : output.get();
     }
     std::wstring line = command_line(options);
     std::wstring environment = changed_environment(options);

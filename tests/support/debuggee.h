@@ -22,7 +22,9 @@ struct DebuggeeOptions {
     // Changes to the environment that the program inherits; no value removes a variable.
     std::map<std::wstring, std::optional<std::wstring>> environment;
     std::wstring directory;     // working directory; empty: the caller's
-    std::wstring output_file;   // standard output and error; empty: the caller's
+    std::wstring input_file;    // standard input; empty: the caller's
+    std::wstring output_file;   // standard output and error; empty: all streams are the caller's
+    std::wstring error_file;    // standard error alone
     bool passes_errors = false; // standard error is the caller's in any case
     std::chrono::milliseconds timeout = std::chrono::minutes(5);
     std::function<void(const std::wstring& line)> on_debug_output; // none: no debugger

@@ -3,6 +3,9 @@
 
 #include "tests/support/debuggee.h"
 #include "tests/support/runtime_test.h"
+#include "tools/corvane/utf8.h"
+
+#include <nlohmann/json.hpp>
 
 #include <fstream>
 #include <iterator>
@@ -53,6 +56,20 @@ protected:
         const DebuggeeResult result = run_debuggee(options);
         EXPECT_FALSE(result.timed_out);
         return {result.exit_code, text_of(options.output_file)};
+    }
+
+    // What "corvane run" would set with these options, for a program that a test starts itself.
+    Environment printed_variables(std::vector<std::wstring> options,
+                                  const Environment& environment = {}) const {
+        options.insert(options.begin(), {L"run", L"--env-only", L"json"});
+        const ToolRun printed = run_tool(options, environment);
+        EXPECT_EQ(printed.exit_code, 0U) << printed.output;
+        const auto json = nlohmann::json::parse(printed.output);
+        Environment variables;
+        for (const auto& [name, value] : json.items()) {
+            variables[tool::to_wide(name)] = tool::to_wide(value.get<std::string>());
+        }
+        return variables;
     }
 
     // The folder for temporary files, which has nothing in it when a command has ended.

@@ -15,7 +15,8 @@ class App;
 
 namespace corvane::tool {
 
-// Gets the words behind "--", which are another program's, and returns the exit code.
+// Gets the words behind "--", which are another program's, and returns the exit code. A command
+// that takes no program gets none.
 using Work = std::function<int(const Words& behind)>;
 
 struct Command {
@@ -23,6 +24,7 @@ struct Command {
     const char* words; // what its usage shows behind the name
     const char* description;
     Work (*define)(CLI::App& options);
+    bool takes_program = false; // behind "--"
 };
 
 // The tool's own exit codes. Those of findings are in finding_kinds.h, and `run` has the program's.

@@ -22,10 +22,11 @@ namespace {
 
 constexpr std::array kCommands = {
     Command{"check", "[OPTIONS] [PROGRAM] [-- ARGUMENTS]",
-            "Says whether a program would be profiled, and why not", define_check},
+            "Says whether a program would be profiled, and why not", define_check, true},
     Command{"explain", "[OPTIONS] ASSEMBLY",
             "Shows what would be instrumented in an assembly, how and why", define_explain},
-    Command{"run", "[OPTIONS] -- PROGRAM [ARGUMENTS]", "Runs a program and records it", define_run},
+    Command{"run", "[OPTIONS] -- PROGRAM [ARGUMENTS]", "Runs a program and records it", define_run,
+            true},
     Command{"list", "[OPTIONS]", "Shows the rules in force", define_list},
     Command{"sample", "--pid N [OPTIONS]", "Takes a profile of a running process", define_sample},
     Command{"summary", "--pid N", "Shows a running process's calls by method", define_summary},
@@ -108,11 +109,15 @@ int run_command(const Words& words) {
     app.require_subcommand(1);
     app.allow_windows_style_options(false);
     app.footer("\"corvane COMMAND --help\" shows the options of a command.");
-    std::map<const CLI::App*, Work> works;
+    struct Defined {
+        const Command& command;
+        Work work;
+    };
+    std::map<const CLI::App*, Defined> commands;
     for (const Command& command : kCommands) {
         CLI::App* const part = app.add_subcommand(command.name, command.description);
         part->formatter(std::make_shared<CommandFormatter>(command));
-        works[part] = command.define(*part);
+        commands.emplace(part, Defined{command, command.define(*part)});
     }
     try {
         std::vector<std::string> reversed; // as the parser takes them
@@ -132,7 +137,13 @@ int run_command(const Words& words) {
         }
         return is_misuse ? kMisused : kSuccess;
     }
-    return works.at(app.get_subcommands().front())(split.behind);
+    const Defined& chosen = commands.at(app.get_subcommands().front());
+    if (!split.behind.empty() && !chosen.command.takes_program) {
+        print_error(std::string(chosen.command.name) +
+                    " takes no program: remove what stands behind \"--\"");
+        return kMisused;
+    }
+    return chosen.work(split.behind);
 }
 
 int guarded(const Words& words) {

@@ -2,7 +2,6 @@
 
 #include "base/hresult_text.h"
 #include "base/local_memory.h"
-#include "base/owned_handle.h"
 #include "tools/corvane/command.h"
 #include "tools/corvane/program.h"
 #include "tools/corvane/utf8.h"
@@ -11,6 +10,7 @@
 
 #include <sddl.h>
 
+#include <algorithm>
 #include <cwchar>
 #include <optional>
 #include <string>
@@ -57,8 +57,8 @@ bool runs(DWORD process) {
 // The process that a folder of ours belongs to. A link may lead anywhere.
 std::optional<DWORD> owner_of(const fs::path& folder) {
     const std::wstring name = folder.filename().wstring();
-    const std::wstring number =
-        name.starts_with(kPrefix) ? name.substr(std::size(kPrefix) - 1) : L"";
+    std::wstring number = name.starts_with(kPrefix) ? name.substr(std::size(kPrefix) - 1) : L"";
+    number.resize(std::min(number.find(L'-'), number.size()));
     const bool is_number = !number.empty() && number.size() < 10 &&
                            number.find_first_not_of(L"0123456789") == number.npos;
     const DWORD attributes = GetFileAttributesW(folder.c_str());
@@ -69,11 +69,30 @@ std::optional<DWORD> owner_of(const fs::path& folder) {
     return std::wcstoul(number.c_str(), nullptr, 10);
 }
 
+// Whoever opens it for sharing with nobody fails while a program has its handle.
+bool is_used(const fs::path& folder) {
+    const HANDLE opened = CreateFileW(folder.c_str(), FILE_LIST_DIRECTORY, 0, nullptr,
+                                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (opened == INVALID_HANDLE_VALUE) {
+        return GetLastError() == ERROR_SHARING_VIOLATION;
+    }
+    OwnedHandle(opened).reset();
+    return false;
+}
+
+OwnedHandle inheritable_handle(const fs::path& folder) {
+    SECURITY_ATTRIBUTES inheritable = {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    const HANDLE opened = CreateFileW(
+        folder.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+        &inheritable, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    return OwnedHandle(opened == INVALID_HANDLE_VALUE ? nullptr : opened);
+}
+
 void remove_left_folders(const fs::path& parent) {
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(parent, ignored)) {
         const auto owner = owner_of(entry.path());
-        if (owner && !runs(*owner)) {
+        if (owner && !runs(*owner) && !is_used(entry.path())) {
             fs::remove_all(entry.path(), ignored);
         }
     }
@@ -104,19 +123,27 @@ LocalMemory<void> own_rights() {
 
 } // namespace
 
-RunFolder::RunFolder() {
+RunFolder::RunFolder(bool may_be_left) {
     const fs::path parent = temporary_folder();
     remove_left_folders(parent);
-    path_ = parent / (kPrefix + std::to_wstring(GetCurrentProcessId()));
     const LocalMemory<void> rights = own_rights();
     SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), rights.get(), FALSE};
+    // One of this number may be used by what a process that had it before has started.
+    path_ = parent / (kPrefix + std::to_wstring(GetCurrentProcessId()));
+    while (is_used(path_)) {
+        path_ += L"-again";
+    }
     if (!rights || CreateDirectoryW(path_.c_str(), &attributes) == FALSE) {
         throw Failure("cannot make the folder " + to_utf8(path_.wstring()) + ": " +
                       to_utf8(hresult_text(HRESULT_FROM_WIN32(GetLastError())).c_str()));
     }
+    if (may_be_left) {
+        inherited_ = inheritable_handle(path_);
+    }
 }
 
 RunFolder::~RunFolder() {
+    inherited_.reset();
     std::error_code ignored;
     fs::remove_all(path_, ignored);
 }

@@ -4,6 +4,8 @@ using System.Collections;
 using System.Diagnostics;
 using System.IO;
 using System.Linq;
+using System.Runtime.CompilerServices;
+using System.Runtime.InteropServices;
 using System.Threading;
 
 internal static class Program
@@ -23,7 +25,11 @@ internal static class Program
             "work" => WorkOn(args[1]),
             "busy" => KeepPoolBusy(args[1]),
             "interrupt" => Interrupt(args[1]),
+            "inlined" => ShowInlining(),
             "killed" => Killed(),
+            "violate" => Violate(),
+            "throw" => throw new InvalidOperationException("on purpose"),
+            "fail" => Fail(),
             "parent" => Parent(args[1], args[2..]),
             "leave" => Leave(args[1], args[2]),
             { } assembly when assembly.EndsWith(".dll", StringComparison.Ordinal) => Echo(args), // as dotnet.exe
@@ -44,7 +50,7 @@ internal static class Program
 
     private static int Input()
     {
-        Console.WriteLine($"read {Console.In.ReadToEnd().Trim()}");
+        Console.WriteLine($"read {string.Join('|', Console.In.ReadToEnd().Split("\r\n", StringSplitOptions.RemoveEmptyEntries))}");
         return 0;
     }
 
@@ -127,6 +133,32 @@ internal static class Program
         };
         File.WriteAllText(file, Environment.ProcessId.ToString());
         return interrupted.Wait(TimeSpan.FromMinutes(10)) ? 23 : 1;
+    }
+
+    private static int ShowInlining()
+    {
+        Console.WriteLine($"this is {NameOfThis()}");
+        return 0;
+    }
+
+    [MethodImpl(MethodImplOptions.AggressiveInlining)]
+    private static string NameOfThis() => new StackFrame(0).GetMethod()!.Name;
+
+    // In a thread that the runtime knows nothing of.
+    private static int Violate()
+    {
+        CreateThread(0, 0, 0x1000, 0, 0, out _);
+        Thread.Sleep(TimeSpan.FromMinutes(10));
+        return 1;
+    }
+
+    [DllImport("kernel32")]
+    private static extern nint CreateThread(nint attributes, nuint stack, nint start, nint argument, uint flags, out uint id);
+
+    private static int Fail()
+    {
+        Environment.FailFast("on purpose");
+        return 1;
     }
 
     private static int Killed()

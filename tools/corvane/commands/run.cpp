@@ -91,6 +91,13 @@ void require_consistent(const Options& options) {
                "program's entry in " +
                to_utf8(options.config) + "\\agent.config");
     }
+    if (!options.env_only.empty() && options.no_inlining) {
+        refuse("--no-inlining has no effect with --env-only, because no variable says it: write "
+               "inlining=\"Disabled\" to the program's entry in its agent.config");
+    }
+    if (!options.env_only.empty() && options.detach) {
+        refuse("--detach has no effect with --env-only, which starts no program");
+    }
     if (!options.env_only.empty() && options.has_samples_file()) {
         refuse("--env-only sets variables, and none names a file of samples: use --sample, and "
                "take the files "
@@ -121,16 +128,21 @@ std::string ending_text(unsigned long exit_code) {
     return text.data();
 }
 
+const char* reason_of(unsigned long exit_code) {
+    if (exit_code >= 0x80008080 && exit_code <= 0x800080FF) {
+        return ": the .NET host could not start it, for the reason in its own lines above";
+    }
+    if (exit_code >= 0x80000000) {
+        return ": it crashed or was ended from outside";
+    }
+    return ". A line of kite.managed above has the reason. Without such a line the program was "
+           "ended from outside, or runs no .NET";
+}
+
 void say_missing(const char* what, const Ended& ended) {
-    const bool crashed = ended.exit_code >= 0x80000000;
-    print_error(
-        std::string("there is no ") + what +
-        ", because the program wrote none before it ended with exit code " +
-        ending_text(ended.exit_code) +
-        (crashed
-             ? ": it crashed or was ended from outside"
-             : ". A line of kite.managed above has the reason. Without such a line the program was "
-               "ended from outside, or runs no .NET"));
+    print_error(std::string("there is no ") + what +
+                ", because the program wrote none before it ended with exit code " +
+                ending_text(ended.exit_code) + reason_of(ended.exit_code));
 }
 
 void show(const char* what, const fs::path& folder, const Ended& ended) {
@@ -263,7 +275,7 @@ int run(const Options& options, const Words& words, const Installation& installe
         prepare_output(options.children ? for_each_process(file) : file);
         before[file] = last_change(file);
     }
-    const RunFolder folder;
+    const RunFolder folder(options.detach);
     if (options.config.empty()) {
         write_config(folder.path(), program, options);
     }
