@@ -58,12 +58,15 @@ internal sealed class ControlPipe
     // be there, or another process has the name. Returns when it is to make no more.
     internal void Serve(Func<NamedPipeServerStream?> make)
     {
-        for (var pipe = make(); pipe != null; pipe = MakeAgain(make))
+        var pipe = make();
+        // One for all clients: a thread for each would leave handles behind until memory is collected.
+        using var wait = OperatingSystem.IsWindows() ? new LimitedWait() : new LimitedWait(() => pipe?.Dispose());
+        for (; pipe != null; pipe = MakeAgain(make))
         {
             try
             {
                 pipe.WaitForConnection();
-                AnswerOne(pipe);
+                AnswerOne(pipe, wait);
             }
             catch (Exception)
             {
@@ -136,9 +139,8 @@ internal sealed class ControlPipe
         return security;
     }
 
-    private void AnswerOne(NamedPipeServerStream pipe)
+    private void AnswerOne(NamedPipeServerStream pipe, LimitedWait wait)
     {
-        using var wait = OperatingSystem.IsWindows() ? new LimitedWait() : new LimitedWait(pipe.Dispose);
         var request = "";
         wait.For(patience, () => request = ReadRequest(pipe));
         commands.Answer(request, new PatientStream(pipe, wait, patience));
