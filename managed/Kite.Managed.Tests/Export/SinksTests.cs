@@ -341,7 +341,9 @@ public sealed class SinksTests : IDisposable
         Assert.Equal("Bearer planted-c", collector.Requests.First().Headers["authorization"]);
         // All of it was recorded: two levels of seven calls, three of tasks, and activities where there are any.
         Assert.Equal(17, Otlp().Count(span => span.Text("name")!.StartsWith("Program.", StringComparison.Ordinal)));
-        Assert.Equal(Library.IsForNet ? ["GET /login?user=***", "SET"] : [], Otlp().Select(span => span.Text("name")!).Where(name => name[0] is 'G' or 'S').Order());
+        Assert.Equal(
+            Library.IsForNet ? ["GET /login?user=***", "SET"] : [],
+            Otlp().Select(span => span.Text("name")!).Where(name => name[0] is 'G' or 'S').Order());
         Assert.Equal(Library.IsForNet ? 17 : 0, run.Output.Count(line => line.StartsWith("Program.", StringComparison.Ordinal)));
         Assert.Contains("17 calls, ", File.ReadAllText(folder["tree"]));
         Assert.Equal(values == "all", File.ReadAllText(folder["tree"]).Contains("sig=***"));

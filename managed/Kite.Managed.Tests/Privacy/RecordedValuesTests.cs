@@ -145,7 +145,9 @@ public class RecordedValuesTests
     [InlineData("INSERT INTO Users(Name,Password)VALUES('bob','hunter2'),('eve','x1')", "***")]
     public void AQueryIsShownWithoutItsLiterals(string query, string shown)
     {
-        Assert.Equal($"Count(kind: {shown}, more: {(shown == "***" ? "***" : "1")})", Line(RecordedValues.All, typeof(Shop), "Count", [query, 1], null).Split(" = ")[0]);
+        Assert.Equal(
+            $"Count(kind: {shown}, more: {(shown == "***" ? "***" : "1")})",
+            Line(RecordedValues.All, typeof(Shop), "Count", [query, 1], null).Split(" = ")[0]);
         var recording = new RecordedCalls().With(0, "Open");
         recording.Enter(0);
         recording.Throw(new InvalidOperationException(query));
