@@ -23,7 +23,7 @@ internal sealed class OtlpPush : ISpanTarget
     private readonly ManualResetEvent ending = new ManualResetEvent(false);
     private readonly ManualResetEvent done = new ManualResetEvent(false);
     private bool hasBegun;
-    private volatile bool hasGivenUp;
+    private bool hasGivenUp;
     private DateTime end = DateTime.MaxValue;
     private OtlpClient? client;
 
@@ -39,6 +39,11 @@ internal sealed class OtlpPush : ISpanTarget
 
     public void Write(DrainedSpans drained)
     {
+        if (!hasBegun)
+        {
+            OwnThread.Start("sender", Run, Fail); // may fail, and is tried again with the next ones
+            hasBegun = true;
+        }
         var dropped = 0;
         lock (queue)
         {
@@ -56,11 +61,6 @@ internal sealed class OtlpPush : ISpanTarget
         {
             Losses.Add(dropped, "they come faster than they can be sent");
         }
-        if (!hasBegun)
-        {
-            hasBegun = true;
-            OwnThread.Start("sender", Run, Fail);
-        }
         filled.Set();
     }
 
@@ -77,10 +77,9 @@ internal sealed class OtlpPush : ISpanTarget
         }
         end = until;
         ending.Set();
-        if (!done.WaitOne(Rest()))
+        if (!done.WaitOne(Rest()) && GiveUp() is > 0 and var spans)
         {
-            Lose(Waiting(), OtlpClient.NoAnswerBeforeTheEnd);
-            hasGivenUp = true;
+            Losses.Add(spans, OtlpClient.NoAnswerBeforeTheEnd);
         }
     }
 
@@ -205,12 +204,26 @@ internal sealed class OtlpPush : ISpanTarget
         }
     }
 
-    // What was given up is counted already.
+    // Of the batch. What was given up is counted already.
     private void Lose(int spans, string why)
     {
-        if (!hasGivenUp)
+        lock (queue)
         {
-            Losses.Add(spans, why);
+            if (hasGivenUp)
+            {
+                return;
+            }
+            batch.RemoveRange(0, spans);
+        }
+        Losses.Add(spans, why);
+    }
+
+    private int GiveUp()
+    {
+        lock (queue)
+        {
+            hasGivenUp = true;
+            return queue.Count + batch.Count;
         }
     }
 
