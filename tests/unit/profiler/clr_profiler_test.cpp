@@ -456,15 +456,16 @@ TEST_F(Initialize, ForAttachTakesTheModulesAndThreadsThatAreThere) {
     runtime.module_flags = {{0x10, COR_PRF_MODULE_DISK}, {0x11, COR_PRF_MODULE_DISK}};
     runtime.assemblies = {{0x20, L"mscorlib"}, {0x21, L"Shop"}};
     runtime.present_modules.ids = {0x11, 0x10};
-    runtime.present_threads.ids = {0x7FF0000000D1, 0x7FF0000000D2};
+    // No other test's: what it leaves is taken for threads that are known.
+    runtime.present_threads.ids = {0x7FF000002000, 0x7FF000002040};
     const AgentHome home(listing_this());
     EXPECT_EQ(profiler->InitializeForAttach(&runtime, nullptr, 0), S_OK);
     EXPECT_EQ(loaded_modules(), std::vector<ModuleID>());
     EXPECT_EQ(profiler->ProfilerAttachComplete(), S_OK);
     EXPECT_EQ(loaded_modules(), (std::vector<ModuleID>{0x10, 0x11}));
     EXPECT_EQ(mscorlibModuleId, 0x10U);
-    EXPECT_EQ(ThreadMap, (std::map<DWORD, ThreadID>{{0xD1, 0x7FF0000000D1}, //
-                                                    {0xD2, 0x7FF0000000D2}}));
+    EXPECT_EQ(ThreadMap, (std::map<DWORD, ThreadID>{{0x2000, 0x7FF000002000}, //
+                                                    {0x2040, 0x7FF000002040}}));
     EXPECT_EQ(runtime.present_modules.references, 0U);
     EXPECT_EQ(runtime.present_threads.references, 0U);
     for (const ModuleID module : runtime.present_modules.ids) {
