@@ -87,6 +87,10 @@ constexpr Form kForms[] = {
     {{"Trimmed"},
      L"published_Trimmed",
      L"the program's mscorlib is not there; publish it without trimming"},
+    {{"TrimmedWithHook"},
+     L"published_TrimmedWithHook",
+     L"the program's mscorlib is not there; publish it without trimming",
+     true},
 };
 INSTANTIATE_TEST_SUITE_P(Forms, PublishedForm, ::testing::ValuesIn(kForms),
                          [](const auto& form) { return std::string(form.param.name); });
@@ -104,6 +108,26 @@ TEST_P(PublishedForm, RunsAsItDoesPlain) {
     } else {
         EXPECT_THAT(log, Not(Contains(HasSubstr(L"Left as it is"))));
     }
+}
+
+class TrimmedWithHook : public RuntimeTest {
+protected:
+    void SetUp() override { use_runtime(10); }
+};
+
+// Without a configuration: under the profiler such a short program may be over before a sample.
+TEST_F(TrimmedWithHook, SaysInOneLineWhyItIsNotSampled) {
+    program = L"published_TrimmedWithHook";
+    Launch launch = strict();
+    launch.environment[L"DOTNET_STARTUP_HOOKS"] = managed_library().wstring();
+    launch.environment[L"CORVANE_SAMPLE"] = L"samples";
+    launch.with_witness = false; // which would stay in the process
+    launch.opening = "kite.managed: no samples are taken: CorvaneProfiler.dll is not in this "
+                     "process: it left because there is no " +
+                     (home / "agent.config").string() +
+                     ". Write it, and list published.exe in it.\r\n";
+    watch(launch);
+    EXPECT_FALSE(std::filesystem::exists(program_folder() / "samples"));
 }
 
 } // namespace
