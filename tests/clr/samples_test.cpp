@@ -108,7 +108,8 @@ TEST_P(Samples, ConsoleProgramShowsItsCalls) {
     const ToolRun result = run_sample(L"console", {L"--tree", tree.wstring(), L"--values", L"all"});
     EXPECT_EQ(result.exit_code, 0U);
     EXPECT_EQ(result.output, "2 x tea costs 500 cents.\r\n1 x cake costs 320 cents.\r\n"
-                             "There is no moon.\r\n");
+                             "There is no moon.\r\ncorvane: wrote " +
+                                 tree.string() + "\r\n");
     const std::vector<std::string> lines = read_call_lines(tree);
     ASSERT_EQ(lines.size(), 8U);
     EXPECT_EQ(lines[1], "  Orders.Program.Main(args: {System.String[]}) = 0");
@@ -149,7 +150,8 @@ TEST_P(Samples, CallbacksSeeAndChangeCalls) {
     const ToolRun result = run_sample(L"callbacks", {L"--summary", L"summary.txt"});
     EXPECT_EQ(result.exit_code, 0U);
     EXPECT_EQ(result.output, "Add returned\r\nAdd returned\r\nAdd failed\r\nrefused\r\n"
-                             "102 things are in the cart.\r\n");
+                             "102 things are in the cart.\r\ncorvane: wrote " +
+                                 (folder() / "summary.txt").string() + "\r\n");
     DebuggeeOptions plain = tool_options({});
     plain.program = sample(L"callbacks").wstring();
     EXPECT_EQ(run_debuggee(plain).exit_code, 0U);
