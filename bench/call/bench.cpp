@@ -224,7 +224,7 @@ int bench(int runs) {
     const Figures five = figures_for(modes[0], 5);
     const Figures span = figures_for(modes[3], 2);
     std::printf("A span takes %.0f bytes beyond those that the injected code takes itself\n",
-                span.bytes - figures_for(modes[0], 2).bytes);
+                span.bytes - figures_for(modes[2], 2).bytes); // which records nothing
     const double speed = median(modes[3].speeds);
     const double service_speed = median(modes[5].speeds);
     const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
