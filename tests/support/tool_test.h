@@ -1,11 +1,14 @@
 // ToolTest: runs corvane.exe on programs in the real runtimes.
 #pragma once
 
+#include "base/local_memory.h"
 #include "tests/support/debuggee.h"
 #include "tests/support/runtime_test.h"
 #include "tools/corvane/utf8.h"
 
 #include <nlohmann/json.hpp>
+
+#include <sddl.h>
 
 #include <fstream>
 #include <iterator>
@@ -25,6 +28,15 @@ protected:
     static std::string text_of(const std::filesystem::path& file) {
         std::ifstream stream(file, std::ios::binary);
         return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    }
+
+    // Who may do what, as text.
+    static std::wstring rights_in(PSECURITY_DESCRIPTOR descriptor) {
+        LPWSTR text = nullptr;
+        EXPECT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(
+            descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr));
+        const LocalMemory<wchar_t> owned(text);
+        return text == nullptr ? std::wstring() : text;
     }
 
     // A copy of the watched program under this name.

@@ -111,11 +111,11 @@ public sealed class ControlCommandsTests : IDisposable
         var span = new Span(new TraceId(0, 1), 1, 2, "name", "method", Span.CallScope);
         var flushed = new Flushed();
         sinks.Flush(flushed);
-        sinks.Queue.OnBegun(span);
+        sinks.Spans.OnBegun(span);
         sinks.Flush(flushed);
         Assert.Empty(flushed.Files);
         Assert.Equal(["no span has ended yet", "no span has ended yet"], flushed.Remarks);
-        sinks.Queue.OnEnded(span);
+        sinks.Spans.OnEnded(span);
         flushed = new Flushed();
         sinks.Flush(flushed);
         Assert.Equal([folder["spans.jsonl"]], flushed.Files);

@@ -30,7 +30,7 @@ internal sealed class Sinks
         end = TimeSpan.FromSeconds(Math.Min(variables.Number(EndVariable, UsualEnd), LongestEnd));
     }
 
-    internal ISpanSink Queue => exporter;
+    internal ISpanSink Spans => exporter;
 
     internal RootSampler Sampler { get; }
 

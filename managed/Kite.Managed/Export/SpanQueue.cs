@@ -9,7 +9,7 @@ namespace Corvane.Instrumentation.Export;
 // Where spans wait until they are written. Each thread has a list of its own, which keeps the newest and counts what
 // it drops. The thread and the one reader never wait for each other: whoever is about to look into a list takes it
 // away, and a thread whose list is gone begins another one.
-internal sealed class SpanQueue : ISpanSink
+internal sealed class SpanQueue
 {
     // Of one thread.
     internal const int MaxOfThread = 8192;
@@ -44,9 +44,9 @@ internal sealed class SpanQueue : ISpanSink
     // Threads that the reader looks at.
     internal int Threads => rings.Count;
 
-    public void OnBegun(Span span) => Mine().Open.Add(span);
+    internal void OnBegun(Span span) => Mine().Open.Add(span);
 
-    public void OnEnded(Span span)
+    internal void OnEnded(Span span)
     {
         if (Mine().Add(span, limit))
         {

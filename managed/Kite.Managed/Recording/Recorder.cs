@@ -509,7 +509,7 @@ internal sealed class Recorder
     private static SpanRecorder MakeSpanRecorder(RecordedValues values, Sinks? sinks)
     {
         var activities = sinks != null ? ProgramActivities.Load() : ProgramActivities.Await();
-        return new SpanRecorder(values, sinks?.Queue, sinks?.Sampler, KnownMethods.FindIfPossible, activities);
+        return new SpanRecorder(values, sinks?.Spans, sinks?.Sampler, KnownMethods.FindIfPossible, activities);
     }
 
     // What a trimmed program lacks is to be found now, not in the midst of a call or at the end. All of a method
