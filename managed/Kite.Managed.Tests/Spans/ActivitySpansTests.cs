@@ -13,7 +13,7 @@ using Xunit;
 
 namespace Kite.Managed.Tests.Spans;
 
-[Collection(nameof(CallActivitiesTests))]
+[Collection(nameof(WholeProcess))]
 public sealed class ActivitySpansTests : IDisposable
 {
     private readonly ActivitySource program = new("Kite.Managed.Tests");

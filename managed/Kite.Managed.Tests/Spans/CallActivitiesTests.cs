@@ -16,9 +16,7 @@ using Xunit;
 
 namespace Kite.Managed.Tests.Spans;
 
-// Listeners are those of the whole process.
-[Collection(nameof(CallActivitiesTests))]
-[CollectionDefinition(nameof(CallActivitiesTests), DisableParallelization = true)]
+[Collection(nameof(WholeProcess))]
 public sealed class CallActivitiesTests : IDisposable
 {
     private const string Ours = "Corvane.Instrumentation";

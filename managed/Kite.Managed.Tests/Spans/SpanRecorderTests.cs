@@ -384,50 +384,7 @@ public class SpanRecorderTests
         });
     }
 
-    // What a call takes, with two arguments and values off.
-    [Fact]
-    public void ASpanTakesAtMostTwoHundredBytes()
-    {
-        var discarding = new Discarding();
-        var methods = new Corvane.Instrumentation.Recording.MethodTable();
-        var recorder = new Corvane.Instrumentation.Recording.Recorder(
-            methods,
-            Corvane.Instrumentation.Recording.CallRecorder.OfNothing(
-                methods, new SpanRecorder(RecordedValues.None, discarding, activities: ProgramActivities.Load())),
-            null);
-        recorder.Register(0, typeof(Work).GetMethod("Add"), traced: true);
-        object?[] arguments = [1, 2];
-        var directives = new InstrumentationDirectives();
-        object result = 3;
-        const int Calls = 1000;
-        long bytes = 0;
-        for (var round = 0; round < 3; round++)
-        {
-            var before = GC.GetAllocatedBytesForCurrentThread();
-            for (var call = 0; call < Calls; call++)
-            {
-                recorder.Enter(0, null, arguments, directives);
-                recorder.Log(4, null);
-                recorder.Leave(0, arguments, result);
-            }
-            bytes = GC.GetAllocatedBytesForCurrentThread() - before;
-        }
-        Assert.Equal(3 * Calls, discarding.Count);
-        Assert.InRange(bytes / Calls, 100, Library.IsForNet ? 200 : 300);
-    }
-
     private static void Throw() => throw new InvalidOperationException("on purpose");
-
-    private sealed class Discarding : ISpanSink
-    {
-        internal int Count { get; private set; }
-
-        public void OnBegun(Span span)
-        {
-        }
-
-        public void OnEnded(Span span) => Count++;
-    }
 
     private sealed class Convention : ISpanConvention
     {
