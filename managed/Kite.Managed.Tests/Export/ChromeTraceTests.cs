@@ -75,8 +75,8 @@ public class ChromeTraceTests
     {
         var drained = Spans.Drained(
             Spans.Of(1, 0, 100, name: "first"), Spans.Of(2, 50, 150, name: "across"), Spans.Of(3, 120, 160, name: "third"));
-        drained.Spans.Add(Spans.Of(4, 170, 180, name: "elsewhere"));
-        drained.EndedOn.Add(7);
+        drained.Add(Spans.Of(4, 170, 180, name: "elsewhere"));
+        drained.EndedOn[^1] = 7;
         trace.Write(drained);
         Assert.Equal(
             ["M process_name ", "X first 1", "b across 1", "e across 1", "X third 1", "b elsewhere 1", "e elsewhere 1"],

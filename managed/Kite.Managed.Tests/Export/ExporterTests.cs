@@ -14,7 +14,7 @@ public class ExporterTests
 {
     private sealed class Target : ISpanTarget
     {
-        internal List<Span> Spans { get; } = [];
+        internal List<SpanRecord> Spans { get; } = [];
 
         internal List<Thread> Threads { get; } = [];
 
@@ -123,7 +123,7 @@ public class ExporterTests
         var clock = Stopwatch.StartNew();
         Assert.Equal("lost spans: those that waited, because no thread can write them", exporter.End(TimeSpan.FromSeconds(600)));
         Assert.InRange(clock.Elapsed.TotalSeconds, 0, 300);
-        var waiting = new List<Span>();
+        var waiting = new List<SpanRecord>();
         var drained = new DrainedSpans();
         exporter.Queue.Drain(drained, () => waiting.AddRange(drained.Spans));
         Assert.Equal([1UL], waiting.Select(span => span.Id));

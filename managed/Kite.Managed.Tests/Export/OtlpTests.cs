@@ -21,7 +21,7 @@ public sealed class OtlpTests : IDisposable
     private JsonElement ReadBack(bool isJson, params Span[] spans)
     {
         IOtlpEncoding encoding = isJson ? new OtlpJson() : new OtlpProtobuf();
-        OtlpTraces.Write(encoding, resource, spans, 0, spans.Length);
+        OtlpTraces.Write(encoding, resource, Spans.Drained(spans).Spans, 0, spans.Length);
         File.WriteAllBytes(folder["request"], encoding.Bytes.ToArray());
         return Assert.Single(Spans.Read(folder["request"], isJson));
     }

@@ -12,16 +12,20 @@ public class SpanQueueTests
 {
     private int wakes;
 
+    private static ulong[] Ids(int count) => Enumerable.Range(1, count).Select(id => (ulong)id).ToArray();
+
+    private static void End(SpanQueue queue, ulong[] ids) => Array.ForEach(ids, id => queue.OnEnded(Spans.Of(id)));
+
     private SpanQueue NewQueue() => new(() => Interlocked.Increment(ref wakes));
 
-    private static List<Span> Drain(SpanQueue queue)
+    private static List<ulong> Drain(SpanQueue queue)
     {
         var drained = new DrainedSpans();
-        var all = new List<Span>();
+        var all = new List<ulong>();
         queue.Drain(drained, () =>
         {
             Assert.Equal(drained.Spans.Count, drained.EndedOn.Count);
-            all.AddRange(drained.Spans);
+            all.AddRange(drained.Spans.Select(span => span.Id));
         });
         return all;
     }
@@ -56,12 +60,12 @@ public class SpanQueueTests
     public void SpansComeInTheOrderOfTheirEnds()
     {
         var queue = NewQueue();
-        var spans = Enumerable.Range(1, 100).Select(id => Spans.Of((ulong)id)).ToArray();
-        Array.ForEach(spans[..50], queue.OnEnded);
-        Assert.Equal(spans[..50], Drain(queue));
+        var ids = Ids(100);
+        End(queue, ids[..50]);
+        Assert.Equal(ids[..50], Drain(queue));
         Assert.Empty(Drain(queue));
-        Array.ForEach(spans[50..], queue.OnEnded);
-        Assert.Equal(spans[50..], Drain(queue));
+        End(queue, ids[50..]);
+        Assert.Equal(ids[50..], Drain(queue));
         Assert.Equal(1, wakes);
         Assert.Equal(0, queue.Dropped);
     }
@@ -70,14 +74,14 @@ public class SpanQueueTests
     public void AFullQueueKeepsTheNewestAndCountsTheDropped()
     {
         var queue = NewQueue();
-        var spans = Enumerable.Range(1, SpanQueue.MaxOfThread + 1000).Select(id => Spans.Of((ulong)id)).ToArray();
-        Array.ForEach(spans, queue.OnEnded);
-        Assert.Equal(spans[1000..], Drain(queue));
+        var ids = Ids(SpanQueue.MaxOfThread + 1000);
+        End(queue, ids);
+        Assert.Equal(ids[1000..], Drain(queue));
         Assert.Equal(1000, queue.Dropped);
         Assert.Equal(1, queue.DroppingThreads);
         Assert.Equal(2, wakes);
-        Array.ForEach(spans[..10], queue.OnEnded);
-        Assert.Equal(spans[..10], Drain(queue));
+        End(queue, ids[..10]);
+        Assert.Equal(ids[..10], Drain(queue));
         Assert.Equal(1000, queue.Dropped);
     }
 
@@ -112,27 +116,105 @@ public class SpanQueueTests
         OnThreads(queue, 100, [100], () =>
         {
             Assert.Equal(10_000, Drain(queue).Count);
-            Array.ForEach(Enumerable.Range(1, SpanQueue.MaxOfThread).ToArray(), id => queue.OnEnded(Spans.Of((ulong)id)));
+            End(queue, Ids(SpanQueue.MaxOfThread));
             Assert.Equal(SpanQueue.MaxOfThread, Drain(queue).Count);
         });
         Assert.Equal(0, queue.Dropped);
     }
 
-    [Fact]
-    public void AFullListThatMayHoldLessDropsItsOldest()
+    // More than a block of records holds, and less.
+    [Theory]
+    [InlineData(1)]
+    [InlineData(10)]
+    public void AFullListThatMayHoldLessDropsItsOldest(int factor)
     {
-        var ring = new SpanRing(20);
-        Span[] Kept() => Enumerable.Range(0, ring.Count).Select(position => ring[position]).ToArray();
-        var spans = Enumerable.Range(1, 40).Select(id => Spans.Of((ulong)id)).ToArray();
-        Array.ForEach(spans[..15], span => ring.Add(span, 20));
-        Array.ForEach(spans[15..20], span => ring.Add(span, 8));
+        var ring = new SpanRing(new SpanBlocks(), 20 * factor);
+        var ids = Ids(40 * factor);
+        void Add(Range range, int limit) => Array.ForEach(ids[range], id => ring.Add(Spans.Of(id), limit));
+        Add(..(15 * factor), 20 * factor);
+        Add((15 * factor)..(20 * factor), 8 * factor);
         Assert.Equal(0, ring.Dropped);
-        ring.Add(spans[20], 8);
-        Assert.Equal(spans[13..21], Kept());
-        Assert.Equal(13, ring.Dropped);
-        Array.ForEach(spans[21..], span => ring.Add(span, 10));
-        Assert.Equal(spans[30..], Kept());
-        Assert.Equal(30, ring.Dropped);
+        Add((20 * factor)..((20 * factor) + 1), 8 * factor);
+        Assert.Equal(8 * factor, ring.Count);
+        Assert.Equal((12 * factor) + 1, ring.Dropped);
+        Add(((20 * factor) + 1).., 10 * factor);
+        Assert.Equal(30 * factor, ring.Dropped);
+        var kept = new List<SpanRecord>();
+        ring.MoveTo(kept);
+        Assert.Equal(ids[(30 * factor)..], kept.Select(span => span.Id));
+        Assert.Equal(0, ring.Count);
+    }
+
+    [Fact]
+    public void WhatATakenBackFailureLeftIsNoErrorInARecordOfBefore()
+    {
+        var span = Spans.Of(1);
+        span.Fail("System.IO.IOException", "gone");
+        var record = new SpanRecord(span);
+        Assert.Equal((true, "System.IO.IOException", "gone"), (record.HasError, record.ErrorType, record.ErrorMessage));
+        span.TakeBackFailure();
+        Assert.Equal((false, null, null), (record.HasError, record.ErrorType, record.ErrorMessage));
+        Assert.False(span.HasError);
+    }
+
+    // So that what waits is in memory that collections of garbage have no reason to look at.
+    [Fact]
+    public void BlocksAreUsedAgainAndKeepNothingAlive()
+    {
+        var blocks = new SpanBlocks();
+        var used = new List<SpanBlock>();
+        WeakReference Use()
+        {
+            var span = Spans.Of(1);
+            span.SetAttribute("text", new string('x', 10));
+            var block = blocks.Take();
+            block.Add(new SpanRecord(span));
+            used.Add(block);
+            blocks.Give(block);
+            return new WeakReference(span.Attributes);
+        }
+        var values = Enumerable.Range(0, 10).Select(_ => Use()).ToArray();
+        Assert.Single(used.Distinct());
+        Assert.Equal(0, used[0].Count);
+        GC.Collect();
+        Assert.DoesNotContain(values, value => value.IsAlive);
+    }
+
+    [Fact]
+    public void OnlySoManyBlocksAreKept()
+    {
+        const int Kept = SpanQueue.MaxOfFull / SpanBlock.Size;
+        var blocks = new SpanBlocks();
+        var taken = Enumerable.Range(0, Kept + 100).Select(_ => blocks.Take()).ToHashSet();
+        Assert.Equal(Kept + 100, taken.Count);
+        foreach (var block in taken)
+        {
+            blocks.Give(block);
+        }
+        Assert.Equal(Kept, Enumerable.Range(0, Kept + 100).Count(_ => taken.Remove(blocks.Take())));
+    }
+
+    [Fact]
+    public void ABlockIsOneThreadsAtATime()
+    {
+        var blocks = new SpanBlocks();
+        var span = new SpanRecord(Spans.Of(1));
+        var torn = 0;
+        var threads = Enumerable.Range(0, 8).Select(_ => new Thread(() =>
+        {
+            for (var round = 0; round < 20_000; round++)
+            {
+                var (one, other) = (blocks.Take(), blocks.Take());
+                one.Add(span);
+                other.Add(span);
+                Interlocked.Add(ref torn, one == other || one.Count != 1 || other.Count != 1 ? 1 : 0);
+                blocks.Give(one);
+                blocks.Give(other);
+            }
+        })).ToArray();
+        Array.ForEach(threads, thread => thread.Start());
+        Array.ForEach(threads, thread => thread.Join());
+        Assert.Equal(0, torn);
     }
 
     [Fact]
@@ -169,9 +251,9 @@ public class SpanQueueTests
         do
         {
             isLast = threads.All(thread => !thread.IsAlive);
-            foreach (var span in Drain(queue))
+            foreach (var id in Drain(queue))
             {
-                Assert.True(seen.Add(span.Id));
+                Assert.True(seen.Add(id));
             }
         }
         while (!isLast);
@@ -250,18 +332,24 @@ public class SpanQueueTests
     }
 
     [Fact]
-    public void ASpanTakesFewBytesInTheQueue()
+    public void ASpanTakesNoMemoryInTheQueueThatOneBeforeItHad()
     {
         var queue = NewQueue();
         var span = Spans.Of(1);
-        queue.OnEnded(span);
-        Drain(queue);
-        var before = GC.GetAllocatedBytesForCurrentThread();
-        for (var count = 0; count < 8192; count++)
+        long BytesOfMany()
         {
-            queue.OnEnded(span);
+            var before = GC.GetAllocatedBytesForCurrentThread();
+            for (var count = 0; count < 2 * SpanQueue.MaxOfThread; count++)
+            {
+                queue.OnEnded(span);
+            }
+            return GC.GetAllocatedBytesForCurrentThread() - before;
         }
-        // The list doubles, and each size of it is garbage for the next.
-        Assert.InRange(GC.GetAllocatedBytesForCurrentThread() - before, 8192 * 8, 8192 * 18);
+        Assert.InRange(BytesOfMany(), SpanQueue.MaxOfThread * 90, SpanQueue.MaxOfThread * 110);
+        for (var round = 0; round < 3; round++)
+        {
+            Assert.Equal(SpanQueue.MaxOfThread, Drain(queue).Count);
+            Assert.InRange(BytesOfMany(), 0, 1000);
+        }
     }
 }

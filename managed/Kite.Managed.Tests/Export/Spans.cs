@@ -34,8 +34,7 @@ internal static class Spans
     internal static DrainedSpans Drained(params Span[] spans)
     {
         var drained = new DrainedSpans();
-        drained.Spans.AddRange(spans);
-        drained.EndedOn.AddRange(spans.Select(span => span.ThreadId));
+        Array.ForEach(spans, drained.Add);
         return drained;
     }
 

@@ -84,7 +84,7 @@ internal sealed class ChromeTrace : ISpanTarget
         }
     }
 
-    private void Write(Span span, int endedOn)
+    private void Write(in SpanRecord span, int endedOn)
     {
         var isOpen = span.Ended == 0;
         var ended = SpanFacts.Ended(span);
@@ -115,7 +115,7 @@ internal sealed class ChromeTrace : ISpanTarget
         return slices;
     }
 
-    private void AppendFacts(Span span)
+    private void AppendFacts(in SpanRecord span)
     {
         text.Ascii(",\"cat\":").Json(span.Scope).Ascii(",\"args\":{\"trace_id\":\"").Hex(span.Trace.High).Hex(span.Trace.Low)
             .Ascii("\",\"span_id\":\"").Hex(span.Id).Byte('"');

@@ -7,7 +7,7 @@ namespace Corvane.Instrumentation.Export;
 // What has come together since the last round.
 internal sealed class DrainedSpans
 {
-    internal List<Span> Spans { get; } = new List<Span>();
+    internal List<SpanRecord> Spans { get; } = new List<SpanRecord>();
 
     // For each span the managed number of the thread that ended it. Those of one thread stand in the order of their ends.
     internal List<int> EndedOn { get; } = new List<int>();
@@ -17,11 +17,18 @@ internal sealed class DrainedSpans
 
     internal void Add(int thread, SpanRing spans)
     {
-        for (var position = 0; position < spans.Count; position++)
+        for (var count = spans.Count; count > 0; count--)
         {
-            Spans.Add(spans[position]);
             EndedOn.Add(thread);
         }
+        spans.MoveTo(Spans);
+    }
+
+    // One that has not ended is taken for one that ends on the thread that it began on.
+    internal void Add(Span span)
+    {
+        Spans.Add(new SpanRecord(span));
+        EndedOn.Add(span.ThreadId);
     }
 
     internal void Clear()

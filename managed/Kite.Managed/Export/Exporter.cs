@@ -134,8 +134,7 @@ internal sealed class Exporter : ISpanSink
     internal void Rehearse(Span span)
     {
         var drained = new DrainedSpans();
-        drained.Spans.Add(span);
-        drained.EndedOn.Add(span.ThreadId);
+        drained.Add(span);
         foreach (var target in targets)
         {
             target.Write(drained);
@@ -228,8 +227,7 @@ internal sealed class Exporter : ISpanSink
         {
             if (span.Ended == 0)
             {
-                drained.Spans.Add(span);
-                drained.EndedOn.Add(span.ThreadId);
+                drained.Add(span);
             }
         }
         if (drained.Spans.Count > 0)

@@ -16,8 +16,8 @@ internal sealed class OtlpPush : ISpanTarget
     private readonly OtlpEndpoint endpoint;
     private readonly IOtlpEncoding encoding;
     private readonly Resource resource;
-    private readonly Queue<Span> queue = new Queue<Span>(); // guarded by itself
-    private readonly List<Span> batch = new List<Span>();
+    private readonly Queue<SpanRecord> queue = new Queue<SpanRecord>(); // guarded by itself
+    private readonly List<SpanRecord> batch = new List<SpanRecord>();
     private readonly Random random = new Random();
     private readonly AutoResetEvent filled = new AutoResetEvent(false);
     private readonly ManualResetEvent ending = new ManualResetEvent(false);

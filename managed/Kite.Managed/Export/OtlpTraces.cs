@@ -8,7 +8,7 @@ internal static class OtlpTraces
 {
     private const int Error = 2;
 
-    internal static void Write(IOtlpEncoding to, Resource resource, IReadOnlyList<Span> spans, int from, int count)
+    internal static void Write(IOtlpEncoding to, Resource resource, IReadOnlyList<SpanRecord> spans, int from, int count)
     {
         var clock = SpanClock.OfProcess.Newest;
         to.BeginAll();
@@ -29,7 +29,7 @@ internal static class OtlpTraces
     }
 
     // There are few of them.
-    private static List<string> Scopes(IReadOnlyList<Span> spans, int from, int count)
+    private static List<string> Scopes(IReadOnlyList<SpanRecord> spans, int from, int count)
     {
         var scopes = new List<string>();
         for (var index = from; index < from + count; index++)
@@ -43,7 +43,7 @@ internal static class OtlpTraces
     }
 
     private static void WriteScope(
-        IOtlpEncoding to, SpanClock.Reading clock, string scope, IReadOnlyList<Span> spans, int from, int count)
+        IOtlpEncoding to, SpanClock.Reading clock, string scope, IReadOnlyList<SpanRecord> spans, int from, int count)
     {
         to.BeginItem(OtlpFields.ScopeSpans);
         to.BeginMessage(OtlpFields.Scope);
@@ -65,7 +65,7 @@ internal static class OtlpTraces
         to.EndMessage();
     }
 
-    private static void WriteSpan(IOtlpEncoding to, SpanClock.Reading clock, Span span)
+    private static void WriteSpan(IOtlpEncoding to, SpanClock.Reading clock, in SpanRecord span)
     {
         var ended = SpanFacts.Ended(span);
         to.BeginItem(OtlpFields.Spans);
@@ -88,7 +88,7 @@ internal static class OtlpTraces
     }
 
     // What is no exception, such as a status of HTTP, has no event.
-    private static void WriteError(IOtlpEncoding to, SpanClock.Reading clock, Span span, long ended)
+    private static void WriteError(IOtlpEncoding to, SpanClock.Reading clock, in SpanRecord span, long ended)
     {
         if (span.ErrorType != null)
         {

@@ -120,6 +120,6 @@ internal sealed class Sinks
             new ChromeTrace(new BlockFile(() => new MemoryStream(), ""), resource),
         });
         exporter.Rehearse(span);
-        OtlpTraces.Write(new OtlpProtobuf(), resource, new[] { span }, 0, 1);
+        OtlpTraces.Write(new OtlpProtobuf(), resource, new[] { new SpanRecord(span) }, 0, 1);
     }
 }

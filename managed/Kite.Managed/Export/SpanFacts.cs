@@ -14,10 +14,10 @@ internal static class SpanFacts
     private static readonly Dictionary<string, bool> secret = new Dictionary<string, bool>(StringComparer.Ordinal);
 
     // One that is still open lasts until it is written.
-    internal static long Ended(Span span) => span.Ended != 0 ? span.Ended : Stopwatch.GetTimestamp();
+    internal static long Ended(in SpanRecord span) => span.Ended != 0 ? span.Ended : Stopwatch.GetTimestamp();
 
     // Those of the span, and then those that follow from it, unless the span has one of that name.
-    internal static List<KeyValuePair<string, object>> Attributes(Span span)
+    internal static List<KeyValuePair<string, object>> Attributes(in SpanRecord span)
     {
         var all = new List<KeyValuePair<string, object>>();
         AddOwn(all, span);
@@ -45,7 +45,7 @@ internal static class SpanFacts
     }
 
     // Its thread may still add some to one that is open.
-    private static void AddOwn(List<KeyValuePair<string, object>> all, Span span)
+    private static void AddOwn(List<KeyValuePair<string, object>> all, in SpanRecord span)
     {
         try
         {

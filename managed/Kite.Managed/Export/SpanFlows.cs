@@ -17,7 +17,7 @@ internal sealed class SpanFlows
     private readonly Queue<ulong> waitingInOrder = new Queue<ulong>();
 
     // What is known with this span and was not before.
-    internal List<Flow> Add(Span span, long end)
+    internal List<Flow> Add(in SpanRecord span, long end)
     {
         var slice = new Slice(span.Id, span.ThreadId, span.Started, end);
         var found = none;

@@ -14,7 +14,7 @@ internal sealed class SpanQueue
     // Of one thread.
     internal const int MaxOfThread = 8192;
 
-    // Of all threads whose lists are full, for each collection of garbage copies what waits here.
+    // Of all threads whose lists are full: these records stay in memory that is used again.
     internal const int MaxOfFull = 1 << 14;
 
     // Of one thread where there are very many threads.
@@ -30,6 +30,7 @@ internal sealed class SpanQueue
     private readonly Action wake;
     private readonly ConcurrentQueue<Ring> arrived = new ConcurrentQueue<Ring>();
     private readonly List<Ring> rings = new List<Ring>();
+    private readonly SpanBlocks blocks = new SpanBlocks();
     private readonly OpenSpans left = new OpenSpans(); // of threads that have ended
     private volatile int limit = MaxOfThread;
 
@@ -148,7 +149,7 @@ internal sealed class SpanQueue
     private sealed class Ring
     {
         // In place of the list while the thread has it.
-        private static readonly SpanRing taken = new SpanRing(0);
+        private static readonly SpanRing taken = new SpanRing(new SpanBlocks(), 0);
 
         private SpanRing? spans;
 
@@ -175,7 +176,7 @@ internal sealed class SpanQueue
             var mine = Interlocked.Exchange(ref spans, taken);
             if (mine == null || mine == taken) // no memory was left in the midst of this
             {
-                mine = new SpanRing(limit);
+                mine = new SpanRing(Owner.blocks, limit);
             }
             mine.Add(span, limit);
             Volatile.Write(ref spans, mine);

@@ -1,25 +1,28 @@
-using System;
+using System.Collections.Generic;
 using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation.Export;
 
-// The newest spans, in the order in which they came. It starts small and grows up to a limit. One that is lower
-// meanwhile counts when it is full. One thread at a time.
+// The newest spans, in the order in which they came, up to a limit. One that is lower meanwhile counts when it is
+// full. One thread at a time.
 internal sealed class SpanRing
 {
-    private Span[] spans = new Span[16];
-    private int oldest;
+    private readonly SpanBlocks blocks;
+    private SpanBlock? first;
+    private SpanBlock? last;
+    private int oldest; // in the first block
 
-    internal SpanRing(int limit) => Limit = limit;
+    internal SpanRing(SpanBlocks blocks, int limit)
+    {
+        this.blocks = blocks;
+        Limit = limit;
+    }
 
     internal int Limit { get; private set; }
 
     internal int Count { get; private set; }
 
     internal long Dropped { get; private set; }
-
-    // In the order in which they came.
-    internal Span this[int position] => spans[(oldest + position) % spans.Length];
 
     internal void Add(Span span, int limit)
     {
@@ -28,32 +31,48 @@ internal sealed class SpanRing
             Limit = limit;
             while (Count >= limit)
             {
-                DropOldest();
+                Forget();
+                Dropped++;
             }
         }
-        if (Count == spans.Length)
+        if (last is not { IsFull: false })
         {
-            Grow(Math.Min(Limit, 2 * Count));
+            var block = blocks.Take();
+            if (last == null)
+            {
+                first = block;
+            }
+            else
+            {
+                last.Next = block;
+            }
+            last = block;
         }
-        spans[(oldest + Count++) % spans.Length] = span;
+        last.Add(new SpanRecord(span));
+        Count++;
     }
 
-    private void DropOldest()
+    // The list has none any more.
+    internal void MoveTo(List<SpanRecord> to)
     {
-        spans[oldest] = null!;
-        oldest = (oldest + 1) % spans.Length;
+        while (Count > 0)
+        {
+            to.Add(first![oldest]);
+            Forget();
+        }
+    }
+
+    // The oldest one.
+    private void Forget()
+    {
         Count--;
-        Dropped++;
-    }
-
-    private void Grow(int size)
-    {
-        var larger = new Span[size];
-        for (var position = 0; position < Count; position++)
+        if (++oldest == SpanBlock.Size || Count == 0)
         {
-            larger[position] = this[position];
+            var block = first!;
+            first = block.Next;
+            last = first == null ? null : last;
+            oldest = 0;
+            blocks.Give(block);
         }
-        spans = larger;
-        oldest = 0;
     }
 }

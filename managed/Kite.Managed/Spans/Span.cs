@@ -15,7 +15,6 @@ internal sealed class Span
     private static readonly KeyValuePair<string, object>[] none = new KeyValuePair<string, object>[0];
 
     private List<KeyValuePair<string, object>>? attributes;
-    private Failure? failure;
 
     internal Span(TraceId trace, ulong id, ulong parentId, string name, string? method, string scope)
     {
@@ -72,13 +71,13 @@ internal sealed class Span
         IsSampled;
 #endif
 
-    internal bool HasError => failure != null;
+    internal SpanFailure? Failure { get; private set; }
 
-    // The full name of the exception's type, where there is one.
-    internal string? ErrorType => failure?.Type;
+    internal bool HasError => Failure != null;
 
-    // Null unless CORVANE_VALUES lets it through.
-    internal string? ErrorMessage => failure?.Message;
+    internal string? ErrorType => Failure?.Type;
+
+    internal string? ErrorMessage => Failure?.Message;
 
     internal IReadOnlyList<KeyValuePair<string, object>> Attributes => (IReadOnlyList<KeyValuePair<string, object>>?)attributes ?? none;
 
@@ -98,22 +97,15 @@ internal sealed class Span
         attributes.Add(attribute);
     }
 
-    internal void Fail(string? type, string? message) => failure = new Failure(type, message);
+    internal void Fail(string? type, string? message) => Failure = new SpanFailure(type, message);
 
     // The operation went well after all.
-    internal void TakeBackFailure() => failure = null;
-
-    // Of its own, because few spans have one.
-    private sealed class Failure
+    internal void TakeBackFailure()
     {
-        internal Failure(string? type, string? message)
+        if (Failure != null)
         {
-            Type = type;
-            Message = message;
+            Failure.IsTakenBack = true;
+            Failure = null;
         }
-
-        internal string? Type { get; }
-
-        internal string? Message { get; }
     }
 }
