@@ -48,6 +48,7 @@ protected:
         options.insert(options.end(),
                        {L"--", program_as(L"launched.exe").wstring(), work, file.wstring()});
         launch(tool_options(options, {{L"CORVANE_END_SECONDS", L"120"}}));
+        await_pipe();
     }
 
     // Not by the tool, but with the variables that it would set. Does nothing.
@@ -61,6 +62,9 @@ protected:
             tool_options({L"wait", (folder() / "started.txt").wstring()}, variables);
         options.program = program_as(L"launched.exe").wstring();
         launch(options);
+        if (control == L"1") {
+            await_pipe();
+        }
     }
 
     void launch(DebuggeeOptions options) {
@@ -73,6 +77,20 @@ protected:
         }
         ASSERT_NE(id_, 0U) << "the program did not start";
         program_ = OwnedHandle(OpenProcess(PROCESS_ALL_ACCESS, FALSE, id_));
+    }
+
+    // Without taking it from a client. The thread that makes it may get to that later than the
+    // program to what it does.
+    void await_pipe() const {
+        const std::wstring name = pipe_of(id_);
+        for (int i = 0; i < 6000; ++i) {
+            if (WaitNamedPipeW(name.c_str(), 1) != FALSE ||
+                GetLastError() != ERROR_FILE_NOT_FOUND) {
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        ADD_FAILURE() << "nobody listens";
     }
 
     ToolRun ask(std::vector<std::wstring> words) const {

@@ -26,6 +26,8 @@ constexpr const wchar_t* kFileOptions[] = {L"--tree",  L"--summary", L"--trace",
                                            L"--pprof", L"--folded",  L"--log"};
 constexpr char kNoVariables[] = "variables: \r\n";
 
+const Environment kPatient = {{L"CORVANE_END_SECONDS", L"120"}}; // on a busy machine, too
+
 class CorvaneRun : public ToolTest {
 protected:
     CorvaneRun() { program = L"launched"; }
@@ -163,7 +165,7 @@ TEST_P(CorvaneRun, WritesWhatIsAskedFor) {
                                 L"--values",     L"safe",
                                 L"--method",     L"Program.*",
                                 L"--no-inlining"},
-                               {L"sum"});
+                               {L"sum"}, kPatient);
     EXPECT_EQ(result.exit_code, 3U);
     const fs::path out = folder() / "out";
     std::string written;
@@ -308,7 +310,7 @@ TEST_P(CorvaneRun, WritesToFoldersWhoseNamesTheCodePageLacks) {
     for (const wchar_t* const option : kFileOptions) {
         options.insert(options.end(), {option, L"\u0416\\" + std::wstring(option) + L".txt"});
     }
-    EXPECT_EQ(run(options, {L"sum"}).exit_code, 3U);
+    EXPECT_EQ(run(options, {L"sum"}, kPatient).exit_code, 3U);
     for (const wchar_t* const option : kFileOptions) {
         const fs::path file = folder() / L"\u0416" / (std::wstring(option) + L".txt");
         EXPECT_NE(text_of(file), "") << fs::path(option);
@@ -683,7 +685,7 @@ TEST_P(CorvaneRunEnded, LetsTheProgramsChildrenGoOn) {
 TEST_P(CorvaneRunEnded, WaitsForChildrenThatAreProfiled) {
     start({L"--children"}, {L"leave", program_as(L"child.exe").wstring()});
     const std::string going = "corvane: waiting for what the program started and did not end: ";
-    for (int i = 0; i < 600 && output().find(going) == std::string::npos; ++i) {
+    for (int i = 0; i < 6000 && output().find(going) == std::string::npos; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     EXPECT_THAT(output(), HasSubstr(going + "child.exe("));

@@ -171,7 +171,8 @@ TEST_P(Samples, WorkerAndWebProgramSendOneTrace) {
     ASSERT_TRUE(comes(served, "Application started")) << text_of(served);
 
     const ToolRun worker = run_sample(L"worker", {L"--otlp", collector},
-                                      {L"--address", web + L"/price/tea", L"--rounds", L"3"});
+                                      {L"--address", web + L"/price/tea", L"--rounds", L"3"},
+                                      {{L"CORVANE_END_SECONDS", L"120"}});
     EXPECT_EQ(worker.exit_code, 0U);
     EXPECT_EQ(worker.output, "round 1: 300\r\nround 2: 300\r\nround 3: 300\r\n");
     const char* const names[] = {"PriceWatcher.AskAsync",

@@ -16,7 +16,9 @@ namespace corvane::tool {
 namespace {
 
 constexpr DWORD kPatience = 15'000; // milliseconds until the process has answered somebody else
-constexpr DWORD kGap = 500;         // between two clients there may be no pipe
+constexpr DWORD kFirst = 500;       // until a process that has just begun has made its pipe
+constexpr DWORD kNext = 5'000;      // between two clients there is none, for as long as the thread
+                                    // that makes it gets no processor
 constexpr DWORD kPause = 20;
 
 std::string process_text(unsigned process) {
@@ -54,6 +56,7 @@ std::string error_text(DWORD error) {
 OwnedHandle connect(unsigned process) {
     const std::wstring name = L"\\\\.\\pipe\\corvane-" + std::to_wstring(process);
     const ULONGLONG begin = GetTickCount64();
+    ULONGLONG seen = 0; // when there was a pipe
     for (;;) {
         // Who serves the pipe may not act as this user.
         const HANDLE pipe = CreateFileW(
@@ -63,11 +66,15 @@ OwnedHandle connect(unsigned process) {
             return OwnedHandle(pipe);
         }
         const DWORD error = GetLastError();
-        const ULONGLONG waited = GetTickCount64() - begin;
-        const ULONGLONG most = error == ERROR_PIPE_BUSY        ? kPatience
-                               : error == ERROR_FILE_NOT_FOUND ? kGap
-                                                               : 0;
-        if (waited >= most) {
+        const ULONGLONG now = GetTickCount64();
+        bool may_come = false;
+        if (error == ERROR_PIPE_BUSY) {
+            seen = now;
+            may_come = now - begin < kPatience;
+        } else if (error == ERROR_FILE_NOT_FOUND) {
+            may_come = seen != 0 ? now - seen < kNext : now - begin < kFirst;
+        }
+        if (!may_come) {
             fail_to_connect(process, error);
         }
         Sleep(kPause);

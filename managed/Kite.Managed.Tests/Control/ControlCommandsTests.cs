@@ -107,7 +107,7 @@ public sealed class ControlCommandsTests : IDisposable
     [Fact]
     public void FilesOfSpansAreNamedOnceThereAreSpans()
     {
-        var sinks = new Sinks([], [folder["spans.jsonl"]], "http://collector", new Variables(_ => null, _ => { }));
+        var sinks = new Sinks([], [folder["spans.jsonl"]], "http://collector", new Variables(name => name == "CORVANE_END_SECONDS" ? "600" : null, _ => { }));
         var span = new Span(new TraceId(0, 1), 1, 2, "name", "method", Span.CallScope);
         var flushed = new Flushed();
         sinks.Flush(flushed);
@@ -120,6 +120,7 @@ public sealed class ControlCommandsTests : IDisposable
         sinks.Flush(flushed);
         Assert.Equal([folder["spans.jsonl"]], flushed.Files);
         Assert.Equal(["spans are on their way to http://collector"], flushed.Remarks);
+        sinks.End();
     }
 
     [Fact]

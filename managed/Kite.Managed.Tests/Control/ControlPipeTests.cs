@@ -48,7 +48,7 @@ public sealed class ControlPipeTests : IDisposable
         // It may wait for a client, or be about to see that there are no more.
         for (var attempt = 0; !server.Join(20); attempt++)
         {
-            Assert.InRange(attempt, 0, 1000);
+            Assert.InRange(attempt, 0, 10_000);
             try
             {
                 using var last = new NamedPipeClientStream(".", name, PipeDirection.InOut, PipeOptions.Asynchronous);
@@ -83,15 +83,28 @@ public sealed class ControlPipeTests : IDisposable
                 using var client = Connect();
                 client.Write(Encoding.UTF8.GetBytes(request));
                 using var reader = new StreamReader(client);
-                if (reader.ReadToEnd() is { Length: > 0 } answer)
+                if (reader.ReadToEnd() is var answer && (answer.EndsWith("\nend\n") || answer.StartsWith("error ")))
                 {
                     return answer;
                 }
             }
-            catch (Exception exception) when (exception is IOException or TimeoutException && attempt < 1000)
+            catch (Exception exception) when (exception is IOException or TimeoutException && attempt < 10_000)
             {
             }
             Thread.Sleep(5);
+        }
+    }
+
+    private void Write(byte[] bytes)
+    {
+        using var client = Connect();
+        try
+        {
+            client.Write(bytes);
+        }
+        catch (IOException)
+        {
+            // It was let go while it wrote.
         }
     }
 
@@ -115,10 +128,7 @@ public sealed class ControlPipeTests : IDisposable
             Assert.StartsWith("ok\n", Ask("summary\n"));
         }
         Connect().Dispose();
-        using (var leaving = Connect())
-        {
-            leaving.Write("summary\n"u8);
-        }
+        Write("summary\n"u8.ToArray());
         Assert.StartsWith("ok\n", Ask("summary\n"));
     }
 
@@ -134,9 +144,7 @@ public sealed class ControlPipeTests : IDisposable
         }
         try
         {
-            using var client = Connect();
-            client.Write("summary\n"u8);
-            Assert.Equal('o', client.ReadByte());
+            Assert.StartsWith("ok\n", Ask("summary\n"));
         }
         finally
         {
@@ -174,15 +182,7 @@ public sealed class ControlPipeTests : IDisposable
         {
             var garbage = new byte[5_000];
             random.NextBytes(garbage);
-            using var connected = Connect();
-            try
-            {
-                connected.Write(garbage);
-            }
-            catch (IOException)
-            {
-                // It was let go while it wrote.
-            }
+            Write(garbage);
         }
         Assert.StartsWith("ok\n", Ask("summary\n"));
     }

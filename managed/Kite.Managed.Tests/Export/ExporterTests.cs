@@ -48,7 +48,7 @@ public class ExporterTests
         exporter.Queue.OnEnded(Spans.Of(2));
         Assert.True(exporter.HasSpans);
         Assert.True(SpinWait.SpinUntil(() => target.Spans.Count == 2, 30_000));
-        Assert.Null(exporter.End(TimeSpan.FromSeconds(30)));
+        Assert.Null(exporter.End(TimeSpan.FromSeconds(600)));
     }
 
     [Fact]
@@ -62,7 +62,7 @@ public class ExporterTests
         Assert.Empty(target.Threads);
         span.Ended = 2;
         exporter.Queue.OnEnded(span);
-        Assert.Null(exporter.End(TimeSpan.FromSeconds(30)));
+        Assert.Null(exporter.End(TimeSpan.FromSeconds(600)));
         Assert.Equal([Thread.CurrentThread], target.Threads);
     }
 
@@ -178,7 +178,7 @@ public class ExporterTests
         exporter.Queue.OnEnded(Spans.Of(1));
         Assert.True(SpinWait.SpinUntil(() => good.Spans.Count == 1, 30_000));
         exporter.Queue.OnEnded(Spans.Of(2));
-        exporter.End(TimeSpan.FromSeconds(30));
+        exporter.End(TimeSpan.FromSeconds(600));
         Assert.Equal([1UL, 2UL], good.Spans.Select(span => span.Id));
         Assert.Equal(2, bad.Losses.Spans);
     }
@@ -205,7 +205,7 @@ public class ExporterTests
         var thread = new Thread(() =>
         {
             Thread.CurrentThread.Interrupt();
-            exporter.End(TimeSpan.FromSeconds(30));
+            exporter.End(TimeSpan.FromSeconds(600));
             try
             {
                 Thread.Sleep(0);
@@ -243,6 +243,6 @@ public class ExporterTests
         }
         go.Set();
         Assert.Equal(
-            "lost spans: 10 dropped by 1 threads that made more than could be written", exporter.End(TimeSpan.FromSeconds(20)));
+            "lost spans: 10 dropped by 1 threads that made more than could be written", exporter.End(TimeSpan.FromSeconds(600)));
     }
 }

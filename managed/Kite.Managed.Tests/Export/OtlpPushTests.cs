@@ -168,7 +168,7 @@ public class OtlpPushTests
     {
         SendTheFirstOfAll();
         using var collector = new Collector("raw:HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n{");
-        var push = To(collector.Address, ("OTEL_EXPORTER_OTLP_TIMEOUT", "2000"));
+        var push = To(collector.Address, ("OTEL_EXPORTER_OTLP_TIMEOUT", "15000"));
         Send(push, 1, 3);
         End(push);
         Assert.Single(collector.Requests);
@@ -191,7 +191,7 @@ public class OtlpPushTests
     {
         SendTheFirstOfAll();
         using var collector = new Collector(request => request == 1 ? null : Collector.Accepted);
-        var push = To(collector.Address, ("OTEL_EXPORTER_OTLP_TIMEOUT", "2000"));
+        var push = To(collector.Address, ("OTEL_EXPORTER_OTLP_TIMEOUT", "15000"));
         Send(push, 1, 3);
         collector.Wait(2);
         End(push);

@@ -1,5 +1,6 @@
 // OTLP in both forms, read by somebody else.
 using System;
+using System.Collections.Generic;
 using System.Diagnostics;
 using System.IO;
 using System.Linq;
@@ -52,7 +53,9 @@ public sealed class OtlpTests : IDisposable
         var foreign = new Span(new TraceId(1, 2), 3, 0, "GET", null, "System.Net.Http") { Started = outer.Started, Ended = outer.Ended };
 
         var version = FileVersionInfo.GetVersionInfo(typeof(Span).Assembly.Location).ProductVersion;
+        var clocks = new List<SpanClock.Reading> { SpanClock.OfProcess.Newest };
         var read = ReadBack(isJson, outer, foreign, inner);
+        clocks.Add(SpanClock.OfProcess.Newest); // which exporters of other tests renew
         var process = Assert.Single(read.GetProperty("resourceSpans").EnumerateArray());
         var attributes = process.GetProperty("resource").Attributes();
         Assert.Contains("service.name=stringValue:shop", attributes);
@@ -77,8 +80,9 @@ public sealed class OtlpTests : IDisposable
         Assert.Equal("AQIDBAUGBwg=", first.Text("spanId"));
         Assert.True(first.Text("parentSpanId") is null or "");
         Assert.Equal("2", first.Text("kind"));
-        Assert.Equal(SpanClock.OfProcess.Newest.UnixNanoseconds(outer.Started).ToString(), first.Text("startTimeUnixNano"));
-        Assert.Equal(SpanClock.OfProcess.Newest.UnixNanoseconds(outer.Ended).ToString(), first.Text("endTimeUnixNano"));
+        Assert.Contains(
+            (first.Text("startTimeUnixNano"), first.Text("endTimeUnixNano")),
+            clocks.Select(clock => ((string?)clock.UnixNanoseconds(outer.Started).ToString(), (string?)clock.UnixNanoseconds(outer.Ended).ToString())));
         Assert.Equal(["code.function.name=stringValue:Shop.Cart.outer", "thread.id=intValue:1"], first.Attributes());
         Assert.False(first.TryGetProperty("status", out var status) && status.Text("code") == "2");
 

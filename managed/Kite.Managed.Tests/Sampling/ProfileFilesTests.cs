@@ -64,6 +64,10 @@ public class ProfileFilesTests
         files.End();
         Assert.Equal(names, folder.Files.Select(file => file.Name).Order());
         Assert.Contains($"first;Type.F1 {sampler.Stop().Cost.Snapshots}\n", File.ReadAllText(folder["shop.folded"]));
+        Array.ForEach(folder.Files.ToArray(), file => file.Delete());
+        files.Renew(); // by a thread that was late
+        Assert.Empty(folder.Files);
+        Assert.Empty(complaints);
     }
 
     // While a file has the folder's name there can be none.

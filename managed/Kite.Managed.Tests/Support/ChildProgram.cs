@@ -45,6 +45,7 @@ internal sealed record ChildProgram(int ExitCode, string[] Output, string[] Erro
         start.Environment["CORVANE_VALUES"] = "all";
         // What is written and sent at the end takes as long as it takes.
         start.Environment["CORVANE_END_SECONDS"] = "120";
+        start.Environment["OTEL_EXPORTER_OTLP_TIMEOUT"] = "600000";
         foreach (var (name, value) in variables)
         {
             start.Environment[name] = value;

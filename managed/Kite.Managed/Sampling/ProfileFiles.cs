@@ -88,14 +88,14 @@ internal sealed class ProfileFiles
     internal TimeSpan Renew()
     {
         var writing = Stopwatch.StartNew();
-        Write(sampler.Read, out _);
+        Write(() => ended.WaitOne(0) ? null : sampler.Read(), out _); // what was written at the end is the last
         var took = writing.Elapsed;
         sampler.CountWriting(took);
         return took;
     }
 
-    // What could not be written; `profile` is what was to be.
-    private List<FileFailure> Write(Func<Profile> read, out Profile? profile)
+    // What could not be written; `profile` is what was to be, null for nothing.
+    private List<FileFailure> Write(Func<Profile?> read, out Profile? profile)
     {
         Profile? taken = null;
         List<FileFailure> failures;
@@ -113,7 +113,7 @@ internal sealed class ProfileFiles
     }
 
     [MethodImpl(MethodImplOptions.NoInlining)]
-    private List<FileFailure> Save(Func<Profile> read)
+    private List<FileFailure> Save(Func<Profile?> read)
     {
         // A renewal may hang at a folder of another machine.
         if (!Monitor.TryEnter(writing, Sampler.Patience))
@@ -122,7 +122,7 @@ internal sealed class ProfileFiles
         }
         try
         {
-            return read().TrySave(folder, name, before);
+            return read()?.TrySave(folder, name, before) ?? new List<FileFailure>();
         }
         finally
         {

@@ -44,8 +44,8 @@ internal static class OwnSampler
             Filter = thread => thread.Name == "watched",
         });
         sampler.Start();
-        var watched = new Thread(() => Shares.Run(cycles: 1)) { Name = "watched" };
-        var other = new Thread(() => Shares.Run(cycles: 1)) { Name = "other" };
+        var watched = new Thread(Shares.RunForASecond) { Name = "watched" };
+        var other = new Thread(Shares.RunForASecond) { Name = "other" };
         watched.Start();
         other.Start();
         watched.Join();

@@ -24,12 +24,12 @@ internal static class Program
                 Crowd.Run();
                 break;
             case ["exit"]:
-                Shares.Run(cycles: 1);
+                Shares.RunForASecond();
                 Environment.Exit(4);
                 break;
             case ["throw"]:
                 SetErrorMode(NoCrashDialog);
-                Shares.Run(cycles: 1);
+                Shares.RunForASecond();
                 var thrower = new Thread(() => throw new InvalidOperationException("on purpose"));
                 thrower.Start();
                 thrower.Join();

@@ -33,6 +33,18 @@ internal static class Shares
         }
     }
 
+    /// <summary>Runs the functions until the thread has had a processor for a second: where others are busy, too,
+    /// there are samples.</summary>
+    public static void RunForASecond()
+    {
+        double before = ProcessorTime.OfThread();
+        do
+        {
+            Run(cycles: 1);
+        }
+        while (ProcessorTime.OfThread() - before < 900);
+    }
+
     private static long Ticks(int share) => share * Stopwatch.Frequency / 100;
 
     [MethodImpl(AsWritten)]

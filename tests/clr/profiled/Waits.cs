@@ -3,7 +3,6 @@ using System.Diagnostics;
 using System.Globalization;
 using System.IO;
 using System.Runtime.CompilerServices;
-using System.Runtime.InteropServices;
 using System.Threading;
 
 /// <summary>A thread that runs for a known share of the time, among threads that wait in several ways.</summary>
@@ -33,7 +32,7 @@ internal static class Waits
         lock (held)
         {
             Array.ForEach(idle, thread => thread.Start());
-            var before = ProcessorTime();
+            var before = ProcessorTime.OfThread();
             var clock = Stopwatch.StartNew();
             for (int cycle = 0; cycle < Cycles; cycle++)
             {
@@ -43,7 +42,7 @@ internal static class Waits
                 Thread.Sleep(700);
             }
             all = clock.Elapsed.TotalMilliseconds;
-            ran = ProcessorTime() - before;
+            ran = ProcessorTime.OfThread() - before;
         }
         over.Set();
         Array.ForEach(idle, thread => thread.Join());
@@ -80,14 +79,4 @@ internal static class Waits
             s_sum++;
         }
     }
-
-    // Of this thread, in milliseconds.
-    private static double ProcessorTime() =>
-        GetThreadTimes(GetCurrentThread(), out _, out _, out long kernel, out long user) ? (kernel + user) / 10_000.0 : 0;
-
-    [DllImport("kernel32.dll")]
-    private static extern nint GetCurrentThread();
-
-    [DllImport("kernel32.dll")]
-    private static extern bool GetThreadTimes(nint thread, out long made, out long ended, out long kernel, out long user);
 }

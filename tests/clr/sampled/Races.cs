@@ -186,14 +186,9 @@ internal static class Races
         {
             uint[] ids = [allocating.Id, busy.Id, collecting.Id, Platform.GetCurrentThreadId()];
             int collections = GC.CollectionCount(0);
-            for (int i = 0; i < count * ids.Length; i++)
+            for (int i = 0; i < count * ids.Length || GC.CollectionCount(0) - collections < count; i++)
             {
                 statuses[i % ids.Length].Add(Sampler.Take(ids[i % ids.Length]));
-            }
-            collections = GC.CollectionCount(0) - collections;
-            if (collections < count)
-            {
-                Console.WriteLine($"only {collections} collections");
             }
             ExpectAlive(allocating);
             ExpectAlive(busy);
@@ -238,7 +233,8 @@ internal static class Races
         Expression<Func<int, int>> square = number => number * number;
         Console.WriteLine(square.Compile()(12));
         Console.WriteLine(Task.Run(() => Enumerable.Range(1, 10).Aggregate((a, b) => a * b)).Result);
-        Console.WriteLine(s_samples > 10 ? "start: sampled" : $"start: {s_samples} samples");
+        UntilSamples(10);
+        Console.WriteLine("start: sampled");
     }
 
     /// <summary>Is sampled, from two threads, until the program ends.</summary>
@@ -246,11 +242,16 @@ internal static class Races
     {
         SampleThisThread();
         SampleThisThread();
-        while (Volatile.Read(ref s_samples) < 50)
+        UntilSamples(50);
+        Console.WriteLine("end: sampled");
+    }
+
+    private static void UntilSamples(int count)
+    {
+        while (Volatile.Read(ref s_samples) < count)
         {
             Thread.Sleep(1);
         }
-        Console.WriteLine("end: sampled");
     }
 
     /// <summary>Very many snapshots, which must leave nothing behind.</summary>
