@@ -2,6 +2,8 @@
 
 #include "tests/support/runtime_test.h"
 
+#include <gmock/gmock.h>
+
 #include <fstream>
 #include <iterator>
 
@@ -9,6 +11,9 @@ namespace corvane::testing {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 DebuggeeOptions command(const std::vector<std::wstring>& arguments) {
     DebuggeeOptions options;
@@ -102,7 +107,10 @@ TEST_F(DebuggeeChild, RunsWithoutADebuggerWhenNobodyReads) {
 
 TEST_F(DebuggeeChild, IsEndedWhenItsTimeIsOverWithoutADebuggerToo) {
     options.timeout = std::chrono::milliseconds(500);
-    EXPECT_TRUE(run_alone(L"sleep").timed_out);
+    const DebuggeeResult result = run_alone(L"sleep");
+    EXPECT_TRUE(result.timed_out);
+    EXPECT_THAT(result.stacks,
+                AllOf(StartsWith("thread "), HasSubstr("  ntdll!"), HasSubstr("  debuggee_child")));
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "tests/support/debuggee.h"
 
+#include "tests/support/thread_stacks.h"
 #include "tools/corvane/environment.h"
 #include "tools/corvane/words.h"
 
@@ -132,6 +133,7 @@ DebuggeeResult wait_for_end(const DebuggeeOptions& options, HANDLE process) {
     const auto milliseconds = static_cast<DWORD>(options.timeout.count());
     if (WaitForSingleObject(process, milliseconds) == WAIT_TIMEOUT) {
         result.timed_out = true;
+        result.stacks = testing::stacks_of(process);
         TerminateProcess(process, 1);
         WaitForSingleObject(process, INFINITE);
     }

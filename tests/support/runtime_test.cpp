@@ -183,7 +183,10 @@ RuntimeTest::Run RuntimeTest::run(const Launch& launch, Environment environment)
     }
     const DebuggeeResult result = run_debuggee(options);
     if (result.timed_out) {
-        throw std::runtime_error("the watched program did not end");
+        const bool is_profiled = options.environment[L"CORECLR_ENABLE_PROFILING"].has_value();
+        throw std::runtime_error(std::string("the watched program did not end ") +
+                                 (is_profiled ? "under the profiler" : "by itself") +
+                                 ", and wrote:\n" + read_file(options.output_file) + result.stacks);
     }
     run.exit_code = result.exit_code;
     run.output = read_file(options.output_file);
