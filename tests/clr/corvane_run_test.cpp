@@ -685,7 +685,7 @@ TEST_P(CorvaneRunEnded, LetsTheProgramsChildrenGoOn) {
 TEST_P(CorvaneRunEnded, WaitsForChildrenThatAreProfiled) {
     start({L"--children"}, {L"leave", program_as(L"child.exe").wstring()});
     const std::string going = "corvane: waiting for what the program started and did not end: ";
-    for (int i = 0; i < 6000 && output().find(going) == std::string::npos; ++i) {
+    for (int i = 0; i < 600 && output().find(going) == std::string::npos; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     EXPECT_THAT(output(), HasSubstr(going + "child.exe("));

@@ -75,6 +75,12 @@ protected:
         return run_debuggee(options);
     }
 
+    static void expect_ended(const DebuggeeResult& result) {
+        EXPECT_TRUE(result.timed_out);
+        EXPECT_THAT(result.stacks, AllOf(StartsWith("thread "), HasSubstr("  ntdll!"),
+                                         HasSubstr("  debuggee_child")));
+    }
+
     DebuggeeOptions options;
     Lines lines;
 };
@@ -96,7 +102,7 @@ TEST_F(DebuggeeChild, EndsAtItsOwnBreakpointAsWithoutADebugger) {
 
 TEST_F(DebuggeeChild, IsEndedWhenItsTimeIsOver) {
     options.timeout = std::chrono::milliseconds(500);
-    EXPECT_TRUE(run(L"sleep").timed_out);
+    expect_ended(run(L"sleep"));
 }
 
 TEST_F(DebuggeeChild, RunsWithoutADebuggerWhenNobodyReads) {
@@ -107,10 +113,7 @@ TEST_F(DebuggeeChild, RunsWithoutADebuggerWhenNobodyReads) {
 
 TEST_F(DebuggeeChild, IsEndedWhenItsTimeIsOverWithoutADebuggerToo) {
     options.timeout = std::chrono::milliseconds(500);
-    const DebuggeeResult result = run_alone(L"sleep");
-    EXPECT_TRUE(result.timed_out);
-    EXPECT_THAT(result.stacks,
-                AllOf(StartsWith("thread "), HasSubstr("  ntdll!"), HasSubstr("  debuggee_child")));
+    expect_ended(run_alone(L"sleep"));
 }
 
 } // namespace

@@ -110,6 +110,7 @@ DebuggeeResult debug_to_end(const DebuggeeOptions& options, HANDLE process) {
     for (;;) {
         if (!result.timed_out && std::chrono::steady_clock::now() > deadline) {
             result.timed_out = true;
+            result.stacks = testing::stacks_of(process);
             TerminateProcess(process, 1);
         }
         DEBUG_EVENT event = {};

@@ -35,7 +35,7 @@ struct DebuggeeOptions {
 struct DebuggeeResult {
     DWORD exit_code = 0;
     bool timed_out = false; // it was ended for running too long
-    std::string stacks;     // of one without a debugger then: where its threads were
+    std::string stacks;     // then: where its threads were
 };
 
 // Throws std::system_error when the program cannot be started.

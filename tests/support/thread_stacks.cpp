@@ -45,7 +45,8 @@ std::string stack_of(HANDLE process, HANDLE thread) {
         GetThreadContext(thread, &context) == FALSE) {
         return "  cannot be looked at\n";
     }
-    std::string text = "  " + place_of(process, context.Rip) + '\n';
+    const std::string place = place_of(process, context.Rip);
+    std::string text = "  " + (place.empty() ? "code of no module" : place) + '\n';
     std::array<std::uint64_t, kWords> words{};
     SIZE_T read = 0;
     // The stack may end before.
@@ -55,8 +56,8 @@ std::string stack_of(HANDLE process, HANDLE thread) {
     }
     int lines = 0;
     for (std::size_t i = 0; i < read / sizeof words[0] && lines < kMost; ++i) {
-        if (const std::string place = place_of(process, words[i]); !place.empty()) {
-            text += "  " + place + '\n';
+        if (const std::string word = place_of(process, words[i]); !word.empty()) {
+            text += "  " + word + '\n';
             ++lines;
         }
     }

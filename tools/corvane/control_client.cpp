@@ -8,6 +8,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -56,7 +57,7 @@ std::string error_text(DWORD error) {
 OwnedHandle connect(unsigned process) {
     const std::wstring name = L"\\\\.\\pipe\\corvane-" + std::to_wstring(process);
     const ULONGLONG begin = GetTickCount64();
-    ULONGLONG seen = 0; // when there was a pipe
+    std::optional<ULONGLONG> seen; // when there was a pipe
     for (;;) {
         // Who serves the pipe may not act as this user.
         const HANDLE pipe = CreateFileW(
@@ -72,7 +73,7 @@ OwnedHandle connect(unsigned process) {
             seen = now;
             may_come = now - begin < kPatience;
         } else if (error == ERROR_FILE_NOT_FOUND) {
-            may_come = seen != 0 ? now - seen < kNext : now - begin < kFirst;
+            may_come = seen ? now - *seen < kNext : now - begin < kFirst;
         }
         if (!may_come) {
             fail_to_connect(process, error);

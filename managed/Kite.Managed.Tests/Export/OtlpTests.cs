@@ -1,6 +1,5 @@
 // OTLP in both forms, read by somebody else.
 using System;
-using System.Collections.Generic;
 using System.Diagnostics;
 using System.IO;
 using System.Linq;
@@ -17,12 +16,20 @@ public sealed class OtlpTests : IDisposable
     private readonly Resource resource = Spans.Resource(
         ("OTEL_SERVICE_NAME", "shop"), ("OTEL_RESOURCE_ATTRIBUTES", "deployment.environment.name=test%20one,service.name=other"));
 
+    private SpanClock.Reading clock = SpanClock.OfProcess.Newest; // by which spans were written last
+
     public void Dispose() => folder.Dispose();
 
     private JsonElement ReadBack(bool isJson, params Span[] spans)
     {
         IOtlpEncoding encoding = isJson ? new OtlpJson() : new OtlpProtobuf();
-        OtlpTraces.Write(encoding, resource, Spans.Drained(spans).Spans, 0, spans.Length);
+        do
+        {
+            clock = SpanClock.OfProcess.Newest;
+            encoding.Bytes.Clear();
+            OtlpTraces.Write(encoding, resource, Spans.Drained(spans).Spans, 0, spans.Length);
+        }
+        while (SpanClock.OfProcess.Newest != clock); // exporters of other tests renew it
         File.WriteAllBytes(folder["request"], encoding.Bytes.ToArray());
         return Assert.Single(Spans.Read(folder["request"], isJson));
     }
@@ -53,9 +60,7 @@ public sealed class OtlpTests : IDisposable
         var foreign = new Span(new TraceId(1, 2), 3, 0, "GET", null, "System.Net.Http") { Started = outer.Started, Ended = outer.Ended };
 
         var version = FileVersionInfo.GetVersionInfo(typeof(Span).Assembly.Location).ProductVersion;
-        var clocks = new List<SpanClock.Reading> { SpanClock.OfProcess.Newest };
         var read = ReadBack(isJson, outer, foreign, inner);
-        clocks.Add(SpanClock.OfProcess.Newest); // which exporters of other tests renew
         var process = Assert.Single(read.GetProperty("resourceSpans").EnumerateArray());
         var attributes = process.GetProperty("resource").Attributes();
         Assert.Contains("service.name=stringValue:shop", attributes);
@@ -80,9 +85,8 @@ public sealed class OtlpTests : IDisposable
         Assert.Equal("AQIDBAUGBwg=", first.Text("spanId"));
         Assert.True(first.Text("parentSpanId") is null or "");
         Assert.Equal("2", first.Text("kind"));
-        Assert.Contains(
-            (first.Text("startTimeUnixNano"), first.Text("endTimeUnixNano")),
-            clocks.Select(clock => ((string?)clock.UnixNanoseconds(outer.Started).ToString(), (string?)clock.UnixNanoseconds(outer.Ended).ToString())));
+        Assert.Equal(clock.UnixNanoseconds(outer.Started).ToString(), first.Text("startTimeUnixNano"));
+        Assert.Equal(clock.UnixNanoseconds(outer.Ended).ToString(), first.Text("endTimeUnixNano"));
         Assert.Equal(["code.function.name=stringValue:Shop.Cart.outer", "thread.id=intValue:1"], first.Attributes());
         Assert.False(first.TryGetProperty("status", out var status) && status.Text("code") == "2");
 

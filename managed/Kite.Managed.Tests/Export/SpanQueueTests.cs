@@ -128,21 +128,25 @@ public class SpanQueueTests
     [InlineData(10)]
     public void AFullListThatMayHoldLessDropsItsOldest(int factor)
     {
-        var ring = new SpanRing(new SpanBlocks(), 20 * factor);
         var ids = Ids(40 * factor);
-        void Add(Range range, int limit) => Array.ForEach(ids[range], id => ring.Add(Spans.Of(id), limit));
-        Add(..(15 * factor), 20 * factor);
-        Add((15 * factor)..(20 * factor), 8 * factor);
-        Assert.Equal(0, ring.Dropped);
-        Add((20 * factor)..((20 * factor) + 1), 8 * factor);
-        Assert.Equal(8 * factor, ring.Count);
-        Assert.Equal((12 * factor) + 1, ring.Dropped);
-        Add(((20 * factor) + 1).., 10 * factor);
-        Assert.Equal(30 * factor, ring.Dropped);
-        var kept = new List<SpanRecord>();
-        ring.MoveTo(kept);
-        Assert.Equal(ids[(30 * factor)..], kept.Select(span => span.Id));
-        Assert.Equal(0, ring.Count);
+        AssertKept(20 * factor, 0);
+        AssertKept((20 * factor) + 1, (12 * factor) + 1);
+        AssertKept(40 * factor, 30 * factor);
+
+        // Of the first so many.
+        void AssertKept(int count, int dropped)
+        {
+            var ring = new SpanRing(new SpanBlocks(), 20 * factor);
+            for (var place = 0; place < count; place++)
+            {
+                ring.Add(Spans.Of(ids[place]), place < 15 * factor ? 20 * factor : place <= 20 * factor ? 8 * factor : 10 * factor);
+            }
+            Assert.Equal(dropped, ring.Dropped);
+            var kept = new List<SpanRecord>();
+            ring.MoveTo(kept);
+            Assert.Equal(ids[dropped..count], kept.Select(span => span.Id));
+            Assert.Equal(0, ring.Count);
+        }
     }
 
     [Fact]

@@ -414,7 +414,7 @@ public class SamplerTests
         sampler.Start();
         var stopping = Stopwatch.StartNew();
         var profile = sampler.Stop();
-        Assert.True(stopping.Elapsed < longest * 0.75, $"it took {stopping.Elapsed}");
+        Assert.True(stopping.Elapsed < longest / 4, $"it took {stopping.Elapsed}");
         Assert.Equal(0, profile.Cost.Rounds);
     }
 
@@ -704,7 +704,7 @@ public class SamplerTests
         sampler.Start();
         Assert.True(SpinWait.SpinUntil(() => sampler.Read().Cost.Rested > 2, 30_000));
         var states = States(sampler.Stop().Threads[0]).ToArray();
-        Assert.True(states.Length >= 3);
+        Assert.True(states.Length > 3);
         Assert.Equal(["Type.F2 runs", "Type.F3 runs"], states.Take(2));
         Assert.All(states.Skip(2), state => Assert.EndsWith(" waits", state));
     }
@@ -727,7 +727,7 @@ public class SamplerTests
         process.WaitForRounds(3);
         var profile = sampler.Stop();
         var time = Assert.Single(profile.Threads[0].Timed(profile.LastMicroseconds)).Microseconds;
-        Assert.InRange(time, profile.LastMicroseconds, (clock.ElapsedMilliseconds + 1) * 1000 + profile.LastMicroseconds);
+        Assert.InRange(time, profile.LastMicroseconds, (long)Math.Ceiling(clock.Elapsed.TotalMicroseconds) + profile.LastMicroseconds);
     }
 
     // It may be none of the runtime's: to try that costs as much as a snapshot.
@@ -989,6 +989,6 @@ public class SamplerTests
         var running = Stopwatch.StartNew();
         sampler.Start();
         process.WaitForRounds();
-        Assert.InRange(running.Elapsed, TimeSpan.FromSeconds(0.99), TimeSpan.MaxValue);
+        Assert.InRange(running.Elapsed, TimeSpan.FromSeconds(0.99), TimeSpan.FromSeconds(15));
     }
 }

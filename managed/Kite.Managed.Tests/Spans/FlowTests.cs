@@ -118,7 +118,7 @@ public class FlowTests
             thread.Start();
             using var timer = new Timer(_ => Child("Soon"), null, 1, Timeout.Infinite);
             var continuation = task.ContinueWith(_ => Child("CountSoon"), TaskScheduler.Default);
-            Assert.True(await Task.Run(() => done.Wait(TimeSpan.FromSeconds(300))));
+            Assert.True(await Task.Run(() => done.Wait(TimeSpan.FromSeconds(30))));
             await continuation;
         });
         spans.Wait(6);

@@ -88,7 +88,7 @@ internal sealed class RecordedSpans : ISpanSink
     // The end of a task is seen on the thread on which it ends, maybe a little after the program sees it.
     internal void Wait(int count)
     {
-        Assert.True(SpinWait.SpinUntil(() => ended.Count >= count, TimeSpan.FromSeconds(300)), $"{ended.Count} of {count} spans");
+        Assert.True(SpinWait.SpinUntil(() => ended.Count >= count, TimeSpan.FromSeconds(30)), $"{ended.Count} of {count} spans");
         Assert.Equal(count, ended.Count);
     }
 

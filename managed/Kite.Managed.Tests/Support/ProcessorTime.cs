@@ -1,6 +1,5 @@
 // What work takes of the processors, whatever else the machine does.
 using System;
-using System.Linq;
 using System.Runtime.InteropServices;
 using Xunit;
 
@@ -16,9 +15,6 @@ internal static class ProcessorTime
         work();
         return Now() - before;
     }
-
-    // Of three times: a collection of other tests' garbage is made by whoever asks for memory then.
-    internal static TimeSpan LeastOf(Action work) => Enumerable.Range(0, 3).Select(_ => Of(work)).Min();
 
     private static TimeSpan Now()
     {

@@ -328,10 +328,8 @@ internal static class Program
         {
             while (Console.ReadLine() != null)
             {
-                for (var part = 0; part < 50; part++)
-                {
-                    Thread.Sleep(20); // where processors are rare it takes longer, as it does for who writes
-                }
+                Thread.Sleep(500);
+                Thread.Sleep(500);
                 Console.WriteLine("a second");
             }
         }) { IsBackground = true }.Start();

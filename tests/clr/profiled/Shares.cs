@@ -33,8 +33,8 @@ internal static class Shares
         }
     }
 
-    /// <summary>Runs the functions until the thread has had a processor for a second: where others are busy, too,
-    /// there are samples.</summary>
+    /// <summary>Runs the functions for a second, and for more until the thread has had a processor for most of one:
+    /// where others are busy, too, there are samples.</summary>
     public static void RunForASecond()
     {
         double before = ProcessorTime.OfThread();

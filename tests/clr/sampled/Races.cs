@@ -233,8 +233,7 @@ internal static class Races
         Expression<Func<int, int>> square = number => number * number;
         Console.WriteLine(square.Compile()(12));
         Console.WriteLine(Task.Run(() => Enumerable.Range(1, 10).Aggregate((a, b) => a * b)).Result);
-        UntilSamples(10);
-        Console.WriteLine("start: sampled");
+        Console.WriteLine(s_samples > 10 ? "start: sampled" : $"start: {s_samples} samples");
     }
 
     /// <summary>Is sampled, from two threads, until the program ends.</summary>
@@ -242,16 +241,11 @@ internal static class Races
     {
         SampleThisThread();
         SampleThisThread();
-        UntilSamples(50);
-        Console.WriteLine("end: sampled");
-    }
-
-    private static void UntilSamples(int count)
-    {
-        while (Volatile.Read(ref s_samples) < count)
+        while (Volatile.Read(ref s_samples) < 50)
         {
             Thread.Sleep(1);
         }
+        Console.WriteLine("end: sampled");
     }
 
     /// <summary>Very many snapshots, which must leave nothing behind.</summary>

@@ -759,8 +759,7 @@ internal static class Threads
         using var done = new ManualResetEventSlim();
         var lazy = new Lazy<string>(() => "made");
         ThreadPool.QueueUserWorkItem(_ => done.Set());
-        done.Wait();
-        yield return $"{done.IsSet} {lazy.Value}";
+        yield return $"{done.Wait(10_000)} {lazy.Value}";
     }
 }
 
