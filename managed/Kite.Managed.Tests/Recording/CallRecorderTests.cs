@@ -80,10 +80,10 @@ public class CallRecorderTests
         {
             thread.Open(index, null);
         }
-        Assert.False(thread.Close(524_287, out _));
-        Assert.True(thread.Close(1_048_576, out _));
-        Assert.True(thread.Close(524_288, out _));
-        Assert.False(thread.Note(new object(), out _));
+        Assert.Null(thread.Close(524_287));
+        Assert.NotNull(thread.Close(1_048_576));
+        Assert.NotNull(thread.Close(524_288));
+        Assert.Null(thread.Note(new object()));
     }
 
     [Fact]

@@ -51,7 +51,7 @@ public static class span
         {
             return;
         }
-        if (!recorder.HasObjectReceiver(index))
+        if (receiver != null && !recorder.HasObjectReceiver(index))
         {
             // Not only passed over but forgotten: the garbage collector is not to take it for an object either.
             receiver = null;

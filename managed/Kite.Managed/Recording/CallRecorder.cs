@@ -19,10 +19,14 @@ internal sealed class CallRecorder
 
     private static readonly object unknown = new object();
 
+    // Of the recorder that the thread called last: a process has one.
+    [ThreadStatic]
+    private static ThreadCalls? latest;
+
     private readonly MethodTable methods;
     private readonly RecordedValues values;
     private readonly int? capacity;
-    private readonly ThreadLocal<ThreadCalls> current = new ThreadLocal<ThreadCalls>(() => new ThreadCalls());
+    private readonly ThreadLocal<ThreadCalls> current;
     private readonly List<ThreadCalls> threads = new List<ThreadCalls>();
     private long seen;
 
@@ -37,6 +41,7 @@ internal sealed class CallRecorder
         Summary = summary;
         Spans = spans;
         Observers = new CallObservers(methods);
+        current = new ThreadLocal<ThreadCalls>(() => new ThreadCalls(this));
     }
 
     // One that only makes spans, if anything, and shows calls to observers.
@@ -59,7 +64,7 @@ internal sealed class CallRecorder
     // The time is taken last when a call begins and first when it ends, for its duration is to be the program's.
     internal void Enter(uint index, object? receiver, object?[] arguments)
     {
-        var thread = current.Value!;
+        var thread = Mine;
         var hasSpans = Spans is { IsWanted: true };
         if (RecordsNothing && !hasSpans && Observers.IsEmpty && thread.IsIdle)
         {
@@ -67,37 +72,40 @@ internal sealed class CallRecorder
         }
         // Whoever shows neither values nor messages need not know.
         var isSecret = (ShowsValues || (hasSpans && Spans!.ShowsMessages)) && CallText.AreSecret(SignatureOf(index), arguments);
-        var call = Record(thread, index, receiver, arguments, isSecret);
-        thread.Open(index, call, isSecret);
-        ShowLost(thread);
-        if (!Observers.IsEmpty && Observers.Begin(index, receiver, arguments) is { } observed)
+        var call = thread.Open(index, Record(thread, index, receiver, arguments, isSecret), isSecret);
+        if (thread.HasLost)
         {
-            thread.Observe(observed);
+            ShowLost(thread);
         }
-        var span = hasSpans ? Spans!.Begin(index, methods.Find(index), receiver, arguments) : default;
-        if (call != null || Summary != null || span.Span != null)
+        if (!Observers.IsEmpty)
         {
-            var now = Stopwatch.GetTimestamp();
-            thread.Start(now, span);
-            if (span.Span != null)
-            {
-                span.Span.Started = now;
-            }
+            call.Observed = Observers.Begin(index, receiver, arguments);
+        }
+        if (hasSpans)
+        {
+            Spans!.Begin(ref call.Span, index, methods.Find(index), receiver, arguments);
+        }
+        if (call.Call != null || Summary != null || call.Span.Span != null)
+        {
+            call.Start(Stopwatch.GetTimestamp());
         }
     }
 
     internal void Leave(uint index, object?[] arguments, object? result)
     {
         var now = Stopwatch.GetTimestamp();
-        var thread = current.Value!;
-        var isOpen = thread.Close(index, out var call);
-        ShowLost(thread);
-        if (call.Observed != null)
+        var thread = Mine;
+        var call = thread.Close(index);
+        if (thread.HasLost)
+        {
+            ShowLost(thread);
+        }
+        if (call?.Observed != null)
         {
             Observers.End(call.Observed, result);
         }
-        var isSecret = call.IsSecret || (ShowsValues && CallText.AreSecret(SignatureOf(index), arguments));
-        var recorded = isOpen ? call.Call : Record(thread, index, null, arguments, isSecret);
+        var isSecret = call is { IsSecret: true } || (ShowsValues && CallText.AreSecret(SignatureOf(index), arguments));
+        var recorded = call != null ? call.Call : Record(thread, index, null, arguments, isSecret);
         if (recorded != null)
         {
             End(thread, recorded, CallText.Result(thread.Text, recorded.Method, result, values, isSecret), now);
@@ -105,6 +113,10 @@ internal sealed class CallRecorder
         if (ShowsMessages)
         {
             HideFailure(index, isSecret, result);
+        }
+        if (call == null)
+        {
+            return;
         }
         if (call.Span.Span != null)
         {
@@ -125,6 +137,7 @@ internal sealed class CallRecorder
         {
             Summary?.Add(index, now - call.Started, failed: false);
         }
+        call.Clear();
     }
 
     // Whether there is a call that the exception leaves. It ends when its method's own code is over: until then the
@@ -133,9 +146,12 @@ internal sealed class CallRecorder
     internal bool Fail(Exception? exception)
     {
         var now = Stopwatch.GetTimestamp();
-        var thread = current.Value!;
-        var found = thread.Note(exception ?? unknown, out var call);
-        if (found && exception != null && ShowsMessages && (call.IsSecret || SignatureOf(call.Index).HasSecrets))
+        var thread = Mine;
+        if (thread.Note(exception ?? unknown) is not { } call)
+        {
+            return false;
+        }
+        if (exception != null && ShowsMessages && (call.IsSecret || SignatureOf(call.Index).HasSecrets))
         {
             SecretExceptions.Add(exception);
         }
@@ -147,14 +163,17 @@ internal sealed class CallRecorder
         {
             Spans!.Note(call.Span, exception);
         }
-        return found;
+        return true;
     }
+
+    // Whether this thread's last exception left a call whose own code is over next.
+    internal bool AwaitsFinish => Mine.AwaitsFinish;
 
     // The own code of the innermost call is over.
     internal void Finish()
     {
-        var thread = current.Value!;
-        if (!thread.CloseNoted(out var call))
+        var thread = Mine;
+        if (thread.CloseNoted() is not { } call)
         {
             return;
         }
@@ -172,12 +191,13 @@ internal sealed class CallRecorder
             End(thread, call.Call, call.Call.Outcome, now);
         }
         Summary?.Add(call.Index, now - call.Started, failed: true);
+        call.Clear();
     }
 
     // This thread is in the exception that ends the process: what it would leave does not end any more.
     internal void FinishAll()
     {
-        while (current.Value!.IsInnermostNoted)
+        while (Mine.IsInnermostNoted)
         {
             Finish();
         }
@@ -194,6 +214,8 @@ internal sealed class CallRecorder
     // In lines of the tree.
     private bool ShowsValues => capacity != null && values != RecordedValues.None;
 
+    private ThreadCalls Mine => latest is { } thread && thread.Owner == this ? thread : latest = current.Value!;
+
     private bool ShowsMessages => values == RecordedValues.All || Spans is { ShowsMessages: true };
 
     internal bool RecordsNothing => capacity == null && Summary == null;
@@ -201,18 +223,15 @@ internal sealed class CallRecorder
     // Calls of which no end was seen, and none will be.
     private void ShowLost(ThreadCalls thread)
     {
-        if (thread.TakeLost() is { } lost)
+        foreach (var call in thread.TakeLost())
         {
-            foreach (var call in lost)
+            if (call.Observed != null)
             {
-                if (call.Observed != null)
-                {
-                    Observers.Error(call.Observed, null);
-                }
-                if (call.Span.Span != null)
-                {
-                    Spans!.Lose(call.Span.Span, Stopwatch.GetTimestamp());
-                }
+                Observers.Error(call.Observed, null);
+            }
+            if (call.Span.Span != null)
+            {
+                Spans!.Lose(call.Span.Span, Stopwatch.GetTimestamp());
             }
         }
     }

@@ -280,14 +280,17 @@ internal sealed class Recorder
     [MethodImpl(EveryCall.Options)]
     private void Finish()
     {
-        if (!follows || busy || OwnWork.IsCurrent)
+        if (!follows || busy)
         {
             return;
         }
         busy = true;
         try
         {
-            calls.Finish();
+            if (calls.AwaitsFinish && !OwnWork.IsCurrent)
+            {
+                calls.Finish();
+            }
         }
         catch (Exception failure)
         {

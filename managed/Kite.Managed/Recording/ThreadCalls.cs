@@ -15,16 +15,20 @@ internal sealed class ThreadCalls
 
     private static readonly MethodSignature none = MethodSignature.Of(0, null);
 
-    // The innermost one is the last of so many.
-    private OpenCall[] open = new OpenCall[16];
+    // The innermost one is the last of so many. The objects are used again and again, and made when they are first needed.
+    private OpenCall?[] open = new OpenCall?[16];
     private int count;
 
     // The call that the last operation ended for its note, if it did.
-    private OpenCall failed;
+    private OpenCall failed = new OpenCall();
     private bool hasFailed;
 
     // Observed calls and calls with spans of which no end was seen, innermost first; null if there are none.
     private List<OpenCall>? lost;
+
+    internal ThreadCalls(CallRecorder? owner = null) => Owner = owner;
+
+    internal CallRecorder? Owner { get; }
 
     internal object Gate { get; } = new object();
 
@@ -38,14 +42,19 @@ internal sealed class ThreadCalls
 
     internal StringBuilder Text { get; } = new StringBuilder();
 
-    internal Call Innermost => (count == 0 ? null : open[count - 1].Call) ?? Root;
+    internal Call Innermost => (count == 0 ? null : open[count - 1]!.Call) ?? Root;
 
     internal bool IsIdle => count == 0;
 
-    internal bool IsInnermostNoted => count > 0 && open[count - 1].Note != null;
+    internal bool IsInnermostNoted => count > 0 && open[count - 1]!.Note != null;
+
+    // Whether the end of a method's own code is to be told of.
+    internal bool AwaitsFinish => hasFailed || IsInnermostNoted;
+
+    internal bool HasLost => lost != null;
 
     // A call that is not recorded is null, and is open all the same, so that its end is known from others.
-    internal void Open(uint index, Call? call, bool isSecret = false)
+    internal OpenCall Open(uint index, Call? call, bool isSecret = false)
     {
         hasFailed = false;
         if (count == MaxOpen)
@@ -56,117 +65,99 @@ internal sealed class ThreadCalls
         {
             Array.Resize(ref open, 2 * count);
         }
-        ref var opened = ref open[count++];
+        var opened = open[count] ??= new OpenCall();
+        opened.Clear();
         opened.Index = index;
         opened.Call = call;
         opened.IsSecret = isSecret;
+        count++;
+        return opened;
     }
 
-    internal void Observe(ObservedCall[] observed) => open[count - 1].Observed = observed;
-
-    internal List<OpenCall>? TakeLost()
+    internal List<OpenCall> TakeLost()
     {
-        var taken = lost;
+        var taken = lost!;
         lost = null;
         return taken;
     }
 
-    // The innermost call begins now.
-    internal void Start(long now, in OpenSpan span)
-    {
-        ref var call = ref open[count - 1];
-        call.Started = now;
-        call.Span = span;
-        call.Call?.Start(now);
-    }
-
-    // Takes the innermost open call of a method. What was opened in it never ends: its end was not seen. A call
-    // that was just ended for its note is the one, if it is of that method: the note was of an exception that gave
-    // way to another one, which the method then caught.
-    internal bool Close(uint index, out OpenCall call)
+    // Takes the innermost open call of a method; null if there is none. What was opened in it never ends: its end was
+    // not seen. A call that was just ended for its note is the one, if it is of that method: the note was of an exception
+    // that gave way to another one, which the method then caught. Whoever takes a call clears it when it is told of.
+    internal OpenCall? Close(uint index)
     {
         if (hasFailed)
         {
             hasFailed = false;
             if (failed.Index == index)
             {
-                call = failed;
-                return true;
+                return failed;
             }
         }
         for (var position = count - 1; position >= 0; position--)
         {
-            if (open[position].Index == index)
+            if (open[position]!.Index == index)
             {
                 Lose(position + 1, count - position - 1);
-                call = TakeInnermost();
-                call.Note = null;
-                return true;
+                return open[--count];
             }
         }
-        call = default;
-        return false;
+        return null;
     }
 
-    // Takes note of an exception at the innermost open call that has no note of this one: it may pass through
-    // many calls before the first of them ends. How many it has passed is kept at the innermost one, for calls
-    // come and go above that in the meantime.
-    internal bool Note(object exception, out OpenCall call)
+    // Takes note of an exception at the innermost open call that has no note of this one, and shows it; null if there is
+    // none. It may pass through many calls before the first of them ends. How many it has passed is kept at the innermost
+    // one, for calls come and go above that in the meantime.
+    internal OpenCall? Note(object exception)
     {
         hasFailed = false;
         var top = count - 1;
         var position = top;
-        while (position >= 0 && open[position].Note == exception)
+        while (position >= 0 && open[position]!.Note == exception)
         {
-            position -= open[position].Noted;
+            position -= open[position]!.Noted;
         }
         if (position < 0)
         {
-            call = default;
-            return false;
+            return null;
         }
-        ref var noted = ref open[position];
-        call = noted;
+        var noted = open[position]!;
         noted.Note = exception;
         noted.Noted = 1;
-        open[top].Noted = top - position + 1;
-        return true;
+        open[top]!.Noted = top - position + 1;
+        return noted;
     }
 
     // Takes the innermost open call if it has a note.
-    internal bool CloseNoted(out OpenCall call)
+    internal OpenCall? CloseNoted()
     {
-        if (!IsInnermostNoted)
+        hasFailed = IsInnermostNoted;
+        if (!hasFailed)
         {
-            hasFailed = false;
-            call = default;
-            return false;
+            return null;
         }
-        call = TakeInnermost();
-        failed = new OpenCall
-        {
-            Index = call.Index, Call = call.Call, Span = new OpenSpan { Span = call.Span.Span }, Started = call.Started, HasFailed = true,
-        };
-        hasFailed = true;
-        return true;
-    }
-
-    // Nothing that it had is kept alive.
-    private OpenCall TakeInnermost()
-    {
-        var call = open[--count];
-        open[count] = default;
+        var call = open[--count]!;
+        failed.Clear();
+        failed.Index = call.Index;
+        failed.Call = call.Call;
+        failed.Span.Span = call.Span.Span;
+        failed.Started = call.Started;
+        failed.HasFailed = true;
         return call;
     }
 
     private void Lose(int first, int many)
     {
+        if (many == 0)
+        {
+            return;
+        }
         for (var position = first + many - 1; position >= first; position--)
         {
-            if (open[position] is { Observed: not null } or { Span.Span: not null })
+            if (open[position]! is { Observed: not null } or { Span.Span: not null })
             {
                 lost ??= new List<OpenCall>();
-                lost.Add(open[position]);
+                lost.Add(open[position]!);
             }
         }
         Array.Copy(open, first + many, open, first, count - first - many);
@@ -174,7 +165,7 @@ internal sealed class ThreadCalls
         count -= many;
     }
 
-    internal struct OpenCall
+    internal sealed class OpenCall
     {
         internal uint Index;
         internal Call? Call;
@@ -185,5 +176,28 @@ internal sealed class ThreadCalls
         internal bool HasFailed; // it was ended as one that an exception left
         internal object? Note;  // the exception; kept no longer than the call is open
         internal int Noted;     // so many calls from this one outwards have the same note, as far as known
+
+        // It begins now.
+        internal void Start(long now)
+        {
+            Started = now;
+            Call?.Start(now);
+            if (Span.Span != null)
+            {
+                Span.Span.Started = now;
+            }
+        }
+
+        // Nothing that it had is kept alive.
+        internal void Clear()
+        {
+            Call = null;
+            Observed = null;
+            Span = default;
+            Started = 0;
+            HasFailed = false;
+            Note = null;
+            Noted = 0;
+        }
     }
 }

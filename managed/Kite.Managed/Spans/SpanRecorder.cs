@@ -41,7 +41,8 @@ internal sealed class SpanRecorder
     {
         var spans = new SpanRecorder(RecordedValues.All, new Discard());
         var before = SpanFlow.Current;
-        var open = spans.Begin(0, null, null, []);
+        var open = default(OpenSpan);
+        spans.Begin(ref open, 0, null, null, []);
         spans.Note(open, new InvalidOperationException());
         spans.TakeBackFailure(open.Span!);
         spans.Return(open, MethodSignature.Of(0, null), [], null, Stopwatch.GetTimestamp());
@@ -93,41 +94,42 @@ internal sealed class SpanRecorder
 #endif
     }
 
-    // The flow is in the span when this returns. Whoever calls it takes the time.
-    internal OpenSpan Begin(uint index, MethodData? method, object? receiver, object?[] arguments)
+    // The flow is in the span when this returns, if there is one. Whoever calls it takes the time.
+    internal void Begin(ref OpenSpan open, uint index, MethodData? method, object? receiver, object?[] arguments)
     {
         var signature = method?.Signature ?? MethodSignature.Of(index, null);
         if (signature.WorkEnd == WorkEnd.Part)
         {
-            return default;
+            return;
         }
-        var open = new OpenSpan { Before = SpanFlow.Current, Convention = method?.Convention(conventions) };
-        if (open.Convention is { Kind: SpanKind.None })
+        open.Before = SpanFlow.Current;
+        var convention = method?.Convention(conventions);
+        if (convention is { Kind: SpanKind.None })
         {
-            Describe(open.Convention, open.Before ?? Span.None, receiver, arguments);
-            return default;
+            Describe(convention, open.Before ?? Span.None, receiver, arguments);
+            return;
         }
-        var span = Make(signature, open.Convention?.Kind ?? SpanKind.Internal, ref open);
+        var span = Make(signature, convention?.Kind ?? SpanKind.Internal, ref open);
         if (span == null)
         {
-            return default;
+            return;
         }
         span.ThreadId = Environment.CurrentManagedThreadId;
         if (span.IsSampled)
         {
             sink?.OnBegun(span);
         }
-        open.Span = span;
         SpanFlow.Current = span;
 #if NET
         open.Context = open.ContextBefore == null ? null : ExecutionContext.Capture();
 #endif
-        if (open.Convention != null)
+        if (convention != null)
         {
+            open.Convention = convention;
             open.Receiver = receiver;
-            Describe(open.Convention, span, receiver, arguments);
+            Describe(convention, span, receiver, arguments);
         }
-        return open;
+        open.Span = span;
     }
 
     // An exception is about to leave the call.
@@ -174,7 +176,10 @@ internal sealed class SpanRecorder
                 span.EndsAtReturn = true;
                 break;
         }
-        DescribeEnd(open.Convention, span, open.Receiver, arguments, result);
+        if (open.Convention != null)
+        {
+            DescribeEnd(open.Convention, span, open.Receiver, arguments, result);
+        }
         End(open, now);
     }
 
