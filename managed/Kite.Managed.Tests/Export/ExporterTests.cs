@@ -66,6 +66,43 @@ public class ExporterTests
         Assert.Equal([Thread.CurrentThread], target.Threads);
     }
 
+    // In each state that a span can be in while the last ones are written: what waits is taken in the first round, then
+    // what is open is looked for, then what waits is taken again.
+    [Fact]
+    public void ASpanThatEndsWithTheProcessIsWrittenOnce()
+    {
+        Span[] spans = [Spans.Of(1), Spans.Of(2), Spans.Of(3, to: 0), Spans.Of(4, to: 0), Spans.Of(5, to: 0)];
+        Exporter? exporter = null;
+        var round = 0;
+        var target = new Target
+        {
+            OnWrite = () =>
+            {
+                switch (++round)
+                {
+                    case 1:
+                        exporter!.OnEnded(spans[1]); // it will be open, and wait
+                        spans[2].Ended = 7; // and is about to wait, for ever
+                        break;
+                    case 2:
+                        spans[3].Ended = 8;
+                        exporter!.OnEnded(spans[3]); // too late
+                        break;
+                }
+            },
+        };
+        var isEnding = false;
+        exporter = new Exporter([target], start: (_, run, _) => (isEnding ? new Thread(() => run()) : throw new OutOfMemoryException("too early")).Start());
+        Array.ForEach(spans, exporter.OnBegun);
+        exporter.OnEnded(spans[0]);
+        isEnding = true;
+        Assert.Null(exporter.End(TimeSpan.FromSeconds(600)));
+        Assert.Equal(3, round);
+        Assert.Equal(
+            [(1UL, true), (2, true), (3, true), (4, true), (5, false)],
+            target.Spans.Select(span => (span.Id, span.Ended != 0)).Order().ToArray());
+    }
+
     [Fact]
     public void WithoutSpansThereIsNoEndToWaitFor()
     {

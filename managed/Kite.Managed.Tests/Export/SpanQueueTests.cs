@@ -313,11 +313,13 @@ public class SpanQueueTests
         Assert.Equal(1, queue.Threads);
         for (ulong id = 3; id < 10_000; id++)
         {
-            Begin(id).Ended = 1;
+            queue.OnEnded(Begin(id));
         }
         var last = Begin(10_000);
         Assert.Equal([last, elsewhere!, first], queue.Open());
         elsewhere!.Ended = 1;
+        Assert.Equal([last, elsewhere!, first], queue.Open());
+        queue.OnEnded(elsewhere);
         Assert.Equal([last, first], queue.Open());
     }
 

@@ -218,14 +218,26 @@ internal sealed class Exporter : ISpanSink
         isOver = true;
     }
 
-    // What did not end with the process. Those that end meanwhile are drained once more.
+    // What has not come to the queue, ended or not. What comes to it meanwhile is drained once more, and written once.
     private void WriteOpen(DrainedSpans drained)
     {
         var open = Queue.Open();
-        Queue.Drain(drained, () => Write(drained));
+        var missing = new HashSet<ulong>();
         foreach (var span in open)
         {
-            if (span.Ended == 0)
+            missing.Add(span.Id);
+        }
+        Queue.Drain(drained, () =>
+        {
+            foreach (var span in drained.Spans)
+            {
+                missing.Remove(span.Id);
+            }
+            Write(drained);
+        });
+        foreach (var span in open)
+        {
+            if (missing.Contains(span.Id))
             {
                 drained.Add(span);
             }

@@ -5,8 +5,8 @@ using Corvane.Instrumentation.Spans;
 
 namespace Corvane.Instrumentation.Export;
 
-// The spans that began on a thread and may not have ended. Those that have are forgotten when there is no room for
-// another one, the oldest when there are too many. The thread writes, and whoever looks at the end sees what is there.
+// The spans that began on a thread and may not have come to the queue. Those that have are forgotten when there is no room
+// for another one, the oldest when there are too many. The thread writes, and whoever looks at the end sees what is there.
 internal sealed class OpenSpans
 {
     private const int Most = 4096;
@@ -24,14 +24,14 @@ internal sealed class OpenSpans
         Volatile.Write(ref count, count + 1);
     }
 
-    // Some may have ended.
+    // Some may have come to it.
     internal IEnumerable<Span> Spans()
     {
         var seen = Volatile.Read(ref count);
         var all = spans;
         for (var index = 0; index < Math.Min(seen, all.Length); index++)
         {
-            if (all[index] is { Ended: 0 } span)
+            if (all[index] is { IsQueued: false } span)
             {
                 yield return span;
             }
@@ -43,7 +43,7 @@ internal sealed class OpenSpans
         var kept = 0;
         for (var index = 0; index < count; index++)
         {
-            if (spans[index].Ended == 0)
+            if (!spans[index].IsQueued)
             {
                 spans[kept++] = spans[index];
             }

@@ -84,7 +84,7 @@ internal sealed class SpanQueue
         }
     }
 
-    // Those that have not ended, the latest first. They may end at any moment.
+    // Those that have begun and of which the queue has no record, the latest first. They may end, and get one, at any moment.
     internal List<Span> Open()
     {
         var spans = new List<Span>(left.Spans());
@@ -92,7 +92,7 @@ internal sealed class SpanQueue
         {
             spans.AddRange(one.Open.Spans());
         }
-        spans.RemoveAll(span => span.Ended != 0 || span.Started == 0);
+        spans.RemoveAll(span => span.Started == 0);
         spans.Sort((one, other) => other.Started.CompareTo(one.Started));
         return spans;
     }
@@ -179,6 +179,7 @@ internal sealed class SpanQueue
                 mine = new SpanRing(Owner.blocks, limit);
             }
             mine.Add(span, limit);
+            span.IsQueued = true;
             Volatile.Write(ref spans, mine);
             return mine.Count == Math.Min(Worthwhile, mine.Limit / 2);
         }

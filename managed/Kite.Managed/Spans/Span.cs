@@ -1,3 +1,4 @@
+using System;
 using System.Collections.Generic;
 
 namespace Corvane.Instrumentation.Spans;
@@ -15,6 +16,9 @@ internal sealed class Span
     private static readonly KeyValuePair<string, object>[] none = new KeyValuePair<string, object>[0];
 
     private List<KeyValuePair<string, object>>? attributes;
+
+    // Together, for there is a span for each call.
+    private Facts facts = Facts.IsSampled;
 
     internal Span(TraceId trace, ulong id, ulong parentId, string name, string? method, string scope)
     {
@@ -53,15 +57,34 @@ internal sealed class Span
     internal SpanKind Kind { get; set; } = SpanKind.Internal;
 
     // Its work may go on afterwards: nothing that may be looked at says when that ends.
-    internal bool EndsAtReturn { get; set; }
+    internal bool EndsAtReturn
+    {
+        get => Has(Facts.EndsAtReturn);
+        set => Set(Facts.EndsAtReturn, value);
+    }
 
     // Sinks are shown no other ones.
-    internal bool IsSampled { get; set; } = true;
+    internal bool IsSampled
+    {
+        get => Has(Facts.IsSampled);
+        set => Set(Facts.IsSampled, value);
+    }
+
+    // The queue has a record of it.
+    internal bool IsQueued
+    {
+        get => Has(Facts.IsQueued);
+        set => Set(Facts.IsQueued, value);
+    }
 
     // The activity that was current when the span had begun, and whether it was made for the span.
     internal object? Activity { get; set; }
 
-    internal bool OwnsActivity { get; set; }
+    internal bool OwnsActivity
+    {
+        get => Has(Facts.OwnsActivity);
+        set => Set(Facts.OwnsActivity, value);
+    }
 
     // By a sink of ours or by whoever listens to the program's activities: what is called has to be recorded, too.
     internal bool IsRecorded =>
@@ -107,5 +130,19 @@ internal sealed class Span
             Failure.IsTakenBack = true;
             Failure = null;
         }
+    }
+
+    private bool Has(Facts fact) => (facts & fact) != 0;
+
+    private void Set(Facts fact, bool value) => facts = value ? facts | fact : facts & ~fact;
+
+    [Flags]
+    private enum Facts : byte
+    {
+        None = 0,
+        EndsAtReturn = 1,
+        IsSampled = 2,
+        IsQueued = 4,
+        OwnsActivity = 8,
     }
 }
