@@ -320,6 +320,25 @@ public class SpanRecorderTests
         Assert.Contains(new("failed", "InvalidOperationException"), recorded.Ended[1].Attributes);
     }
 
+    // At the end of the process a span is written as it is.
+    [Fact]
+    public async Task ASpanHasNotEndedBeforeItIsDescribed()
+    {
+        var convention = new Convention();
+        var recorded = new RecordedSpans(conventions: _ => convention);
+        var (source, failing) = (new TaskCompletionSource<int>(), new TaskCompletionSource<int>());
+        var task = recorded.Call("Count", [1], () => source.Task);
+        var failed = recorded.Call("Count", [1], () => failing.Task);
+        source.SetResult(5);
+        await task;
+        failing.SetException(new InvalidOperationException());
+        await Assert.ThrowsAsync<InvalidOperationException>(() => failed);
+        recorded.Call("Do", () => { });
+        recorded.Wait(3);
+        Assert.Equal([0, 0, 0], convention.Ended);
+        Assert.All(recorded.Ended, span => Assert.NotEqual(0, span.Ended));
+    }
+
     [Fact]
     public void AConventionThatThrowsIsCountedAndTheSpanIsThere()
     {
@@ -396,6 +415,9 @@ public class SpanRecorderTests
 
         internal object? Result { get; private set; }
 
+        // Of the span, when its end is described.
+        internal List<long> Ended { get; } = [];
+
         public void Begin(Span span, object? receiver, object?[] arguments)
         {
             if (Throws)
@@ -411,7 +433,11 @@ public class SpanRecorderTests
             span.SetAttribute("a", (long)(int)arguments[0]!);
         }
 
-        public void Fail(Span span, Exception exception) => span.SetAttribute("failed", exception.GetType().Name);
+        public void Fail(Span span, Exception exception)
+        {
+            Ended.Add(span.Ended);
+            span.SetAttribute("failed", exception.GetType().Name);
+        }
 
         public void End(Span span, object? receiver, object?[] arguments, object? result)
         {
@@ -420,6 +446,7 @@ public class SpanRecorderTests
                 throw new InvalidOperationException();
             }
             Result = result;
+            Ended.Add(span.Ended);
             if (result is int sum)
             {
                 span.SetAttribute("sum", (long)sum);

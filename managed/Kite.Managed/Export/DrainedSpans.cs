@@ -24,11 +24,17 @@ internal sealed class DrainedSpans
         spans.MoveTo(Spans);
     }
 
-    // One that has not ended is taken for one that ends on the thread that it began on.
+    // One that the queue never had is taken for one that ends on the thread that it began on.
     internal void Add(Span span)
     {
         Spans.Add(new SpanRecord(span));
         EndedOn.Add(span.ThreadId);
+    }
+
+    internal void Reverse()
+    {
+        Spans.Reverse();
+        EndedOn.Reverse();
     }
 
     internal void Clear()

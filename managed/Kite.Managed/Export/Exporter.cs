@@ -235,6 +235,8 @@ internal sealed class Exporter : ISpanSink
             }
             Write(drained);
         });
+        // The outermost first, so that none outlasts what it is in.
+        open.Reverse();
         foreach (var span in open)
         {
             if (missing.Contains(span.Id))
@@ -242,6 +244,7 @@ internal sealed class Exporter : ISpanSink
                 drained.Add(span);
             }
         }
+        drained.Reverse();
         if (drained.Spans.Count > 0)
         {
             Write(drained);

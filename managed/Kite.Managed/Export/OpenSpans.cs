@@ -11,8 +11,12 @@ internal sealed class OpenSpans
 {
     private const int Most = 4096;
 
+    // How often somebody looks again who comes while room is made.
+    private const int MostTries = 500;
+
     private Span[] spans = new Span[16];
     private int count;
+    private int changes; // odd while room is made
 
     internal void Add(Span span)
     {
@@ -24,21 +28,47 @@ internal sealed class OpenSpans
         Volatile.Write(ref count, count + 1);
     }
 
-    // Some may have come to it.
-    internal IEnumerable<Span> Spans()
+    // Each once. Some may have come to it.
+    internal List<Span> Spans()
     {
-        var seen = Volatile.Read(ref count);
-        var all = spans;
-        for (var index = 0; index < Math.Min(seen, all.Length); index++)
+        var found = new List<Span>();
+        var wait = default(SpinWait);
+        for (var attempt = 0; attempt < MostTries; attempt++, wait.SpinOnce())
         {
-            if (all[index] is { IsQueued: false } span)
+            var before = Volatile.Read(ref changes);
+            found.Clear();
+            var all = spans;
+            var seen = Math.Min(Volatile.Read(ref count), all.Length);
+            for (var index = 0; index < seen; index++)
             {
-                yield return span;
+                if (all[index] is { IsQueued: false } span)
+                {
+                    found.Add(span);
+                }
+            }
+            Thread.MemoryBarrier();
+            if (before % 2 == 0 && before == Volatile.Read(ref changes))
+            {
+                break;
             }
         }
+        return found;
     }
 
     private void MakeRoom()
+    {
+        Interlocked.Increment(ref changes);
+        try
+        {
+            Forget();
+        }
+        finally
+        {
+            Interlocked.Increment(ref changes);
+        }
+    }
+
+    private void Forget()
     {
         var kept = 0;
         for (var index = 0; index < count; index++)

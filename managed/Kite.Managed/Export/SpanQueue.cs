@@ -87,7 +87,7 @@ internal sealed class SpanQueue
     // Those that have begun and of which the queue has no record, the latest first. They may end, and get one, at any moment.
     internal List<Span> Open()
     {
-        var spans = new List<Span>(left.Spans());
+        var spans = left.Spans();
         foreach (var one in rings)
         {
             spans.AddRange(one.Open.Spans());

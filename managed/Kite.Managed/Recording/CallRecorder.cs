@@ -26,6 +26,7 @@ internal sealed class CallRecorder
     private readonly MethodTable methods;
     private readonly RecordedValues values;
     private readonly int? capacity;
+    private readonly object identity = new object(); // for what threads keep: that would keep the recorder itself as well
     private readonly ThreadLocal<ThreadCalls> current;
     private readonly List<ThreadCalls> threads = new List<ThreadCalls>();
     private long seen;
@@ -41,7 +42,7 @@ internal sealed class CallRecorder
         Summary = summary;
         Spans = spans;
         Observers = new CallObservers(methods);
-        current = new ThreadLocal<ThreadCalls>(() => new ThreadCalls(this));
+        current = new ThreadLocal<ThreadCalls>(() => new ThreadCalls(identity));
     }
 
     // One that only makes spans, if anything, and shows calls to observers.
@@ -214,7 +215,7 @@ internal sealed class CallRecorder
     // In lines of the tree.
     private bool ShowsValues => capacity != null && values != RecordedValues.None;
 
-    private ThreadCalls Mine => latest is { } thread && thread.Owner == this ? thread : latest = current.Value!;
+    private ThreadCalls Mine => latest is { } thread && thread.Owner == identity ? thread : latest = current.Value!;
 
     private bool ShowsMessages => values == RecordedValues.All || Spans is { ShowsMessages: true };
 

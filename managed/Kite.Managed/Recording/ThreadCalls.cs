@@ -26,9 +26,10 @@ internal sealed class ThreadCalls
     // Observed calls and calls with spans of which no end was seen, innermost first; null if there are none.
     private List<OpenCall>? lost;
 
-    internal ThreadCalls(CallRecorder? owner = null) => Owner = owner;
+    internal ThreadCalls(object? owner = null) => Owner = owner;
 
-    internal CallRecorder? Owner { get; }
+    // Which recorder they are of.
+    internal object? Owner { get; }
 
     internal object Gate { get; } = new object();
 

@@ -161,7 +161,7 @@ internal sealed class ActivitySpans : IDisposable
         {
             return;
         }
-        span.Ended = Stopwatch.GetTimestamp();
+        var now = Stopwatch.GetTimestamp();
         // What the platform's events say has made a better one.
         if (span.Attributes.Count == 0)
         {
@@ -181,6 +181,7 @@ internal sealed class ActivitySpans : IDisposable
                 ActivityTags.Redact(span.Scope, system, AttributeNames.ErrorType, activity.GetTagItem(AttributeNames.ErrorType), values) as string,
                 Message(activity));
         }
+        span.Ended = now;
         sink.OnEnded(span);
     }
 

@@ -48,7 +48,7 @@ internal sealed class Span
     // In timestamps of Stopwatch.
     internal long Started { get; set; }
 
-    // 0 while it is open.
+    // 0 while it is open. It is set when the rest is: at the end of the process a span is written as it is.
     internal long Ended { get; set; }
 
     // The managed thread that it began on.

@@ -213,8 +213,8 @@ internal sealed class SpanRecorder
     // No end of the call was seen, and none will be.
     internal void Lose(Span span, long now)
     {
-        span.Ended = now;
         span.SetAttribute("corvane.unfinished", true);
+        span.Ended = now;
         StopActivity(span);
         Show(span);
     }
@@ -316,8 +316,9 @@ internal sealed class SpanRecorder
         {
             Interlocked.Decrement(ref method.OpenTasks);
         }
-        span.Ended = Stopwatch.GetTimestamp();
+        var now = Stopwatch.GetTimestamp();
         EndTask(span, task, convention, receiver, arguments);
+        span.Ended = now;
         StopActivity(span);
         Show(span);
     }
