@@ -7,13 +7,14 @@
 // instrumented method come before. With "listen" somebody listens to activities and samples all. OUTPUT gets a line
 // for each number of parameters: the number, then the median nanoseconds of one call, plain, instrumented and by
 // hand, then the bytes that an instrumented call takes. With "threads" a last line follows: how many times as fast
-// 16 threads make as many calls as one.
+// 16 threads make as many calls as one, and how many times as fast they only compute, for a machine may have other work.
 using System;
 using System.Diagnostics;
 using System.Globalization;
 using System.IO;
 using System.Linq;
 using System.Runtime;
+using System.Runtime.CompilerServices;
 using System.Threading;
 using CallMethods;
 using Corvane.Instrumentation;
@@ -59,7 +60,8 @@ for (var i = 0; i < all.Length; i++)
 }
 if (args.Contains("threads"))
 {
-    output.WriteLine(string.Create(CultureInfo.InvariantCulture, $"threads {SpeedOfThreads(all[2])}"));
+    var (calling, computing) = SpeedOfThreads(all[2].CallTraced);
+    output.WriteLine(string.Create(CultureInfo.InvariantCulture, $"threads {calling} {computing}"));
 }
 
 void RequireInstrumentation()
@@ -86,24 +88,45 @@ static double BytesOf(Action run)
     return least;
 }
 
-// What waits to be written is written in between.
-static double SpeedOfThreads(Methods methods)
+// In turns. What waits to be written is written in between.
+static (double Calling, double Computing) SpeedOfThreads(Func<int, int> call)
+{
+    var (calling, computing) = (new double[3], new double[3]);
+    for (var round = 0; round < calling.Length; round++)
+    {
+        calling[round] = SpeedOf(call);
+        computing[round] = SpeedOf(Compute);
+    }
+    return (Median(calling), Median(computing));
+}
+
+static double SpeedOf(Func<int, int> run)
 {
     const int count = 16;
     const int share = 100_000;
-    var speeds = new double[3];
-    for (var round = 0; round < speeds.Length; round++)
+    var alone = TimeOf(() => run(count * share));
+    var together = TimeOf(() =>
     {
-        var alone = TimeOf(() => methods.CallTraced(count * share));
-        var together = TimeOf(() =>
+        var threads = Enumerable.Range(0, count).Select(_ => new Thread(() => run(share))).ToArray();
+        Array.ForEach(threads, thread => thread.Start());
+        Array.ForEach(threads, thread => thread.Join());
+    });
+    return alone / together;
+}
+
+// As long as about so many spans, with nothing that threads share.
+[MethodImpl(MethodImplOptions.AggressiveOptimization)]
+static int Compute(int spans)
+{
+    var sum = 0;
+    for (var span = 0; span < spans; span++)
+    {
+        for (var step = 0; step < 1_000; step++)
         {
-            var threads = Enumerable.Range(0, count).Select(_ => new Thread(() => methods.CallTraced(share))).ToArray();
-            Array.ForEach(threads, thread => thread.Start());
-            Array.ForEach(threads, thread => thread.Join());
-        });
-        speeds[round] = alone / together;
+            sum += step ^ span;
+        }
     }
-    return Median(speeds);
+    return sum;
 }
 
 static double TimeOf(Action run)
