@@ -1,6 +1,8 @@
 // The library as a start-up hook of programs that were trimmed.
 using System;
 using System.IO;
+using System.Linq;
+using Kite.Managed.Tests.Export;
 using kite.managed;
 using Xunit;
 
@@ -28,7 +30,27 @@ public class TrimmedProgramTests
         Assert.Equal(3, run.ExitCode);
     }
 
+    // Also of what has to be looked for at the end of the process.
     [Theory]
+    [InlineData(true)]
+    [InlineData(false)]
+    public void ATrimmedProgramThatRefersToTheLibraryHasItsSpans(bool ends)
+    {
+        using var folder = new TemporaryFolder();
+        string[] names = ["kite.managed.span", "Corvane.Instrumentation.InstrumentationDirectives", "GenericPrologue", "GenericEpilogue"];
+        var run = ChildProgram.Run(
+            Trimmed(refers: true), ends ? names : names[..3], ("DOTNET_STARTUP_HOOKS", library), ("CORVANE_OTLP_FILE", folder["otlp"]));
+        Assert.Equal(["out"], run.Output);
+        Assert.Empty(run.Errors);
+        Assert.Equal(3, run.ExitCode);
+        var span = Assert.Single(Export.Spans.In(Export.Spans.Read(folder["otlp"], isJson: true)));
+        Assert.Equal("method #7", span.Text("name"));
+        Assert.Equal(!ends, span.Attributes().Contains($"corvane.unfinished=boolValue:{true}"));
+    }
+
+    [Theory]
+    [InlineData("CORVANE_OTLP_FILE", "spans.json")]
+    [InlineData("CORVANE_TRACE_FILE", "trace.json")]
     [InlineData("CORVANE_CALL_TREE", "stderr")]
     [InlineData("CORVANE_TRACE_LOG", "stderr")]
     [InlineData("CORVANE_SAMPLE", "samples")]

@@ -140,6 +140,9 @@ internal sealed class Exporter : ISpanSink
             target.Write(drained);
             target.End(DateTime.UtcNow);
         }
+        var open = Queue.Open();
+        open.Add(span);
+        WriteOpen(open, drained);
     }
 
     private bool IsWriting => Volatile.Read(ref hasBegun) != 0 && !isClosed;
@@ -206,7 +209,7 @@ internal sealed class Exporter : ISpanSink
             Queue.Drain(drained, () => Write(drained));
             if (isLast)
             {
-                WriteOpen(drained);
+                WriteOpen(Queue.Open(), drained);
             }
             rounds++;
         }
@@ -219,9 +222,8 @@ internal sealed class Exporter : ISpanSink
     }
 
     // What has not come to the queue, ended or not. What comes to it meanwhile is drained once more, and written once.
-    private void WriteOpen(DrainedSpans drained)
+    private void WriteOpen(List<Span> open, DrainedSpans drained)
     {
-        var open = Queue.Open();
         var missing = new HashSet<ulong>();
         foreach (var span in open)
         {
@@ -239,7 +241,7 @@ internal sealed class Exporter : ISpanSink
         open.Reverse();
         foreach (var span in open)
         {
-            if (missing.Contains(span.Id))
+            if (missing.Remove(span.Id))
             {
                 drained.Add(span);
             }

@@ -67,7 +67,7 @@ internal sealed class ThreadCalls
             Array.Resize(ref open, 2 * count);
         }
         var opened = open[count] ??= new OpenCall();
-        opened.Clear();
+        opened.Clear(); // whoever took it last may have failed before that
         opened.Index = index;
         opened.Call = call;
         opened.IsSecret = isSecret;

@@ -176,10 +176,7 @@ internal sealed class SpanRecorder
                 span.EndsAtReturn = true;
                 break;
         }
-        if (open.Convention != null)
-        {
-            DescribeEnd(open.Convention, span, open.Receiver, arguments, result);
-        }
+        DescribeEnd(open.Convention, span, open.Receiver, arguments, result);
         End(open, now);
     }
 
@@ -389,9 +386,13 @@ internal sealed class SpanRecorder
 
     private void DescribeEnd(ISpanConvention? convention, Span span, object? receiver, object?[] arguments, object? result)
     {
+        if (convention == null)
+        {
+            return;
+        }
         try
         {
-            convention?.End(span, receiver, arguments, result);
+            convention.End(span, receiver, arguments, result);
         }
         catch (Exception exception)
         {
