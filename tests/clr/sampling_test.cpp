@@ -56,7 +56,7 @@ protected:
         options.passes_errors = true;
         options.timeout = timeout;
         const DebuggeeResult result = run_debuggee(options);
-        EXPECT_FALSE(result.timed_out) << "it hung";
+        EXPECT_FALSE(result.timed_out) << "it hung:\n" << result.stacks;
         EXPECT_EQ(result.exit_code, kExitCode);
         std::ifstream stream(fs::path(options.output_file), std::ios::binary);
         const std::string output(std::istreambuf_iterator<char>(stream), {});

@@ -13,6 +13,8 @@ internal static class Chains
     private const int Depth = 5; // of the calls that a throw unwinds
 
     private static readonly object s_gate = new();
+    private static readonly EventWaitHandle s_isInNativeCode = new(false, EventResetMode.ManualReset);
+    private static readonly EventWaitHandle s_mayReturn = new(false, EventResetMode.ManualReset);
 
     /// <summary>Prints the chain of a thread that stays where it is; more lines if it was seen elsewhere.</summary>
     public static void PrintSteady(string title, Target target)
@@ -64,7 +66,9 @@ internal static class Chains
         }
         using (var target = new Target(InNativeCode))
         {
+            s_isInNativeCode.WaitOne();
             PrintSteady("native", target);
+            s_mayReturn.Set();
         }
         Target locked;
         lock (s_gate)
@@ -161,12 +165,8 @@ internal static class Chains
     [MethodImpl(AsWritten)]
     private static void InNativeCode(Target target)
     {
-        Platform.Sleep(1);
         target.HasArrived = true;
-        while (!target.IsToStop)
-        {
-            Platform.Sleep(100);
-        }
+        Platform.SignalObjectAndWait(s_isInNativeCode.SafeWaitHandle, s_mayReturn.SafeWaitHandle, Timeout.Infinite, 0);
     }
 
     [MethodImpl(AsWritten)]

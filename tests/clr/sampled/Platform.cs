@@ -13,6 +13,10 @@ internal static unsafe class Platform
     [DllImport("kernel32.dll")]
     public static extern void Sleep(int milliseconds);
 
+    /// <summary>Signals one event from outside the runtime, and waits there for another.</summary>
+    [DllImport("kernel32.dll")]
+    public static extern uint SignalObjectAndWait(SafeHandle signalled, SafeHandle awaited, int milliseconds, int isAlertable);
+
     /// <summary>The heap that native code of this process uses, and its functions.</summary>
     [DllImport("kernel32.dll")]
     public static extern nint GetProcessHeap();
@@ -25,15 +29,26 @@ internal static unsafe class Platform
     [DllImport("kernel32.dll")]
     public static extern int HeapFree(nint heap, uint flags, nint memory);
 
-    /// <summary>How often a thread is suspended at the moment.</summary>
+    /// <summary>How often a thread is suspended, and stays so: the runtime itself suspends threads for moments.</summary>
     public static uint SuspendCount(uint thread)
     {
         nint handle = OpenThread(2, 0, thread);
-        // The runtime must not stop this thread in between: it would wait for the other one as well.
-        uint count = SuspendThread(handle);
-        ResumeThread(handle);
+        uint count = Look();
+        for (int again = 0; again < 100 && count != 0; again++)
+        {
+            Sleep(10);
+            count = Look();
+        }
         CloseHandle(handle);
         return count;
+
+        // The runtime must not stop this thread in between: it would wait for the other one as well.
+        uint Look()
+        {
+            uint suspended = SuspendThread(handle);
+            ResumeThread(handle);
+            return suspended;
+        }
     }
 
     /// <summary>Handles that this process has open.</summary>

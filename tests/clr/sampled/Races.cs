@@ -186,7 +186,9 @@ internal static class Races
         {
             uint[] ids = [allocating.Id, busy.Id, collecting.Id, Platform.GetCurrentThreadId()];
             int collections = GC.CollectionCount(0);
-            for (int i = 0; i < count * ids.Length || GC.CollectionCount(0) - collections < count; i++)
+            // A thread that is busy has little time between two collections.
+            bool AllWalked() => statuses.All(own => own.Walked > 0);
+            for (int i = 0; i < count * ids.Length || GC.CollectionCount(0) - collections < count || !AllWalked(); i++)
             {
                 statuses[i % ids.Length].Add(Sampler.Take(ids[i % ids.Length]));
             }
@@ -233,7 +235,11 @@ internal static class Races
         Expression<Func<int, int>> square = number => number * number;
         Console.WriteLine(square.Compile()(12));
         Console.WriteLine(Task.Run(() => Enumerable.Range(1, 10).Aggregate((a, b) => a * b)).Result);
-        Console.WriteLine(s_samples > 10 ? "start: sampled" : $"start: {s_samples} samples");
+        for (int length = 1; Volatile.Read(ref s_samples) <= 10; length++)
+        {
+            new Regex($"[a-z]{{{length}}}", RegexOptions.Compiled).IsMatch("snap"); // the sampler may have had no turn yet
+        }
+        Console.WriteLine("start: sampled");
     }
 
     /// <summary>Is sampled, from two threads, until the program ends.</summary>
@@ -359,23 +365,23 @@ internal static class Races
     /// <summary>Counts what snapshots came to.</summary>
     private sealed class Statuses
     {
-        private int walked_;
+        private int refused_;
 
         public int Taken { get; private set; }
 
-        private int refused_;
+        public int Walked { get; private set; }
 
         public void Add(Snapshot snapshot)
         {
             Taken++;
-            walked_ += snapshot.Count > 0 ? 1 : 0;
+            Walked += snapshot.Count > 0 ? 1 : 0;
             refused_ += snapshot.Status == 2 ? 1 : 0;
         }
 
         public void Print(string title)
         {
-            Console.Error.WriteLine($"{title}: {walked_} walked, {refused_} refused");
-            Console.WriteLine(walked_ > 0 ? $"{title}: walked" : $"{title}: none walked, {refused_} refused");
+            Console.Error.WriteLine($"{title}: {Walked} walked, {refused_} refused");
+            Console.WriteLine(Walked > 0 ? $"{title}: walked" : $"{title}: none walked, {refused_} refused");
         }
     }
 }
