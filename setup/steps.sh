@@ -79,7 +79,7 @@ show_progress() {
         next_progress=$((SECONDS + 1))
         printf '%s%s' "$clear_line" "${line:0:${COLUMNS:-80}-1}" >&2
     else
-        next_progress=$((SECONDS + 15))
+        next_progress=$((SECONDS + 60))
         say "$line"
     fi
 }
