@@ -268,7 +268,6 @@ internal static class Races
             long moreMemory = UnmanagedMemory() - memory;
             Console.Error.WriteLine($"endurance: {moreHandles} handles and {moreMemory} bytes more");
             Console.WriteLine(moreHandles < 10 ? "handles: same" : $"handles: {moreHandles} more");
-            // Stacks of threads that have just ended may not be back yet.
             Console.WriteLine(moreMemory < 1_000_000 ? "memory: same" : $"memory: {moreMemory} more");
             statuses.Print("endurance");
 
@@ -292,11 +291,19 @@ internal static class Races
         }
     }
 
-    // Without what the collector keeps for later.
+    // Without what the collector keeps for later. The middle of some looks: threads that have just ended may still have
+    // their stacks.
     private static long UnmanagedMemory()
     {
-        GC.Collect();
-        return (long)Platform.Memory() - GC.GetGCMemoryInfo().TotalCommittedBytes;
+        var looks = new long[5];
+        for (int look = 0; look < looks.Length; look++)
+        {
+            GC.Collect();
+            looks[look] = (long)Platform.Memory() - GC.GetGCMemoryInfo().TotalCommittedBytes;
+            Thread.Sleep(100);
+        }
+        Array.Sort(looks);
+        return looks[looks.Length / 2];
     }
 
     // The thread is not suspended, and goes on.
