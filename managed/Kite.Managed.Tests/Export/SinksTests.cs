@@ -158,9 +158,10 @@ public sealed class SinksTests : IDisposable
                 ChildProgram.Assembly, ["call for ever"], [.. Files, ("CORVANE_SUMMARY", folder["summary"])]);
             var calls = 0;
             using var isOver = new ManualResetEventSlim();
+            var output = process.StandardOutput;
             new Thread(() =>
             {
-                while (process.StandardOutput.ReadLine() is { } line)
+                while (output.ReadLine() is { } line)
                 {
                     if (line == "a second")
                     {

@@ -25,6 +25,7 @@ public class ProfileFilesTests
             }
         });
         sampler.Start();
+        process.WaitForRounds(); // the longer the first files take, the longer they are the last
         files.BeginToRenew(period);
         return files;
     }

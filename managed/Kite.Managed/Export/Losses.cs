@@ -33,17 +33,30 @@ internal sealed class Losses
 
     internal void Add(long count, string reason)
     {
-        bool isFirst;
+        if (Count(count, reason))
+        {
+            Say(count, reason);
+        }
+    }
+
+    // Whether it is the first loss, and to be said. Until it has been, the end says it.
+    internal bool Count(long count, string reason)
+    {
         lock (gate)
         {
-            isFirst = spans == 0;
+            var isFirst = spans == 0;
             spans += count;
             why = reason;
-            said = isFirst ? count : said;
+            return isFirst;
         }
-        if (isFirst)
+    }
+
+    internal void Say(long count, string reason)
+    {
+        Complaint.Write(First(count, reason));
+        lock (gate)
         {
-            Complaint.Write(First(count, reason));
+            said += count;
         }
     }
 

@@ -207,6 +207,7 @@ internal sealed class OtlpPush : ISpanTarget
     // Of the batch. What was given up is counted already.
     private void Lose(int spans, string why)
     {
+        bool isFirst;
         lock (queue)
         {
             if (hasGivenUp)
@@ -214,8 +215,12 @@ internal sealed class OtlpPush : ISpanTarget
                 return;
             }
             batch.RemoveRange(0, spans);
+            isFirst = Losses.Count(spans, why);
         }
-        Losses.Add(spans, why);
+        if (isFirst)
+        {
+            Losses.Say(spans, why);
+        }
     }
 
     private int GiveUp()

@@ -140,7 +140,14 @@ internal sealed class SamplingRun
     // Several since the last round are one mark. Of too many marks two become one.
     private void NoteCollections()
     {
-        var (all, full) = (GC.CollectionCount(0), GC.CollectionCount(GC.MaxGeneration));
+        int all;
+        int full;
+        do
+        {
+            all = GC.CollectionCount(0);
+            full = GC.CollectionCount(GC.MaxGeneration);
+        }
+        while (all != GC.CollectionCount(0));
         if (all != collected.All && clock.IsSet)
         {
             lock (gathering)
