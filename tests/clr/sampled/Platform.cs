@@ -29,10 +29,13 @@ internal static unsafe class Platform
     [DllImport("kernel32.dll")]
     public static extern int HeapFree(nint heap, uint flags, nint memory);
 
-    /// <summary>How often a thread is suspended, and stays so: the runtime itself suspends threads for moments.</summary>
+    /// <summary>How often a thread is suspended, and stays so: the runtime itself suspends threads for moments. Nobody
+    /// is suspended to find out: two threads that do that to each other wait for ever.</summary>
     public static uint SuspendCount(uint thread)
     {
-        nint handle = OpenThread(2, 0, thread);
+        const uint QueryInformation = 0x40;
+        const int ThreadSuspendCount = 35;
+        nint handle = OpenThread(QueryInformation, 0, thread);
         uint count = Look();
         for (int again = 0; again < 100 && count != 0; again++)
         {
@@ -42,13 +45,9 @@ internal static unsafe class Platform
         CloseHandle(handle);
         return count;
 
-        // The runtime must not stop this thread in between: it would wait for the other one as well.
-        uint Look()
-        {
-            uint suspended = SuspendThread(handle);
-            ResumeThread(handle);
-            return suspended;
-        }
+        uint Look() => NtQueryInformationThread(handle, ThreadSuspendCount, out uint suspended, sizeof(uint), 0) == 0
+            ? suspended
+            : throw new NotSupportedException();
     }
 
     /// <summary>Handles that this process has open.</summary>
@@ -94,13 +93,8 @@ internal static unsafe class Platform
     [DllImport("kernel32.dll")]
     private static extern nint OpenThread(uint access, int isInheritable, uint thread);
 
-    [DllImport("kernel32.dll")]
-    [SuppressGCTransition]
-    private static extern uint SuspendThread(nint thread);
-
-    [DllImport("kernel32.dll")]
-    [SuppressGCTransition]
-    private static extern uint ResumeThread(nint thread);
+    [DllImport("ntdll.dll")]
+    private static extern int NtQueryInformationThread(nint thread, int what, out uint value, int size, nint returned);
 
     [DllImport("kernel32.dll")]
     private static extern int VirtualProtect(void* memory, nuint size, uint protection, out uint former);
