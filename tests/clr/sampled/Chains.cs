@@ -19,12 +19,19 @@ internal static class Chains
     /// <summary>Prints the chain of a thread that stays where it is; more lines if it was seen elsewhere.</summary>
     public static void PrintSteady(string title, Target target)
     {
-        var seen = new HashSet<string>();
+        // A collection takes the thread away from where it is.
+        var snapshots = new Snapshot[Samples];
+        if (!GC.TryStartNoGCRegion(Samples << 18))
+        {
+            throw new InvalidOperationException("collections cannot be kept away");
+        }
+        Thread.Sleep(20); // until it is back
         for (int i = 0; i < Samples; i++)
         {
-            seen.Add(Describe(Sampler.Take(target.Id)));
+            snapshots[i] = Sampler.Take(target.Id);
         }
-        foreach (string chain in seen)
+        GC.EndNoGCRegion();
+        foreach (string chain in snapshots.Select(Describe).Distinct())
         {
             Console.WriteLine($"{title}: {chain}");
         }
